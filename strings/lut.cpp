@@ -1,0 +1,138 @@
+// The sorted key table. Small on purpose: one search serves adding and finding, and the table grows in
+// fixed steps, because a few hundred keys are all that it usually holds.
+
+#include "strings/lut.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "kestrin/strings.h"
+#include "strings/fatal.h"
+
+namespace {
+
+constexpr ULO step = 128;
+
+lut_entry *new_entry(const CHR *key, SLO value, ULO scope, fatal_site site)
+{
+    auto *entry = static_cast<lut_entry *>(malloc(sizeof(lut_entry)));
+    if (entry == nullptr) fatal(site);
+    *entry = {scope, nullptr, value};
+    equ(&entry->key, key);
+    return entry;
+}
+
+lut *new_table(const CHR *key, SLO value)
+{
+    auto *table = static_cast<lut *>(malloc(sizeof(lut)));
+    if (table == nullptr) fatal(fatal_site::LUT_ADD_TABLE);
+    auto **entries = static_cast<lut_entry **>(malloc(step * sizeof(lut_entry *)));
+    if (entries == nullptr) fatal(fatal_site::LUT_ADD_ROWS);
+    *table = {1, step, 0, entries};
+    entries[0] = new_entry(key, value, 0, fatal_site::LUT_ADD_FIRST);
+    return table;
+}
+
+// First position whose entry is not below `key` in `scope`.
+ULO lower_bound(const lut *table, const CHR *key, ULO scope)
+{
+    ULO lo = 0, hi = table->lut_count;
+    while (lo < hi) {
+        const ULO mid = lo + (hi - lo) / 2;
+        const lut_entry *entry = table->lut_entries[mid];
+        const SCH order = cmp_s(entry->key, key);
+        if (order < 0 || (order == 0 && entry->scope < scope))
+            lo = mid + 1;
+        else
+            hi = mid;
+    }
+    return lo;
+}
+
+void insert(lut *table, ULO position, lut_entry *entry)
+{
+    if (table->lut_count == table->lut_capacity) {
+        const ULO bytes = (table->lut_capacity + step) * sizeof(lut_entry *);
+        auto **grown = static_cast<lut_entry **>(realloc(table->lut_entries, bytes));
+        if (grown == nullptr) fatal(fatal_site::LUT_ADD_GROW);
+        table->lut_entries = grown;
+        table->lut_capacity += step;
+    }
+    lut_entry **place = table->lut_entries + position;
+    memmove(place + 1, place, (table->lut_count - position) * sizeof(lut_entry *));
+    *place = entry;
+    table->lut_count++;
+}
+
+void free_entry(lut_entry *entry)
+{
+    free_string(&entry->key);
+    free(entry);
+}
+
+void free_header(lut **table)
+{
+    free((*table)->lut_entries);
+    free(*table);
+    *table = nullptr;
+}
+
+} // namespace
+
+UCH lut_add(lut **table, const CHR *key, SLO value)
+{
+    if (*table == nullptr) {
+        *table = new_table(key, value);
+        return 0;
+    }
+    const ULO scope = (*table)->lut_scope, position = lower_bound(*table, key, scope);
+    if (position < (*table)->lut_count) {
+        lut_entry *entry = (*table)->lut_entries[position];
+        if (entry->scope == scope && cmp(entry->key, key)) {
+            entry->value = value;
+            return 1;
+        }
+    }
+    insert(*table, position, new_entry(key, value, scope, fatal_site::LUT_ADD_ENTRY));
+    return 0;
+}
+
+UCH lut_get(const lut *table, const CHR *key, SLO *value)
+{
+    ULO position = lower_bound(table, key, 0);
+    if (position == table->lut_count || !cmp(table->lut_entries[position]->key, key)) return 0;
+    const ULO last = table->lut_count - 1;
+    const ULO first = position;
+    while (position < last && cmp(table->lut_entries[position + 1]->key, key)) position++;
+    // The last place of the table, reached by walking, is deliberately not read.
+    if (position == last && position > first) position--;
+    if (value != nullptr) *value = table->lut_entries[position]->value;
+    return 1;
+}
+
+void lut_prune(lut *table)
+{
+    ULO kept = 0;
+    for (ULO i = 0; i < table->lut_count; i++) {
+        if (table->lut_entries[i]->scope > table->lut_scope)
+            free_entry(table->lut_entries[i]);
+        else
+            table->lut_entries[kept++] = table->lut_entries[i];
+    }
+    table->lut_count = kept;
+}
+
+void lut_free_view(lut **table)
+{
+    if (*table == nullptr) return;
+    (*table)->lut_scope = 0;
+    lut_prune(*table);
+    free_header(table);
+}
+
+void lut_free(lut **table)
+{
+    if (*table == nullptr) return;
+    for (ULO i = 0; i < (*table)->lut_count; i++) free_entry((*table)->lut_entries[i]);
+    free_header(table);
+}

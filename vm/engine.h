@@ -1,0 +1,18 @@
+// The process record: what the driver prepares once and lower layers read. Strings in it live as long
+// as the process.
+#pragma once
+
+#include "kestrin/types.h"
+#include "strings/lut.h"
+
+struct engine {
+    CHR *global_udf_text;  // global function set: untyped definitions
+    CHR *global_udf_index; // its names with their numbers
+    CHR *global_udf_types; // type context that later texts start from
+    CHR *global_udf_code;  // typed text, then compiled, then linked bytecode
+    lut *func_lut;         // known functions of the main thread
+    UCH mapcar_with_decompiler;
+    UCH compile_with_debuginfo;
+};
+
+extern engine the_engine;

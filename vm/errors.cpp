@@ -1,0 +1,228 @@
+// Runtime errors: the set and rise family, and the text that names function, offset and variable.
+
+#include "vm/errors.h"
+
+#include <string>
+
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "vm/engine.h"
+#include "vm/handler.h"
+#include "vm/machine.h"
+
+engine the_engine = {};
+
+namespace {
+
+struct text_row {
+    UCH code;
+    const CHR *text;
+};
+
+constexpr text_row text_rows[] = {
+    {0, ""},
+#define RT_TEXT(id, code, text) {ECODE_RT__##code, text},
+#include "vm/errors.def"
+#undef RT_TEXT
+};
+
+constexpr UCH last_free_code = 248;
+
+// Debug text of an image in linked form; empty if it was compiled without.
+std::string_view debug_text(const ULO *image)
+{
+    const ULO *behind_table = image + 4 + image_udfs(image);
+    const ULO *next = image_udfs(image) > 0 ? node_at(image + 4) : image_main_node(image);
+    if (behind_table == next) return {};
+    return reinterpret_cast<const CHR *>(behind_table);
+}
+
+// Cuts the first word off `rest`.
+std::string_view take_word(std::string_view *rest)
+{
+    const auto from = rest->find_first_not_of(' ');
+    if (from == std::string_view::npos) {
+        *rest = {};
+        return {};
+    }
+    const auto to = rest->find(' ', from);
+    const std::string_view word = rest->substr(from, to - from);
+    *rest = to == std::string_view::npos ? std::string_view() : rest->substr(to);
+    return word;
+}
+
+// The root's debug text has three lists of used names in front.
+std::string_view drop_lists(std::string_view text)
+{
+    for (int i = 0; i < 3 && !text.empty() && text.front() == '('; i++) {
+        const auto end = text.find(')');
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    }
+    return text;
+}
+
+bool lies_in(const ULO *address, const CHR *string, ULO *offset)
+{
+    if (string == nullptr) return false;
+    const ULO start = reinterpret_cast<ULO>(string), place = reinterpret_cast<ULO>(address);
+    if (place < start || place >= start + len(string)) return false;
+    *offset = place - start;
+    return true;
+}
+
+ULO code_offset(const ULO *dat_ptr)
+{
+    ULO offset = 0;
+    if (!lies_in(dat_ptr, reinterpret_cast<const CHR *>(rt_ctrl->rt_program), &offset))
+        lies_in(dat_ptr, the_engine.global_udf_code, &offset);
+    return offset;
+}
+
+std::string variable_name(ULO variable, std::string_view names)
+{
+    const ULO arguments = image_arguments(rt_ctrl->rt_function);
+    if (variable <= arguments) return "$" + std::to_string(variable);
+    std::string_view name;
+    for (ULO i = arguments; i < variable; i++) name = take_word(&names);
+    return name.empty() ? std::to_string(variable) : std::string(name);
+}
+
+std::string place_of(const ULO *dat_ptr, ULO variable)
+{
+    std::string place;
+    std::string_view names;
+    if (rt_ctrl->rt_function != nullptr) names = debug_text(rt_ctrl->rt_function);
+    if (!names.empty()) {
+        if (rt_ctrl->rt_function == rt_ctrl->rt_program) names = drop_lists(names);
+        place.append("Fnc=").append(take_word(&names)).append("; ");
+    }
+    place.append("Dbg=").append(std::to_string(code_offset(dat_ptr)));
+    if (variable != 0 && rt_ctrl->rt_function != nullptr)
+        place.append("; Var=").append(variable_name(variable, names));
+    return place;
+}
+
+void raise()
+{
+    rt_ctrl->rt_noterror = 0;
+}
+
+void copy_text(CHR **targ_errtext)
+{
+    equ(targ_errtext, rt_ctrl->rt_error_text);
+}
+
+void default_text()
+{
+    if (!notempty(rt_ctrl->rt_error_text)) assign(&rt_ctrl->rt_error_text, "Unknown error!");
+}
+
+void add_place(const ULO *dat_ptr)
+{
+    kst_errfmt_helper(&rt_ctrl->rt_error_text, rt_ctrl->rt_error_text, dat_ptr, 0);
+}
+
+// Code and text, or the refusal of a reserved code in the name of `caller`.
+void set_code_and_text(UCH errcode, const CHR *src_errtext, std::string_view caller)
+{
+    if (errcode <= last_free_code) {
+        rt_ctrl->rt_error_code = errcode;
+        equ(&rt_ctrl->rt_error_text, src_errtext);
+        return;
+    }
+    rt_ctrl->rt_error_code = 0;
+    assign(&rt_ctrl->rt_error_text,
+           std::string(caller).append(": Failed to assign reserved error code!"));
+}
+
+} // namespace
+
+void kst_errfmt_helper(CHR **text, const CHR *message, const ULO *dat_ptr, ULO variable)
+{
+    std::string full(view(message));
+    full.append(" (").append(place_of(dat_ptr, variable)).append(")");
+    assign(text, full);
+}
+
+void raise_error(rt_text text, const ULO *dat_ptr, ULO variable, std::string_view detail)
+{
+    const text_row &row = text_rows[static_cast<UCH>(text)];
+    rt_ctrl->rt_noterror = 0;
+    rt_ctrl->rt_error_code = row.code;
+    scratch message;
+    assign(&message.s, std::string(row.text).append(detail));
+    kst_errfmt_helper(&rt_ctrl->rt_error_text, message.s, dat_ptr, variable);
+}
+
+void raise_unset_variable(const ULO *node)
+{
+    raise_error(rt_text::VARIABLE_GETVAL, node, node[1] + 1);
+}
+
+UCH noterror()
+{
+    return rt_ctrl->rt_noterror;
+}
+
+void set_error(CHR **targ_errtext)
+{
+    default_text();
+    copy_text(targ_errtext);
+}
+
+void rise_error()
+{
+    default_text();
+    raise();
+}
+
+void set_error_dbg(CHR **targ_errtext, const ULO *dat_ptr)
+{
+    default_text();
+    add_place(dat_ptr);
+    copy_text(targ_errtext);
+}
+
+void rise_error_dbg(const ULO *dat_ptr)
+{
+    default_text();
+    add_place(dat_ptr);
+    raise();
+}
+
+void set_error_info(UCH errcode, CHR **targ_errtext, const CHR *src_errtext)
+{
+    set_code_and_text(errcode, src_errtext, "set_error_info");
+    copy_text(targ_errtext);
+}
+
+void rise_error_info(UCH errcode, const CHR *src_errtext)
+{
+    set_code_and_text(errcode, src_errtext, "rise_error_info");
+    raise();
+}
+
+void set_error_info_dbg(UCH errcode, CHR **targ_errtext, const CHR *src_errtext,
+                        const ULO *dat_ptr)
+{
+    set_code_and_text(errcode, src_errtext, "set_error_info_dbg");
+    add_place(dat_ptr);
+    copy_text(targ_errtext);
+}
+
+void rise_error_info_dbg(UCH errcode, const CHR *src_errtext, const ULO *dat_ptr)
+{
+    set_code_and_text(errcode, src_errtext, "rise_error_info_dbg");
+    add_place(dat_ptr);
+    raise();
+}
+
+UCH get_error_code()
+{
+    return rt_ctrl->rt_error_code;
+}
+
+CHR *get_error_text(CHR **targ_errtext)
+{
+    return equ(targ_errtext, rt_ctrl->rt_error_text);
+}

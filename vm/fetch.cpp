@@ -1,0 +1,126 @@
+// The casts, and the published fetches of operands. ret_ival() and its kin evaluate into a borrowing
+// slot, so that a variable answers by an alias and nothing is copied that only gets read.
+
+#include <cmath>
+#include <cstdlib>
+#include <utility>
+
+#include "kestrin/strings.h"
+#include "vm/handler.h"
+
+namespace {
+
+// Toward zero; out of range and NaN give the smallest integer, as the processor's conversion does.
+SLO truncated(DFL value)
+{
+    const DFL whole = value < 0.0 ? std::ceil(value) : std::floor(value);
+    if (!(whole >= -0x1p63 && whole < 0x1p63)) return INT64_MIN;
+    return static_cast<SLO>(whole);
+}
+
+template <class T>
+void ret_number(const ULO *dat_ptr, T *targ)
+{
+    if (!rt_ctrl->rt_noterror) return;
+    const ULO *node = node_at(dat_ptr);
+    if (is_node(node, kind<T>::constant)) {
+        *targ = constant_of<T>(node);
+        return;
+    }
+    kestrin_data slot = borrowing_slot;
+    call(node, &slot);
+    if (rt_ctrl->rt_noterror) {
+        if (slot.type == 0)
+            raise_error(kind<T>::undefined, dat_ptr);
+        else
+            *targ = kind<T>::from(&slot);
+    }
+    if (slot.disable_ptr) release(&slot);
+}
+
+void store_text(CHR **targ, const kestrin_data *d)
+{
+    if (d->type == 'I')
+        equ_num(targ, d->value.ival);
+    else if (d->type == 'F')
+        equ_fnum(targ, d->value.fval);
+    else
+        equ(targ, d->type == 'S' ? d->svalue : nullptr);
+}
+
+// A leaf whose text can be taken where it stands.
+bool ret_text_in_place(const ULO *node, CHR **targ)
+{
+    if (is_node(node, func__dummy_s)) {
+        equ(targ, reinterpret_cast<const CHR *>(node + 2));
+        return true;
+    }
+    if (!is_node(node, func__getval) && !is_node(node, func__getval_s)) return false;
+    const kestrin_data *v = variable(node[1]);
+    if (v->type == 0)
+        raise_unset_variable(node);
+    else
+        store_text(targ, v);
+    return true;
+}
+
+} // namespace
+
+SLO to_ival(const kestrin_data *d)
+{
+    switch (d->type) {
+    case 'I': return d->value.ival;
+    case 'F': return truncated(d->value.fval);
+    case 'S': return d->svalue == nullptr ? 0 : atol(d->svalue);
+    default: return 0;
+    }
+}
+
+DFL to_fval(const kestrin_data *d)
+{
+    switch (d->type) {
+    case 'I': return static_cast<DFL>(d->value.ival);
+    case 'F': return d->value.fval;
+    case 'S': return d->svalue == nullptr ? 0.0 : atof(d->svalue);
+    default: return 0.0;
+    }
+}
+
+void forget_alias(kestrin_data *ret_dat)
+{
+    ret_dat->svalue = nullptr;
+    ret_dat->arraytype = 0;
+    ret_dat->indices_numb = 1;
+    ret_dat->aready_tags = nullptr;
+    ret_dat->array.mix = nullptr;
+}
+
+void ret_ival(const ULO *dat_ptr, SLO *targ)
+{
+    ret_number(dat_ptr, targ);
+}
+
+void ret_fval(const ULO *dat_ptr, DFL *targ)
+{
+    ret_number(dat_ptr, targ);
+}
+
+void ret_sval(const ULO *dat_ptr, CHR **targ)
+{
+    if (!rt_ctrl->rt_noterror) return;
+    if (ret_text_in_place(node_at(dat_ptr), targ)) return;
+    // The operand may build its text in the caller's string, so the slot owns it for the while.
+    kestrin_data slot = owning_slot;
+    slot.svalue = std::exchange(*targ, nullptr);
+    eval(dat_ptr, &slot);
+    if (rt_ctrl->rt_noterror) {
+        if (slot.type == 0)
+            raise_error(rt_text::RETURN_SVAL, dat_ptr);
+        else if (slot.type != 'S')
+            store_text(&slot.svalue, &slot);
+        else if (slot.svalue == nullptr)
+            equ(&slot.svalue, nullptr);
+    }
+    *targ = std::exchange(slot.svalue, nullptr);
+    release(&slot);
+}

@@ -1,0 +1,221 @@
+// What handlers are made of: nodes, the evaluation of operands, the templates of the common shapes.
+// This is the one home of the protocol; the files of handlers/ hold operations.
+//
+// A handler leaves its result in the record that it is lent. While an error is pending, constants and
+// variable reads do nothing, so a handler evaluates its operands without a test between them and looks
+// at rt_noterror once, before it stores or has an effect.
+#pragma once
+
+#include <cstring>
+#include <tuple>
+#include <type_traits>
+
+#include "kestrin/value.h"
+#include "vm/errors.h"
+#include "vm/leaf.h"
+#include "vm/machine.h"
+#include "vm/stack.h"
+
+#define HANDLER(name) void func__##name(const ULO *dat_ptr, kestrin_data *ret_dat)
+
+// -- Words of linked code ----------------------------------------------------------------------
+
+inline const ULO *node_at(const ULO *operand_word)
+{
+    return reinterpret_cast<const ULO *>(*operand_word);
+}
+inline bool is_node(const ULO *node, fcall handler)
+{
+    return node[0] == reinterpret_cast<ULO>(handler);
+}
+inline const ULO *image_main_node(const ULO *image) { return node_at(image); }
+inline ULO image_slots(const ULO *image) { return image[1]; }
+inline ULO image_arguments(const ULO *image) { return image[2]; }
+inline ULO image_udfs(const ULO *image) { return image[3]; }
+
+inline kestrin_data *variable(ULO number) { return &rt_ctrl->rt_frame[number]; }
+
+// -- Evaluation --------------------------------------------------------------------------------
+
+// Calls a node's handler.
+inline void call(const ULO *node, kestrin_data *ret_dat)
+{
+    check_stack(fatal_site::STACK_EVAL);
+    reinterpret_cast<fcall>(node[0])(node + 1, ret_dat);
+}
+inline void eval(const ULO *operand_word, kestrin_data *ret_dat)
+{
+    call(node_at(operand_word), ret_dat);
+}
+
+// Before a record is lent a second time: what a variable read may have left in a borrowing slot is not
+// ours to write over.
+void forget_alias(kestrin_data *ret_dat);
+inline void lend_again(kestrin_data *ret_dat)
+{
+    if (!ret_dat->disable_ptr) forget_alias(ret_dat);
+}
+
+// Frees the array of a record and makes it single and undefined; its string stays as a buffer.
+void free_array_of(kestrin_data *d);
+
+// free_kst_data() where there is something to free. For records that are about to end.
+inline void release(kestrin_data *d)
+{
+    if (d->svalue != nullptr || d->array.mix != nullptr || d->aready_tags != nullptr)
+        free_kst_data(d);
+}
+// What free_kst_data() does to a record that lives on.
+inline void clear(kestrin_data *d)
+{
+    if (d->svalue != nullptr || d->array.mix != nullptr || d->aready_tags != nullptr)
+        free_kst_data(d);
+    d->single = 1;
+    d->type = 0;
+}
+
+// -- The machine types -------------------------------------------------------------------------
+
+// Values by the language's table of casts, from a record that holds a value.
+SLO to_ival(const kestrin_data *d);
+DFL to_fval(const kestrin_data *d);
+
+// Where a machine type lives in a record, its leaves, and what it takes from a value of another type.
+template <class T>
+struct kind;
+
+template <>
+struct kind<SLO> {
+    static constexpr UCH letter = 'I';
+    static SLO &in(kestrin_data *d) { return d->value.ival; }
+    static const SLO &in(const kestrin_data *d) { return d->value.ival; }
+    static constexpr fcall constant = func__dummy_i;
+    static constexpr fcall typed_read = func__getval_i;
+    static constexpr rt_text undefined = rt_text::RETURN_IVAL;
+    static SLO from(const kestrin_data *d) { return to_ival(d); }
+};
+
+template <>
+struct kind<DFL> {
+    static constexpr UCH letter = 'F';
+    static DFL &in(kestrin_data *d) { return d->value.fval; }
+    static const DFL &in(const kestrin_data *d) { return d->value.fval; }
+    static constexpr fcall constant = func__dummy_f;
+    static constexpr fcall typed_read = func__getval_f;
+    static constexpr rt_text undefined = rt_text::RETURN_FVAL;
+    static DFL from(const kestrin_data *d) { return to_fval(d); }
+};
+
+// How the operands of a slot are fetched: by a cast, or as values of a type that is proved.
+enum operands { CAST, PROVED };
+
+template <class T>
+T constant_of(const ULO *node)
+{
+    T value;
+    memcpy(&value, node + 1, sizeof value);
+    return value;
+}
+
+// The rare ways of a cast: a variable, or an operand that has been evaluated, of another type.
+template <class T>
+[[gnu::noinline]] T cast_variable(const ULO *node)
+{
+    if (!rt_ctrl->rt_noterror) return 0;
+    const kestrin_data *v = variable(node[1]);
+    if (v->type != 0) return kind<T>::from(v);
+    raise_unset_variable(node);
+    return 0;
+}
+template <class T>
+[[gnu::noinline]] T cast_result(const ULO *word, kestrin_data *ret_dat)
+{
+    if (!rt_ctrl->rt_noterror) return 0;
+    if (ret_dat->type != 0) return kind<T>::from(ret_dat);
+    raise_error(kind<T>::undefined, word);
+    return 0;
+}
+
+// Any value, converted. `ret_dat` is an owning slot to evaluate in. A constant and a variable that
+// hold the type already are read in place.
+template <class T>
+T fetch_cast(const ULO *word, kestrin_data *ret_dat)
+{
+    const ULO *node = node_at(word);
+    if (is_node(node, func__getval) || is_node(node, kind<T>::typed_read)) {
+        const kestrin_data *v = variable(node[1]);
+        if (v->type == kind<T>::letter) [[likely]]
+            return kind<T>::in(v);
+        return cast_variable<T>(node);
+    }
+    if (is_node(node, kind<T>::constant)) return constant_of<T>(node);
+    call(node, ret_dat);
+    if (ret_dat->type == kind<T>::letter) [[likely]]
+        return kind<T>::in(ret_dat);
+    return cast_result<T>(word, ret_dat);
+}
+
+// A value whose type is proved. No memory depends on it, so it is taken as it comes.
+template <class T>
+T fetch_proved(const ULO *word, kestrin_data *ret_dat)
+{
+    const ULO *node = node_at(word);
+    if (is_node(node, kind<T>::typed_read)) {
+        const kestrin_data *v = variable(node[1]);
+        if (v->type != 0) [[likely]]
+            return kind<T>::in(v);
+        return cast_variable<T>(node);
+    }
+    if (is_node(node, kind<T>::constant)) return constant_of<T>(node);
+    call(node, ret_dat);
+    return kind<T>::in(ret_dat);
+}
+
+template <operands how, class T>
+T fetch(const ULO *word, kestrin_data *ret_dat)
+{
+    if constexpr (how == CAST)
+        return fetch_cast<T>(word, ret_dat);
+    else
+        return fetch_proved<T>(word, ret_dat);
+}
+
+// Makes an owning slot answer a number. Array memory of an earlier value stays until it is freed.
+template <class T>
+void answer(kestrin_data *ret_dat, T value)
+{
+    ret_dat->single = 1;
+    ret_dat->type = kind<T>::letter;
+    kind<T>::in(ret_dat) = value;
+}
+
+// -- Numeric instructions ----------------------------------------------------------------------
+
+// The signature of `op` says the rest: how many operands, how each is fetched, the result's letter.
+// `fault` takes the same operands and gives the error to raise, or rt_text::NONE.
+template <auto op, auto fault = nullptr>
+struct numeric;
+
+template <class R, class... A, R (*op)(A...), auto fault>
+struct numeric<op, fault> {
+    template <operands how>
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        const ULO *word = dat_ptr;
+        const std::tuple<A...> args{fetch<how, A>(word++, ret_dat)...};
+        if (!rt_ctrl->rt_noterror) [[unlikely]]
+            return;
+        if constexpr (!std::is_null_pointer_v<decltype(fault)>) {
+            const rt_text found = std::apply(fault, args);
+            if (found != rt_text::NONE) [[unlikely]]
+                return raise_error(found, dat_ptr);
+        }
+        answer<R>(ret_dat, std::apply(op, args));
+    }
+};
+
+// The generic handler and the fast one of an instruction.
+#define HANDLERS(name, ...)                                                                        \
+    HANDLER(name) { __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat); }                           \
+    HANDLER(name##_j) { __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat); }

@@ -1,0 +1,305 @@
+// ARSETQ, INDEX, ALINDEX, INDICES: members of arrays. Words of a node: slot number of the array, index
+// operand, value operand.
+//
+// The typed handlers store into and read from a run of machine values. A variable can hold another
+// class of array than was proved (it came through a function, or from foreign bytecode), so each looks
+// at the class first and takes the generic road where it differs.
+
+#include "kestrin/strings.h"
+#include "vm/handler.h"
+#include "vm/places.h"
+
+namespace {
+
+void raise_at(rt_text text, const ULO *dat_ptr)
+{
+    raise_error(text, dat_ptr, dat_ptr[0] + 1);
+}
+
+// -- Storing -----------------------------------------------------------------------------------
+
+// Member 0 is the record's own value.
+void store_first(const ULO *dat_ptr, kestrin_data *array, const kestrin_data *source)
+{
+    if (!source->single) return raise_at(rt_text::SETVAL_ZERO_MEMBER, dat_ptr);
+    array->type = source->type;
+    array->value = source->value;
+    if (source->type == 'S')
+        equ(&array->svalue, source->svalue);
+    else if (array->svalue != source->svalue)
+        free_string(&array->svalue);
+}
+
+bool grow_mixed(kestrin_data *array, ULO index)
+{
+    const ULO size = array_capacity(index);
+    if (!grow_places(&array->array.mix, size, fatal_site::ARSETQ)) return false;
+    for (ULO i = array->indices_numb; i < size; i++) array->array.mix[i] = fresh_variable;
+    array->array.mix[0] = fresh_variable;
+    array->indices_numb = size;
+    array->single = 0;
+    return true;
+}
+
+void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
+{
+    kestrin_data *array = variable(dat_ptr[0]);
+    if (index < 0) return raise_at(rt_text::SETVAL_NEGATIVE, dat_ptr);
+    if (index == 0) return store_first(dat_ptr, array, source);
+    if (array->arraytype != 0) return raise_at(rt_text::SETVAL_TYPE, dat_ptr);
+    // The array stored into itself: its places must not move under the copy.
+    kestrin_data copy = owning_slot;
+    const bool itself = !source->single && source->array.mix == array->array.mix;
+    if (itself) copy_kst_data(&copy, source, 0);
+    if (ULO(index) < array->indices_numb || grow_mixed(array, ULO(index)))
+        copy_kst_data(&array->array.mix[index], itself ? &copy : source, 0);
+    release(&copy);
+}
+
+// What the four classes of typed arrays differ in.
+template <UCH letter>
+struct member_class;
+
+template <class T, UCH letter_, fatal_site places, fatal_site tags>
+struct number_class {
+    static constexpr UCH letter = letter_;
+    static T &place(kestrin_data *array, ULO index)
+    {
+        return reinterpret_cast<T *>(array->array.ival)[index];
+    }
+    static bool grow(kestrin_data *array, ULO size)
+    {
+        return grow_places(&array->array.ival, size, places) && grow_tags(array, size, tags);
+    }
+    static void store(kestrin_data *array, ULO index, const kestrin_data *source)
+    {
+        place(array, index) = kind<T>::in(source);
+    }
+    static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
+    {
+        kind<T>::in(ret_dat) = reinterpret_cast<const T *>(array->array.ival)[index];
+    }
+};
+
+template <>
+struct member_class<'I'>
+    : number_class<SLO, 'I', fatal_site::ARSETQ_I_ARRAY, fatal_site::ARSETQ_I_TAGS> {};
+template <>
+struct member_class<'F'>
+    : number_class<DFL, 'F', fatal_site::ARSETQ_F_ARRAY, fatal_site::ARSETQ_F_TAGS> {};
+
+template <>
+struct member_class<'S'> {
+    static bool grow(kestrin_data *array, ULO size)
+    {
+        if (!grow_places(&array->array.svalue, size, fatal_site::ARSETQ_S_ARRAY)) return false;
+        for (ULO i = array->aready_tags == nullptr ? 0 : array->indices_numb; i < size; i++)
+            array->array.svalue[i] = nullptr;
+        return grow_tags(array, size, fatal_site::ARSETQ_S_TAGS);
+    }
+    static void store(kestrin_data *array, ULO index, const kestrin_data *source)
+    {
+        equ(&array->array.svalue[index], source->svalue);
+    }
+    static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
+    {
+        equ(&ret_dat->svalue, array->array.svalue[index]);
+    }
+};
+
+template <>
+struct member_class<'Z'> {
+    static bool grow(kestrin_data *array, ULO size)
+    {
+        return grow_tags(array, size, fatal_site::ARSETQ_Z_TAGS);
+    }
+    static void store(kestrin_data *, ULO, const kestrin_data *) {}
+    static void load(kestrin_data *, const kestrin_data *, ULO) {}
+};
+
+template <UCH letter>
+[[gnu::noinline]] bool grow_typed(kestrin_data *array, ULO index)
+{
+    const ULO size = array_capacity(index);
+    if (!member_class<letter>::grow(array, size)) return false;
+    array->single = 0;
+    array->arraytype = letter;
+    array->indices_numb = size;
+    return true;
+}
+
+// True if the variable holds an array of this class, or none yet.
+bool fits(const kestrin_data *array, UCH letter)
+{
+    return array->arraytype == letter || (array->arraytype == 0 && array->array.mix == nullptr);
+}
+
+template <UCH letter>
+void store_typed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
+{
+    kestrin_data *array = variable(dat_ptr[0]);
+    if (index <= 0 || !source->single || source->type != letter || !fits(array, letter))
+        return store_mixed(dat_ptr, index, source);
+    const ULO place = ULO(index);
+    if (place >= array->indices_numb && !grow_typed<letter>(array, place)) return;
+    member_class<letter>::store(array, place, source);
+    array->aready_tags[place] = letter;
+}
+
+template <operands how>
+SLO fetch_index(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    const SLO index = fetch<how, SLO>(dat_ptr + 1, ret_dat);
+    lend_again(ret_dat); // a variable may have answered by an alias
+    return index;
+}
+
+template <UCH letter>
+void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    const SLO index = fetch_index<PROVED>(dat_ptr, ret_dat);
+    eval(dat_ptr + 2, ret_dat);
+    if (!rt_ctrl->rt_noterror) [[unlikely]]
+        return;
+    store_typed<letter>(dat_ptr, index, ret_dat);
+}
+
+// -- Reading -----------------------------------------------------------------------------------
+
+void load_first(kestrin_data *ret_dat, const kestrin_data *array)
+{
+    ret_dat->single = 1;
+    ret_dat->type = array->type;
+    ret_dat->value = array->value;
+    if (array->type == 'S') equ(&ret_dat->svalue, array->svalue);
+}
+
+template <UCH letter>
+void load_typed(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
+{
+    ret_dat->single = 1;
+    ret_dat->type = array->aready_tags[index];
+    if (ret_dat->type != 0) member_class<letter>::load(ret_dat, array, index);
+}
+
+// A member above 0 that lies within the array.
+void load_member(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
+{
+    switch (array->arraytype) {
+    case 'I': return load_typed<'I'>(ret_dat, array, index);
+    case 'F': return load_typed<'F'>(ret_dat, array, index);
+    case 'S': return load_typed<'S'>(ret_dat, array, index);
+    case 'Z': return load_typed<'Z'>(ret_dat, array, index);
+    default: return copy_kst_data(ret_dat, &array->array.mix[index], 0);
+    }
+}
+
+// The whole road of an index, with its errors.
+void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
+{
+    const kestrin_data *array = variable(dat_ptr[0]);
+    if (index < 0) return raise_at(rt_text::GETVAL_NEGATIVE, dat_ptr);
+    if (ULO(index) >= array->indices_numb) return raise_at(rt_text::GETVAL_YET, dat_ptr);
+    if (index == 0)
+        load_first(ret_dat, array);
+    else
+        load_member(ret_dat, array, ULO(index));
+    if (ret_dat->type == 0) raise_at(rt_text::GETVAL_BEFORE_USE, dat_ptr);
+}
+
+template <UCH letter>
+void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    ret_dat->disable_ptr = 1;
+    const SLO index = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) [[unlikely]]
+        return;
+    const kestrin_data *array = variable(dat_ptr[0]);
+    if (index > 0 && ULO(index) < array->indices_numb && array->arraytype == letter &&
+        array->aready_tags[index] != 0) [[likely]]
+        return load_typed<letter>(ret_dat, array, ULO(index));
+    load(dat_ptr, ret_dat, index);
+}
+
+bool all_set(const kestrin_data *array, ULO n)
+{
+    for (ULO i = 1; i < n; i++) {
+        const UCH type = array->arraytype != 0 ? array->aready_tags[i] : array->array.mix[i].type;
+        if (type == 0) return false;
+    }
+    return array->type != 0;
+}
+
+// The array of the first n members; an alias of the whole in a borrowing slot.
+void take_members(const ULO *dat_ptr, kestrin_data *ret_dat, SLO n)
+{
+    if (!rt_ctrl->rt_noterror) return;
+    const kestrin_data *array = variable(dat_ptr[0]);
+    if (n < 1) return raise_at(rt_text::GETVALS_INDICES, dat_ptr);
+    if (ULO(n) > array->indices_numb) return raise_at(rt_text::GETVALS_YET, dat_ptr);
+    if (ret_dat->disable_ptr == 1)
+        copy_kst_data(ret_dat, array, ULO(n));
+    else
+        *ret_dat = *array;
+    if (!all_set(array, ULO(n))) raise_at(rt_text::GETVALS_BEFORE_USE, dat_ptr);
+}
+
+} // namespace
+
+HANDLER(arsetq)
+{
+    SLO index = 0;
+    ret_ival(dat_ptr + 1, &index);
+    eval(dat_ptr + 2, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    store_mixed(dat_ptr, index, ret_dat);
+}
+
+HANDLER(arsetq_i) { arsetq_typed<'I'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_f) { arsetq_typed<'F'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_s) { arsetq_typed<'S'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_z) { arsetq_typed<'Z'>(dat_ptr, ret_dat); }
+
+HANDLER(index)
+{
+    ret_dat->disable_ptr = 1;
+    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    load(dat_ptr, ret_dat, index);
+}
+
+HANDLER(index_i) { index_typed<'I'>(dat_ptr, ret_dat); }
+HANDLER(index_f) { index_typed<'F'>(dat_ptr, ret_dat); }
+HANDLER(index_s) { index_typed<'S'>(dat_ptr, ret_dat); }
+HANDLER(index_z) { index_typed<'Z'>(dat_ptr, ret_dat); }
+
+HANDLER(alindex)
+{
+    SLO n = 0;
+    ret_ival(dat_ptr + 1, &n);
+    take_members(dat_ptr, ret_dat, n);
+}
+
+HANDLER(alindex_j)
+{
+    SLO n = 0;
+    if (ret_dat->disable_ptr == 1)
+        n = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
+    else
+        ret_ival(dat_ptr + 1, &n);
+    take_members(dat_ptr, ret_dat, n);
+}
+
+// The capacity of the array, which is what the language calls its number of indices. The array itself
+// is copied only if it is not a plain variable's.
+HANDLER(indices)
+{
+    ret_dat->disable_ptr = 1;
+    const ULO *node = node_at(dat_ptr);
+    const kestrin_data *array = ret_dat;
+    const bool plain = is_node(node, func__getval) && rt_ctrl->rt_noterror;
+    if (plain) array = variable(node[1]);
+    if (!plain || array->type == 0) call(node, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    answer<SLO>(ret_dat, array->single ? 1 : static_cast<SLO>(array->indices_numb));
+}

@@ -1,0 +1,86 @@
+// The call of a user-defined function: the frame, the arguments, the body. Words of the node: the
+// function's image, the number of arguments, the argument operands.
+
+#include <algorithm>
+
+#include "kestrin/strings.h"
+#include "vm/handler.h"
+
+namespace {
+
+// A recursion of calls ends here, with room left for what a body does on its own.
+constexpr ULO room_of_a_body = ULO(64) << 10;
+
+void check_call_depth()
+{
+    if (stack_pointer() < stack_floor + room_of_a_body) [[unlikely]]
+        fatal(fatal_site::DEFUN_FRAME);
+}
+
+// Evaluated in the caller's scope. A plain variable is lent by alias, all else is owned by the frame.
+void evaluate_argument(const ULO *word, kestrin_data *record)
+{
+    *record = owning_slot;
+    eval(word, record);
+    record->disable_ptr = 0;
+}
+
+// More arguments than slots: a function whose arguments only a nested one uses.
+void evaluate_and_drop(const ULO *word)
+{
+    kestrin_data record;
+    evaluate_argument(word, &record);
+    if (!is_node(node_at(word), func__getval_ptr)) release(&record);
+}
+
+void release_frame(kestrin_data *frame, ULO slots, const ULO *words, ULO arguments)
+{
+    for (ULO i = 0; i < arguments; i++)
+        if (!is_node(node_at(words + i), func__getval_ptr)) release(&frame[i]);
+    for (ULO i = arguments; i < slots; i++) release(&frame[i]);
+}
+
+// A BREAK in the body has ended the function.
+void answer_break(rt_control *rt, kestrin_data *ret_dat)
+{
+    clear(ret_dat);
+    ret_dat->type = 'S';
+    ret_dat->value.ival = 0; // what a consumer of a proved number reads
+    equ(&ret_dat->svalue, nullptr);
+    rt->rt_noterror = 1;
+    rt->rt_error_code = 0;
+}
+
+} // namespace
+
+HANDLER(defun)
+{
+    rt_control *rt = rt_ctrl;
+    if (!rt->rt_noterror) [[unlikely]]
+        return;
+    check_call_depth();
+    const ULO *image = node_at(dat_ptr);
+    const ULO slots = image_slots(image), passed = dat_ptr[1];
+    const ULO arguments = std::min(slots, passed);
+    const ULO *words = dat_ptr + 2;
+
+    kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;
+    kestrin_data *frame = take_frame(rt, slots, fatal_site::DEFUN_FRAME);
+    for (ULO i = 0; i < arguments; i++) evaluate_argument(words + i, &frame[i]);
+    for (ULO i = arguments; i < passed; i++) evaluate_and_drop(words + i);
+    for (ULO i = arguments; i < slots; i++) frame[i] = fresh_variable;
+
+    const ULO *saved_function = rt->rt_function;
+    kestrin_data *saved_frame = rt->rt_frame;
+    rt->rt_function = image;
+    rt->rt_frame = frame;
+    ret_dat->disable_ptr = 1; // a variable that the body answers is copied and outlives the frame
+    call(image_main_node(image), ret_dat);
+    release_frame(frame, slots, words, arguments);
+    rt->frame_top = saved_top;
+    rt->frame_end = saved_end;
+    rt->rt_function = saved_function;
+    rt->rt_frame = saved_frame;
+    if (rt->rt_error_code == UNWIND_BREAK) [[unlikely]]
+        answer_break(rt, ret_dat);
+}

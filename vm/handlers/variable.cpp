@@ -1,0 +1,97 @@
+// SETQ and ALSETQ: assignment to a variable. They do the same at run time and differ only in what the
+// type pass makes of them. Words of the node: slot number, value operand.
+
+#include "kestrin/strings.h"
+#include "vm/handler.h"
+
+namespace {
+
+bool owns_nothing(const kestrin_data *d)
+{
+    return d->svalue == nullptr && d->array.mix == nullptr && d->aready_tags == nullptr;
+}
+
+void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
+{
+    target->single = 1;
+    target->type = type;
+    target->value = source->value;
+}
+
+// The number of a constant or a single variable of a proved type, where it stands.
+template <class T>
+bool read_in_place(const ULO *node, T *value)
+{
+    if (is_node(node, kind<T>::constant)) {
+        *value = constant_of<T>(node);
+        return true;
+    }
+    if (!is_node(node, kind<T>::typed_read)) return false;
+    const kestrin_data *v = variable(node[1]);
+    if (!v->single || v->type == 0) return false;
+    *value = kind<T>::in(v);
+    return true;
+}
+
+// Both single: type and value are all there is. Else one of them is an array.
+template <class T>
+void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    T value;
+    if (read_in_place(node_at(dat_ptr + 1), &value)) {
+        if (!rt_ctrl->rt_noterror) return;
+        answer(ret_dat, value);
+    } else {
+        eval(dat_ptr + 1, ret_dat);
+        if (!rt_ctrl->rt_noterror) return;
+    }
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (!ret_dat->single || !target->single) return copy_kst_data(target, ret_dat, 0);
+    if (target->svalue != nullptr && target->svalue != ret_dat->svalue)
+        free_string(&target->svalue);
+    set_number(target, kind<T>::letter, ret_dat);
+}
+
+} // namespace
+
+HANDLER(setq)
+{
+    eval(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (ret_dat->single && (ret_dat->type == 'I' || ret_dat->type == 'F') && owns_nothing(target))
+        set_number(target, ret_dat->type, ret_dat);
+    else
+        copy_kst_data(target, ret_dat, 0);
+}
+
+HANDLER(setq_i) { assign_number<SLO>(dat_ptr, ret_dat); }
+HANDLER(setq_f) { assign_number<DFL>(dat_ptr, ret_dat); }
+
+HANDLER(setq_s)
+{
+    eval(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (!ret_dat->single || !target->single || ret_dat->type != 'S')
+        return copy_kst_data(target, ret_dat, 0);
+    target->type = 'S';
+    equ(&target->svalue, ret_dat->svalue);
+}
+
+HANDLER(setq_z)
+{
+    eval(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (!ret_dat->single || !target->single || ret_dat->type != 'Z')
+        return copy_kst_data(target, ret_dat, 0);
+    target->type = 'Z';
+    free_string(&target->svalue);
+}
+
+HANDLER(alsetq) { func__setq(dat_ptr, ret_dat); }
+HANDLER(alsetq_i) { func__setq_i(dat_ptr, ret_dat); }
+HANDLER(alsetq_f) { func__setq_f(dat_ptr, ret_dat); }
+HANDLER(alsetq_s) { func__setq_s(dat_ptr, ret_dat); }
+HANDLER(alsetq_z) { func__setq_z(dat_ptr, ret_dat); }

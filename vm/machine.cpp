@@ -1,0 +1,167 @@
+// The machine: set-up of a thread, the stack of frames, and the run of a program. The driver runs the
+// program through kestrin_run(), and mapcar runs code of its own from inside a run.
+
+#include "vm/machine.h"
+
+#include <cstdlib>
+
+#include "kestrin/strings.h"
+#include "strings/state.h"
+#include "vm/handler.h"
+#include "vm/stack.h"
+
+constinit thread_local rt_control *rt_ctrl = nullptr;
+
+namespace {
+
+constexpr rt_control initial_control = {
+    .rt_run_flag = 0,
+    .rt_run_text = nullptr,
+    .rt_error_code = 0,
+    .rt_error_text = nullptr,
+    .rt_scope_table = nullptr,
+    .rt_frame = nullptr,
+    .rt_program = nullptr,
+    .rt_function = nullptr,
+    .rt_captured = nullptr,
+    .rt_capture = 0,
+    .rt_noterror = 1,
+    .frame_top = nullptr,
+    .frame_end = nullptr,
+};
+
+// The chunks of a thread's stack of frames are a list: `next` stands at the end of each, where
+// frame_end points. They double in size up to a bound.
+struct chunk_end {
+    void *block;
+    kestrin_data *next;
+    ULO records; // of the next chunk
+};
+
+constexpr ULO first_chunk = 1024, largest_chunk = ULO(1) << 20;
+constexpr ULO most_records = ULO(1) << 56;
+
+struct thread_blocks {
+    rt_control control;
+    strings_state strings;
+    chunk_end root; // where the list of chunks begins
+};
+
+constinit thread_local thread_blocks *blocks = nullptr;
+
+chunk_end *end_of(kestrin_data *end)
+{
+    return end == nullptr ? &blocks->root : reinterpret_cast<chunk_end *>(end);
+}
+
+kestrin_data *make_chunk(chunk_end *before, ULO slots, ULO records, fatal_site site)
+{
+    while (records < slots && records < most_records) records *= 2;
+    if (records >= most_records) fatal(site);
+    const ULO bytes = records * sizeof(kestrin_data);
+    void *block = malloc(bytes + sizeof(chunk_end));
+    if (block == nullptr) fatal(site);
+    before->next = static_cast<kestrin_data *>(block);
+    before->records = records;
+    const ULO following = records < largest_chunk ? records * 2 : records;
+    *end_of(before->next + records) = {block, nullptr, following};
+    return before->next;
+}
+
+void free_chunks(chunk_end *end)
+{
+    for (kestrin_data *next = end->next; next != nullptr;) {
+        const chunk_end *last = end_of(next + end->records);
+        chunk_end copy = *last;
+        free(next);
+        next = copy.next;
+        *end = copy;
+    }
+    *end = {nullptr, nullptr, first_chunk};
+}
+
+void clear_errors(rt_control *rt)
+{
+    rt->rt_error_code = 0;
+    rt->rt_run_flag = 0;
+    equ(&rt->rt_error_text, nullptr);
+    equ(&rt->rt_run_text, nullptr);
+}
+
+// BREAK or EXIT has reached the top: the run ends well, with the empty string.
+void absorb_unwinding(rt_control *rt, kestrin_data *ret_dat)
+{
+    if (ret_dat->disable_ptr == 1) free_kst_data(ret_dat);
+    *ret_dat = owning_slot;
+    ret_dat->type = 'S';
+    equ(&ret_dat->svalue, nullptr);
+    rt->rt_noterror = 1;
+    rt->rt_error_code = 0;
+}
+
+} // namespace
+
+void setup_quarne_thread_safe_functionality_for_local_thread()
+{
+    find_stack_floor();
+    if (blocks != nullptr) return;
+    blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
+    if (blocks == nullptr) fatal(fatal_site::THREAD_SETUP);
+    *blocks = {initial_control, {}, {nullptr, nullptr, first_chunk}};
+    rt_ctrl = &blocks->control;
+    strings_tls = &blocks->strings;
+}
+
+void cleanup_quarne_thread_safe_functionality_for_local_thread()
+{
+    if (blocks == nullptr) return;
+    free_string(&rt_ctrl->rt_run_text);
+    free_string(&rt_ctrl->rt_error_text);
+    free_string(&rt_ctrl->rt_captured);
+    lut_free_view(&rt_ctrl->rt_scope_table);
+    free_chunks(&blocks->root);
+    rt_ctrl = nullptr;
+    strings_tls = nullptr;
+    free(blocks);
+    blocks = nullptr;
+}
+
+kestrin_data *next_frame_chunk(ULO slots, fatal_site site)
+{
+    chunk_end *here = end_of(rt_ctrl->frame_end);
+    kestrin_data *chunk = here->next;
+    if (chunk != nullptr && here->records < slots) {
+        free_chunks(here);
+        chunk = nullptr;
+    }
+    if (chunk == nullptr) chunk = make_chunk(here, slots, here->records, site);
+    rt_ctrl->frame_end = chunk + here->records;
+    rt_ctrl->frame_top = chunk + slots;
+    return chunk;
+}
+
+UCH kestrin_run(const ULO *program, kestrin_data *ret_dat, UCH capture)
+{
+    rt_control *rt = rt_ctrl;
+    clear_errors(rt);
+    equ(&rt->rt_captured, nullptr);
+    rt->rt_capture = capture;
+    rt->rt_program = rt->rt_function = program;
+
+    kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;
+    const ULO slots = image_slots(program);
+    kestrin_data *frame = slots == 0 ? nullptr : take_frame(rt, slots, fatal_site::RUN_FRAME);
+    for (ULO i = 0; i < slots; i++) frame[i] = fresh_variable;
+    rt->rt_frame = frame;
+    call(image_main_node(program), ret_dat);
+    for (ULO i = 0; i < slots; i++) release(&frame[i]);
+    rt->frame_top = saved_top;
+    rt->frame_end = saved_end;
+    rt->rt_frame = nullptr;
+
+    if (rt->rt_error_code == UNWIND_BREAK || rt->rt_error_code == UNWIND_EXIT) {
+        absorb_unwinding(rt, ret_dat);
+        return 1;
+    }
+    return rt->rt_noterror;
+}

@@ -1,0 +1,49 @@
+// The machine's record of a thread, the run of a linked program and the stack of frames.
+#pragma once
+
+#include "kestrin/errors.h"
+#include "kestrin/value.h"
+#include "strings/fatal.h"
+#include "strings/lut.h"
+
+// Unwinding marks: BREAK and EXIT travel as error codes that no program sees.
+enum : UCH { UNWIND_BREAK = 254, UNWIND_EXIT = 255 };
+
+// All state of a run, one for each thread.
+struct rt_control {
+    UCH rt_run_flag;         // syntax error code of the text passes, 0 none
+    CHR *rt_run_text;        // its text
+    UCH rt_error_code;       // runtime error code, 0 none
+    CHR *rt_error_text;      // its text
+    lut *rt_scope_table;     // function table of mapcar on this thread
+    kestrin_data *rt_frame;  // variable slots of the running function
+    const ULO *rt_program;   // root image of the running program: a counted string
+    const ULO *rt_function;  // image of the running function
+    CHR *rt_captured;        // output of a captured run
+    UCH rt_capture;          // 1: output goes to rt_captured
+    UCH rt_noterror;         // 1 while no error or unwinding is pending
+    kestrin_data *frame_top; // first free record of the stack of frames
+    kestrin_data *frame_end; // end of its current chunk; the next chunk's address stands there
+};
+
+// NULL on a thread without set-up.
+extern constinit thread_local rt_control *rt_ctrl;
+
+// Runs a linked program, a counted string, with `ret_dat` as an owning slot for the result. `capture`
+// 1 collects output in rt_captured. Returns 1 on a normal end, also by BREAK or EXIT at the top, and 0
+// with a runtime error pending.
+UCH kestrin_run(const ULO *program, kestrin_data *ret_dat, UCH capture);
+
+// Records of the thread's stack of frames from a further chunk; the caller puts frame_top and
+// frame_end back as they were when it is done. `site` is reported when memory runs out.
+kestrin_data *next_frame_chunk(ULO slots, fatal_site site);
+
+// The usual case: `slots` records right at frame_top.
+inline kestrin_data *take_frame(rt_control *rt, ULO slots, fatal_site site)
+{
+    kestrin_data *frame = rt->frame_top;
+    if (slots > ULO(rt->frame_end - frame)) [[unlikely]]
+        return next_frame_chunk(slots, site);
+    rt->frame_top = frame + slots;
+    return frame;
+}
