@@ -1,0 +1,147 @@
+// The six comparisons. The first operand's type decides and the second is cast to it; the typed
+// handlers are for a pair of one proved type.
+
+#include <utility>
+
+#include "vm/handler.h"
+#include "vm/text.h"
+
+namespace {
+
+// What a comparison is for each type: numbers, the sign of the order of two strings, equality of two
+// strings, and two nils. A first nil against another type is `nil_other`.
+struct equal {
+    template <class T>
+    static bool numbers(T a, T b) { return a == b; }
+    static bool texts(const CHR *a, const CHR *b) { return cmp(a, b); }
+    static constexpr bool nils = true, nil_other = false;
+};
+struct not_equal {
+    template <class T>
+    static bool numbers(T a, T b) { return a != b; }
+    static bool texts(const CHR *a, const CHR *b) { return !cmp(a, b); }
+    static constexpr bool nils = false, nil_other = true;
+};
+struct less {
+    template <class T>
+    static bool numbers(T a, T b) { return a < b; }
+    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) < 0; }
+    static constexpr bool nils = false, nil_other = false;
+};
+struct greater {
+    template <class T>
+    static bool numbers(T a, T b) { return a > b; }
+    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) > 0; }
+    static constexpr bool nils = false, nil_other = false;
+};
+struct less_or_equal {
+    template <class T>
+    static bool numbers(T a, T b) { return a <= b; }
+    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) <= 0; }
+    static constexpr bool nils = true, nil_other = false;
+};
+struct greater_or_equal {
+    template <class T>
+    static bool numbers(T a, T b) { return a >= b; }
+    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) >= 0; }
+    static constexpr bool nils = true, nil_other = false;
+};
+
+template <class relation>
+struct comparison {
+    template <class T>
+    static void with_number(T first, const ULO *word, kestrin_data *ret_dat)
+    {
+        const T second = fetch<CAST, T>(word, ret_dat);
+        if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(first, second));
+    }
+
+    static void with_text(const CHR *first, const ULO *word, kestrin_data *ret_dat)
+    {
+        const held_operand<const CHR *, CAST> second(word, word + 1, ret_dat, true);
+        if (!rt_ctrl->rt_noterror) return;
+        answer<SLO>(ret_dat, relation::texts(first, second.get(ret_dat)));
+    }
+
+    static void with_nil(const ULO *word, kestrin_data *ret_dat)
+    {
+        eval(word, ret_dat);
+        if (!rt_ctrl->rt_noterror) return;
+        answer<SLO>(ret_dat, ret_dat->type == 'Z' ? relation::nils : relation::nil_other);
+    }
+
+    // The text that the first operand left in the record, kept while the second takes its place.
+    static void with_own_text(const ULO *word, kestrin_data *ret_dat)
+    {
+        scratch first;
+        std::swap(first.s, ret_dat->svalue);
+        with_text(first.s, word, ret_dat);
+    }
+
+    // By the run-time type of the first operand, a record that holds it.
+    static void by_type(const kestrin_data *first, const ULO *word, kestrin_data *ret_dat)
+    {
+        switch (first->type) {
+        case 'I': return with_number(first->value.ival, word, ret_dat);
+        case 'F': return with_number(first->value.fval, word, ret_dat);
+        case 'Z': return with_nil(word, ret_dat);
+        case 'S':
+            if (first != ret_dat) return with_text(first->svalue, word, ret_dat);
+            return with_own_text(word, ret_dat);
+        default: return;
+        }
+    }
+
+    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        const ULO *node = node_at(dat_ptr);
+        // A plain variable is compared where it stands, unless the second operand could assign it.
+        if (is_node(node, func__getval) && is_quiet(node_at(dat_ptr + 1))) {
+            const kestrin_data *v = variable(node[1]);
+            if (!rt_ctrl->rt_noterror) return;
+            if (v->type != 0) return by_type(v, dat_ptr + 1, ret_dat);
+        }
+        call(node, ret_dat);
+        if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
+    }
+
+    template <class T>
+    static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        numeric<relation_of<T>>::template run<PROVED>(dat_ptr, ret_dat);
+    }
+    template <class T>
+    static SLO relation_of(T a, T b) { return relation::numbers(a, b); }
+
+    static SLO texts_of(const CHR *a, const CHR *b) { return relation::texts(a, b); }
+    static void texts(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        text<texts_of>::template run<PROVED>(dat_ptr, ret_dat);
+    }
+
+    static void nils(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        eval(dat_ptr, ret_dat);
+        eval(dat_ptr + 1, ret_dat);
+        if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::nils);
+    }
+};
+
+} // namespace
+
+#define COMPARISON(name, relation)                                                                 \
+    HANDLER(name) { comparison<relation>::generic(dat_ptr, ret_dat); }                             \
+    HANDLER(name##_i) { comparison<relation>::numbers<SLO>(dat_ptr, ret_dat); }                    \
+    HANDLER(name##_f) { comparison<relation>::numbers<DFL>(dat_ptr, ret_dat); }                    \
+    HANDLER(name##_s) { comparison<relation>::texts(dat_ptr, ret_dat); }                           \
+    HANDLER(name##_z) { comparison<relation>::nils(dat_ptr, ret_dat); }
+
+COMPARISON(equal, equal)
+COMPARISON(notequal, not_equal)
+COMPARISON(less, less)
+COMPARISON(greater, greater)
+COMPARISON(lessorequal, less_or_equal)
+COMPARISON(greaterorequal, greater_or_equal)
+#undef COMPARISON

@@ -1,0 +1,25 @@
+// The random generator is the system's and process-wide: a reset reseeds it for every thread.
+
+#include "vm/random.h"
+
+#include <cstdlib>
+#include <sys/time.h>
+
+namespace {
+
+void reseed()
+{
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    const unsigned seed = static_cast<unsigned>(now.tv_sec) + static_cast<unsigned>(now.tv_usec);
+    srandom(seed);
+    srand(seed);
+}
+
+} // namespace
+
+DFL draw(bool reset)
+{
+    if (reset) reseed();
+    return rand();
+}

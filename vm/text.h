@@ -1,0 +1,184 @@
+// Instructions over strings: the fetch of text operands and the templates that turn a function of the
+// string library into handlers.
+//
+// The first text operand is built in the result record, where the library may change it in place. A
+// constant or a plain variable is read where it stands, as long as no operand after it can assign.
+#pragma once
+
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "vm/handler.h"
+
+// A leaf that is read without touching the text in the result record.
+inline bool is_number_leaf(const ULO *node)
+{
+    return is_node(node, func__getval) || is_node(node, func__dummy_i) ||
+           is_node(node, func__getval_i) || is_node(node, func__dummy_f) ||
+           is_node(node, func__getval_f);
+}
+
+// A leaf: its evaluation changes no variable.
+inline bool is_quiet(const ULO *node)
+{
+    return is_number_leaf(node) || is_node(node, func__dummy_s) || is_node(node, func__getval_s);
+}
+inline bool all_quiet(const ULO *from, const ULO *to)
+{
+    for (; from < to; from++)
+        if (!is_quiet(node_at(from))) return false;
+    return true;
+}
+
+// Turns a record that holds any value into one that holds its text, or raises the error of an
+// undefined value; `word` is the operand word.
+void make_text(const ULO *word, kestrin_data *d);
+
+// Evaluates an operand as text into an owning slot.
+template <operands how>
+void eval_text(const ULO *word, kestrin_data *slot)
+{
+    eval(word, slot);
+    if (!slot->single || slot->type != 'S') make_text(word, slot);
+}
+
+// The text of a constant or of a variable that holds one, where it stands; NULL for anything else, an
+// allocated text otherwise.
+inline const CHR *text_in_place(const ULO *node)
+{
+    if (is_node(node, func__dummy_s)) return reinterpret_cast<const CHR *>(node + 2);
+    if (!is_node(node, func__getval) && !is_node(node, func__getval_s)) return nullptr;
+    const kestrin_data *v = variable(node[1]);
+    return v->type == 'S' ? v->svalue : nullptr;
+}
+
+// One operand of an operation, held for as long as the operation runs. `last` is behind the last
+// operand word; `empty` is true while no text stands in the record yet.
+template <class A, operands how>
+struct held_operand {
+    using number = std::conditional_t<std::is_floating_point_v<A>, DFL, SLO>;
+    number value = 0;
+    held_operand(const ULO *word, const ULO *, kestrin_data *ret_dat, bool empty)
+    {
+        if (empty || is_number_leaf(node_at(word)))
+            value = fetch<how, number>(word, ret_dat);
+        else if constexpr (std::is_same_v<number, DFL>)
+            ret_fval(word, &value);
+        else
+            ret_ival(word, &value);
+    }
+    A get(const kestrin_data *) const { return static_cast<A>(value); }
+};
+
+template <operands how>
+struct held_operand<const CHR *, how> {
+    const CHR *place = nullptr;
+    bool in_record = false;
+    scratch own;
+    held_operand(const ULO *word, const ULO *last, kestrin_data *ret_dat, bool empty)
+    {
+        if (all_quiet(word + 1, last)) place = text_in_place(node_at(word));
+        if (place != nullptr) return;
+        in_record = empty;
+        if (empty)
+            eval_text<how>(word, ret_dat);
+        else
+            ret_sval(word, &own.s);
+    }
+    const CHR *get(const kestrin_data *ret_dat) const
+    {
+        if (place != nullptr) return place;
+        return in_record ? ret_dat->svalue : own.s;
+    }
+};
+
+// All operands of an instruction, fetched in order.
+template <operands how, class... A>
+struct held_operands {
+    held_operands(const ULO *, const ULO *, kestrin_data *, bool) {}
+    template <class F, class... Got>
+    auto pass(F f, kestrin_data *, Got... got) const
+    {
+        return f(got...);
+    }
+};
+
+template <operands how, class A, class... Rest>
+struct held_operands<how, A, Rest...> {
+    static constexpr bool is_text = std::is_same_v<A, const CHR *>;
+    held_operand<A, how> first;
+    held_operands<how, Rest...> rest;
+    held_operands(const ULO *word, const ULO *last, kestrin_data *ret_dat, bool empty)
+        : first(word, last, ret_dat, empty),
+          rest(word + 1, last, ret_dat, empty && !(is_text && first_in_record()))
+    {}
+    bool first_in_record() const
+    {
+        if constexpr (is_text)
+            return first.in_record;
+        else
+            return false;
+    }
+    template <class F, class... Got>
+    auto pass(F f, kestrin_data *ret_dat, Got... got) const
+    {
+        return rest.pass(f, ret_dat, got..., first.get(ret_dat));
+    }
+};
+
+inline void answer_text(kestrin_data *ret_dat)
+{
+    ret_dat->single = 1;
+    ret_dat->type = 'S';
+}
+
+// A result that is a number: any integer type answers 'I'.
+template <class R>
+void answer_number(kestrin_data *ret_dat, R value)
+{
+    if constexpr (std::is_floating_point_v<R>)
+        answer<DFL>(ret_dat, value);
+    else
+        answer<SLO>(ret_dat, static_cast<SLO>(value));
+}
+
+// The signature of `op` says the rest: CHR *(CHR **targ, operands...) gives a string, any other result
+// is a number.
+template <auto op>
+struct text;
+
+template <class... A, CHR *(*op)(CHR **, A...)>
+struct text<op> {
+    template <operands how>
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
+        if (!rt_ctrl->rt_noterror) [[unlikely]]
+            return;
+        answer_text(ret_dat);
+        held.pass([ret_dat](A... a) { op(&ret_dat->svalue, a...); }, ret_dat);
+    }
+};
+
+template <class R, class... A, R (*op)(A...)>
+struct text<op> {
+    template <operands how>
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
+        if (!rt_ctrl->rt_noterror) [[unlikely]]
+            return;
+        answer_number(ret_dat, held.pass(op, ret_dat));
+    }
+};
+
+// An instruction without operands that answers a fixed or a looked-up value, like the leaves only
+// while no error is pending: `op` fills the record.
+template <void (*op)(kestrin_data *)>
+void answer_leaf(kestrin_data *ret_dat)
+{
+    if (!rt_ctrl->rt_noterror) return;
+    ret_dat->disable_ptr = 1;
+    op(ret_dat);
+}
