@@ -15,15 +15,16 @@ struct terminal_record {
 #undef TERM_NAME
 #undef TERM_NUMBER
 #undef TERM_STRING
-    CHR *init_status = nullptr;   // report of the last term_init(), a counted string
-    CHR *reinit_status = nullptr; // report of the last term_reinit(), NULL or empty after term_init()
+    CHR *init_status = nullptr; // report of the last term_init(), a counted string
+    CHR *reinit_status =
+        nullptr; // report of the last term_reinit(), NULL or empty after term_init()
     bool loaded = false;
     bool warning = false;  // a default or a limit took effect in the last term_init() or _reinit()
     bool wants_tty = true; // term_init() opens /dev/tty
     int tty = 2;           // descriptor for keys and window size
 
-    // For modules that must serialise terminal work; NULL are not called. The first gets the argument
-    // of term_init() or term_reinit(), the third gets 0.
+    // For modules that must serialise terminal work; NULL are not called. The first gets the
+    // argument of term_init() or term_reinit(), the third gets 0.
     void (*before_init)(const CHR *argument) = nullptr;
     void (*after_init)() = nullptr;
     void (*before_cursor)(const CHR *argument) = nullptr;
@@ -33,15 +34,15 @@ struct terminal_record {
 extern constinit terminal_record terminal;
 
 // Loads all values for the terminal type `name`, a NUL-terminated text that may lie in the record;
-// NULL or empty: for the type that the environment names in TERM. Never fails: every shortfall has a
-// default and a line in `init_status`. Opens /dev/tty anew; an earlier descriptor stays open.
+// NULL or empty: for the type that the environment names in TERM. Never fails: every shortfall has
+// a default and a line in `init_status`. Opens /dev/tty anew; an earlier descriptor stays open.
 void term_init(const CHR *name);
-// Reads the window size alone and reports in `reinit_status`. `argument` goes to the hook only. Does
-// term_init() instead if that was not done yet.
+// Reads the window size alone and reports in `reinit_status`. `argument` goes to the hook only.
+// Does term_init() instead if that was not done yet.
 void term_reinit(const CHR *argument);
 
-// Makes `*targ` the cursor string for line y, column x, both counted from 0, and returns it. If one of
-// them is negative it is the template GOTOCURSOR_TERM as it stands.
+// Makes `*targ` the cursor string for line y, column x, both counted from 0, and returns it. If one
+// of them is negative it is the template GOTOCURSOR_TERM as it stands.
 CHR *term_pre_gotoYX(CHR **targ, SSH y, SSH x);
 // The same for the template that `*targ` holds, which ends at its first NUL; NULL stays NULL.
 CHR *term_pre_goto1YX(CHR **targ, USH y, USH x);
