@@ -114,25 +114,7 @@ void copy_text(CHR **targ_errtext)
 
 void default_text()
 {
-    if (!notempty(rt_ctrl->rt_error_text)) assign(&rt_ctrl->rt_error_text, "Unknown error!");
-}
-
-void add_place(const ULO *dat_ptr)
-{
-    kst_errfmt_helper(&rt_ctrl->rt_error_text, rt_ctrl->rt_error_text, dat_ptr, 0);
-}
-
-// Code and text, or the refusal of a reserved code in the name of `caller`.
-void set_code_and_text(UCH errcode, const CHR *src_errtext, std::string_view caller)
-{
-    if (errcode <= last_free_code) {
-        rt_ctrl->rt_error_code = errcode;
-        equ(&rt_ctrl->rt_error_text, src_errtext);
-        return;
-    }
-    rt_ctrl->rt_error_code = 0;
-    assign(&rt_ctrl->rt_error_text,
-           std::string(caller).append(": Failed to assign reserved error code!"));
+    if (len(rt_ctrl->rt_error_text) == 0) assign(&rt_ctrl->rt_error_text, "Unknown error!");
 }
 
 } // namespace
@@ -142,6 +124,23 @@ void kst_errfmt_helper(CHR **text, const CHR *message, const ULO *dat_ptr, ULO v
     std::string full(view(message));
     full.append(" (").append(place_of(dat_ptr, variable)).append(")");
     assign(text, full);
+}
+
+void set_error_state(SLO code, const CHR *text, std::string_view caller)
+{
+    if (code >= 0 && code <= last_free_code) {
+        rt_ctrl->rt_error_code = static_cast<UCH>(code);
+        equ(&rt_ctrl->rt_error_text, text);
+        return;
+    }
+    rt_ctrl->rt_error_code = 0;
+    assign(&rt_ctrl->rt_error_text,
+           std::string(caller).append(": Failed to assign reserved error code!"));
+}
+
+void add_error_place(const ULO *dat_ptr)
+{
+    kst_errfmt_helper(&rt_ctrl->rt_error_text, rt_ctrl->rt_error_text, dat_ptr, 0);
 }
 
 void raise_error(rt_text text, const ULO *dat_ptr, ULO variable, std::string_view detail)
@@ -179,41 +178,41 @@ void rise_error()
 void set_error_dbg(CHR **targ_errtext, const ULO *dat_ptr)
 {
     default_text();
-    add_place(dat_ptr);
+    add_error_place(dat_ptr);
     copy_text(targ_errtext);
 }
 
 void rise_error_dbg(const ULO *dat_ptr)
 {
     default_text();
-    add_place(dat_ptr);
+    add_error_place(dat_ptr);
     raise();
 }
 
 void set_error_info(UCH errcode, CHR **targ_errtext, const CHR *src_errtext)
 {
-    set_code_and_text(errcode, src_errtext, "set_error_info");
+    set_error_state(errcode, src_errtext, "set_error_info");
     copy_text(targ_errtext);
 }
 
 void rise_error_info(UCH errcode, const CHR *src_errtext)
 {
-    set_code_and_text(errcode, src_errtext, "rise_error_info");
+    set_error_state(errcode, src_errtext, "rise_error_info");
     raise();
 }
 
 void set_error_info_dbg(UCH errcode, CHR **targ_errtext, const CHR *src_errtext,
                         const ULO *dat_ptr)
 {
-    set_code_and_text(errcode, src_errtext, "set_error_info_dbg");
-    add_place(dat_ptr);
+    set_error_state(errcode, src_errtext, "set_error_info_dbg");
+    add_error_place(dat_ptr);
     copy_text(targ_errtext);
 }
 
 void rise_error_info_dbg(UCH errcode, const CHR *src_errtext, const ULO *dat_ptr)
 {
-    set_code_and_text(errcode, src_errtext, "rise_error_info_dbg");
-    add_place(dat_ptr);
+    set_error_state(errcode, src_errtext, "rise_error_info_dbg");
+    add_error_place(dat_ptr);
     raise();
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "kestrin/value.h"
 #include "vm/errors.h"
@@ -198,12 +199,19 @@ struct numeric;
 
 template <class R, class... A, R (*op)(A...), auto fault>
 struct numeric<op, fault> {
+    // Braces fetch left to right.
+    template <operands how, std::size_t... i>
+    static std::tuple<A...> fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat,
+                                      std::index_sequence<i...>)
+    {
+        return std::tuple<A...>{fetch<how, A>(dat_ptr + i, ret_dat)...};
+    }
+
     template <operands how>
     static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        const ULO *word = dat_ptr;
-        const std::tuple<A...> args{fetch<how, A>(word++, ret_dat)...};
+        const auto args = fetch_all<how>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
         if (!rt_ctrl->rt_noterror) [[unlikely]]
             return;
         if constexpr (!std::is_null_pointer_v<decltype(fault)>) {

@@ -2,6 +2,8 @@
 
 #include "vm/text.h"
 
+#include <string>
+
 void make_text(const ULO *word, kestrin_data *d)
 {
     if (!rt_ctrl->rt_noterror) return;
@@ -13,4 +15,18 @@ void make_text(const ULO *word, kestrin_data *d)
     default: return raise_error(rt_text::RETURN_SVAL, word);
     }
     answer_text(d);
+}
+
+CHR *show_nuls(CHR **targ, const CHR *source)
+{
+    const std::string_view bytes = view(source);
+    if (bytes.find('\0') == std::string_view::npos) return equ(targ, source);
+    std::string shown;
+    for (const CHR c : bytes) {
+        if (c == 0)
+            shown.append("\\0");
+        else
+            shown.push_back(c);
+    }
+    return assign(targ, shown);
 }

@@ -33,6 +33,10 @@ inline bool all_quiet(const ULO *from, const ULO *to)
 // undefined value; `word` is the operand word.
 void make_text(const ULO *word, kestrin_data *d);
 
+// A copy of `source` for calls that end a text at its first NUL: each NUL byte becomes the two
+// characters \0.
+CHR *show_nuls(CHR **targ, const CHR *source);
+
 // Evaluates an operand as text into an owning slot.
 template <operands how>
 void eval_text(const ULO *word, kestrin_data *slot)
@@ -161,6 +165,7 @@ struct text<op> {
 };
 
 template <class R, class... A, R (*op)(A...)>
+    requires(!std::is_same_v<R, CHR *>)
 struct text<op> {
     template <operands how>
     static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -173,12 +178,25 @@ struct text<op> {
     }
 };
 
-// An instruction without operands that answers a fixed or a looked-up value, like the leaves only
-// while no error is pending: `op` fills the record.
-template <void (*op)(kestrin_data *)>
+// An instruction without operands. Like the leaves it touches nothing while an error is pending. `op` is
+// CHR *(CHR **targ) for a text; any other result is a number.
+template <auto op>
 void answer_leaf(kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
-    ret_dat->disable_ptr = 1;
-    op(ret_dat);
+    if constexpr (std::is_invocable_v<decltype(op), CHR **>) {
+        lend_again(ret_dat);
+        ret_dat->disable_ptr = 1;
+        answer_text(ret_dat);
+        op(&ret_dat->svalue);
+    } else {
+        answer_number(ret_dat, op());
+    }
 }
+
+#define LEAF_HANDLER(name, ...)                                                                    \
+    HANDLER(name)                                                                                  \
+    {                                                                                              \
+        (void)dat_ptr;                                                                             \
+        answer_leaf<__VA_ARGS__>(ret_dat);                                                         \
+    }

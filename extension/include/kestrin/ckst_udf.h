@@ -3,6 +3,7 @@
 
 #include "kestrin/errors.h"
 #include "kestrin/isa.h"
+#include "kestrin/module.h"
 #include "kestrin/strings.h"
 #include "kestrin/types.h"
 #include "kestrin/unit.h"
