@@ -1,0 +1,230 @@
+// Layout, assignment, joining and comparing of counted strings, and the failure of an allocation.
+// Every other file of the library builds its results on resize(), so the exact size of a block and
+// its zero fill are decided here and in seal() alone.
+#include "kestrin/strings.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "strings/block.h"
+#include "strings/scratch.h"
+#include "strings/state.h"
+
+constinit thread_local strings_state *strings_tls = nullptr;
+
+const CHR *strings_fault_text = "String Library memory allocation fault / out of memory.";
+
+void memory_fault(fatal_site site, const CHR *text)
+{
+    if (strings_tls == nullptr || strings_tls->fault_hook == nullptr) fatal(site, text);
+    strings_tls->fault_hook();
+}
+
+// -- Blocks ------------------------------------------------------------------------------------
+
+CHR *resize(CHR **targ, ULO size)
+{
+    if (size > LONGEST_STRING) return nullptr;
+    if (*targ == nullptr || padded(len(*targ)) != padded(size)) {
+        void *old = *targ == nullptr ? nullptr : *targ - LENGTH_WORD;
+        CHR *block = static_cast<CHR *>(realloc(old, LENGTH_WORD + padded(size)));
+        if (block == nullptr) return nullptr;
+        *targ = block + LENGTH_WORD;
+    }
+    seal(*targ, size);
+    return *targ;
+}
+
+CHR *must_resize(CHR **targ, ULO size, fatal_site site)
+{
+    if (resize(targ, size) == nullptr) fatal(site, strings_fault_text);
+    return *targ;
+}
+
+CHR *lay(CHR **targ, const CHR *source, std::string_view part, ULO front, ULO size, fatal_site site)
+{
+    if (source == nullptr || source != *targ) {
+        CHR *text = must_resize(targ, size, site);
+        if (!part.empty()) memcpy(text + front, part.data(), part.size());
+        return text;
+    }
+    const ULO from = static_cast<ULO>(part.data() - source);
+    if (size > len(source)) must_resize(targ, size, site);
+    memmove(*targ + front, *targ + from, part.size());
+    return must_resize(targ, size, site);
+}
+
+CHR *keep(CHR **targ, const CHR *source, std::string_view part)
+{
+    const fatal_site site = source == *targ ? fatal_site::SUBSTR_SAME : fatal_site::SUBSTR;
+    return lay(targ, source, part, 0, part.size(), site);
+}
+
+CHR *store(CHR **targ, std::string_view text, fatal_site site)
+{
+    if (resize(targ, text.size()) == nullptr) {
+        memory_fault(site, strings_fault_text);
+    } else if (!text.empty()) {
+        memcpy(*targ, text.data(), text.size());
+    }
+    return *targ;
+}
+
+CHR *assign(CHR **targ, std::string_view text)
+{
+    return store(targ, text, fatal_site::EQU);
+}
+
+// -- Making and assigning ----------------------------------------------------------------------
+
+CHR *mk_std_buff(CHR **buff, ULO size)
+{
+    CHR *block = size > LONGEST_STRING ? nullptr : static_cast<CHR *>(realloc(*buff, size + 1));
+    if (block == nullptr) {
+        memory_fault(fatal_site::MK_STD_BUFF, strings_fault_text);
+        return *buff;
+    }
+    block[size] = 0;
+    return *buff = block;
+}
+
+CHR *mk_fst_buff(CHR **buff, ULO size)
+{
+    if (resize(buff, size) == nullptr) memory_fault(fatal_site::MK_FST_BUFF, strings_fault_text);
+    return *buff;
+}
+
+CHR *get_std_buff(CHR **targ, const CHR *buff)
+{
+    if (buff == nullptr) return mk_fst_buff(targ, 0);
+
+    // The text may lie in the old target, so that one goes last.
+    const ULO size = strlen(buff);
+    CHR *fresh = nullptr;
+    if (resize(&fresh, size) == nullptr) {
+        memory_fault(fatal_site::GET_STD_BUFF, strings_fault_text);
+        return *targ;
+    }
+    memcpy(fresh, buff, size);
+    if (buff == *targ)
+        free(*targ);
+    else
+        free_string(targ);
+    return *targ = fresh;
+}
+
+CHR *equ(CHR **targ, const CHR *source)
+{
+    if (source != nullptr && source == *targ) return *targ;
+    const ULO size = len(source);
+    if (resize(targ, size) == nullptr)
+        memory_fault(fatal_site::EQU, strings_fault_text);
+    else if (source != nullptr)
+        memcpy(*targ, source, padded(size));
+    return *targ;
+}
+
+CHR *cat(CHR **targ, const CHR *source)
+{
+    if (source == nullptr) return *targ;
+    const bool doubles = source == *targ;
+    const ULO old = len(*targ), more = len(source);
+    CHR *text = must_resize(targ, old + more, fatal_site::CAT);
+    memcpy(text + old, doubles ? text : source, more);
+    return text;
+}
+
+CHR *lcat(CHR **targ, const CHR *source)
+{
+    if (source == *targ) return source == nullptr ? mk_fst_buff(targ, 0) : cat(targ, source);
+    const ULO old = len(*targ), more = len(source);
+    CHR *text = must_resize(targ, old + more, fatal_site::CAT);
+    memmove(text + more, text, old);
+    if (more != 0) memcpy(text, source, more);
+    return text;
+}
+
+CHR *free_string(CHR **targ)
+{
+    if (*targ != nullptr) free(*targ - LENGTH_WORD);
+    return *targ = nullptr;
+}
+
+// -- Forms that survive running out of memory --------------------------------------------------
+
+namespace {
+
+// While it lives, the thread has a hook that does nothing.
+class quiet_faults {
+public:
+    quiet_faults() { strings_tls = &block; }
+    ~quiet_faults() { strings_tls = outer; }
+    quiet_faults(const quiet_faults &) = delete;
+    quiet_faults &operator=(const quiet_faults &) = delete;
+
+private:
+    strings_state block{[] {}};
+    strings_state *outer = strings_tls;
+};
+
+} // namespace
+
+CHR *mk_std_buff_secure(CHR **buff, ULO size)
+{
+    quiet_faults quiet;
+    return mk_std_buff(buff, size);
+}
+
+CHR *mk_fst_buff_secure(CHR **buff, ULO size)
+{
+    quiet_faults quiet;
+    return mk_fst_buff(buff, size);
+}
+
+CHR *get_std_buff_secure(CHR **targ, const CHR *buff)
+{
+    quiet_faults quiet;
+    return get_std_buff(targ, buff);
+}
+
+CHR *equ_secure(CHR **targ, const CHR *source)
+{
+    quiet_faults quiet;
+    return equ(targ, source);
+}
+
+CHR *strings_version(CHR **targ)
+{
+    return store(targ, "Ostrand StrgLib v.2.2.5.", fatal_site::GET_STD_BUFF);
+}
+
+// -- Reading -----------------------------------------------------------------------------------
+
+ULO len(const CHR *string)
+{
+    return string == nullptr ? 0 : load_word(string - LENGTH_WORD);
+}
+
+UCH notempty(const CHR *string)
+{
+    return !without_front(view(string)).empty();
+}
+
+UCH cmp(const CHR *string1, const CHR *string2)
+{
+    if (string1 == string2) return 1;
+    if (string1 == nullptr || string2 == nullptr) return 0;
+    const ULO size = len(string1);
+    return size == len(string2) && memcmp(string1, string2, padded(size)) == 0;
+}
+
+SCH cmp_s(const CHR *string1, const CHR *string2)
+{
+    if (string1 == string2) return 0;
+    if (string1 == nullptr) return -1;
+    if (string2 == nullptr) return 1;
+    const ULO size1 = len(string1), size2 = len(string2);
+    const int order = memcmp(string1, string2, padded(std::min(size1, size2)));
+    if (order != 0) return order < 0 ? -1 : 1;
+    return static_cast<SCH>((size1 > size2) - (size1 < size2));
+}

@@ -1,0 +1,66 @@
+// The fatal report. Every layer ends the process through fatal(); the driver reports on its own
+// where it has more to say. The two forms differ in their last part only: a failed system call adds
+// its name, errno and the system's text, which perror() appends to a line of bounded size.
+#include "strings/fatal.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+const CHR *const memory_fault_text = "Kestrin memory allocation fault / out of memory.";
+
+char **saved_argv = nullptr;
+
+namespace {
+
+constexpr size_t LONGEST_SYSCALL_REPORT = 1024;
+
+struct site_row {
+    const CHR *module;
+    const CHR *function;
+    ULO location;
+};
+
+constexpr site_row sites[] = {
+#define FATAL_SITE(id, module, function, location) {module, function, location},
+#include "strings/fatal.def"
+#undef FATAL_SITE
+};
+
+} // namespace
+
+#define REPORT "\n%s\n%s%s%sPID=%lu, tID=%lu, Module=%s, Function=%s(), Location=%u"
+
+void fprint_error_info(const CHR *text, const CHR *module, const CHR *function, ULO location,
+                       const CHR *syscall)
+{
+    const int error = errno;
+    const bool named = saved_argv != nullptr && saved_argv[0] != nullptr;
+    const CHR *label = named ? "ProcName=" : "";
+    const CHR *name = named ? saved_argv[0] : "";
+    const CHR *comma = named ? ", " : "";
+    const unsigned long process = static_cast<unsigned long>(getpid());
+    const unsigned place = static_cast<UCH>(location);
+
+    // The engine has no thread numbers of its own: the process stands for both.
+    if (syscall == nullptr) {
+        fprintf(stderr, REPORT ".\n", text, label, name, comma, process, process, module, function,
+                place);
+    } else {
+        CHR line[LONGEST_SYSCALL_REPORT];
+        snprintf(line, sizeof line, REPORT ", SysCall=%s(), errno=%lu ", text, label, name, comma,
+                 process, process, module, function, place, syscall,
+                 static_cast<unsigned long>(error));
+        errno = error;
+        perror(line);
+    }
+    fflush(stderr);
+}
+
+void fatal(fatal_site site, const CHR *text, const CHR *syscall)
+{
+    const site_row &row = sites[static_cast<size_t>(site)];
+    fprint_error_info(text, row.module, row.function, row.location, syscall);
+    exit(1);
+}
