@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <unistd.h>
 #include <utility>
 
 #include "terminal/memory.h"
@@ -193,7 +192,6 @@ CHR *join_entry(std::string_view name, const capability_list &list, std::size_t 
         fits = is_cancellation(node->text()) || text.put(node->text());
     }
     *text.at = '\0';
-    if (!fits) [[maybe_unused]]
-        ssize_t sent = write(2, warning.data(), warning.size());
+    if (!fits) term_complain(warning);
     return entry;
 }

@@ -9,12 +9,16 @@ namespace {
 
 [[noreturn]] void memory_exhausted()
 {
-    static constexpr char text[] = "virtual memory exhausted.\n";
-    if (write(2, text, sizeof text - 1) < 0) _exit(1);
+    term_complain("virtual memory exhausted.\n");
     exit(1);
 }
 
 } // namespace
+
+void term_complain(std::string_view text)
+{
+    [[maybe_unused]] ssize_t sent = write(2, text.data(), text.size());
+}
 
 void *term_allocate(std::size_t size)
 {

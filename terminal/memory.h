@@ -4,6 +4,10 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
+
+// Writes a line to descriptor 2, past all buffers.
+void term_complain(std::string_view text);
 
 // As malloc() and realloc(), but never NULL for a size above 0.
 void *term_allocate(std::size_t size);

@@ -1,0 +1,158 @@
+// Single keys from a pseudo-terminal: waits, settings of the terminal, interrupts and failures.
+#include "terminal/keypress.h"
+
+#include <chrono>
+#include <cstring>
+
+#include "terminal/terminal.h"
+#include "tests/unit/terminal/kit.h"
+
+using keys = no_window;
+
+namespace {
+
+bool same(const termios &one, const termios &other)
+{
+    return one.c_iflag == other.c_iflag && one.c_oflag == other.c_oflag &&
+           one.c_cflag == other.c_cflag && one.c_lflag == other.c_lflag &&
+           memcmp(one.c_cc, other.c_cc, sizeof one.c_cc) == 0;
+}
+
+// Waits until a program reads keys: its terminal is raw.
+void await_raw(const pty &window)
+{
+    for (int i = 0; i < 500 && (window.state().c_lflag & ICANON); i++) usleep(10000);
+    EXPECT_FALSE(window.state().c_lflag & ICANON);
+    usleep(20000); // the handler of the interrupt key follows the switch
+}
+
+double seconds_of(ULO wait)
+{
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, term_keypressed(wait));
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void say(const char *text)
+{
+    if (write(1, text, strlen(text)) < 0) _exit(9);
+}
+
+interrupt_handler slot = nullptr;
+
+} // namespace
+
+TEST_F(keys, ComeAsTheyAreTyped)
+{
+    pty window;
+    termios before = window.state();
+    pid_t child = window.start([] { return int(term_keypressed(1)); });
+    await_raw(window);
+    termios raw = window.state();
+    EXPECT_EQ(before.c_lflag & ~tcflag_t(ICANON | ECHO | ECHOE | ECHOK | ECHONL), raw.c_lflag);
+    EXPECT_TRUE(raw.c_lflag & ISIG);
+    EXPECT_EQ(before.c_iflag, raw.c_iflag);
+    EXPECT_EQ(tcflag_t(OPOST | ONLCR), raw.c_oflag & (OPOST | ONLCR | OCRNL | ONOCR | ONLRET));
+    EXPECT_EQ(1, raw.c_cc[VMIN]);
+    EXPECT_EQ(0, raw.c_cc[VTIME]);
+    window.type("x");
+    EXPECT_EQ('x', status_of(child));
+    EXPECT_TRUE(same(before, window.state()));
+    EXPECT_EQ("", window.shown()) << "no echo";
+}
+
+TEST_F(keys, OfSeveralBytesStayInTheQueue)
+{
+    pty window;
+    pid_t child = window.start([] {
+        std::string text(1, char(term_keypressed(1)));
+        while (UCH key = term_keypressed(0)) text += char(key);
+        return text == "\033[A\xff" ? 0 : 1;
+    });
+    await_raw(window);
+    window.type("\033[A\xff");
+    EXPECT_EQ(0, status_of(child));
+}
+
+TEST_F(keys, AreWaitedForAsLongAsAsked)
+{
+    pty window;
+    termios before = window.state();
+    pid_t child = window.start([] {
+        if (seconds_of(0) > 1) return 1;
+        double waited = seconds_of(300000), longer = seconds_of(1100000);
+        return waited >= 0.29 && waited < 1 && longer >= 1.09 && longer < 5 ? 0 : 2;
+    });
+    EXPECT_EQ(0, status_of(child));
+    EXPECT_TRUE(same(before, window.state()));
+    child = window.start([] { return int(term_keypressed(~ULO(0))); });
+    await_raw(window);
+    window.type("y");
+    EXPECT_EQ('y', status_of(child));
+}
+
+TEST_F(keys, InterruptEndsTheProgram)
+{
+    for (ULO wait : {ULO(1), ULO(15000000)}) {
+        pty window;
+        termios before = window.state();
+        pid_t child = window.start([wait] { return int(term_keypressed(wait)); });
+        await_raw(window);
+        window.type("\x03");
+        EXPECT_EQ(1, status_of(child));
+        EXPECT_TRUE(same(before, window.state()));
+    }
+}
+
+TEST_F(keys, InterruptReachesAFormerHandler)
+{
+    pty window;
+    pid_t child = window.start([] {
+        former_interrupt_handler = &slot;
+        term_keypressed(0);
+        struct sigaction action;
+        sigaction(SIGINT, nullptr, &action);
+        if (action.sa_handler != SIG_DFL) return 3;
+        slot = [](int number) { say(number == SIGINT ? "former" : "?"); };
+        term_keypressed(0);
+        raise(SIGINT); // now in place again
+        return int(term_keypressed(1));
+    });
+    await_raw(window);
+    window.type("\x03");
+    EXPECT_EQ(1, status_of(child));
+    EXPECT_EQ("formerformer", window.shown().substr(0, 12));
+}
+
+TEST_F(keys, ComeFromWhatIsNoTerminalToo)
+{
+    terminal.loaded = true;
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    terminal.tty = ends[0];
+    EXPECT_EQ(0, term_keypressed(0));
+    ASSERT_EQ(2, write(ends[1], "a\xc3", 2));
+    EXPECT_EQ('a', term_keypressed(1));
+    EXPECT_EQ(0xc3, term_keypressed(0));
+    close(ends[1]);
+    EXPECT_EQ(0, term_keypressed(1)) << "end of file";
+    close(ends[0]);
+    terminal = terminal_record{};
+}
+
+TEST_F(keys, FailuresEndTheProcessWithAReport)
+{
+    static const struct {
+        ULO wait;
+        const char *report;
+    } cases[] = {
+        {0, "RAW_TTY: synchronous I/O multiplexing error.(.|\n)*keypressed(.|\n)*select"},
+        {1, "RAW_TTY: error getting char from /dev/tty.(.|\n)*keypressed(.|\n)*read"},
+    };
+    terminal.loaded = true;
+    terminal.tty = 1000; // not open
+    for (auto &row : cases) {
+        EXPECT_EXIT(term_keypressed(row.wait), testing::ExitedWithCode(1), row.report);
+    }
+    terminal = terminal_record{};
+}

@@ -1,0 +1,221 @@
+// The eleven values, their report, and the cursor strings that programs ask for.
+#include "terminal/terminal.h"
+
+#include "strings/scratch.h"
+#include "tests/unit/terminal/kit.h"
+
+namespace {
+
+// The record starts each test as it starts a process.
+struct values : no_window {
+    values()
+    {
+        terminal.wants_tty = false;
+        unsetenv("TERM");
+        setenv("TERMCAP", "/no/such/file", 1);
+    }
+    ~values() override
+    {
+#define TERM_NAME(name, standard) free_string(&terminal.name);
+#define TERM_NUMBER(name, capability, standard, few, least, what)
+#define TERM_STRING(name, capability, standard, what) free_string(&terminal.name);
+#include "terminal/terminal.def"
+        free_string(&terminal.init_status);
+        free_string(&terminal.reinit_status);
+        terminal = terminal_record{};
+    }
+};
+
+std::string size()
+{
+    return std::to_string(terminal.LINES_TERM) + "x" + std::to_string(terminal.COLUMNS_TERM);
+}
+
+std::string no_capability(const std::string &what)
+{
+    return "`" + what + "' capability was not found, default value is used!\n";
+}
+
+const std::string NO_NAME = "Environment variable TERM has not been found!\n",
+                  NO_ENTRY = "Cannot find terminal section in terminal database!\n",
+                  TWICE = "Warning: duplicate loading of termcap information!\n",
+                  FEW_LINES = "`Number of lines (li)' capability is less than 24!\n",
+                  FEW_COLUMNS = "`Number of columns (co)' capability is less than 80!\n";
+
+std::string default_report(const std::string &type)
+{
+    return "Current termcap settings:\n  TERM_TYPE=`" + type +
+           "'; LINES_TERM=`25'; COLUMNS_TERM=`80';\n"
+           "  CLRSCR_TERM=`\\e[m\\e[7h\\e[2J'; REVERSE_TERM=`\\e[7m'; BLINK_TERM=`';\n"
+           "  BOLD_TERM=`\\e[1m'; NORMAL_TERM=`\\e[m'; HIDECURSOR_TERM=`';\n"
+           "  SHOWCURSOR_TERM=`'; GOTOCURSOR_TERM=`\\e[%i%d;%dH'.\n";
+}
+
+std::string calls;
+
+} // namespace
+
+TEST_F(values, AreDefaultsWithoutADatabase)
+{
+    term_init(nullptr);
+    EXPECT_EQ(NO_NAME + NO_ENTRY + default_report("ansi.sys"), view(terminal.init_status));
+    EXPECT_TRUE(terminal.warning && terminal.loaded);
+    setenv("TERM", "marvel", 1);
+    term_init("");
+    EXPECT_EQ(TWICE + NO_ENTRY + default_report("marvel"), view(terminal.init_status));
+    term_init("other");
+    term_init(terminal.TERM_TYPE);
+    EXPECT_EQ("other", view(terminal.TERM_TYPE));
+}
+
+TEST_F(values, ComeFromTheDatabase)
+{
+    database file("full:li#30:co#100:cl=C:mr=R:mb=B:md=D:me=E:vi=I:ve=V:cm=%d.%d:\n"
+                  "bare:am:\n");
+    term_init("full");
+    EXPECT_EQ("Current termcap settings:\n"
+              "  TERM_TYPE=`full'; LINES_TERM=`30'; COLUMNS_TERM=`100';\n"
+              "  CLRSCR_TERM=`C'; REVERSE_TERM=`R'; BLINK_TERM=`B';\n"
+              "  BOLD_TERM=`D'; NORMAL_TERM=`E'; HIDECURSOR_TERM=`I';\n"
+              "  SHOWCURSOR_TERM=`V'; GOTOCURSOR_TERM=`%d.%d'.\n",
+              view(terminal.init_status));
+    EXPECT_FALSE(terminal.warning);
+    term_init("full");
+    EXPECT_TRUE(view(terminal.init_status).starts_with(TWICE));
+    EXPECT_FALSE(terminal.warning);
+    term_init("bare");
+    std::string missing;
+    for (const char *what :
+         {"Number of lines (li)", "Number of columns (co)", "Clear screen and cursor home (cl)",
+          "Start reverse mode (mr)", "Start blinking (mb)", "Start bold mode (md)",
+          "End all modes like mb,md,mr (me)", "Cursor invisible (vi)", "Cursor visible (ve)",
+          "Cursor move (cm)"}) {
+        missing += no_capability(what);
+    }
+    EXPECT_EQ(TWICE + missing + default_report("bare"), view(terminal.init_status));
+    EXPECT_TRUE(terminal.warning);
+}
+
+TEST_F(values, KeepTheSizeWithinLimits)
+{
+    static const struct {
+        int lines, columns;
+        const char *size;
+        std::string messages;
+    } cases[] = {
+        {24, 80, "24x80", ""},
+        {23, 79, "23x79", FEW_LINES + FEW_COLUMNS},
+        {12, 80, "12x80", FEW_LINES},
+        {10, 40, "10x40", FEW_LINES + FEW_COLUMNS},
+        {9, 39, "10x40", FEW_LINES + FEW_COLUMNS},
+        {-3, 40000, "10x40", FEW_LINES + FEW_COLUMNS},
+        {65535, -1, "25x80",
+         no_capability("Number of lines (li)") + no_capability("Number of columns (co)")},
+    };
+    for (auto &row : cases) {
+        database file("t:li#" + std::to_string(row.lines) + ":co#" + std::to_string(row.columns) +
+                      ":cl=:mr=:mb=:md=:me=:vi=:ve=:cm=:");
+        terminal.loaded = false;
+        term_init("t");
+        EXPECT_EQ(row.size, size());
+        std::string_view status = view(terminal.init_status);
+        EXPECT_EQ(row.messages, status.substr(0, status.find("Current")));
+        EXPECT_EQ(!row.messages.empty(), terminal.warning);
+    }
+}
+
+TEST_F(values, FollowTheWindow)
+{
+    static const struct {
+        unsigned short rows, columns;
+        const char *size;
+        std::string messages;
+        bool warning;
+    } cases[] = {
+        {50, 132, "50x132", "", false},
+        {20, 60, "20x60", FEW_LINES + FEW_COLUMNS, true},
+        {5, 30, "10x40", FEW_LINES + FEW_COLUMNS, true},
+        {0, 0, "25x80", "", true},
+        {40000, 0, "25x80", "", true},
+    };
+    term_reinit("x");
+    EXPECT_EQ(nullptr, terminal.reinit_status) << "the first call loads, nothing else";
+    EXPECT_EQ("25x80", size());
+    pty window;
+    terminal.tty = window.far;
+    for (auto &row : cases) {
+        window.set_window(row.rows, row.columns);
+        term_reinit(nullptr);
+        EXPECT_EQ(row.size, size());
+        std::string at = size(), lines = at.substr(0, at.find('x')),
+                    columns = at.substr(at.find('x') + 1);
+        EXPECT_EQ(row.messages + "Current termcap reinit settings:\n  LINES_TERM=`" + lines +
+                      "'; COLUMNS_TERM=`" + columns + "'.\n",
+                  view(terminal.reinit_status));
+        EXPECT_EQ(row.warning, terminal.warning);
+    }
+    terminal.tty = -1;
+    term_reinit(nullptr);
+    EXPECT_EQ("25x80", size()) << "a query that fails reads as 0 by 0";
+    term_init(nullptr);
+    EXPECT_EQ(0U, len(terminal.reinit_status));
+}
+
+TEST_F(values, BuildCursorStrings)
+{
+    scratch text;
+    EXPECT_EQ("\033[1;1H", view(term_pre_gotoYX(&text.s, 0, 0)));
+    EXPECT_EQ("\033[25;80H", view(term_pre_gotoYX(&text.s, 24, 79)));
+    EXPECT_EQ("\033[%i%d;%dH", view(term_pre_gotoYX(&text.s, -1, 0)));
+    EXPECT_EQ("\033[%i%d;%dH", view(term_pre_gotoYX(&text.s, 0, -1)));
+    EXPECT_EQ("\033[3;4H", view(term_pre_goto1YX(&text.s, 2, 3)));
+    assign(&text.s, "%a-p@%a-c\1%a/c\1%f%d;%d");
+    EXPECT_EQ("7", view(term_pre_goto1YX(&text.s, 65535, 7)).substr(0, 1));
+    assign(&text.s, std::string(300, 'a') + "%d");
+    EXPECT_EQ(std::string(300, 'a') + "<535",
+              view(term_pre_goto1YX(&text.s, 12535, 0)).substr(0, 304));
+    assign(&text.s, std::string_view("a\0b", 3));
+    EXPECT_EQ("a", view(term_pre_goto1YX(&text.s, 0, 0)));
+    scratch none;
+    EXPECT_EQ(nullptr, term_pre_goto1YX(&none.s, 0, 0));
+    EXPECT_TRUE(terminal.loaded);
+}
+
+TEST_F(values, CallTheHooks)
+{
+    calls.clear();
+    terminal.before_init = [](const char *argument) { calls += argument ? argument : "0"; };
+    terminal.after_init = [] { calls += ")"; };
+    terminal.before_cursor = [](const char *argument) { calls += argument ? "?" : "["; };
+    terminal.after_cursor = [] { calls += "]"; };
+    scratch text;
+    term_pre_gotoYX(&text.s, -1, 0);
+    term_pre_goto1YX(&text.s, 1, 2);
+    term_init("a");
+    term_reinit("b");
+    EXPECT_EQ("0)[][]a)b)", calls);
+}
+
+TEST_F(values, OpenTheTerminal)
+{
+    pty window;
+    window.set_window(33, 99);
+    pid_t child = window.start([] {
+        terminal.wants_tty = true;
+        term_init(nullptr);
+        int first = terminal.tty;
+        term_init(nullptr);
+        if (first <= 2 || terminal.tty <= first || !isatty(first)) return 1;
+        term_reinit(nullptr);
+        return size() == "33x99" ? 0 : 2;
+    });
+    EXPECT_EQ(0, status_of(child));
+    child = window.start([] {
+        setsid();
+        ioctl(0, TIOCNOTTY);
+        terminal.wants_tty = true;
+        term_init(nullptr);
+        return terminal.tty;
+    });
+    EXPECT_EQ(2, status_of(child)) << "without a controlling terminal";
+}
