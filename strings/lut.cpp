@@ -1,5 +1,5 @@
-// The sorted key table. Small on purpose: one search serves adding and finding, and the table grows in
-// fixed steps, because a few hundred keys are all that it usually holds.
+// The sorted key table. Small on purpose: one search serves adding and finding, and the table grows
+// in fixed steps, because a few hundred keys are all that it usually holds.
 
 #include "strings/lut.h"
 
@@ -8,6 +8,7 @@
 
 #include "kestrin/strings.h"
 #include "strings/fatal.h"
+#include "strings/scratch.h"
 
 namespace {
 
@@ -49,15 +50,20 @@ ULO lower_bound(const lut *table, const CHR *key, ULO scope)
     return lo;
 }
 
+void reserve(lut *table, ULO count)
+{
+    if (count <= table->lut_capacity) return;
+    const ULO capacity = (count + step - 1) / step * step;
+    auto **grown =
+        static_cast<lut_entry **>(realloc(table->lut_entries, capacity * sizeof(lut_entry *)));
+    if (grown == nullptr) fatal(fatal_site::LUT_ADD_GROW);
+    table->lut_entries = grown;
+    table->lut_capacity = capacity;
+}
+
 void insert(lut *table, ULO position, lut_entry *entry)
 {
-    if (table->lut_count == table->lut_capacity) {
-        const ULO bytes = (table->lut_capacity + step) * sizeof(lut_entry *);
-        auto **grown = static_cast<lut_entry **>(realloc(table->lut_entries, bytes));
-        if (grown == nullptr) fatal(fatal_site::LUT_ADD_GROW);
-        table->lut_entries = grown;
-        table->lut_capacity += step;
-    }
+    reserve(table, table->lut_count + 1);
     lut_entry **place = table->lut_entries + position;
     memmove(place + 1, place, (table->lut_count - position) * sizeof(lut_entry *));
     *place = entry;
@@ -95,6 +101,21 @@ UCH lut_add(lut **table, const CHR *key, SLO value)
     }
     insert(*table, position, new_entry(key, value, scope, fatal_site::LUT_ADD_ENTRY));
     return 0;
+}
+
+void lut_add_sorted(lut *table, const lut_pair *fresh, ULO count)
+{
+    reserve(table, table->lut_count + count);
+    ULO from = table->lut_count, to = from + count;
+    table->lut_count = to;
+    scratch key;
+    for (ULO i = count; i > 0; i--) {
+        assign(&key.s, fresh[i - 1].key);
+        while (from > 0 && cmp_s(table->lut_entries[from - 1]->key, key.s) > 0)
+            table->lut_entries[--to] = table->lut_entries[--from];
+        table->lut_entries[--to] =
+            new_entry(key.s, fresh[i - 1].value, table->lut_scope, fatal_site::LUT_ADD_ENTRY);
+    }
 }
 
 UCH lut_get(const lut *table, const CHR *key, SLO *value)

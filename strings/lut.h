@@ -2,6 +2,8 @@
 // known functions in it, mapcar its view of them, the decompiler the names that it makes up.
 #pragma once
 
+#include <string_view>
+
 #include "kestrin/types.h"
 
 struct lut_entry {
@@ -21,6 +23,14 @@ struct lut {
 // Enters a key in the current scope. Returns 1 if it stood there already (its value is replaced), 0
 // for a new entry. A NULL `*table` is created with the entry in scope 0.
 UCH lut_add(lut **table, const CHR *key, SLO value);
+
+// Enters many keys that stand in no scope of the table yet, in one pass; `fresh` gives their keys
+// and values in the order of the table.
+struct lut_pair {
+    std::string_view key;
+    SLO value;
+};
+void lut_add_sorted(lut *table, const lut_pair *fresh, ULO count);
 
 // Finds the value of a key, that of the latest scope if there are several; but a run of equal keys
 // that reaches the end of the table answers with the entry before the last. Returns 1 if found.

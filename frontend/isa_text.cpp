@@ -1,0 +1,287 @@
+// The instruction tables as text: what a unit's main reads and changes before the engine starts, and
+// what a precompiled file is bound to.
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+#include "frontend/groups.h"
+#include "frontend/isa.h"
+#include "frontend/isa_store.h"
+#include "frontend/words.h"
+#include "kestrin/strings.h"
+#include "strings/fatal.h"
+#include "strings/scratch.h"
+
+namespace {
+
+std::mutex tables;
+
+const CHR changed_isa[] =
+    "() call is not allowed after _internal_ISA_COPs_set() has already changed ISA COPs (note that "
+    "optionally you can reset ISA COPs back to their original state by calling "
+    "_internal_ISA_COPs_set() with an empty argument string).";
+const CHR already_started[] = "() call is not allowed after the VM engine is already started.";
+
+void require(bool allowed, fatal_site site, const CHR *function, const CHR *text)
+{
+    if (!allowed) fatal(site, std::string(function).append(text).c_str());
+}
+
+void append_address(std::string *text, fcall handler)
+{
+    text->append(" ").append(std::to_string(reinterpret_cast<ULO>(handler)));
+}
+
+void append_signature(std::string *text, std::string_view name, SSH operands, UCH ret_type,
+                      std::string_view letters)
+{
+    text->append("(").append(name).append(" ").append(std::to_string(operands)).append(" ");
+    text->push_back(static_cast<CHR>(ret_type));
+    text->append(" \"").append(letters).append("\"");
+}
+
+// Takes the first token off `rest`.
+std::string take_token(scratch *rest)
+{
+    scratch token;
+    lsp_head(&token.s, rest->s);
+    lsp_tail(&rest->s, rest->s);
+    return std::string(view(token.s));
+}
+
+bool is_list(std::string_view token)
+{
+    return token.size() >= 2 && token.front() == '(' && token.back() == ')';
+}
+
+ULO count_lists(const CHR *table)
+{
+    scratch rest;
+    equ(&rest.s, table);
+    ULO count = 0;
+    while (is_list(take_token(&rest))) count++;
+    return count;
+}
+
+// What stands in front of the handlers in a row of either table.
+struct row_text {
+    std::string name, letters;
+    SSH operands;
+    UCH ret_type;
+};
+
+row_text read_signature(scratch *row)
+{
+    row_text read;
+    read.name = take_token(row);
+    read.operands = static_cast<SSH>(atol(take_token(row).c_str()));
+    const std::string ret_type = take_token(row);
+    read.ret_type = ret_type.empty() ? 0 : static_cast<UCH>(ret_type.front());
+    scratch letters;
+    assign(&letters.s, take_token(row));
+    if (len(letters.s) >= 2 && *letters.s == '"')
+        alltrim(&letters.s, leftr(&letters.s, rightl(&letters.s, letters.s, 1), 1));
+    read.letters = view(letters.s);
+    return read;
+}
+
+fcall read_handler(scratch *row)
+{
+    return reinterpret_cast<fcall>(atol(take_token(row).c_str()));
+}
+
+// The next row of a table text, its parentheses gone.
+void take_row(scratch *row, scratch *rest)
+{
+    const std::string token = take_token(rest);
+    assign(&row->s, std::string_view(token).substr(1, token.size() - 2));
+    alltrim(&row->s, row->s);
+}
+
+CHR *new_string(std::string_view text)
+{
+    CHR *string = nullptr;
+    return assign(&string, text);
+}
+
+void free_isa()
+{
+    if (isa_is_built_in()) return;
+    for (ULO i = 0; i < isa_count; i++) {
+        free_string(isa_table[i].mnemonic);
+        delete isa_table[i].mnemonic;
+        CHR *letters = const_cast<CHR *>(isa_table[i].op_type);
+        free_string(&letters);
+    }
+    free(isa_table);
+    restore_built_in_isa();
+}
+
+void read_isa_row(isa_row *row, scratch *text)
+{
+    const row_text read = read_signature(text);
+    row->mnemonic = new CHR *(new_string(read.name));
+    row->operands = read.operands;
+    row->ret_type = read.ret_type;
+    row->op_type = new_string(read.letters);
+    for (fcall &slot : row->slots) slot = read_handler(text);
+}
+
+// An ISAext table made from text owns its names and letters.
+bool isaext_is_made = false;
+
+void free_isaext()
+{
+    if (isaext_is_made) {
+        for (ULO i = 0; i < isaext_count; i++) {
+            free(const_cast<CHR *>(isaext_table[i].fnc_name));
+            free(const_cast<UCH *>(isaext_table[i].op_type));
+        }
+        free(const_cast<INSTRUCTION_STRU *>(isaext_table));
+    }
+    isaext_is_made = false;
+    isaext_table = nullptr;
+    bind_isaext();
+}
+
+void read_isaext_row(INSTRUCTION_STRU *row, scratch *text)
+{
+    const row_text read = read_signature(text);
+    *row = {strdup(read.name.c_str()), read.operands, read.ret_type,
+            reinterpret_cast<const UCH *>(strdup(read.letters.c_str())), read_handler(text)};
+    if (row->fnc_name == nullptr || row->op_type == nullptr)
+        fatal(fatal_site::ISAEXT_SET_ROWS, "Out of memory.");
+}
+
+void *allocate_rows(ULO count, ULO size, fatal_site site)
+{
+    void *rows = calloc(count, size);
+    if (rows == nullptr) fatal(site, "Out of memory.");
+    return rows;
+}
+
+} // namespace
+
+void _internal_ISA_COP_mnemonics_get(CHR **lst)
+{
+    require(isa_is_built_in(), fatal_site::MNEMONICS_GET_FOREIGN, "_internal_ISA_COP_mnemonics_get",
+            changed_isa);
+    const std::lock_guard lock(tables);
+    std::string text;
+    for (const CHR *cell : isa_mnemonics) text.append(view(cell)).append(" ");
+    assign(lst, text);
+    rtrim(lst, *lst);
+}
+
+void _internal_ISA_COP_mnemonics_set(const CHR *list)
+{
+    const CHR name[] = "_internal_ISA_COP_mnemonics_set";
+    require(engine_open != 0, fatal_site::MNEMONICS_SET_STARTED, name, already_started);
+    require(isa_is_built_in(), fatal_site::MNEMONICS_SET_FOREIGN, name, changed_isa);
+    const std::lock_guard lock(tables);
+    scratch rest;
+    equ(&rest.s, list);
+    for (CHR *&cell : isa_mnemonics) {
+        const std::string word = take_token(&rest);
+        if (word.empty()) break;
+        if (word == view(cell)) continue;
+        if (is_built_in_mnemonic(cell)) cell = nullptr;
+        assign(&cell, word);
+    }
+    forget_words();
+}
+
+UCH _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_get()
+{
+    return names_are_utf8;
+}
+
+void _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set(UCH ASCIIorUTF8)
+{
+    require(engine_open != 0, fatal_site::NAMES_MODE_SET_STARTED,
+            "_internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set", already_started);
+    names_are_utf8 = ASCIIorUTF8;
+}
+
+void _internal_ISA_COPs_get_(CHR **tab, UCH with_handlers)
+{
+    const std::lock_guard lock(tables);
+    std::string text;
+    for (ULO i = 0; i < isa_count; i++) {
+        const isa_row &row = isa_table[i];
+        append_signature(&text, view(*row.mnemonic), row.operands, row.ret_type, view(row.op_type));
+        if (with_handlers)
+            for (fcall slot : row.slots) append_address(&text, slot);
+        text.append(")");
+    }
+    assign(tab, text);
+}
+
+void _internal_ISAext_COPs_get_(CHR **tab, UCH with_handlers)
+{
+    const std::lock_guard lock(tables);
+    bind_isaext();
+    std::string text;
+    for (ULO i = 0; i < isaext_count; i++) {
+        const INSTRUCTION_STRU &row = isaext_table[i];
+        append_signature(&text, row.fnc_name, row.operands, row.ret_type, operand_letters(row));
+        if (with_handlers) append_address(&text, row.func_ptr);
+        text.append(")");
+    }
+    assign(tab, text);
+}
+
+void _internal_ISA_COPs_get(CHR **tab)
+{
+    _internal_ISA_COPs_get_(tab, 1);
+}
+
+void _internal_ISAext_COPs_get(CHR **tab)
+{
+    _internal_ISAext_COPs_get_(tab, 1);
+}
+
+void _internal_ISA_COPs_set(const CHR *table)
+{
+    require(engine_open != 0, fatal_site::ISA_SET_STARTED, "_internal_ISA_COPs_set",
+            already_started);
+    const std::lock_guard lock(tables);
+    free_isa();
+    forget_words();
+    const ULO count = count_lists(table);
+    if (count == 0) return;
+    auto *rows = static_cast<isa_row *>(
+        allocate_rows(count, sizeof(isa_row), fatal_site::ISA_SET_ROWS));
+    scratch rest, row;
+    equ(&rest.s, table);
+    for (ULO i = 0; i < count; i++) {
+        take_row(&row, &rest);
+        read_isa_row(&rows[i], &row);
+    }
+    isa_table = rows;
+    isa_count = count;
+}
+
+void _internal_ISAext_COPs_set(const CHR *table)
+{
+    require(engine_open != 0, fatal_site::ISAEXT_SET_STARTED, "_internal_ISAext_COPs_set",
+            already_started);
+    const std::lock_guard lock(tables);
+    free_isaext();
+    forget_words();
+    const ULO count = count_lists(table);
+    if (count == 0) return;
+    auto *rows = static_cast<INSTRUCTION_STRU *>(
+        allocate_rows(count, sizeof(INSTRUCTION_STRU), fatal_site::ISAEXT_SET_ROWS));
+    scratch rest, row;
+    equ(&rest.s, table);
+    for (ULO i = 0; i < count; i++) {
+        take_row(&row, &rest);
+        read_isaext_row(&rows[i], &row);
+    }
+    isaext_table = rows;
+    isaext_count = count;
+    isaext_is_made = true;
+}

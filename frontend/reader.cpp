@@ -1,0 +1,95 @@
+// The reader works line by line: the balance of quotes is settled at the end of each line, before any
+// parenthesis is looked at, and the line number is known for the one message that it has.
+
+#include "frontend/reader.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "frontend/walk.h"
+#include "strings/fatal.h"
+#include "strings/scratch.h"
+
+namespace {
+
+// Cleans one trimmed line in place and returns how much of it stays: all in front of a comment.
+ULO clean_line(std::string *line, bool *in_string)
+{
+    ULO i = 0;
+    while (i < line->size()) {
+        CHR &c = (*line)[i];
+        if (c == 0)
+            c = ' ';
+        else if (c == '"')
+            *in_string = !*in_string;
+        else if (*in_string)
+            i += c == '\\'; // the hidden byte is not looked at
+        else if (c == '#')
+            return i;
+        else if (static_cast<UCH>(c) < 32)
+            c = ' ';
+        i++;
+    }
+    return line->size();
+}
+
+[[noreturn]] void refuse_line(const CHR *path, ULO line)
+{
+    fprintf(stderr, "\n`%s': line %lu: `\"' has been mixed up.\n", path, line);
+    exit(1);
+}
+
+} // namespace
+
+bool read_raw(std::string *contents, const CHR *path, const CHR **failed_call)
+{
+    *failed_call = "open";
+    const int file = open(path, O_RDONLY);
+    if (file < 0) return false;
+    *failed_call = "read";
+    static CHR buffer[65536];
+    ssize_t got;
+    while ((got = read(file, buffer, sizeof buffer)) > 0)
+        contents->append(buffer, static_cast<ULO>(got));
+    const int error = errno;
+    close(file);
+    errno = error;
+    return got == 0;
+}
+
+ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes)
+{
+    joined->reserve(text.size() + 1);
+    bool in_string = false;
+    std::string line;
+    for (ULO number = 1;; number++) {
+        const auto end = text.find('\n');
+        line = trimmed(text.substr(0, end));
+        const ULO kept = clean_line(&line, &in_string);
+        if (in_string && !carry_quotes) return number;
+        joined->append(right_trimmed(std::string_view(line).substr(0, kept))).append(" ");
+        if (end == text.npos) break;
+        text.remove_prefix(end + 1);
+    }
+    joined->resize(right_trimmed(*joined).size());
+    return 0;
+}
+
+void read_from_file(CHR **targ, const CHR *path)
+{
+    std::string contents, joined;
+    const CHR *failed_call = nullptr;
+    if (!read_raw(&contents, path, &failed_call)) {
+        const int error = errno;
+        const std::string text =
+            std::string("Failed while ").append(failed_call).append("ing file `").append(path).append("'.");
+        errno = error;
+        fatal(fatal_site::READ_FROM_FILE, text.c_str(), failed_call);
+    }
+    const ULO refused = join_lines(&joined, contents, false);
+    if (refused != 0) refuse_line(path, refused);
+    assign(targ, joined);
+}
