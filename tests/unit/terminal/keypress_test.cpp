@@ -150,7 +150,7 @@ TEST_F(keys, FailuresEndTheProcessWithAReport)
         {1, "RAW_TTY: error getting char from /dev/tty.(.|\n)*keypressed(.|\n)*read"},
     };
     terminal.loaded = true;
-    terminal.tty = 1000; // not open
+    terminal.tty = 40; // not open
     for (auto &row : cases) {
         EXPECT_EXIT(term_keypressed(row.wait), testing::ExitedWithCode(1), row.report);
     }

@@ -211,7 +211,7 @@ TEST_F(values, OpenTheTerminal)
     });
     EXPECT_EQ(0, status_of(child));
     child = window.start([] {
-        setsid();
+        signal(SIGHUP, SIG_IGN);
         ioctl(0, TIOCNOTTY);
         terminal.wants_tty = true;
         term_init(nullptr);
