@@ -150,8 +150,8 @@ void mend_red(rbt_node *node)
     if (node->is_root) node->red = 0;
 }
 
-// Gives the black that is missing below `node` from its sibling, which is inner and black. True when
-// nothing is missing any more.
+// Gives the black that is missing below `node` from its sibling, which is inner and black. True
+// when nothing is missing any more.
 bool borrow_black(rbt_node *node, rbt_node *sibling)
 {
     rbt_node *parent = node->parent;
@@ -211,9 +211,12 @@ rbt_node *split(rbt_node *old, rbt_node *below, rbt_node *above)
     return gap;
 }
 
+constexpr ULO largest_block = INT64_MAX;
+
 // Memory for a block; a block of no bytes has an address as well.
 void *zeros(ULO size)
 {
+    if (size > largest_block) return nullptr;
     return calloc(1, std::max<ULO>(size, 1));
 }
 
@@ -246,10 +249,7 @@ void rbt_insert(rbt_node *header, ULO key, ULO size)
     const bool behind = key > place->key.number;
     link_before(behind ? header : place, leaf);
     rbt_node *gap = behind ? split(place, place, leaf) : split(place, leaf, place);
-    if (behind)
-        name_last(gap, leaf);
-    else
-        name_first(gap, leaf);
+    if (!behind) name_first(gap, leaf); // behind the last leaf there is no further gap
     mend_red(gap);
 }
 
@@ -291,7 +291,7 @@ ULO replicate_block(const rbt_node *block)
 ULO reallocate_block(rbt_node *block, ULO size)
 {
     const ULO old = block->key.number, recorded = block->size.number;
-    if (size == 0) return 0;
+    if (size == 0 || size > largest_block) return 0;
     // Offsets up to the recorded size stay allowed, so the bytes must stay too.
     if (size <= recorded) return old;
     CHR *bytes = static_cast<CHR *>(realloc(block_bytes(block), size));

@@ -2,8 +2,8 @@
 // descriptor is the block's address, and only what the registry knows is ever touched. Behind
 // handlers/heap.cpp. Process-wide and without a lock.
 //
-// The registry is a red-black tree whose leaves are the blocks. A leaf also has its place in a ring in
-// ascending order that runs through the header. An inner node stands for the gap between two
+// The registry is a red-black tree whose leaves are the blocks. A leaf also has its place in a ring
+// in ascending order that runs through the header. An inner node stands for the gap between two
 // neighbours of the ring and names both, so that a search compares with keys of leaves only.
 #pragma once
 
@@ -55,8 +55,8 @@ inline CHR *block_bytes(const rbt_node *block)
     return reinterpret_cast<CHR *>(block->key.number);
 }
 
-// Ranges of a block: the word of that index, and `length` bytes from `offset`. A negative length is no
-// fault of the range.
+// Ranges of a block: the word of that index, and `length` bytes from `offset`. A negative length is
+// no fault of the range.
 inline bool holds_word(const rbt_node *block, SLO index)
 {
     return index >= 0 && static_cast<ULO>(index) < block->size.number / sizeof(ULO);
@@ -69,7 +69,7 @@ inline bool holds_bytes(const rbt_node *block, SLO offset, SLO length)
 // A new block of zeros, and a copy of a block: the descriptor, or 0 if there is no memory.
 ULO create_block(ULO size);
 ULO replicate_block(const rbt_node *block);
-// The descriptor afterwards; 0, with the block as it was, if there is no memory or the size is 0. If
-// the block stays where it is, its recorded size stays too, so that a block never shrinks.
+// The descriptor afterwards; 0, with the block as it was, if there is no memory or the size is 0.
+// If the block stays where it is, its recorded size stays too, so that a block never shrinks.
 ULO reallocate_block(rbt_node *block, ULO size);
 void delete_block(rbt_node *block);

@@ -1,5 +1,5 @@
-// Instructions of the asynchronous heap. Every use of a descriptor is looked up first, and every offset
-// is held against the block's size: words for numbers, bytes for strings.
+// Instructions of the asynchronous heap. Every use of a descriptor is looked up first, and every
+// offset is held against the block's size: words for numbers, bytes for strings.
 
 #include <cstring>
 
@@ -10,19 +10,17 @@
 namespace {
 
 // An operation that answers through its first parameter and gives the error to raise, or NONE.
-template <auto op>
-struct checked;
+template <auto op> struct checked;
 
-template <class R, class... A, rt_text (*op)(R *, A...)>
-struct checked<op> {
-    template <operands how>
-    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <class R, class... A, rt_text (*op)(R *, A...)> struct checked<op> {
+    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
         const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
         if (!rt_ctrl->rt_noterror) [[unlikely]]
             return;
-        const rt_text found = held.pass([ret_dat](A... a) { return answer_by(ret_dat, a...); }, ret_dat);
+        const rt_text found =
+            held.pass([ret_dat](A... a) { return answer_by(ret_dat, a...); }, ret_dat);
         if (found != rt_text::NONE) [[unlikely]]
             raise_error(found, dat_ptr);
     }
@@ -43,8 +41,7 @@ struct checked<op> {
 };
 
 // An operation on a whole block.
-template <auto op, rt_text no_block>
-rt_text with_block(SLO *result, ULO descriptor)
+template <auto op, rt_text no_block> rt_text with_block(SLO *result, ULO descriptor)
 {
     rbt_node *block = find_block(descriptor);
     if (block == nullptr) return no_block;
@@ -52,15 +49,24 @@ rt_text with_block(SLO *result, ULO descriptor)
     return rt_text::NONE;
 }
 
-SLO address(const rbt_node *block) { return static_cast<SLO>(block->key.number); }
-SLO replicate(const rbt_node *block) { return static_cast<SLO>(replicate_block(block)); }
-SLO remove(rbt_node *block)
+SLO address(const rbt_node *block)
+{
+    return static_cast<SLO>(block->key.number);
+}
+SLO copy_of(const rbt_node *block)
+{
+    return static_cast<SLO>(replicate_block(block));
+}
+SLO discard(rbt_node *block)
 {
     delete_block(block);
     return 1;
 }
 
-SLO create(SLO size) { return static_cast<SLO>(create_block(static_cast<ULO>(size))); }
+SLO create(SLO size)
+{
+    return static_cast<SLO>(create_block(static_cast<ULO>(size)));
+}
 
 rt_text reallocate(SLO *result, ULO descriptor, ULO size)
 {
@@ -127,5 +133,5 @@ HANDLERS(asyncheap_getstring, checked<get_string>)
 HANDLERS(asyncheap_create, numeric<create>)
 HANDLERS(asyncheap_getaddress, checked<with_block<address, rt_text::GETADDRESS_DESCRIPTOR>>)
 HANDLERS(asyncheap_reallocate, checked<reallocate>)
-HANDLERS(asyncheap_replicate, checked<with_block<replicate, rt_text::REPLICATE_DESCRIPTOR>>)
-HANDLERS(asyncheap_delete, checked<with_block<remove, rt_text::DELETE_DESCRIPTOR>>)
+HANDLERS(asyncheap_replicate, checked<with_block<copy_of, rt_text::REPLICATE_DESCRIPTOR>>)
+HANDLERS(asyncheap_delete, checked<with_block<discard, rt_text::DELETE_DESCRIPTOR>>)
