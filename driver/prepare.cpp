@@ -1,0 +1,89 @@
+// The numbered patterns. Each adds an outer PROGN; squeezing flattens the layers afterwards. All words
+// of the language are taken from the instruction table, which a unit may have renamed.
+
+#include "driver/prepare.h"
+
+#include <string>
+
+#include "frontend/forms.h"
+#include "frontend/isa.h"
+#include "frontend/token.h"
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "terminal/terminal.h"
+#include "vm/machine.h"
+
+namespace {
+
+// Puts "(PROGN", the assignments and ")" around the program.
+void put_in_front(session *s, const std::string &assignments)
+{
+    std::string text = "(";
+    text.append(mnemonic(ISA_PROGN)).append(assignments).append(" ");
+    text.append(view(s->prog_text)).append(")");
+    assign(&s->prog_text, text);
+}
+
+void append_assignment(std::string *text, std::string_view target, std::string_view value)
+{
+    text->append(" (").append(mnemonic(ISA_SETQ)).append(" ").append(target);
+    text->append(" ").append(value).append(")");
+}
+
+std::string quoted(std::string_view text)
+{
+    return std::string("\"").append(text).append("\"");
+}
+
+std::string quoted_raw(const CHR *string)
+{
+    scratch shown;
+    return quoted(view(strunraw(&shown.s, string)));
+}
+
+// The text that stands for a command-line word. What is bare on the command line is a string.
+std::string argument_text(const CHR *word)
+{
+    std::string text;
+    argument_set none;
+    switch (kestrin_type(word, &text, &none)) {
+    case 'V':
+    case 'P': return quoted(word);
+    case 0:
+        say(message::ARGUMENT_REFUSED, word);
+        die(message::ARGUMENT_ERROR, unsigned(rt_ctrl->rt_run_flag), rt_ctrl->rt_run_text);
+    default: return text;
+    }
+}
+
+} // namespace
+
+void wrap_program(session *s)
+{
+    assign(&s->prog_text, wrapped(view(s->prog_text)));
+}
+
+void bind_terminal(session *s)
+{
+    std::string text;
+#define TERM_NAME(name, standard)                                                                  \
+    append_assignment(&text, mnemonic(ISA_##name), quoted_raw(terminal.name));
+#define TERM_NUMBER(name, capability, standard, few, least, what)                                  \
+    append_assignment(&text, mnemonic(ISA_##name), std::to_string(terminal.name));
+#define TERM_STRING(name, capability, standard, what)                                              \
+    append_assignment(&text, mnemonic(ISA_##name), quoted_raw(terminal.name));
+#include "terminal/terminal.def"
+#undef TERM_NAME
+#undef TERM_NUMBER
+#undef TERM_STRING
+    put_in_front(s, text);
+}
+
+void bind_arguments(session *s)
+{
+    std::string text;
+    for (ULO i = 1; i <= s->words_behind_file(); i++)
+        append_assignment(&text, "$" + std::to_string(i),
+                          argument_text(s->argv[ULO(s->first_arg_index) + i]));
+    put_in_front(s, text);
+}

@@ -1,0 +1,12 @@
+// Rewrites of the program text: what a program gets from its surroundings arrives as source text.
+#pragma once
+
+#include "driver/session.h"
+
+// PATTERN No# 1: the text as the arguments of one PROGN.
+void wrap_program(session *s);
+// PATTERN No# 2: assignments of the terminal's values in front of the program.
+void bind_terminal(session *s);
+// PATTERN No# 3: assignments of the command-line words in front of it. A word of no known type ends
+// the process.
+void bind_arguments(session *s);

@@ -1,0 +1,17 @@
+// Usage and versions.
+#pragma once
+
+#include <cstdio>
+
+#include "driver/session.h"
+
+// The environment variable of a switch.
+const CHR *switch_variable(print_switch s);
+
+// Prints the usage with the values that are in force to stdout or stderr; on stderr a status line
+// ends it.
+void usage_info(FILE *stream, const session &s);
+// Prints the banner and a newline.
+void signature(FILE *stream);
+// Prints the versions of all parts to stdout; `slow` types them out at the machine's speed.
+void print_versions(bool slow);
