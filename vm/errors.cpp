@@ -114,7 +114,7 @@ void copy_text(CHR **targ_errtext)
 
 void default_text()
 {
-    if (len(rt_ctrl->rt_error_text) == 0) assign(&rt_ctrl->rt_error_text, "Unknown error!");
+    if (!notempty(rt_ctrl->rt_error_text)) assign(&rt_ctrl->rt_error_text, "Unknown error!");
 }
 
 } // namespace

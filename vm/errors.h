@@ -25,8 +25,8 @@ void raise_unset_variable(const ULO *node);
 // variable names come from the debug text of the running function, if it has one.
 void kst_errfmt_helper(CHR **text, const CHR *message, const ULO *dat_ptr, ULO variable);
 
-// What the _info functions do without raising: sets code and text, or code 0 and the refusal of a code
-// outside 0 to 248 in the name of `caller`.
+// What the _info functions do without raising: sets code and text, or code 0 and the refusal of a
+// code outside 0 to 248 in the name of `caller`.
 void set_error_state(SLO code, const CHR *text, std::string_view caller);
 // Puts the place behind the error's text.
 void add_error_place(const ULO *dat_ptr);

@@ -31,7 +31,10 @@ template <const CHR *text> CHR *fixed(CHR **targ)
 
 // A fact as a plain function for the extension unit and as an instruction.
 #define MODULE_FACT(type, function, name, value)                                                   \
-    type function() { return value; }                                                              \
+    type function()                                                                                \
+    {                                                                                              \
+        return value;                                                                              \
+    }                                                                                              \
     LEAF_HANDLER(name, function)
 
 MODULE_FACT(ULO, get_n_workunit, n_workunit, 1)
