@@ -322,6 +322,7 @@ void compiler::emit_form(std::string_view form, context *function, words *out)
 // A definition: its image goes to the images of the function that it stands in.
 void compiler::define(token_walk walk, context *function)
 {
+    walk.next(); // DEFUN
     const std::string_view name = walk.next(), body = walk.next();
     local_udfs_.try_emplace(name, function->udf_counter);
     local_names_.push_back(name);
@@ -370,7 +371,6 @@ void compiler::compile_function(std::string_view form, const std::string &name, 
     if (!debug_names.empty()) append_text_words(&debug, debug_names);
     const ULO table = function.sizes.size();
     const ULO distance = image::UDF_TABLE + table + debug.size() + function.images.size();
-    out->reserve(out->size() + distance + main_node.size());
     out->insert(out->end(), {image::code('U', distance), function.variables.slots(),
                              function.variables.arguments, table});
     append_udf_table(out, function.sizes, debug.size());

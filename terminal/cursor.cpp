@@ -93,7 +93,10 @@ void expansion::put_number(int digits)
 {
     std::int32_t number = get();
     if (digits >= 3) {
-        if (number > 999) text.put('0' + number / 1000), number %= 1000;
+        if (number > 999) {
+            text.put('0' + number / 1000);
+            number %= 1000;
+        }
         text.put('0' + number / 100);
     }
     if (digits >= 2) {

@@ -20,18 +20,18 @@
 
 // A termcap file that TERMCAP names for as long as this lives.
 struct database {
-    char path[32] = "/tmp/termcap_test_XXXXXX";
+    std::string path = testing::TempDir() + "termcap_test_XXXXXX";
 
     explicit database(const std::string &text)
     {
-        int file = mkstemp(path);
+        int file = mkstemp(path.data());
         EXPECT_EQ(ssize_t(text.size()), write(file, text.data(), text.size()));
         close(file);
-        setenv("TERMCAP", path, 1);
+        setenv("TERMCAP", path.c_str(), 1);
     }
     ~database()
     {
-        unlink(path);
+        unlink(path.c_str());
         unsetenv("TERMCAP");
         free_entry();
     }

@@ -124,7 +124,7 @@ TEST_F(termcap, TellsWhatItFound)
         EXPECT_EQ("80", ask("co#")) << "a failure leaves the entry";
         EXPECT_EQ(-1, tgetnum("c"));
     }
-    for (const char *path : {"/no/such/file", "/tmp", "/dev/zero"}) {
+    for (const char *path : {"/no/such/file", "/", "/dev/zero"}) {
         setenv("TERMCAP", path, 1);
         EXPECT_EQ(-1, tgetent(nullptr, "x")) << path;
     }
@@ -156,12 +156,13 @@ TEST_F(termcap, TakesAnEntryFromTheEnvironment)
         EXPECT_EQ(row.found, tgetent(nullptr, "x")) << row.variable;
         EXPECT_EQ(row.columns, tgetnum("co")) << row.variable;
     }
-    chdir("/tmp");
+    EXPECT_EQ(0, chdir(testing::TempDir().c_str()));
     database file("x:co#60:");
-    rename(file.path, "/tmp/t:termcap_test");
-    setenv("TERMCAP", "t:termcap_test", 1);
+    std::string name = "t:" + std::to_string(getpid());
+    EXPECT_EQ(0, rename(file.path.c_str(), name.c_str()));
+    setenv("TERMCAP", name.c_str(), 1);
     EXPECT_EQ(1, tgetent(nullptr, "x")) << "a colon in second place makes it a path";
-    unlink("/tmp/t:termcap_test");
+    unlink(name.c_str());
 }
 
 TEST_F(termcap, PrefersTheWindow)
