@@ -14,6 +14,7 @@ screen, keyboard = pty.openpty()
 mode = termios.tcgetattr(keyboard)
 mode[3] &= ~(termios.ICANON | termios.ECHO)
 termios.tcsetattr(keyboard, termios.TCSANOW, mode)
+mode = termios.tcgetattr(keyboard)
 os.write(screen, sys.argv[1].encode().decode("unicode_escape").encode("latin-1"))
 
 
