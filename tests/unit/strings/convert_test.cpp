@@ -1,0 +1,110 @@
+// Printed numbers, raw images, dump, checksum and clock.
+#include "kit.h"
+
+#include <bit>
+#include <climits>
+#include <cmath>
+
+namespace {
+
+TEST(numbers, printed_as_the_system_prints_them)
+{
+    std::mt19937_64 random(5);
+    std::vector<ULO> words = {0, 1, 9, 10, 255, ULO(LLONG_MIN), ULO(LLONG_MAX), ~ULO(0)};
+    for (DFL value : {-0.0, 255.0, 0.1, 1e300, 5e-324, double(INFINITY), -double(INFINITY),
+                      double(NAN), -double(NAN)})
+        words.push_back(std::bit_cast<ULO>(value));
+    for (int i = 0; i < 5000; ++i) words.push_back(random() >> random() % 64);
+    scratch made;
+    const auto check = [&](const CHR *format, auto value) {
+        CHR expected[64];
+        snprintf(expected, sizeof expected, format, value);
+        EXPECT_EQ(expected, bytes_of(made.s));
+    };
+    for (ULO word : words) {
+        equ_num(&made.s, SLO(word));
+        check("%ld", SLO(word));
+        equ_unum(&made.s, word);
+        check("%lu", word);
+        equ_numhex(&made.s, word);
+        check("0x%016lX", word);
+        equ_fnum(&made.s, std::bit_cast<DFL>(word));
+        check("%.16E", std::bit_cast<DFL>(word));
+    }
+}
+
+TEST(raw_images, round_trip_and_length)
+{
+    std::mt19937_64 random(6);
+    scratch made;
+    for (int i = 0; i < 1000; ++i) {
+        const ULO word = random();
+        EXPECT_EQ(SCH(word), str2sch(sch2str(&made.s, SCH(word))));
+        EXPECT_EQ(1u, bytes_of(made.s).size());
+        EXPECT_EQ(SSH(word), str2ssh(ssh2str(&made.s, SSH(word))));
+        EXPECT_EQ(2u, bytes_of(made.s).size());
+        EXPECT_EQ(SLO(word), str2slo(slo2str(&made.s, SLO(word))));
+        EXPECT_EQ(8u, bytes_of(made.s).size());
+        EXPECT_EQ(word, std::bit_cast<ULO>(str2dfl(dfl2str(&made.s, std::bit_cast<DFL>(word)))));
+        EXPECT_EQ(&made, str2ptr(ptr2str(&made.s, &made)));
+    }
+    const DFL nan = std::bit_cast<DFL>(ULO(0x7FF8000000000123));
+    EXPECT_EQ(0x7FF8000000000123u, std::bit_cast<ULO>(str2dfl(dfl2str(&made.s, nan))));
+}
+
+TEST(raw_images, short_and_long_strings)
+{
+    EXPECT_EQ(0x030201, str2slo(text("\1\2\3").s));
+    EXPECT_EQ(0x0807060504030201, str2slo(text("\1\2\3\4\5\6\7\10\11\12\13\14").s));
+    EXPECT_EQ(0x41, str2ssh(text("A").s));
+    EXPECT_EQ(-1, str2sch(text("\xFF\1").s));
+    EXPECT_EQ(0, str2sch(text("").s) + str2ssh(nullptr) + str2slo(nullptr));
+    EXPECT_EQ(0.0, str2dfl(nullptr));
+    EXPECT_EQ(nullptr, str2ptr(text("").s));
+}
+
+TEST(dump, three_characters_for_each_byte)
+{
+    for (int c = 0; c < 256; ++c) {
+        CHR expected[8];
+        if (c == 32)
+            strcpy(expected, " __");
+        else if (strchr("\"#()\\", c) && c != 0)
+            snprintf(expected, sizeof expected, " \\%c", c);
+        else if (c > 32 && c < 127)
+            snprintf(expected, sizeof expected, "  %c", c);
+        else
+            snprintf(expected, sizeof expected, " %02X", unsigned(c));
+        expect_each_target(expected, std::string(1, CHR(c)), strdump);
+    }
+    expect_each_target("  a __ \\(", "a (", strdump);
+}
+
+TEST(checksum, agrees_with_the_bitwise_sum)
+{
+    EXPECT_EQ(0u, crcsum(nullptr));
+    EXPECT_EQ(0u, crcsum(text("").s));
+    std::mt19937 random(7);
+    for (int i = 0; i < 500; ++i) {
+        std::string bytes(1 + random() % 30, 0);
+        ULO sum = ~ULO(0);
+        for (CHR &c : bytes) {
+            c = CHR(random());
+            sum ^= ULO(SLO(SCH(c)));
+            for (int bit = 0; bit < 8; ++bit) sum = (sum >> 1) ^ (sum & 1 ? 0xEDB88320EDB88320 : 0);
+        }
+        EXPECT_EQ(~sum, crcsum(text(bytes).s));
+    }
+}
+
+TEST(clock, is_a_line_of_text_without_its_end)
+{
+    text made("old");
+    const std::string now = bytes_of(string_time(&made.s));
+    EXPECT_EQ(24u, now.size());
+    EXPECT_EQ(std::string::npos, now.find('\n'));
+    tm parsed{};
+    EXPECT_NE(nullptr, strptime(now.c_str(), "%a %b %d %H:%M:%S %Y", &parsed)) << now;
+}
+
+} // namespace

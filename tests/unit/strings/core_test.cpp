@@ -1,0 +1,167 @@
+#include "kit.h"
+
+#include <cstdlib>
+#include <malloc.h>
+
+namespace {
+
+TEST(layout, block_has_the_padded_size)
+{
+    for (const auto &[size, block] : std::initializer_list<std::pair<ULO, size_t>>{
+             {0, 16}, {6, 16}, {7, 16}, {8, 24}, {15, 24}, {16, 32}}) {
+        text made(std::string(size, 'x'));
+        EXPECT_EQ(std::string(size, 'x'), bytes_of(made.s));
+#ifdef __SANITIZE_ADDRESS__
+        EXPECT_EQ(block, malloc_usable_size(made.s - 8)) << size;
+#else
+        EXPECT_LE(block, malloc_usable_size(made.s - 8)) << size;
+        EXPECT_GT(block + 16, malloc_usable_size(made.s - 8)) << size;
+#endif
+    }
+}
+
+TEST(layout, resizing_keeps_what_fits_and_zeroes_the_rest)
+{
+    for (ULO from = 0; from < 40; ++from)
+        for (ULO to = 0; to < 40; ++to) {
+            text made(std::string(from, 'x'));
+            mk_fst_buff(&made.s, to);
+            if (to > from) memset(made.s + from, 'y', to - from);
+            EXPECT_EQ(std::string(std::min(from, to), 'x') +
+                          std::string(to > from ? to - from : 0, 'y'),
+                      bytes_of(made.s));
+        }
+}
+
+TEST(null, reads_as_empty_and_is_made_where_promised)
+{
+    scratch made;
+    EXPECT_EQ(0u, len(nullptr));
+    EXPECT_EQ(0, notempty(nullptr));
+    EXPECT_EQ(nullptr, free_string(&made.s));
+    EXPECT_EQ(nullptr, cat(&made.s, nullptr));
+    EXPECT_EQ("", bytes_of(equ(&made.s, nullptr)));
+    EXPECT_EQ(0, cmp(made.s, nullptr));
+    EXPECT_EQ(1, cmp(nullptr, nullptr));
+    EXPECT_EQ(-1, cmp_s(nullptr, made.s));
+    EXPECT_EQ(1, cmp_s(made.s, nullptr));
+
+    using operation = CHR *(*)(CHR **, const CHR *);
+    for (operation op : {operation(equ),        operation(lcat),         operation(get_std_buff),
+                         operation(rev),        operation(upper),        operation(lower),
+                         operation(ltrim),      operation(rtrim),        operation(alltrim),
+                         operation(pack),       operation(head),         operation(tail),
+                         operation(lsp_head),   operation(lsp_tail),     operation(strraw),
+                         operation(strunraw),   operation(strdump),      operation(ltrim_utf8),
+                         operation(rtrim_utf8), operation(alltrim_utf8), operation(upper_utf8),
+                         operation(lower_utf8)}) {
+        scratch fresh;
+        EXPECT_EQ("", bytes_of(op(&fresh.s, nullptr)));
+    }
+    text old("old text that goes");
+    EXPECT_EQ("", bytes_of(substr(&old.s, nullptr, 1, 5)));
+    EXPECT_EQ("", bytes_of(replicate(&old.s, nullptr, 5)));
+    EXPECT_EQ("", bytes_of(strtran(&old.s, nullptr, nullptr, nullptr)));
+    EXPECT_EQ("  ", bytes_of(padc(&old.s, nullptr, 2)));
+}
+
+TEST(reading, notempty_wants_a_byte_above_the_blanks)
+{
+    const struct {
+        std::string_view bytes;
+        UCH expected;
+    } cases[] = {{"", 0},    {" \t\r\n\0\x1F"sv, 0}, {"\x80", 1}, {"\xFF", 1}, {"  !", 1},
+                 {"\x7F", 1}};
+    for (const auto &c : cases) EXPECT_EQ(c.expected, notempty(text(c.bytes).s));
+}
+
+TEST(reading, order_is_that_of_unsigned_bytes_then_length)
+{
+    const std::string_view ascending[] = {"",         "\0"sv, "\0\0"sv, "\0\x01"sv, "a",
+                                          "a\0"sv,    "ab",   "abc",    "abcdefg",  "abcdefg\0"sv,
+                                          "abcdefgh", "b",    "\x7F",   "\x80",     "\xFF"};
+    for (const auto &one : ascending)
+        for (const auto &other : ascending) {
+            const text a(one), b(other);
+            EXPECT_EQ((&one > &other) - (&one < &other), cmp_s(a.s, b.s)) << one << " : " << other;
+            EXPECT_EQ(&one == &other, cmp(a.s, b.s)) << one << " : " << other;
+        }
+}
+
+TEST(joining, both_ends_and_a_string_with_itself)
+{
+    std::mt19937 random(1);
+    for (int i = 0; i < 500; ++i) {
+        const std::string a(random() % 20, 'a'), b(random() % 20, 'b');
+        const text more(b);
+        text behind(a), before(a), twice(a), twice_in_front(a);
+        EXPECT_EQ(a + b, bytes_of(cat(&behind.s, more.s)));
+        EXPECT_EQ(b + a, bytes_of(lcat(&before.s, more.s)));
+        EXPECT_EQ(a + a, bytes_of(cat(&twice.s, twice.s)));
+        EXPECT_EQ(a + a, bytes_of(lcat(&twice_in_front.s, twice_in_front.s)));
+    }
+    scratch fresh;
+    EXPECT_EQ("ab\0cd"sv, bytes_of(cat(&fresh.s, text("ab\0cd"sv).s)));
+    EXPECT_EQ("ab\0cd"sv, bytes_of(lcat(&fresh.s, nullptr)));
+}
+
+TEST(assigning, copies_every_byte_and_leaves_itself_alone)
+{
+    for (std::string_view bytes : {""sv, "a"sv, "a\0b"sv, "1234567"sv, "12345678"sv})
+        expect_each_target(bytes, bytes, equ);
+    text self("abc");
+    const CHR *before = self.s;
+    EXPECT_EQ(before, equ(&self.s, self.s));
+}
+
+TEST(standard_buffer, becomes_a_string_in_place_or_stays)
+{
+    CHR *buffer = nullptr;
+    strcpy(mk_std_buff(&buffer, 5), "abc");
+    EXPECT_EQ(0, buffer[5]);
+    text other("something else");
+    EXPECT_EQ("abc", bytes_of(get_std_buff(&other.s, buffer)));
+    EXPECT_STREQ("abc", buffer);
+    EXPECT_EQ("abc", bytes_of(get_std_buff(&buffer, buffer)));
+    EXPECT_EQ("bc", bytes_of(get_std_buff(&buffer, buffer + 1)));
+    free_string(&buffer);
+    EXPECT_EQ("Ostrand StrgLib v.2.2.5.", bytes_of(strings_version(&other.s)));
+}
+
+TEST(running_out, hook_is_called_and_the_target_stays)
+{
+    text kept("kept");
+    CHR *buffer = nullptr;
+    strcpy(mk_std_buff(&buffer, 7), "buffer");
+    const CHR *const old = kept.s, *const old_buffer = buffer;
+    counted_faults faults;
+    EXPECT_EQ(old, mk_fst_buff(&kept.s, HUGE_SIZE));
+    EXPECT_EQ(old, mk_fst_buff(&kept.s, HUGE_SIZE - 8));
+    EXPECT_EQ(old, equ(&kept.s, impossible_string()));
+    EXPECT_EQ(old_buffer, mk_std_buff(&buffer, HUGE_SIZE));
+    EXPECT_EQ(4, counted_faults::calls);
+    EXPECT_EQ("kept", bytes_of(kept.s));
+    EXPECT_STREQ("buffer", buffer);
+    free(buffer);
+}
+
+TEST(running_out, secure_forms_survive_and_give_the_hook_back)
+{
+    const auto fail = [] {
+        text kept("kept");
+        const CHR *const old = kept.s;
+        CHR *buffer = nullptr;
+        EXPECT_EQ(old, mk_fst_buff_secure(&kept.s, HUGE_SIZE));
+        EXPECT_EQ(old, equ_secure(&kept.s, impossible_string()));
+        EXPECT_EQ(nullptr, mk_std_buff_secure(&buffer, HUGE_SIZE));
+        EXPECT_EQ("now", bytes_of(get_std_buff_secure(&kept.s, "now")));
+    };
+    fail();
+    EXPECT_EQ(nullptr, strings_tls);
+    counted_faults faults;
+    fail();
+    EXPECT_EQ(0, counted_faults::calls);
+    EXPECT_EQ(&faults.block, strings_tls);
+}
+
+} // namespace
