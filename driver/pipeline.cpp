@@ -14,6 +14,7 @@
 #include "frontend/check.h"
 #include "frontend/forms.h"
 #include "frontend/isa.h"
+#include "frontend/justify.h"
 #include "frontend/reader.h"
 #include "frontend/squeeze.h"
 #include "frontend/words.h"
@@ -92,6 +93,15 @@ void squeeze_program(session *s)
     if (!is_executable_form(view(s->prog_text))) wrap_program(s);
 }
 
+// The types of the global functions are where the program's begin.
+void prove_types(session *s)
+{
+    equ(&s->prog_text_untyped, s->prog_text);
+    scratch types;
+    equ(&types.s, the_engine.global_udf_types);
+    kestrin_justify(&s->prog_text, &types.s);
+}
+
 // -- Code --------------------------------------------------------------------------------------
 
 // The global function set always exists as code, be it empty.
@@ -167,6 +177,7 @@ void run_session()
     const ULO arguments = check_source(s);
     bind_surroundings(s, arguments);
     squeeze_program(s);
+    prove_types(s);
 
     compile_global_functions(s);
     compile_program(s);

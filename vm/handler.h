@@ -168,6 +168,11 @@ T fetch_proved(const ULO *word, kestrin_data *ret_dat)
         return cast_variable<T>(node);
     }
     if (is_node(node, kind<T>::constant)) return constant_of<T>(node);
+    if (is_node(node, func__getval)) { // a formal argument of the main program
+        const kestrin_data *v = variable(node[1]);
+        if (v->type == kind<T>::letter) [[likely]]
+            return kind<T>::in(v);
+    }
     call(node, ret_dat);
     return kind<T>::in(ret_dat);
 }
