@@ -74,7 +74,7 @@ TEST_P(InfoForms, RefusesReservedCodesInItsOwnName)
 }
 
 INSTANTIATE_TEST_SUITE_P(All, InfoForms, testing::ValuesIn(info_cases),
-                         [](const auto &info) { return std::string(info.param.name); });
+                         [](const auto &form) { return std::string(form.param.name); });
 
 TEST_F(Errors, EmptyTextGetsOneAndOtherTextsStay)
 {
