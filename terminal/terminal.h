@@ -15,9 +15,8 @@ struct terminal_record {
 #undef TERM_NAME
 #undef TERM_NUMBER
 #undef TERM_STRING
-    CHR *init_status = nullptr; // report of the last term_init(), a counted string
-    CHR *reinit_status =
-        nullptr; // report of the last term_reinit(), NULL or empty after term_init()
+    CHR *init_status = nullptr;   // report of the last term_init(), a counted string
+    CHR *reinit_status = nullptr; // report of the last term_reinit(); NULL after term_init()
     bool loaded = false;
     bool warning = false;  // a default or a limit took effect in the last term_init() or _reinit()
     bool wants_tty = true; // term_init() opens /dev/tty
