@@ -140,7 +140,7 @@ template <class T>
 // Any value, converted. `ret_dat` is an owning slot to evaluate in. A constant and a variable that
 // hold the type already are read in place.
 template <class T>
-T fetch_cast(const ULO *word, kestrin_data *ret_dat)
+[[gnu::always_inline]] inline T fetch_cast(const ULO *word, kestrin_data *ret_dat)
 {
     const ULO *node = node_at(word);
     if (is_node(node, func__getval) || is_node(node, kind<T>::typed_read)) {
@@ -158,7 +158,7 @@ T fetch_cast(const ULO *word, kestrin_data *ret_dat)
 
 // A value whose type is proved. No memory depends on it, so it is taken as it comes.
 template <class T>
-T fetch_proved(const ULO *word, kestrin_data *ret_dat)
+[[gnu::always_inline]] inline T fetch_proved(const ULO *word, kestrin_data *ret_dat)
 {
     const ULO *node = node_at(word);
     if (is_node(node, kind<T>::typed_read)) {
@@ -178,7 +178,7 @@ T fetch_proved(const ULO *word, kestrin_data *ret_dat)
 }
 
 template <operands how, class T>
-T fetch(const ULO *word, kestrin_data *ret_dat)
+[[gnu::always_inline]] inline T fetch(const ULO *word, kestrin_data *ret_dat)
 {
     if constexpr (how == CAST)
         return fetch_cast<T>(word, ret_dat);
@@ -206,7 +206,7 @@ template <class R, class... A, R (*op)(A...), auto fault>
 struct numeric<op, fault> {
     // Braces fetch left to right.
     template <operands how, std::size_t... i>
-    static std::tuple<A...> fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat,
+    [[gnu::always_inline]] static std::tuple<A...> fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat,
                                       std::index_sequence<i...>)
     {
         return std::tuple<A...>{fetch<how, A>(dat_ptr + i, ret_dat)...};
