@@ -11,7 +11,7 @@ TEST(layout, block_has_the_padded_size)
              {0, 16}, {6, 16}, {7, 16}, {8, 24}, {15, 24}, {16, 32}}) {
         text made(std::string(size, 'x'));
         EXPECT_EQ(std::string(size, 'x'), bytes_of(made.s));
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ADDRESS_SANITIZER
         EXPECT_EQ(block, malloc_usable_size(made.s - 8)) << size;
 #else
         EXPECT_LE(block, malloc_usable_size(made.s - 8)) << size;

@@ -88,7 +88,7 @@ TEST(fatal_report_DeathTest, sites_without_a_hook)
                 testing::ExitedWithCode(1), "Location=2\\.");
 }
 
-#ifndef __SANITIZE_ADDRESS__
+#ifndef ADDRESS_SANITIZER
 TEST(fatal_report_DeathTest, memory_that_the_system_refuses)
 {
     const std::string source(64 << 20, 'x');
