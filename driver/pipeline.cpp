@@ -5,18 +5,25 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <unistd.h>
 
 #include "bytecode/compile.h"
 #include "bytecode/link.h"
+#include "driver/integrity.h"
+#include "driver/listing.h"
 #include "driver/options.h"
 #include "driver/prepare.h"
+#include "driver/profile.h"
 #include "driver/session.h"
+#include "driver/timing.h"
+#include "driver/usage.h"
 #include "frontend/check.h"
 #include "frontend/forms.h"
 #include "frontend/isa.h"
 #include "frontend/justify.h"
 #include "frontend/reader.h"
 #include "frontend/squeeze.h"
+#include "frontend/uninit.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
 #include "kestrin/unit.h"
@@ -31,6 +38,7 @@
 namespace {
 
 session the_session = {};
+time_point start; // of what the next time report is about
 std::mutex singleton; // taken once and never released
 
 // -- Start -------------------------------------------------------------------------------------
@@ -53,26 +61,81 @@ void start_engine(session *s)
     the_engine.compile_with_debuginfo = s->switches[SWITCH_DEBUGINFO];
 }
 
-void start_language()
+// Switches that are told as notes, not in the list.
+void tell_switch_note(const session *s, message note, print_switch which, const CHR *on,
+                      const CHR *off)
+{
+    say(note, s->is_on(which) ? on : off, switch_variable(which), int(s->switches[which]));
+}
+
+void tell_settings(const session *s)
+{
+    if (!s->verbose) return;
+    print_warnings(view(terminal.init_status));
+    if (terminal.warning) {
+        fflush(stdout);
+        sleep(1); // for the user to read it
+    }
+    say(message::SWITCHERS);
+    for (int i = 0; i < SWITCH_DECOMPILER; i++)
+        say(message::SWITCHER, switch_variable(print_switch(i)), int(s->switches[i]));
+    tell_switch_note(s, message::MAPCAR_DECOMPILER, SWITCH_DECOMPILER, "uses", "DOES NOT use");
+    tell_switch_note(s, message::COMPILER_DEBUGINFO, SWITCH_DEBUGINFO, "generates",
+                     "DOES NOT generate");
+}
+
+void start_language(session *s)
 {
     build_groups();
     term_init(nullptr);
+    tell_settings(s);
     equ(&rt_ctrl->rt_run_text, nullptr);
     equ(&rt_ctrl->rt_error_text, nullptr);
 }
 
 // -- Preparation -------------------------------------------------------------------------------
 
+// Lists a text in a talking run if the switches allow it, else says that it is disabled.
+void list_text(const session *s, const CHR *text, bool allowed, message disabled)
+{
+    if (!s->verbose) return;
+    if (allowed)
+        kestrin_print(view(text), style_of(*s));
+    else
+        say(disabled);
+}
+
+void list_global_functions(const session *s)
+{
+    if (len(the_engine.global_udf_text) == 0) return;
+    list_text(s, the_engine.global_udf_code, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
+              message::SET_PRINT_DISABLED);
+}
+
+void list_program(const session *s)
+{
+    list_text(s, s->prog_text, s->is_on(SWITCH_MODIFIED_SRC), message::PROGRAM_PRINT_DISABLED);
+}
+
 void read_source(session *s)
 {
+    tell(s, message::READING_SOURCE, s->file());
     read_from_file(&s->prog_text, s->file());
     if (!notempty(s->prog_text)) die(message::NO_CODE);
+}
+
+void reset_time(session *s, fatal_site site)
+{
+    if (!s->verbose) return;
+    say(message::RESETTING_FIRST);
+    start = take_time(site);
 }
 
 // Checks the program and returns the number of formal arguments that it needs, which is how many words
 // there are on the command line.
 ULO check_source(session *s)
 {
+    tell(s, message::CHECKING_SOURCE);
     const SLO wanted = kestrin_check(&s->prog_text, "Main", &the_engine.func_lut);
     if (wanted < 0) die_of_syntax_error();
     if (ULO(wanted) != s->words_behind_file())
@@ -89,39 +152,96 @@ void bind_surroundings(session *s, ULO arguments)
 
 void squeeze_program(session *s)
 {
-    progn_squeeze(&s->prog_text);
+    const std::string progn(mnemonic(ISA_PROGN));
+    tell(s, message::SQUEEZING, progn.c_str());
+    const ULO removed = progn_squeeze(&s->prog_text);
+    tell(s, message::SQUEEZED, progn.c_str(), removed);
+    if (s->verbose) {
+        say(message::LOOKING_FOR_UNSET);
+        print_warnings(kst_uninit_check("Main", view(s->prog_text)));
+    }
     if (!is_executable_form(view(s->prog_text))) wrap_program(s);
 }
 
 // The types of the global functions are where the program's begin.
 void prove_types(session *s)
 {
+    list_program(s);
+    tell(s, message::RESOLVING);
     equ(&s->prog_text_untyped, s->prog_text);
     scratch types;
     equ(&types.s, the_engine.global_udf_types);
     kestrin_justify(&s->prog_text, &types.s);
+    list_program(s);
 }
 
 // -- Code --------------------------------------------------------------------------------------
 
+void list_code(const session *s, const CHR *code, bool allowed, message disabled)
+{
+    if (!s->verbose) return;
+    if (allowed)
+        kestrin_printcode(code, style_of(*s));
+    else
+        say(disabled);
+}
+
+void tell_size(const session *s, message which, const CHR *code)
+{
+    tell(s, which, len(code), len(code) == 1 ? "" : "s");
+}
+
 // The global function set always exists as code, be it empty.
 void compile_global_functions(const session *s)
 {
+    tell(s, message::COMPILING_SET);
     std::string text(view(the_engine.global_udf_code));
     assign(&the_engine.global_udf_code, wrapped(text.append(" NIL")));
     kestrin_compile(&the_engine.global_udf_code, s->switches[SWITCH_DEBUGINFO], "UDFs_CFG");
+    tell_size(s, message::SET_SIZE, the_engine.global_udf_code);
+    list_code(s, the_engine.global_udf_code, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_COMPILED),
+              message::SET_COMPILED_DISABLED);
 }
 
 void compile_program(session *s)
 {
+    tell(s, message::COMPILING);
     kestrin_compile(&s->prog_text, s->switches[SWITCH_DEBUGINFO], nullptr);
+    tell_size(s, message::PROGRAM_SIZE, s->prog_text);
+    list_code(s, s->prog_text, s->is_on(SWITCH_COMPILED), message::COMPILED_DISABLED);
 }
 
 // The set first: the program's code refers to it.
 void link_all(session *s)
 {
+    tell(s, message::LINKING_SET);
     kestrin_link(the_engine.global_udf_code);
+    list_code(s, the_engine.global_udf_code, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_LINKED),
+              message::SET_LINKED_DISABLED);
+    tell(s, message::LINKING);
     kestrin_link(s->prog_text);
+    list_code(s, s->prog_text, s->is_on(SWITCH_LINKED), message::LINKED_DISABLED);
+}
+
+void report_preparation(const session *s)
+{
+    if (!s->verbose) return;
+    say(message::RUN_FOLLOWS);
+    const time_point now = take_time(fatal_site::USAGE_PREPARED);
+    say(message::TIME_TO_PREPARE);
+    print_time(start, now);
+    say(message::RESETTING_SECOND);
+    say(message::RULE);
+    start = take_time(fatal_site::USAGE_RUN);
+}
+
+void report_run(const session *s)
+{
+    if (!s->verbose) return;
+    const time_point now = take_time(fatal_site::USAGE_DONE);
+    say(message::RULE);
+    say(message::TIME_TO_RUN);
+    print_time(start, now);
 }
 
 // -- Run ---------------------------------------------------------------------------------------
@@ -165,24 +285,35 @@ void run_program(session *s)
     if (!done) die_of_runtime_error();
 }
 
+// The road of a source file, from reading to linked code.
+void prepare_source(session *s)
+{
+    load_profile(s);
+    list_global_functions(s);
+    read_source(s);
+    reset_time(s, fatal_site::USAGE_SOURCE);
+    wrap_program(s);
+    remember_functions(s);
+    const ULO arguments = check_source(s);
+    bind_surroundings(s, arguments);
+    squeeze_program(s);
+    check_integrity(s);
+    prove_types(s);
+    compile_global_functions(s);
+    compile_program(s);
+    link_all(s);
+}
+
 void run_session()
 {
     session *s = &the_session;
     start_engine(s);
     scan_options(s);
-    start_language();
-
-    read_source(s);
-    wrap_program(s);
-    const ULO arguments = check_source(s);
-    bind_surroundings(s, arguments);
-    squeeze_program(s);
-    prove_types(s);
-
-    compile_global_functions(s);
-    compile_program(s);
-    link_all(s);
+    start_language(s);
+    prepare_source(s);
+    report_preparation(s);
     run_program(s);
+    report_run(s);
     exit(0);
 }
 

@@ -56,15 +56,23 @@ std::string argument_text(const CHR *word)
     }
 }
 
+void tell_pattern(const session *s, message pattern)
+{
+    tell(s, pattern, std::string(mnemonic(ISA_PROGN)).c_str(),
+         std::string(mnemonic(ISA_SETQ)).c_str());
+}
+
 } // namespace
 
 void wrap_program(session *s)
 {
+    tell(s, message::PATTERN_1, std::string(mnemonic(ISA_PROGN)).c_str());
     assign(&s->prog_text, wrapped(view(s->prog_text)));
 }
 
 void bind_terminal(session *s)
 {
+    tell_pattern(s, message::PATTERN_2);
     std::string text;
 #define TERM_NAME(name, standard)                                                                  \
     append_assignment(&text, mnemonic(ISA_##name), quoted_raw(terminal.name));
@@ -81,6 +89,7 @@ void bind_terminal(session *s)
 
 void bind_arguments(session *s)
 {
+    tell_pattern(s, message::PATTERN_3);
     std::string text;
     for (ULO i = 1; i <= s->words_behind_file(); i++)
         append_assignment(&text, "$" + std::to_string(i),

@@ -10,12 +10,15 @@
 
 namespace {
 
+enum flush_mode { NO_FLUSH, FLUSH };
+
 void print(message which, va_list arguments)
 {
     switch (which) {
-#define MESSAGE(id, stream, text)                                                                  \
+#define MESSAGE(id, stream, flush, text)                                                           \
     case message::id:                                                                              \
         vfprintf(stream, text, arguments);                                                         \
+        if (flush == FLUSH) fflush(stream);                                                        \
         break;
 #include "driver/messages.def"
 #undef MESSAGE
@@ -39,6 +42,11 @@ void die(message which, ...)
     print(which, arguments);
     va_end(arguments);
     exit(1);
+}
+
+void print_warnings(std::string_view warnings)
+{
+    fwrite(warnings.data(), 1, warnings.size(), stdout);
 }
 
 void die_of_syntax_error()

@@ -39,6 +39,14 @@ enum class message {
 
 // Prints a message on its stream. Arguments as its text wants them.
 void say(message which, ...);
+// The same in a talking run; nothing in a quiet one.
+template <class... A>
+void tell(const session *s, message which, A... arguments)
+{
+    if (s->verbose) say(which, arguments...);
+}
+// Prints the warnings of a pass as they are, if there are any.
+void print_warnings(std::string_view warnings);
 // The same, then ends the process with status 1.
 [[noreturn]] void die(message which, ...);
 // Prints the syntax error that a pass has left and ends the process with status 1.

@@ -1,0 +1,185 @@
+// The two pretty-printers. A form that does not fit its line is opened: its first element, the others
+// two columns further in, a closing parenthesis. A string constant that is too long becomes a row of
+// shorter ones, which the language joins again.
+
+#include "driver/listing.h"
+
+#include <cstdio>
+#include <string>
+
+#include "frontend/walk.h"
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "terminal/terminal.h"
+#include "vm/stack.h"
+
+namespace {
+
+constexpr ULO shortest_piece = 6; // of a broken string, in raw bytes
+
+void print_line(ULO indent, std::string_view text)
+{
+    const std::string line = std::string(indent, ' ').append(text).append("\n");
+    fwrite(line.data(), 1, line.size(), stdout);
+}
+
+void print_separator(const listing_style &style)
+{
+    print_line(0, std::string(style.width, '-'));
+}
+
+// The first bytes of a text without what would be a broken character at the end; never nothing.
+std::string_view whole_characters(std::string_view piece)
+{
+    scratch trimmed_piece;
+    assign(&trimmed_piece.s, piece);
+    rtrim_utf8(&trimmed_piece.s, trimmed_piece.s);
+    const ULO kept = len(trimmed_piece.s);
+    return kept == 0 ? piece : piece.substr(0, kept);
+}
+
+std::string escaped(std::string_view raw)
+{
+    scratch text;
+    assign(&text.s, raw);
+    return std::string(view(strunraw(&text.s, text.s)));
+}
+
+class layout {
+public:
+    layout(std::string_view text, const listing_style &style)
+        : text_(text), brackets_(text), width_(style.width)
+    {}
+    void run()
+    {
+        token_walk walk(text_, brackets_, 0, text_.size());
+        for (auto token = walk.next(); !token.empty(); token = walk.next()) print(token, 0);
+    }
+
+private:
+    void print(std::string_view token, ULO indent);
+    void print_elements(token_walk walk, ULO indent);
+    void print_atom(std::string_view atom, ULO indent);
+    void break_string(std::string_view raw, ULO indent);
+
+    std::string_view text_;
+    brackets brackets_;
+    ULO width_;
+};
+
+// One token at an indent.
+void layout::print(std::string_view token, ULO indent)
+{
+    check_stack(fatal_site::STACK_PRINT);
+    if (token.size() + indent <= width_) return print_line(indent, token);
+    if (token.front() != '(') return print_atom(token, indent);
+    const ULO from = ULO(token.data() - text_.data()) + 1, to = from + token.size() - 1;
+    token_walk walk(text_, brackets_, from, to - 1);
+    print_line(indent, std::string("(").append(walk.next()));
+    print_elements(walk, indent + 2);
+    print_line(indent, ")");
+}
+
+bool is_form(std::string_view token)
+{
+    return !token.empty() && token.front() == '(';
+}
+
+// The elements of a form behind its first: forms on lines of their own, atoms joined as far as they fit.
+void layout::print_elements(token_walk walk, ULO indent)
+{
+    std::string_view token = walk.next();
+    while (!token.empty()) {
+        if (is_form(token)) {
+            print(token, indent);
+            token = walk.next();
+            continue;
+        }
+        std::string_view next = walk.next();
+        std::string joined(token);
+        bool alone = true;
+        while (!next.empty() && !is_form(next) && joined.size() + next.size() + indent < width_) {
+            joined.append(" ").append(next);
+            next = walk.next();
+            alone = false;
+        }
+        alone ? print_atom(token, indent) : print_line(indent, joined);
+        token = next;
+    }
+}
+
+// An atom that stands alone.
+void layout::print_atom(std::string_view atom, ULO indent)
+{
+    const bool is_string = atom.size() >= 2 && atom.front() == '"' && atom.back() == '"';
+    if (is_string && atom.size() + indent + 2 > width_) {
+        scratch raw;
+        assign(&raw.s, atom.substr(1, atom.size() - 2));
+        strraw(&raw.s, raw.s);
+        if (len(raw.s) > shortest_piece) return break_string(view(raw.s), indent);
+    }
+    print_line(indent, atom);
+}
+
+void layout::break_string(std::string_view raw, ULO indent)
+{
+    const ULO room = width_ > indent + 5 ? width_ - indent - 5 : 0; // for an escaped piece
+    print_line(indent, "(");
+    while (!raw.empty()) {
+        ULO size = 0, shown = 0;
+        while (size < raw.size()) {
+            shown += escaped(raw.substr(size, 1)).size();
+            if (size >= shortest_piece && shown > room) break;
+            size++;
+        }
+        const std::string_view piece = whole_characters(raw.substr(0, size));
+        print_line(indent + 2, "\"" + escaped(piece) + "\"");
+        raw.remove_prefix(piece.size());
+    }
+    print_line(indent, ")");
+}
+
+void print_dumped(std::string_view text, const listing_style &style)
+{
+    print_separator(style);
+    while (!text.empty()) {
+        const std::string_view piece = whole_characters(text.substr(0, style.width));
+        print_line(0, piece);
+        text.remove_prefix(piece.size());
+    }
+}
+
+} // namespace
+
+listing_style style_of(const session &s)
+{
+    const ULO wide = terminal.COLUMNS_TERM > 1 ? ULO(terminal.COLUMNS_TERM) - 1 : 79;
+    return {s.is_on(SWITCH_TERM_WIDE) ? wide : 79, s.is_on(SWITCH_DUMPED_SRC)};
+}
+
+void kestrin_print(std::string_view text, const listing_style &style)
+{
+    print_separator(style);
+    if (text.size() <= style.width)
+        print_line(0, text);
+    else {
+        layout(text, style).run();
+        if (style.dumped) print_dumped(text, style);
+    }
+    print_separator(style);
+    fflush(stdout);
+}
+
+void kestrin_printcode(const CHR *code, const listing_style &style)
+{
+    scratch dump;
+    strdump(&dump.s, code);
+    std::string_view rest = view(dump.s);
+    const ULO piece = style.width - 1;
+    print_separator(style);
+    for (; rest.size() > piece; rest.remove_prefix(piece))
+        print_line(0, right_trimmed(rest.substr(0, piece)));
+    print_line(0, rest);
+    print_separator(style);
+    fflush(stdout);
+}

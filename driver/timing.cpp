@@ -1,0 +1,45 @@
+// Time reports: differences of two points, in seconds and microseconds.
+
+#include "driver/timing.h"
+
+#include <cstdio>
+
+namespace {
+
+timeval difference(const timeval &from, const timeval &to)
+{
+    timeval d = {to.tv_sec - from.tv_sec, to.tv_usec - from.tv_usec};
+    if (d.tv_usec < 0) {
+        d.tv_sec--;
+        d.tv_usec += 1000000;
+    }
+    return d;
+}
+
+double seconds(const timeval &t)
+{
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+}
+
+} // namespace
+
+time_point take_time(fatal_site site)
+{
+    time_point point = {};
+    if (getrusage(RUSAGE_SELF, &point.used) != 0)
+        fatal(site, "Failed while getting used resource info from the OS kernel.", "getrusage");
+    gettimeofday(&point.now, nullptr);
+    return point;
+}
+
+void print_time(const time_point &from, const time_point &to)
+{
+    const timeval user = difference(from.used.ru_utime, to.used.ru_utime);
+    const timeval system = difference(from.used.ru_stime, to.used.ru_stime);
+    printf("   Used by process: %lu.%06lusec.\n", static_cast<unsigned long>(user.tv_sec),
+           static_cast<unsigned long>(user.tv_usec));
+    printf("   Used by  system: %lu.%06lusec.\n", static_cast<unsigned long>(system.tv_sec),
+           static_cast<unsigned long>(system.tv_usec));
+    printf("   Total used time: %.12Esec.\n", seconds(user) + seconds(system));
+    printf("Real absolute time: %.12Esec.\n", seconds(difference(from.now, to.now)));
+}
