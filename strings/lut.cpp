@@ -143,6 +143,22 @@ void lut_prune(lut *table)
     table->lut_count = kept;
 }
 
+lut *lut_make_view(const lut *table)
+{
+    if (table == nullptr) return nullptr;
+    auto *made = static_cast<lut *>(malloc(sizeof(lut)));
+    if (made == nullptr) fatal(fatal_site::MAPCAR_TABLE);
+    *made = *table;
+    made->lut_count = 0;
+    made->lut_entries =
+        static_cast<lut_entry **>(malloc(table->lut_capacity * sizeof(lut_entry *)));
+    if (made->lut_entries == nullptr) fatal(fatal_site::MAPCAR_ROWS);
+    for (ULO i = 0; i < table->lut_count; i++)
+        if (table->lut_entries[i]->scope == 0)
+            made->lut_entries[made->lut_count++] = table->lut_entries[i];
+    return made;
+}
+
 void lut_free_view(lut **table)
 {
     if (*table == nullptr) return;
