@@ -38,12 +38,14 @@ SIZES = {
     "sieve": (5000000, 500000, 200),
     "matmul": (300, 90, 6),
     "strings": (5000, 1000, 2),
+    "tokens": (2500, 300, 1),
     "list": (3000000, 200000, 100),
     "eval": (300000, 50000, 5),
     "hello": (0, 0, 0),
     "compile100k": (600, 600, 3),
     "compile1m": (6000, 2000, 6),
     "dump": (1000000, 200000, 20),
+    "format": (1000000, 200000, 20),
 }
 REPEAT = {"hello": 20, "compile100k": 5}  # runs folded into one sample
 GENERATED = ("compile100k", "compile1m")
