@@ -1,5 +1,5 @@
-// The integrity check. The program's own check has entered its functions in the table, so the second
-// one works on a copy of what stood there before.
+// The integrity check. The program's own check has entered its functions in the table, so the
+// second one works on a copy of what stood there before.
 
 #include "driver/integrity.h"
 

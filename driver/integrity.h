@@ -1,5 +1,5 @@
-// The check of a rewritten program under a unit's own instruction table. With the built-in table the
-// rewrites need none, and nothing happens.
+// The check of a rewritten program under a unit's own instruction table. With the built-in table
+// the rewrites need none, and nothing happens.
 #pragma once
 
 #include "driver/session.h"

@@ -1,6 +1,6 @@
-// The two pretty-printers. A form that does not fit its line is opened: its first element, the others
-// two columns further in, a closing parenthesis. A string constant that is too long becomes a row of
-// shorter ones, which the language joins again.
+// The two pretty-printers. A form that does not fit its line is opened: its first element, the
+// others two columns further in, a closing parenthesis. A string constant that is too long becomes
+// a row of shorter ones, which the language joins again.
 
 #include "driver/listing.h"
 
@@ -49,7 +49,8 @@ class layout {
 public:
     layout(std::string_view text, const listing_style &style)
         : text_(text), brackets_(text), width_(style.width)
-    {}
+    {
+    }
     void run()
     {
         token_walk walk(text_, brackets_, 0, text_.size());
@@ -85,7 +86,8 @@ bool is_form(std::string_view token)
     return !token.empty() && token.front() == '(';
 }
 
-// The elements of a form behind its first: forms on lines of their own, atoms joined as far as they fit.
+// The elements of a form behind its first: forms on lines of their own, atoms joined as far as they
+// fit.
 void layout::print_elements(token_walk walk, ULO indent)
 {
     std::string_view token = walk.next();

@@ -38,7 +38,7 @@
 namespace {
 
 session the_session = {};
-time_point start; // of what the next time report is about
+time_point start;     // of what the next time report is about
 std::mutex singleton; // taken once and never released
 
 // -- Start -------------------------------------------------------------------------------------
@@ -108,7 +108,8 @@ void list_text(const session *s, const CHR *text, bool allowed, message disabled
 void list_global_functions(const session *s)
 {
     if (len(the_engine.global_udf_text) == 0) return;
-    list_text(s, the_engine.global_udf_code, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
+    list_text(s, the_engine.global_udf_code,
+              s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
               message::SET_PRINT_DISABLED);
 }
 
@@ -131,8 +132,8 @@ void reset_time(session *s, fatal_site site)
     start = take_time(site);
 }
 
-// Checks the program and returns the number of formal arguments that it needs, which is how many words
-// there are on the command line.
+// Checks the program and returns the number of formal arguments that it needs, which is how many
+// words there are on the command line.
 ULO check_source(session *s)
 {
     tell(s, message::CHECKING_SOURCE);

@@ -1,5 +1,5 @@
-// The numbered patterns. Each adds an outer PROGN; squeezing flattens the layers afterwards. All words
-// of the language are taken from the instruction table, which a unit may have renamed.
+// The numbered patterns. Each adds an outer PROGN; squeezing flattens the layers afterwards. All
+// words of the language are taken from the instruction table, which a unit may have renamed.
 
 #include "driver/prepare.h"
 

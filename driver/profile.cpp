@@ -1,5 +1,5 @@
-// The profile stage. The set is built as one PROGN, so that squeezing and the type pass treat it like a
-// program, and is then stripped to its definitions.
+// The profile stage. The set is built as one PROGN, so that squeezing and the type pass treat it
+// like a program, and is then stripped to its definitions.
 
 #include "driver/profile.h"
 
@@ -73,8 +73,8 @@ void append_to_index(std::string_view form, ULO number)
     assign(&the_engine.global_udf_index, index);
 }
 
-// One form of the profile. False if the loop is to end: with a syntax error left, or at a form without
-// an element.
+// One form of the profile. False if the loop is to end: with a syntax error left, or at a form
+// without an element.
 bool take_form(std::string_view form, std::string *set, ULO *number)
 {
     const std::string shown(form);
@@ -108,8 +108,7 @@ void take_forms(std::string_view rest, std::string *set)
 void keep_functions_for_good()
 {
     lut *table = the_engine.func_lut;
-    for (ULO i = 0; table != nullptr && i < table->lut_count; i++)
-        table->lut_entries[i]->scope = 0;
+    for (ULO i = 0; table != nullptr && i < table->lut_count; i++) table->lut_entries[i]->scope = 0;
 }
 
 // Takes the PROGN and the two values off again.

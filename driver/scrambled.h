@@ -1,5 +1,5 @@
-// Texts that the program holds with the two nibbles of each byte exchanged, so that it keeps no plain
-// copy of its banners.
+// Texts that the program holds with the two nibbles of each byte exchanged, so that it keeps no
+// plain copy of its banners.
 #pragma once
 
 #include <cstddef>
@@ -13,11 +13,9 @@ constexpr UCH exchange_nibbles(UCH byte)
 }
 
 // `size` bytes: the text, then NULs, all scrambled at compile time.
-template <std::size_t size>
-struct scrambled {
+template <std::size_t size> struct scrambled {
     UCH bytes[size] = {};
-    template <std::size_t n>
-    consteval scrambled(const CHR (&text)[n])
+    template <std::size_t n> consteval scrambled(const CHR (&text)[n])
     {
         static_assert(n - 1 <= size);
         for (std::size_t i = 0; i + 1 < n; i++)

@@ -1,5 +1,5 @@
-// One process of the program: what the command line and the environment say, and the text on its way
-// from the file to the run. Strings live as long as the process.
+// One process of the program: what the command line and the environment say, and the text on its
+// way from the file to the run. Strings live as long as the process.
 #pragma once
 
 #include <string_view>
@@ -40,8 +40,7 @@ enum class message {
 // Prints a message on its stream. Arguments as its text wants them.
 void say(message which, ...);
 // The same in a talking run; nothing in a quiet one.
-template <class... A>
-void tell(const session *s, message which, A... arguments)
+template <class... A> void tell(const session *s, message which, A... arguments)
 {
     if (s->verbose) say(which, arguments...);
 }

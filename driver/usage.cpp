@@ -83,8 +83,7 @@ void usage_info(FILE *stream, const session &s)
     if (time(nullptr) == -1)
         fprintf(stream, "Sanity check warning: \"%s\".\n",
                 "time functions are not able to return Epoch time in seconds");
-    if (stream == stderr)
-        fprintf(stream, "RETURNED STATUS: %s.\n", "ABNORMAL PROGRAM TERMINATION");
+    if (stream == stderr) fprintf(stream, "RETURNED STATUS: %s.\n", "ABNORMAL PROGRAM TERMINATION");
 }
 
 void print_versions(bool slow)

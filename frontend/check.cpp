@@ -1,10 +1,10 @@
 // The syntax checker. It walks a form's tokens once to drop comments and count arguments, and then
 // checks them in order, descending into nested forms; its output grows in one string.
 //
-// The language has a UDF's body checked twice: first with any number of arguments allowed in the UDF's
-// own recursive calls, then with the true number. All else comes out the same both times, so the body
-// is walked once: what the second time could refuse is noted and settled when the number is known. The
-// cost stays that of the text, however deep definitions nest.
+// The language has a UDF's body checked twice: first with any number of arguments allowed in the
+// UDF's own recursive calls, then with the true number. All else comes out the same both times, so
+// the body is walked once: what the second time could refuse is noted and settled when the number
+// is known. The cost stays that of the text, however deep definitions nest.
 
 #include "frontend/check.h"
 
@@ -187,7 +187,8 @@ bool checker::split(form *f)
 void checker::join_strings(form *f)
 {
     if (!is_string(f->word)) return;
-    if (!std::all_of(tokens_.begin() + static_cast<SLO>(f->first), tokens_.end(), is_string)) return;
+    if (!std::all_of(tokens_.begin() + static_cast<SLO>(f->first), tokens_.end(), is_string))
+        return;
     f->joined.append("\"").append(inside(f->word));
     for (ULO i = f->first; i < f->last; i++) f->joined.append(inside(tokens_[i]));
     f->joined.append("\"");
@@ -197,8 +198,8 @@ void checker::join_strings(form *f)
     f->word = mnemonic(ISA_PROGN);
 }
 
-// The walk by which unbalanced text is refused: it finds the first token that does not end. A comment
-// is not looked at behind its word.
+// The walk by which unbalanced text is refused: it finds the first token that does not end. A
+// comment is not looked at behind its word.
 SLO checker::refuse_unbalanced()
 {
     std::string_view rest = trimmed(body_), token;
@@ -228,8 +229,7 @@ SLO checker::look_up(form *f)
     if (f->word.empty()) return syntax_error<syntax::VOID_NAME>(path(), f->text);
     append_folded(&f->name, f->word);
     const function *found = find(f->name);
-    if (found == nullptr)
-        return syntax_error<syntax::UNDEFINED_NAME>(path(), f->name, f->text);
+    if (found == nullptr) return syntax_error<syntax::UNDEFINED_NAME>(path(), f->name, f->text);
     f->operands = found->operands;
     f->open = found->open;
     f->groups = word_groups(f->name);
@@ -278,8 +278,8 @@ SLO checker::check_array(const form &f)
     return syntax_error<syntax::INVALID_ARRAY>(path(), name, f.text);
 }
 
-// The target of an assignment. A formal argument is one only in the text that the driver has modified,
-// and is not counted as a use.
+// The target of an assignment. A formal argument is one only in the text that the driver has
+// modified, and is not counted as a use.
 SLO checker::write_target(const form &f)
 {
     argument_set unused;
@@ -409,8 +409,8 @@ SLO checker::define_body(std::string_view body, const std::string &name)
     return operands;
 }
 
-// The second look at a body: the number of the function's arguments is known now, and forms that have
-// lost a comment stand with what remained.
+// The second look at a body: the number of the function's arguments is known now, and forms that
+// have lost a comment stand with what remained.
 SLO checker::settle(const function_scope &scope, SLO operands)
 {
     const second_look *first = nullptr;

@@ -1,5 +1,5 @@
-// Groups of control mnemonics. A unit may add rows that duplicate a control instruction; every place
-// that must know a control construct asks for membership in a group and never for a name.
+// Groups of control mnemonics. A unit may add rows that duplicate a control instruction; every
+// place that must know a control construct asks for membership in a group and never for a name.
 #pragma once
 
 #include <string_view>
@@ -7,15 +7,32 @@
 #include "kestrin/types.h"
 
 enum group : unsigned {
-    GROUP_PROGN, GROUP_SETQ, GROUP_ALSETQ, GROUP_ARSETQ, GROUP_INDEX, GROUP_ALINDEX,
-    GROUP_DEFUN, GROUP_IF, GROUP_WHILE, GROUP_FOR, GROUP_BREAK, GROUP_EXIT, GROUP_COMMENTS,
-    GROUP_AND, GROUP_AND_2, GROUP_OR, GROUP_OR_2,
+    GROUP_PROGN,
+    GROUP_SETQ,
+    GROUP_ALSETQ,
+    GROUP_ARSETQ,
+    GROUP_INDEX,
+    GROUP_ALINDEX,
+    GROUP_DEFUN,
+    GROUP_IF,
+    GROUP_WHILE,
+    GROUP_FOR,
+    GROUP_BREAK,
+    GROUP_EXIT,
+    GROUP_COMMENTS,
+    GROUP_AND,
+    GROUP_AND_2,
+    GROUP_OR,
+    GROUP_OR_2,
     GROUPS
 };
 
 // A set of groups, as bits.
 using group_set = unsigned;
-constexpr group_set in(group g) { return 1u << g; }
+constexpr group_set in(group g)
+{
+    return 1u << g;
+}
 // Variable number in the node itself.
 constexpr group_set variable_first =
     in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ) | in(GROUP_INDEX) | in(GROUP_ALINDEX);

@@ -1,5 +1,5 @@
-// The instruction table as data. Everything here is derived from the rows of isa.def; a bad row does
-// not compile.
+// The instruction table as data. Everything here is derived from the rows of isa.def; a bad row
+// does not compile.
 
 #include "frontend/isa.h"
 
@@ -27,10 +27,22 @@ namespace {
 #include "frontend/isa.def"
 #undef ROW
 
-#define SLOTS_NONE(f) {nullptr, nullptr, nullptr, nullptr, nullptr}
-#define SLOTS_G(f) {func__##f, nullptr, nullptr, nullptr, nullptr}
-#define SLOTS_GJ(f) {func__##f, func__##f##_j, nullptr, nullptr, nullptr}
-#define SLOTS_GJFSZ(f) {func__##f, func__##f##_i, func__##f##_f, func__##f##_s, func__##f##_z}
+#define SLOTS_NONE(f)                                                                              \
+    {                                                                                              \
+        nullptr, nullptr, nullptr, nullptr, nullptr                                                \
+    }
+#define SLOTS_G(f)                                                                                 \
+    {                                                                                              \
+        func__##f, nullptr, nullptr, nullptr, nullptr                                              \
+    }
+#define SLOTS_GJ(f)                                                                                \
+    {                                                                                              \
+        func__##f, func__##f##_j, nullptr, nullptr, nullptr                                        \
+    }
+#define SLOTS_GJFSZ(f)                                                                             \
+    {                                                                                              \
+        func__##f, func__##f##_i, func__##f##_f, func__##f##_s, func__##f##_z                      \
+    }
 
 isa_row built_in_rows[] = {
 #define ROW(id, mnemonic, n, res, letters, slots, f)                                               \

@@ -19,8 +19,9 @@ struct isa_row {
     CHR **mnemonic; // cell that holds the counted string; renaming writes the cell
     SSH operands;   // -1: any number
     UCH ret_type;   // of "UIFSZ"
-    const CHR *op_type; // counted string, a letter of "VUEIFSZ-" for each operand; one for -1 operands
-    fcall slots[5];     // generic; J or I; F; S; Z. NULL: empty
+    const CHR
+        *op_type;   // counted string, a letter of "VUEIFSZ-" for each operand; one for -1 operands
+    fcall slots[5]; // generic; J or I; F; S; Z. NULL: empty
 };
 
 // The tables in force.

@@ -1,5 +1,5 @@
-// The instruction tables as text: what a unit's main reads and changes before the engine starts, and
-// what a precompiled file is bound to.
+// The instruction tables as text: what a unit's main reads and changes before the engine starts,
+// and what a precompiled file is bound to.
 
 #include <cstdlib>
 #include <cstring>
@@ -252,8 +252,8 @@ void _internal_ISA_COPs_set(const CHR *table)
     forget_words();
     const ULO count = count_lists(table);
     if (count == 0) return;
-    auto *rows = static_cast<isa_row *>(
-        allocate_rows(count, sizeof(isa_row), fatal_site::ISA_SET_ROWS));
+    auto *rows =
+        static_cast<isa_row *>(allocate_rows(count, sizeof(isa_row), fatal_site::ISA_SET_ROWS));
     scratch rest, row;
     equ(&rest.s, table);
     for (ULO i = 0; i < count; i++) {

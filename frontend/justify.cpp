@@ -1,11 +1,11 @@
-// The type pass: a walk in evaluation order with one table of variable types for each function. Loops
-// are rehearsed before they are walked, UDF bodies are walked twice, so that the second walk knows what
-// a recursive call yields, and a final sweep takes back each variable's suffix that the table at the
-// end does not confirm.
+// The type pass: a walk in evaluation order with one table of variable types for each function.
+// Loops are rehearsed before they are walked, UDF bodies are walked twice, so that the second walk
+// knows what a recursive call yields, and a final sweep takes back each variable's suffix that the
+// table at the end does not confirm.
 //
-// The text is parsed once. A walk writes its findings into the nodes, and the last one that passes a
-// node is the one that counts. A definition inside a body that is walked again is not walked again
-// unless the type of a function that it calls from outside has changed since.
+// The text is parsed once. A walk writes its findings into the nodes, and the last one that passes
+// a node is the one that counts. A definition inside a body that is walked again is not walked
+// again unless the type of a function that it calls from outside has changed since.
 
 #include "frontend/justify.h"
 

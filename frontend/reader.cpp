@@ -1,5 +1,5 @@
-// The reader works line by line: the balance of quotes is settled at the end of each line, before any
-// parenthesis is looked at, and the line number is known for the one message that it has.
+// The reader works line by line: the balance of quotes is settled at the end of each line, before
+// any parenthesis is looked at, and the line number is known for the one message that it has.
 
 #include "frontend/reader.h"
 
@@ -84,8 +84,11 @@ void read_from_file(CHR **targ, const CHR *path)
     const CHR *failed_call = nullptr;
     if (!read_raw(&contents, path, &failed_call)) {
         const int error = errno;
-        const std::string text =
-            std::string("Failed while ").append(failed_call).append("ing file `").append(path).append("'.");
+        const std::string text = std::string("Failed while ")
+                                     .append(failed_call)
+                                     .append("ing file `")
+                                     .append(path)
+                                     .append("'.");
         errno = error;
         fatal(fatal_site::READ_FROM_FILE, text.c_str(), failed_call);
     }

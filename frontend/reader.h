@@ -6,15 +6,16 @@
 
 #include "kestrin/types.h"
 
-// Reads the whole file into `*contents`. Returns false with errno set if it can't be opened or read;
+// Reads the whole file into `*contents`. Returns false with errno set if it can't be opened or
+// read;
 // `*failed_call` then names the system call.
 bool read_raw(std::string *contents, const CHR *path, const CHR **failed_call);
 
 // Joins the lines of a source text, each followed by one blank; comments are gone and control bytes
-// outside string constants are blanks. `carry_quotes`: a string constant may go on in the next line.
-// Returns the number of the line, from 1, that ends inside a string where none may; else 0.
+// outside string constants are blanks. `carry_quotes`: a string constant may go on in the next
+// line. Returns the number of the line, from 1, that ends inside a string where none may; else 0.
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes);
 
-// Replaces `*targ` by the reader text of the file. Ends the process with a report if the file can't be
-// read or a line ends inside a string.
+// Replaces `*targ` by the reader text of the file. Ends the process with a report if the file can't
+// be read or a line ends inside a string.
 void read_from_file(CHR **targ, const CHR *path);

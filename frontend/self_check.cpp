@@ -1,5 +1,5 @@
-// The test of the instruction tables. The built-in rows have passed it when the engine was compiled;
-// at run time it is for what a unit has brought in.
+// The test of the instruction tables. The built-in rows have passed it when the engine was
+// compiled; at run time it is for what a unit has brought in.
 
 #include "frontend/self_check.h"
 

@@ -1,6 +1,6 @@
-// Squeezing: one walk, in which the arguments of a nested PROGN are taken as if they stood in the outer
-// one. Text behind the driver's bindings may be anything that a command-line word brought in; the walk
-// stays inside the text whatever it is.
+// Squeezing: one walk, in which the arguments of a nested PROGN are taken as if they stood in the
+// outer one. Text behind the driver's bindings may be anything that a command-line word brought in;
+// the walk stays inside the text whatever it is.
 
 #include "frontend/squeeze.h"
 
@@ -50,7 +50,8 @@ private:
     ULO count_ = 0;
 };
 
-// Whether a PROGN comes down to one argument, nested ones opened. `*count` goes up for each argument.
+// Whether a PROGN comes down to one argument, nested ones opened. `*count` goes up for each
+// argument.
 bool squeezer::has_one_argument(token_walk walk, ULO *count) const
 {
     check_stack(fatal_site::STACK_SQUEEZE);

@@ -36,8 +36,7 @@ constexpr std::size_t count_places(std::string_view text)
 // Leaves the row's code and its text with the parts filled in. Returns FAILED.
 SLO leave_syntax_error(const syntax_row &row, std::initializer_list<std::string_view> parts);
 
-template <syntax id, class... Parts>
-SLO syntax_error(const Parts &...parts)
+template <syntax id, class... Parts> SLO syntax_error(const Parts &...parts)
 {
     constexpr const syntax_row &row = syntax_rows[static_cast<int>(id)];
     static_assert(count_places(row.text) == sizeof...(Parts));

@@ -80,8 +80,8 @@ UCH integer_token(std::string_view token, const std::string &folded, std::string
     return keep(out, token, 'I');
 }
 
-// The exponent of the canonical spelling, letter included; empty if there is none or it is 0. Cuts it
-// off the mantissa.
+// The exponent of the canonical spelling, letter included; empty if there is none or it is 0. Cuts
+// it off the mantissa.
 std::string take_exponent(std::string_view token, std::string *mantissa)
 {
     const auto place = mantissa->rfind('E');
@@ -146,7 +146,8 @@ UCH number_token(std::string_view token, const std::string &folded, std::string 
 // What nearly all integers look like needs no second look.
 bool is_plain_integer(std::string_view token)
 {
-    return token.size() < 18 && all_of(token, digits) && (token.front() != '0' || token.size() == 1);
+    return token.size() < 18 && all_of(token, digits) &&
+           (token.front() != '0' || token.size() == 1);
 }
 
 } // namespace

@@ -10,13 +10,13 @@
 // The formal arguments seen so far in one function.
 using argument_set = std::set<ULO>;
 
-// The strict classifier. Returns 'S', 'P', 'Z', 'V', 'I' or 'F' and appends the token, folded where its
-// class folds, to `*out`; a formal argument is added to `*arguments`. Returns 0 for a refused token,
-// with a syntax error of code 2 left and `*out` as it was.
+// The strict classifier. Returns 'S', 'P', 'Z', 'V', 'I' or 'F' and appends the token, folded where
+// its class folds, to `*out`; a formal argument is added to `*arguments`. Returns 0 for a refused
+// token, with a syntax error of code 2 left and `*out` as it was.
 UCH kestrin_type(std::string_view token, std::string *out, argument_set *arguments);
 
-// The quick companion for text that is already checked: 'S', 'P', 'U' (a form), 'Z', 'V', 'F' or 'I' by
-// the token's first bytes. Never fails.
+// The quick companion for text that is already checked: 'S', 'P', 'U' (a form), 'Z', 'V', 'F' or
+// 'I' by the token's first bytes. Never fails.
 UCH kestrin_type1(std::string_view token);
 
 // Appends the text in upper case, by the mode of names in force.

@@ -1,5 +1,5 @@
-// The initialisation analysis: one walk in evaluation order. What a branch or a loop's body assigns is
-// taken back behind it by undoing the additions to one set of names.
+// The initialisation analysis: one walk in evaluation order. What a branch or a loop's body assigns
+// is taken back behind it by undoing the additions to one set of names.
 
 #include "frontend/uninit.h"
 
@@ -39,8 +39,8 @@ private:
 };
 
 constexpr group_set assigns = in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ);
-constexpr group_set may_stop = in(GROUP_WHILE) | in(GROUP_AND) | in(GROUP_AND_2) | in(GROUP_OR) |
-                               in(GROUP_OR_2);
+constexpr group_set may_stop =
+    in(GROUP_WHILE) | in(GROUP_AND) | in(GROUP_AND_2) | in(GROUP_OR) | in(GROUP_OR_2);
 
 // One function.
 struct scope {

@@ -8,11 +8,11 @@
 #include "frontend/walk.h"
 #include "kestrin/types.h"
 
-// Slots of one function: the formal arguments up to the highest one used, then the variables in order
-// of first appearance. A variable is its token, suffix included: X and X@I are two slots.
+// Slots of one function: the formal arguments up to the highest one used, then the variables in
+// order of first appearance. A variable is its token, suffix included: X and X@I are two slots.
 struct varlist {
     ULO arguments = 0;
-    std::vector<std::string_view> names; // from slot `arguments` on
+    std::vector<std::string_view> names;               // from slot `arguments` on
     std::unordered_map<std::string_view, ULO> numbers; // of `names`
     ULO slots() const { return arguments + names.size(); }
 };

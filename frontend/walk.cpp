@@ -10,7 +10,8 @@
 
 namespace {
 
-// The end of a string part whose opening quote stands at `at`: behind its closing quote, or the end.
+// The end of a string part whose opening quote stands at `at`: behind its closing quote, or the
+// end.
 ULO behind_quotes(std::string_view text, ULO at)
 {
     ULO i = at + 1;

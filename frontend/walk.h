@@ -1,7 +1,7 @@
 // Walking the tokens of a text. A token is a word, up to the next blank outside quotes, or a
-// parenthesised list, which ends it. A pass makes the table of brackets of its text once; the walk of a
-// form's tokens then steps over nested lists without looking at them, so that a pass costs time in
-// proportion to the text, however deep its forms stand.
+// parenthesised list, which ends it. A pass makes the table of brackets of its text once; the walk
+// of a form's tokens then steps over nested lists without looking at them, so that a pass costs
+// time in proportion to the text, however deep its forms stand.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,17 @@
 
 #include "kestrin/types.h"
 
-constexpr bool is_blank(CHR c) { return static_cast<UCH>(c) <= 32; }
+constexpr bool is_blank(CHR c)
+{
+    return static_cast<UCH>(c) <= 32;
+}
 
 std::string_view left_trimmed(std::string_view text);
 std::string_view right_trimmed(std::string_view text);
 std::string_view trimmed(std::string_view text);
 
-// For each opening parenthesis outside quotes its closing one; one that never closes reaches the end.
+// For each opening parenthesis outside quotes its closing one; one that never closes reaches the
+// end.
 class brackets {
 public:
     explicit brackets(std::string_view text);
@@ -35,7 +39,8 @@ class token_walk {
 public:
     token_walk(std::string_view text, const brackets &table, ULO from, ULO to)
         : text_(text.substr(0, to)), table_(&table), position_(from)
-    {}
+    {
+    }
     // The next token; empty when there is none left.
     std::string_view next();
     // Where the last token starts in the text.
@@ -48,12 +53,12 @@ private:
     ULO start_ = 0;
 };
 
-// The first token of a text and what follows it without leading blanks. Text that is out of balance is
-// split without a report; the token may then be empty where text is left.
+// The first token of a text and what follows it without leading blanks. Text that is out of balance
+// is split without a report; the token may then be empty where text is left.
 std::string_view first_token(std::string_view text);
 std::string_view behind_first_token(std::string_view text);
 
-// The same for text that has not been proved sound: on unbalanced text a syntax error is left and the
-// result is false.
+// The same for text that has not been proved sound: on unbalanced text a syntax error is left and
+// the result is false.
 bool kestrin_head(std::string_view *token, std::string_view text);
 bool kestrin_tail(std::string_view *rest, std::string_view text);

@@ -6,14 +6,14 @@
 #include "frontend/groups.h"
 
 struct instruction_word {
-    CHR letter;       // 'T' a row of the ISA, 't' of the ISAext
+    CHR letter; // 'T' a row of the ISA, 't' of the ISAext
     ULO row;
     SSH operands;
     group_set groups; // of control mnemonics
 };
 
-// The first row with this mnemonic, ISA ahead of ISAext; NULL if there is none. The index is made on
-// the first call, after which the tables must stay as they are.
+// The first row with this mnemonic, ISA ahead of ISAext; NULL if there is none. The index is made
+// on the first call, after which the tables must stay as they are.
 const instruction_word *find_word(std::string_view mnemonic);
 
 // Drops the index, because a table changes.

@@ -1,5 +1,5 @@
-// The process record: what the driver prepares once and lower layers read. Strings in it live as long
-// as the process.
+// The process record: what the driver prepares once and lower layers read. Strings in it live as
+// long as the process.
 #pragma once
 
 #include "kestrin/types.h"

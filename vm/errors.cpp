@@ -201,8 +201,7 @@ void rise_error_info(UCH errcode, const CHR *src_errtext)
     raise();
 }
 
-void set_error_info_dbg(UCH errcode, CHR **targ_errtext, const CHR *src_errtext,
-                        const ULO *dat_ptr)
+void set_error_info_dbg(UCH errcode, CHR **targ_errtext, const CHR *src_errtext, const ULO *dat_ptr)
 {
     set_error_state(errcode, src_errtext, "set_error_info_dbg");
     add_error_place(dat_ptr);

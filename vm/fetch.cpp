@@ -1,5 +1,5 @@
-// The casts, and the published fetches of operands. ret_ival() and its kin evaluate into a borrowing
-// slot, so that a variable answers by an alias and nothing is copied that only gets read.
+// The casts, and the published fetches of operands. ret_ival() and its kin evaluate into a
+// borrowing slot, so that a variable answers by an alias and nothing is copied that only gets read.
 
 #include <cmath>
 #include <cstdlib>
@@ -18,8 +18,7 @@ SLO truncated(DFL value)
     return static_cast<SLO>(whole);
 }
 
-template <class T>
-void ret_number(const ULO *dat_ptr, T *targ)
+template <class T> void ret_number(const ULO *dat_ptr, T *targ)
 {
     if (!rt_ctrl->rt_noterror) return;
     const ULO *node = node_at(dat_ptr);

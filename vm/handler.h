@@ -1,9 +1,9 @@
 // What handlers are made of: nodes, the evaluation of operands, the templates of the common shapes.
 // This is the one home of the protocol; the files of handlers/ hold operations.
 //
-// A handler leaves its result in the record that it is lent. While an error is pending, constants and
-// variable reads do nothing, so a handler evaluates its operands without a test between them and looks
-// at rt_noterror once, before it stores or has an effect.
+// A handler leaves its result in the record that it is lent. While an error is pending, constants
+// and variable reads do nothing, so a handler evaluates its operands without a test between them
+// and looks at rt_noterror once, before it stores or has an effect.
 #pragma once
 
 #include <cstring>
@@ -29,12 +29,27 @@ inline bool is_node(const ULO *node, fcall handler)
 {
     return node[0] == reinterpret_cast<ULO>(handler);
 }
-inline const ULO *image_main_node(const ULO *image) { return node_at(image); }
-inline ULO image_slots(const ULO *image) { return image[1]; }
-inline ULO image_arguments(const ULO *image) { return image[2]; }
-inline ULO image_udfs(const ULO *image) { return image[3]; }
+inline const ULO *image_main_node(const ULO *image)
+{
+    return node_at(image);
+}
+inline ULO image_slots(const ULO *image)
+{
+    return image[1];
+}
+inline ULO image_arguments(const ULO *image)
+{
+    return image[2];
+}
+inline ULO image_udfs(const ULO *image)
+{
+    return image[3];
+}
 
-inline kestrin_data *variable(ULO number) { return &rt_ctrl->rt_frame[number]; }
+inline kestrin_data *variable(ULO number)
+{
+    return &rt_ctrl->rt_frame[number];
+}
 
 // -- Evaluation --------------------------------------------------------------------------------
 
@@ -49,8 +64,8 @@ inline void eval(const ULO *operand_word, kestrin_data *ret_dat)
     call(node_at(operand_word), ret_dat);
 }
 
-// Before a record is lent a second time: what a variable read may have left in a borrowing slot is not
-// ours to write over.
+// Before a record is lent a second time: what a variable read may have left in a borrowing slot is
+// not ours to write over.
 void forget_alias(kestrin_data *ret_dat);
 inline void lend_again(kestrin_data *ret_dat)
 {
@@ -81,12 +96,11 @@ inline void clear(kestrin_data *d)
 SLO to_ival(const kestrin_data *d);
 DFL to_fval(const kestrin_data *d);
 
-// Where a machine type lives in a record, its leaves, and what it takes from a value of another type.
-template <class T>
-struct kind;
+// Where a machine type lives in a record, its leaves, and what it takes from a value of another
+// type.
+template <class T> struct kind;
 
-template <>
-struct kind<SLO> {
+template <> struct kind<SLO> {
     static constexpr UCH letter = 'I';
     static SLO &in(kestrin_data *d) { return d->value.ival; }
     static const SLO &in(const kestrin_data *d) { return d->value.ival; }
@@ -96,8 +110,7 @@ struct kind<SLO> {
     static SLO from(const kestrin_data *d) { return to_ival(d); }
 };
 
-template <>
-struct kind<DFL> {
+template <> struct kind<DFL> {
     static constexpr UCH letter = 'F';
     static DFL &in(kestrin_data *d) { return d->value.fval; }
     static const DFL &in(const kestrin_data *d) { return d->value.fval; }
@@ -110,8 +123,7 @@ struct kind<DFL> {
 // How the operands of a slot are fetched: by a cast, or as values of a type that is proved.
 enum operands { CAST, PROVED };
 
-template <class T>
-T constant_of(const ULO *node)
+template <class T> T constant_of(const ULO *node)
 {
     T value;
     memcpy(&value, node + 1, sizeof value);
@@ -119,8 +131,7 @@ T constant_of(const ULO *node)
 }
 
 // The rare ways of a cast: a variable, or an operand that has been evaluated, of another type.
-template <class T>
-[[gnu::noinline]] T cast_variable(const ULO *node)
+template <class T> [[gnu::noinline]] T cast_variable(const ULO *node)
 {
     if (!rt_ctrl->rt_noterror) return 0;
     const kestrin_data *v = variable(node[1]);
@@ -128,8 +139,7 @@ template <class T>
     raise_unset_variable(node);
     return 0;
 }
-template <class T>
-[[gnu::noinline]] T cast_result(const ULO *word, kestrin_data *ret_dat)
+template <class T> [[gnu::noinline]] T cast_result(const ULO *word, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return 0;
     if (ret_dat->type != 0) return kind<T>::from(ret_dat);
@@ -187,8 +197,7 @@ template <operands how, class T>
 }
 
 // Makes an owning slot answer a number. Array memory of an earlier value stays until it is freed.
-template <class T>
-void answer(kestrin_data *ret_dat, T value)
+template <class T> void answer(kestrin_data *ret_dat, T value)
 {
     ret_dat->single = 1;
     ret_dat->type = kind<T>::letter;
@@ -199,21 +208,18 @@ void answer(kestrin_data *ret_dat, T value)
 
 // The signature of `op` says the rest: how many operands, how each is fetched, the result's letter.
 // `fault` takes the same operands and gives the error to raise, or rt_text::NONE.
-template <auto op, auto fault = nullptr>
-struct numeric;
+template <auto op, auto fault = nullptr> struct numeric;
 
-template <class R, class... A, R (*op)(A...), auto fault>
-struct numeric<op, fault> {
+template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fault> {
     // Braces fetch left to right.
     template <operands how, std::size_t... i>
-    [[gnu::always_inline]] static std::tuple<A...> fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat,
-                                      std::index_sequence<i...>)
+    [[gnu::always_inline]] static std::tuple<A...>
+    fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat, std::index_sequence<i...>)
     {
         return std::tuple<A...>{fetch<how, A>(dat_ptr + i, ret_dat)...};
     }
 
-    template <operands how>
-    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
         const auto args = fetch_all<how>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
@@ -230,5 +236,11 @@ struct numeric<op, fault> {
 
 // The generic handler and the fast one of an instruction.
 #define HANDLERS(name, ...)                                                                        \
-    HANDLER(name) { __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat); }                           \
-    HANDLER(name##_j) { __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat); }
+    HANDLER(name)                                                                                  \
+    {                                                                                              \
+        __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat);                                         \
+    }                                                                                              \
+    HANDLER(name##_j)                                                                              \
+    {                                                                                              \
+        __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat);                                       \
+    }

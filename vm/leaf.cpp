@@ -98,10 +98,22 @@ HANDLER(getval)
     check_set(dat_ptr, ret_dat);
 }
 
-HANDLER(getval_i) { read_typed<'I', copy_number>(dat_ptr, ret_dat); }
-HANDLER(getval_f) { read_typed<'F', copy_number>(dat_ptr, ret_dat); }
-HANDLER(getval_s) { read_typed<'S', copy_text>(dat_ptr, ret_dat); }
-HANDLER(getval_z) { read_typed<'Z', copy_nothing>(dat_ptr, ret_dat); }
+HANDLER(getval_i)
+{
+    read_typed<'I', copy_number>(dat_ptr, ret_dat);
+}
+HANDLER(getval_f)
+{
+    read_typed<'F', copy_number>(dat_ptr, ret_dat);
+}
+HANDLER(getval_s)
+{
+    read_typed<'S', copy_text>(dat_ptr, ret_dat);
+}
+HANDLER(getval_z)
+{
+    read_typed<'Z', copy_nothing>(dat_ptr, ret_dat);
+}
 
 HANDLER(getval_ptr)
 {

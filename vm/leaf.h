@@ -11,8 +11,8 @@ LEAF(dummy_f); // float constant
 LEAF(dummy_s); // string constant, a counted string in place
 LEAF(dummy_z); // nil
 
-// Variable reads: an alias into a borrowing slot, a deep copy into an owning one. The typed ones are
-// for variables whose type is proved.
+// Variable reads: an alias into a borrowing slot, a deep copy into an owning one. The typed ones
+// are for variables whose type is proved.
 LEAF(getval);
 LEAF(getval_i);
 LEAF(getval_f);

@@ -1,5 +1,5 @@
-// The machine: set-up of a thread, the stack of frames, and the run of a program. The driver runs the
-// program through kestrin_run(), and mapcar runs code of its own from inside a run.
+// The machine: set-up of a thread, the stack of frames, and the run of a program. The driver runs
+// the program through kestrin_run(), and mapcar runs code of its own from inside a run.
 
 #include "vm/machine.h"
 

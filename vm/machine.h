@@ -29,9 +29,9 @@ struct rt_control {
 // NULL on a thread without set-up.
 extern constinit thread_local rt_control *rt_ctrl;
 
-// Runs a linked program, a counted string, with `ret_dat` as an owning slot for the result. `capture`
-// 1 collects output in rt_captured. Returns 1 on a normal end, also by BREAK or EXIT at the top, and 0
-// with a runtime error pending.
+// Runs a linked program, a counted string, with `ret_dat` as an owning slot for the result.
+// `capture` 1 collects output in rt_captured. Returns 1 on a normal end, also by BREAK or EXIT at
+// the top, and 0 with a runtime error pending.
 UCH kestrin_run(const ULO *program, kestrin_data *ret_dat, UCH capture);
 
 // Records of the thread's stack of frames from a further chunk; the caller puts frame_top and

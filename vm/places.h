@@ -17,8 +17,7 @@ inline ULO array_capacity(ULO index)
 
 // Reallocates a run of places. Returns false if memory ran out and the thread's fault hook let the
 // machine go on.
-template <class T>
-bool grow_places(T **places, ULO size, fatal_site site)
+template <class T> bool grow_places(T **places, ULO size, fatal_site site)
 {
     ULO bytes = 0;
     void *grown = nullptr;

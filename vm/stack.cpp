@@ -1,6 +1,6 @@
-// The native stack of the engine. The main run moves to a mapping of its own, because the usual eight
-// megabytes end a recursion at some ten thousand calls; the system commits a page of it when it is
-// first touched, so the size costs nothing by itself.
+// The native stack of the engine. The main run moves to a mapping of its own, because the usual
+// eight megabytes end a recursion at some ten thousand calls; the system commits a page of it when
+// it is first touched, so the size costs nothing by itself.
 
 #include "vm/stack.h"
 

@@ -16,8 +16,8 @@ inline const CHR *stack_pointer()
 #endif
 }
 
-// Lowest address at which a recursion of the calling thread may go on; NULL if it is not known. Room
-// for the system library's own needs lies below.
+// Lowest address at which a recursion of the calling thread may go on; NULL if it is not known.
+// Room for the system library's own needs lies below.
 extern constinit thread_local const CHR *stack_floor;
 
 // For the recursions of passes: ends the process with the row's report where the stack is used up.

@@ -1,5 +1,5 @@
-// Instructions over strings: the fetch of text operands and the templates that turn a function of the
-// string library into handlers.
+// Instructions over strings: the fetch of text operands and the templates that turn a function of
+// the string library into handlers.
 //
 // The first text operand is built in the result record, where the library may change it in place. A
 // constant or a plain variable is read where it stands, as long as no operand after it can assign.
@@ -15,6 +15,14 @@ inline bool is_number_leaf(const ULO *node)
     return is_node(node, func__getval) || is_node(node, func__dummy_i) ||
            is_node(node, func__getval_i) || is_node(node, func__dummy_f) ||
            is_node(node, func__getval_f);
+}
+
+// A plain variable of whatever type.
+inline bool is_variable_read(const ULO *node)
+{
+    return is_node(node, func__getval) || is_node(node, func__getval_i) ||
+           is_node(node, func__getval_f) || is_node(node, func__getval_s) ||
+           is_node(node, func__getval_z);
 }
 
 // A leaf: its evaluation changes no variable.
@@ -38,15 +46,14 @@ void make_text(const ULO *word, kestrin_data *d);
 CHR *show_nuls(CHR **targ, const CHR *source);
 
 // Evaluates an operand as text into an owning slot.
-template <operands how>
-void eval_text(const ULO *word, kestrin_data *slot)
+template <operands how> void eval_text(const ULO *word, kestrin_data *slot)
 {
     eval(word, slot);
     if (!slot->single || slot->type != 'S') make_text(word, slot);
 }
 
-// The text of a constant or of a variable that holds one, where it stands; NULL for anything else, an
-// allocated text otherwise.
+// The text of a constant or of a variable that holds one, where it stands; NULL for anything else,
+// an allocated text otherwise.
 inline const CHR *text_in_place(const ULO *node)
 {
     if (is_node(node, func__dummy_s)) return reinterpret_cast<const CHR *>(node + 2);
@@ -57,8 +64,7 @@ inline const CHR *text_in_place(const ULO *node)
 
 // One operand of an operation, held for as long as the operation runs. `last` is behind the last
 // operand word; `empty` is true while no text stands in the record yet.
-template <class A, operands how>
-struct held_operand {
+template <class A, operands how> struct held_operand {
     using number = std::conditional_t<std::is_floating_point_v<A>, DFL, SLO>;
     number value = 0;
     held_operand(const ULO *word, const ULO *, kestrin_data *ret_dat, bool empty)
@@ -73,8 +79,7 @@ struct held_operand {
     A get(const kestrin_data *) const { return static_cast<A>(value); }
 };
 
-template <operands how>
-struct held_operand<const CHR *, how> {
+template <operands how> struct held_operand<const CHR *, how> {
     const CHR *place = nullptr;
     bool in_record = false;
     scratch own;
@@ -96,25 +101,23 @@ struct held_operand<const CHR *, how> {
 };
 
 // All operands of an instruction, fetched in order.
-template <operands how, class... A>
-struct held_operands {
+template <operands how, class... A> struct held_operands {
     held_operands(const ULO *, const ULO *, kestrin_data *, bool) {}
-    template <class F, class... Got>
-    auto pass(F f, kestrin_data *, Got... got) const
+    template <class F, class... Got> auto pass(F f, kestrin_data *, Got... got) const
     {
         return f(got...);
     }
 };
 
-template <operands how, class A, class... Rest>
-struct held_operands<how, A, Rest...> {
+template <operands how, class A, class... Rest> struct held_operands<how, A, Rest...> {
     static constexpr bool is_text = std::is_same_v<A, const CHR *>;
     held_operand<A, how> first;
     held_operands<how, Rest...> rest;
     held_operands(const ULO *word, const ULO *last, kestrin_data *ret_dat, bool empty)
         : first(word, last, ret_dat, empty),
           rest(word + 1, last, ret_dat, empty && !(is_text && first_in_record()))
-    {}
+    {
+    }
     bool first_in_record() const
     {
         if constexpr (is_text)
@@ -122,8 +125,7 @@ struct held_operands<how, A, Rest...> {
         else
             return false;
     }
-    template <class F, class... Got>
-    auto pass(F f, kestrin_data *ret_dat, Got... got) const
+    template <class F, class... Got> auto pass(F f, kestrin_data *ret_dat, Got... got) const
     {
         return rest.pass(f, ret_dat, got..., first.get(ret_dat));
     }
@@ -136,8 +138,7 @@ inline void answer_text(kestrin_data *ret_dat)
 }
 
 // A result that is a number: any integer type answers 'I'.
-template <class R>
-void answer_number(kestrin_data *ret_dat, R value)
+template <class R> void answer_number(kestrin_data *ret_dat, R value)
 {
     if constexpr (std::is_floating_point_v<R>)
         answer<DFL>(ret_dat, value);
@@ -145,43 +146,42 @@ void answer_number(kestrin_data *ret_dat, R value)
         answer<SLO>(ret_dat, static_cast<SLO>(value));
 }
 
-// The signature of `op` says the rest: CHR *(CHR **targ, operands...) gives a string, any other result
-// is a number.
-template <auto op>
-struct text;
+// The signature of `op` says the rest: CHR *(CHR **targ, operands...) gives a string, any other
+// result is a number.
+template <auto op> struct text;
 
-template <class... A, CHR *(*op)(CHR **, A...)>
-struct text<op> {
-    template <operands how>
-    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+// Fetches the operands and hands them to `run`, unless an error is pending by then.
+template <operands how, class... A, class F>
+void with_operands(const ULO *dat_ptr, kestrin_data *ret_dat, F run)
+{
+    ret_dat->disable_ptr = 1;
+    const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
+    if (rt_ctrl->rt_noterror) [[likely]]
+        held.pass(run, ret_dat);
+}
+
+template <class... A, CHR *(*op)(CHR **, A...)> struct text<op> {
+    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        ret_dat->disable_ptr = 1;
-        const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
-        if (!rt_ctrl->rt_noterror) [[unlikely]]
-            return;
-        answer_text(ret_dat);
-        held.pass([ret_dat](A... a) { op(&ret_dat->svalue, a...); }, ret_dat);
+        with_operands<how, A...>(dat_ptr, ret_dat, [ret_dat](A... a) {
+            answer_text(ret_dat);
+            op(&ret_dat->svalue, a...);
+        });
     }
 };
 
 template <class R, class... A, R (*op)(A...)>
-    requires(!std::is_same_v<R, CHR *>)
-struct text<op> {
-    template <operands how>
-    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+requires(!std::is_same_v<R, CHR *>) struct text<op> {
+    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        ret_dat->disable_ptr = 1;
-        const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
-        if (!rt_ctrl->rt_noterror) [[unlikely]]
-            return;
-        answer_number(ret_dat, held.pass(op, ret_dat));
+        with_operands<how, A...>(dat_ptr, ret_dat,
+                                 [ret_dat](A... a) { answer_number(ret_dat, op(a...)); });
     }
 };
 
-// An instruction without operands. Like the leaves it touches nothing while an error is pending. `op` is
-// CHR *(CHR **targ) for a text; any other result is a number.
-template <auto op>
-void answer_leaf(kestrin_data *ret_dat)
+// An instruction without operands. Like the leaves it touches nothing while an error is pending.
+// `op` is CHR *(CHR **targ) for a text; any other result is a number.
+template <auto op> void answer_leaf(kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     if constexpr (std::is_invocable_v<decltype(op), CHR **>) {

@@ -1,5 +1,5 @@
-// Copy and release of the universal value. An array of one class is a run of machine values with a tag
-// byte each; a mixed array is a run of records, which may be arrays again.
+// Copy and release of the universal value. An array of one class is a run of machine values with a
+// tag byte each; a mixed array is a run of records, which may be arrays again.
 
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,5 @@
-// The cost of finding a block of the async heap by its address, as blocks become more: it should grow
-// with the logarithm of their number.
+// The cost of finding a block of the async heap by its address, as blocks become more: it should
+// grow with the logarithm of their number.
 
 #include <benchmark/benchmark.h>
 #include <random>

@@ -1,13 +1,14 @@
-// ARSETQ, INDEX, ALINDEX, INDICES: members of arrays. Words of a node: slot number of the array, index
-// operand, value operand.
+// ARSETQ, INDEX, ALINDEX, INDICES: members of arrays. Words of a node: slot number of the array,
+// index operand, value operand.
 //
 // The typed handlers store into and read from a run of machine values. A variable can hold another
-// class of array than was proved (it came through a function, or from foreign bytecode), so each looks
-// at the class first and takes the generic road where it differs.
+// class of array than was proved (it came through a function, or from foreign bytecode), so each
+// looks at the class first and takes the generic road where it differs.
 
 #include "kestrin/strings.h"
 #include "vm/handler.h"
 #include "vm/places.h"
+#include "vm/text.h"
 
 namespace {
 
@@ -57,11 +58,9 @@ void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
 }
 
 // What the four classes of typed arrays differ in.
-template <UCH letter>
-struct member_class;
+template <UCH letter> struct member_class;
 
-template <class T, UCH letter_, fatal_site places, fatal_site tags>
-struct number_class {
+template <class T, UCH letter_, fatal_site places, fatal_site tags> struct number_class {
     static constexpr UCH letter = letter_;
     static T &place(kestrin_data *array, ULO index)
     {
@@ -83,13 +82,14 @@ struct number_class {
 
 template <>
 struct member_class<'I'>
-    : number_class<SLO, 'I', fatal_site::ARSETQ_I_ARRAY, fatal_site::ARSETQ_I_TAGS> {};
+    : number_class<SLO, 'I', fatal_site::ARSETQ_I_ARRAY, fatal_site::ARSETQ_I_TAGS> {
+};
 template <>
 struct member_class<'F'>
-    : number_class<DFL, 'F', fatal_site::ARSETQ_F_ARRAY, fatal_site::ARSETQ_F_TAGS> {};
+    : number_class<DFL, 'F', fatal_site::ARSETQ_F_ARRAY, fatal_site::ARSETQ_F_TAGS> {
+};
 
-template <>
-struct member_class<'S'> {
+template <> struct member_class<'S'> {
     static bool grow(kestrin_data *array, ULO size)
     {
         if (!grow_places(&array->array.svalue, size, fatal_site::ARSETQ_S_ARRAY)) return false;
@@ -107,8 +107,7 @@ struct member_class<'S'> {
     }
 };
 
-template <>
-struct member_class<'Z'> {
+template <> struct member_class<'Z'> {
     static bool grow(kestrin_data *array, ULO size)
     {
         return grow_tags(array, size, fatal_site::ARSETQ_Z_TAGS);
@@ -117,8 +116,7 @@ struct member_class<'Z'> {
     static void load(kestrin_data *, const kestrin_data *, ULO) {}
 };
 
-template <UCH letter>
-[[gnu::noinline]] bool grow_typed(kestrin_data *array, ULO index)
+template <UCH letter> [[gnu::noinline]] bool grow_typed(kestrin_data *array, ULO index)
 {
     const ULO size = array_capacity(index);
     if (!member_class<letter>::grow(array, size)) return false;
@@ -134,8 +132,7 @@ bool fits(const kestrin_data *array, UCH letter)
     return array->arraytype == letter || (array->arraytype == 0 && array->array.mix == nullptr);
 }
 
-template <UCH letter>
-void store_typed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
+template <UCH letter> void store_typed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
     if (index <= 0 || !source->single || source->type != letter || !fits(array, letter))
@@ -146,16 +143,14 @@ void store_typed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
     array->aready_tags[place] = letter;
 }
 
-template <operands how>
-SLO fetch_index(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <operands how> SLO fetch_index(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const SLO index = fetch<how, SLO>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
     return index;
 }
 
-template <UCH letter>
-void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <UCH letter> void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const SLO index = fetch_index<PROVED>(dat_ptr, ret_dat);
     eval(dat_ptr + 2, ret_dat);
@@ -174,8 +169,7 @@ void load_first(kestrin_data *ret_dat, const kestrin_data *array)
     if (array->type == 'S') equ(&ret_dat->svalue, array->svalue);
 }
 
-template <UCH letter>
-void load_typed(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
+template <UCH letter> void load_typed(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
 {
     ret_dat->single = 1;
     ret_dat->type = array->aready_tags[index];
@@ -207,8 +201,7 @@ void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
     if (ret_dat->type == 0) raise_at(rt_text::GETVAL_BEFORE_USE, dat_ptr);
 }
 
-template <UCH letter>
-void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <UCH letter> void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
     const SLO index = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
@@ -255,10 +248,22 @@ HANDLER(arsetq)
     store_mixed(dat_ptr, index, ret_dat);
 }
 
-HANDLER(arsetq_i) { arsetq_typed<'I'>(dat_ptr, ret_dat); }
-HANDLER(arsetq_f) { arsetq_typed<'F'>(dat_ptr, ret_dat); }
-HANDLER(arsetq_s) { arsetq_typed<'S'>(dat_ptr, ret_dat); }
-HANDLER(arsetq_z) { arsetq_typed<'Z'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_i)
+{
+    arsetq_typed<'I'>(dat_ptr, ret_dat);
+}
+HANDLER(arsetq_f)
+{
+    arsetq_typed<'F'>(dat_ptr, ret_dat);
+}
+HANDLER(arsetq_s)
+{
+    arsetq_typed<'S'>(dat_ptr, ret_dat);
+}
+HANDLER(arsetq_z)
+{
+    arsetq_typed<'Z'>(dat_ptr, ret_dat);
+}
 
 HANDLER(index)
 {
@@ -268,10 +273,22 @@ HANDLER(index)
     load(dat_ptr, ret_dat, index);
 }
 
-HANDLER(index_i) { index_typed<'I'>(dat_ptr, ret_dat); }
-HANDLER(index_f) { index_typed<'F'>(dat_ptr, ret_dat); }
-HANDLER(index_s) { index_typed<'S'>(dat_ptr, ret_dat); }
-HANDLER(index_z) { index_typed<'Z'>(dat_ptr, ret_dat); }
+HANDLER(index_i)
+{
+    index_typed<'I'>(dat_ptr, ret_dat);
+}
+HANDLER(index_f)
+{
+    index_typed<'F'>(dat_ptr, ret_dat);
+}
+HANDLER(index_s)
+{
+    index_typed<'S'>(dat_ptr, ret_dat);
+}
+HANDLER(index_z)
+{
+    index_typed<'Z'>(dat_ptr, ret_dat);
+}
 
 HANDLER(alindex)
 {
@@ -290,14 +307,14 @@ HANDLER(alindex_j)
     take_members(dat_ptr, ret_dat, n);
 }
 
-// The capacity of the array, which is what the language calls its number of indices. The array itself
-// is copied only if it is not a plain variable's.
+// The capacity of the array, which is what the language calls its number of indices. The array
+// itself is copied only if it is not a plain variable's.
 HANDLER(indices)
 {
     ret_dat->disable_ptr = 1;
     const ULO *node = node_at(dat_ptr);
     const kestrin_data *array = ret_dat;
-    const bool plain = is_node(node, func__getval) && rt_ctrl->rt_noterror;
+    const bool plain = is_variable_read(node) && rt_ctrl->rt_noterror;
     if (plain) array = variable(node[1]);
     if (!plain || array->type == 0) call(node, ret_dat);
     if (!rt_ctrl->rt_noterror) return;

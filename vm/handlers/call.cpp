@@ -17,7 +17,8 @@ void check_call_depth()
         fatal(fatal_site::DEFUN_FRAME);
 }
 
-// Evaluated in the caller's scope. A plain variable is lent by alias, all else is owned by the frame.
+// Evaluated in the caller's scope. A plain variable is lent by alias, all else is owned by the
+// frame.
 void evaluate_argument(const ULO *word, kestrin_data *record)
 {
     *record = owning_slot;

@@ -5,13 +5,21 @@
 
 namespace {
 
-SLO same_integer(SLO a) { return a; }
-DFL same_float(DFL a) { return a; }
-CHR *same_text(CHR **targ, const CHR *source) { return equ(targ, source); }
+SLO same_integer(SLO a)
+{
+    return a;
+}
+DFL same_float(DFL a)
+{
+    return a;
+}
+CHR *same_text(CHR **targ, const CHR *source)
+{
+    return equ(targ, source);
+}
 
 // The operand as it comes, then converted by its own type.
-template <class T>
-void convert(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <class T> void convert(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
     eval(dat_ptr, ret_dat);
@@ -32,35 +40,77 @@ void answer_type(kestrin_data *ret_dat, UCH type)
 
 } // namespace
 
-HANDLER(ival) { numeric<same_integer>::run<CAST>(dat_ptr, ret_dat); }
-HANDLER(ival_i) { eval(dat_ptr, ret_dat); }
-HANDLER(ival_f) { convert<SLO>(dat_ptr, ret_dat); }
-HANDLER(ival_s) { convert<SLO>(dat_ptr, ret_dat); }
-HANDLER(ival_z) { convert<SLO>(dat_ptr, ret_dat); }
+HANDLER(ival)
+{
+    numeric<same_integer>::run<CAST>(dat_ptr, ret_dat);
+}
+HANDLER(ival_i)
+{
+    eval(dat_ptr, ret_dat);
+}
+HANDLER(ival_f)
+{
+    convert<SLO>(dat_ptr, ret_dat);
+}
+HANDLER(ival_s)
+{
+    convert<SLO>(dat_ptr, ret_dat);
+}
+HANDLER(ival_z)
+{
+    convert<SLO>(dat_ptr, ret_dat);
+}
 
-HANDLER(fval) { numeric<same_float>::run<CAST>(dat_ptr, ret_dat); }
+HANDLER(fval)
+{
+    numeric<same_float>::run<CAST>(dat_ptr, ret_dat);
+}
 HANDLER(fval_i)
 {
     ret_dat->disable_ptr = 1;
     const SLO value = fetch<PROVED, SLO>(dat_ptr, ret_dat);
     if (rt_ctrl->rt_noterror) answer<DFL>(ret_dat, static_cast<DFL>(value));
 }
-HANDLER(fval_f) { eval(dat_ptr, ret_dat); }
-HANDLER(fval_s) { convert<DFL>(dat_ptr, ret_dat); }
-HANDLER(fval_z) { convert<DFL>(dat_ptr, ret_dat); }
+HANDLER(fval_f)
+{
+    eval(dat_ptr, ret_dat);
+}
+HANDLER(fval_s)
+{
+    convert<DFL>(dat_ptr, ret_dat);
+}
+HANDLER(fval_z)
+{
+    convert<DFL>(dat_ptr, ret_dat);
+}
 
-HANDLER(str) { text<same_text>::run<CAST>(dat_ptr, ret_dat); }
-HANDLER(str_i) { text<equ_num>::run<PROVED>(dat_ptr, ret_dat); }
-HANDLER(str_f) { text<equ_fnum>::run<PROVED>(dat_ptr, ret_dat); }
-HANDLER(str_s) { eval(dat_ptr, ret_dat); }
-HANDLER(str_z) { convert_text(dat_ptr, ret_dat); }
+HANDLER(str)
+{
+    text<same_text>::run<CAST>(dat_ptr, ret_dat);
+}
+HANDLER(str_i)
+{
+    text<equ_num>::run<PROVED>(dat_ptr, ret_dat);
+}
+HANDLER(str_f)
+{
+    text<equ_fnum>::run<PROVED>(dat_ptr, ret_dat);
+}
+HANDLER(str_s)
+{
+    eval(dat_ptr, ret_dat);
+}
+HANDLER(str_z)
+{
+    convert_text(dat_ptr, ret_dat);
+}
 
 // The type letter of the value; of member 0 for an array.
 HANDLER(type)
 {
     ret_dat->disable_ptr = 1;
     const ULO *node = node_at(dat_ptr);
-    if (is_node(node, func__getval) && rt_ctrl->rt_noterror && variable(node[1])->type != 0)
+    if (is_variable_read(node) && rt_ctrl->rt_noterror && variable(node[1])->type != 0)
         return answer_type(ret_dat, variable(node[1])->type);
     call(node, ret_dat);
     if (rt_ctrl->rt_noterror) answer_type(ret_dat, ret_dat->type);

@@ -8,49 +8,41 @@
 
 namespace {
 
-// What a comparison is for each type: numbers, the sign of the order of two strings, equality of two
-// strings, and two nils. A first nil against another type is `nil_other`.
+// What a comparison is for each type: numbers, the sign of the order of two strings, equality of
+// two strings, and two nils. A first nil against another type is `nil_other`.
 struct equal {
-    template <class T>
-    static bool numbers(T a, T b) { return a == b; }
+    template <class T> static bool numbers(T a, T b) { return a == b; }
     static bool texts(const CHR *a, const CHR *b) { return cmp(a, b); }
     static constexpr bool nils = true, nil_other = false;
 };
 struct not_equal {
-    template <class T>
-    static bool numbers(T a, T b) { return a != b; }
+    template <class T> static bool numbers(T a, T b) { return a != b; }
     static bool texts(const CHR *a, const CHR *b) { return !cmp(a, b); }
     static constexpr bool nils = false, nil_other = true;
 };
 struct less {
-    template <class T>
-    static bool numbers(T a, T b) { return a < b; }
+    template <class T> static bool numbers(T a, T b) { return a < b; }
     static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) < 0; }
     static constexpr bool nils = false, nil_other = false;
 };
 struct greater {
-    template <class T>
-    static bool numbers(T a, T b) { return a > b; }
+    template <class T> static bool numbers(T a, T b) { return a > b; }
     static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) > 0; }
     static constexpr bool nils = false, nil_other = false;
 };
 struct less_or_equal {
-    template <class T>
-    static bool numbers(T a, T b) { return a <= b; }
+    template <class T> static bool numbers(T a, T b) { return a <= b; }
     static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) <= 0; }
     static constexpr bool nils = true, nil_other = false;
 };
 struct greater_or_equal {
-    template <class T>
-    static bool numbers(T a, T b) { return a >= b; }
+    template <class T> static bool numbers(T a, T b) { return a >= b; }
     static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) >= 0; }
     static constexpr bool nils = true, nil_other = false;
 };
 
-template <class relation>
-struct comparison {
-    template <class T>
-    static void with_number(T first, const ULO *word, kestrin_data *ret_dat)
+template <class relation> struct comparison {
+    template <class T> static void with_number(T first, const ULO *word, kestrin_data *ret_dat)
     {
         const T second = fetch<CAST, T>(word, ret_dat);
         if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(first, second));
@@ -106,13 +98,11 @@ struct comparison {
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 
-    template <class T>
-    static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
+    template <class T> static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         numeric<relation_of<T>>::template run<PROVED>(dat_ptr, ret_dat);
     }
-    template <class T>
-    static SLO relation_of(T a, T b) { return relation::numbers(a, b); }
+    template <class T> static SLO relation_of(T a, T b) { return relation::numbers(a, b); }
 
     static SLO texts_of(const CHR *a, const CHR *b) { return relation::texts(a, b); }
     static void texts(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -132,11 +122,26 @@ struct comparison {
 } // namespace
 
 #define COMPARISON(name, relation)                                                                 \
-    HANDLER(name) { comparison<relation>::generic(dat_ptr, ret_dat); }                             \
-    HANDLER(name##_i) { comparison<relation>::numbers<SLO>(dat_ptr, ret_dat); }                    \
-    HANDLER(name##_f) { comparison<relation>::numbers<DFL>(dat_ptr, ret_dat); }                    \
-    HANDLER(name##_s) { comparison<relation>::texts(dat_ptr, ret_dat); }                           \
-    HANDLER(name##_z) { comparison<relation>::nils(dat_ptr, ret_dat); }
+    HANDLER(name)                                                                                  \
+    {                                                                                              \
+        comparison<relation>::generic(dat_ptr, ret_dat);                                           \
+    }                                                                                              \
+    HANDLER(name##_i)                                                                              \
+    {                                                                                              \
+        comparison<relation>::numbers<SLO>(dat_ptr, ret_dat);                                      \
+    }                                                                                              \
+    HANDLER(name##_f)                                                                              \
+    {                                                                                              \
+        comparison<relation>::numbers<DFL>(dat_ptr, ret_dat);                                      \
+    }                                                                                              \
+    HANDLER(name##_s)                                                                              \
+    {                                                                                              \
+        comparison<relation>::texts(dat_ptr, ret_dat);                                             \
+    }                                                                                              \
+    HANDLER(name##_z)                                                                              \
+    {                                                                                              \
+        comparison<relation>::nils(dat_ptr, ret_dat);                                              \
+    }
 
 COMPARISON(equal, equal)
 COMPARISON(notequal, not_equal)

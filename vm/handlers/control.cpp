@@ -1,7 +1,7 @@
 // PROGN, IF, WHILE, FOR, BREAK, EXIT and the call of a user-defined function.
 //
-// BREAK and EXIT are error codes: they stop all work like an error, and the nearest loop, call or run
-// that may absorb them sets the machine going again.
+// BREAK and EXIT are error codes: they stop all work like an error, and the nearest loop, call or
+// run that may absorb them sets the machine going again.
 
 #include "kestrin/strings.h"
 #include "vm/handler.h"
@@ -30,8 +30,7 @@ void unwind(UCH mark)
     rt_ctrl->rt_error_code = mark;
 }
 
-template <operands how>
-void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <operands how> void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     // A slot that borrows still does so for the branch, which may answer by an alias.
     const UCH owning = ret_dat->disable_ptr;
@@ -44,8 +43,7 @@ void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
     eval(dat_ptr + (condition != 0 ? 1 : 2), ret_dat);
 }
 
-template <operands how>
-void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <operands how> void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
@@ -75,10 +73,9 @@ SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
     return control->type == 'I' ? control->value.ival : fetch_cast<SLO>(word, ret_dat);
 }
 
-// True where the loop has ended well. Words: variable, start, increment, end, body. The increment is
-// evaluated twice a round, for its sign and for the step: programs can see its side effects.
-template <operands how>
-bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat)
+// True where the loop has ended well. Words: variable, start, increment, end, body. The increment
+// is evaluated twice a round, for its sign and for the step: programs can see its side effects.
+template <operands how> bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     kestrin_data *control = variable(node_at(dat_ptr)[1]);
     SLO current = fetch<how, SLO>(dat_ptr + 1, ret_dat);
@@ -96,8 +93,7 @@ bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat)
     }
 }
 
-template <operands how>
-void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <operands how> void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
@@ -115,12 +111,30 @@ HANDLER(progn)
     }
 }
 
-HANDLER(if) { choose<CAST>(dat_ptr, ret_dat); }
-HANDLER(if_j) { choose<PROVED>(dat_ptr, ret_dat); }
-HANDLER(while) { repeat_while<CAST>(dat_ptr, ret_dat); }
-HANDLER(while_j) { repeat_while<PROVED>(dat_ptr, ret_dat); }
-HANDLER(for) { repeat_for<CAST>(dat_ptr, ret_dat); }
-HANDLER(for_j) { repeat_for<PROVED>(dat_ptr, ret_dat); }
+HANDLER(if)
+{
+    choose<CAST>(dat_ptr, ret_dat);
+}
+HANDLER(if_j)
+{
+    choose<PROVED>(dat_ptr, ret_dat);
+}
+HANDLER(while)
+{
+    repeat_while<CAST>(dat_ptr, ret_dat);
+}
+HANDLER(while_j)
+{
+    repeat_while<PROVED>(dat_ptr, ret_dat);
+}
+HANDLER(for)
+{
+    repeat_for<CAST>(dat_ptr, ret_dat);
+}
+HANDLER(for_j)
+{
+    repeat_for<PROVED>(dat_ptr, ret_dat);
+}
 
 HANDLER(break)
 {

@@ -11,20 +11,62 @@ namespace {
 
 constexpr DFL all_whole = 4503599627370496.0; // from 2^52 on a double has no fraction
 
-DFL add(DFL a, DFL b) { return a + b; }
-DFL subtract(DFL a, DFL b) { return a - b; }
-DFL multiply(DFL a, DFL b) { return a * b; }
-DFL divide(DFL a, DFL b) { return a / b; }
-DFL multiply_add(DFL a, DFL b, DFL c) { return a * b + c; }
-DFL absolute(DFL a) { return std::fabs(a); }
-DFL cosine(DFL a) { return std::cos(a); }
-DFL sine(DFL a) { return std::sin(a); }
-DFL arc_tangent(DFL a) { return std::atan(a); }
-DFL exponential(DFL a) { return std::exp(a); }
-DFL power(DFL a, DFL b) { return std::pow(a, b); }
-DFL logarithm(DFL a) { return std::log(a); }
-DFL square_root(DFL a) { return std::sqrt(a); }
-DFL random_float(DFL m) { return draw(m < 0.0) * m / largest_draw; }
+DFL add(DFL a, DFL b)
+{
+    return a + b;
+}
+DFL subtract(DFL a, DFL b)
+{
+    return a - b;
+}
+DFL multiply(DFL a, DFL b)
+{
+    return a * b;
+}
+DFL divide(DFL a, DFL b)
+{
+    return a / b;
+}
+DFL multiply_add(DFL a, DFL b, DFL c)
+{
+    return a * b + c;
+}
+DFL absolute(DFL a)
+{
+    return std::fabs(a);
+}
+DFL cosine(DFL a)
+{
+    return std::cos(a);
+}
+DFL sine(DFL a)
+{
+    return std::sin(a);
+}
+DFL arc_tangent(DFL a)
+{
+    return std::atan(a);
+}
+DFL exponential(DFL a)
+{
+    return std::exp(a);
+}
+DFL power(DFL a, DFL b)
+{
+    return std::pow(a, b);
+}
+DFL logarithm(DFL a)
+{
+    return std::log(a);
+}
+DFL square_root(DFL a)
+{
+    return std::sqrt(a);
+}
+DFL random_float(DFL m)
+{
+    return draw(m < 0.0) * m / largest_draw;
+}
 
 DFL integer_part(DFL a)
 {
@@ -49,16 +91,24 @@ bool is_whole(DFL a)
     return std::fabs(a) >= all_whole || a == std::floor(a);
 }
 
-rt_text zero_divisor(DFL, DFL b) { return b == 0.0 ? rt_text::FLOAT_DIVZERO : rt_text::NONE; }
-rt_text not_positive(DFL a) { return a > 0.0 ? rt_text::NONE : rt_text::FLOAT_LOGARITHM; }
-rt_text negative(DFL a) { return a < 0.0 ? rt_text::FLOAT_SQRT : rt_text::NONE; }
+rt_text zero_divisor(DFL, DFL b)
+{
+    return b == 0.0 ? rt_text::FLOAT_DIVZERO : rt_text::NONE;
+}
+rt_text not_positive(DFL a)
+{
+    return a > 0.0 ? rt_text::NONE : rt_text::FLOAT_LOGARITHM;
+}
+rt_text negative(DFL a)
+{
+    return a < 0.0 ? rt_text::FLOAT_SQRT : rt_text::NONE;
+}
 rt_text no_power(DFL a, DFL b)
 {
     return a < 0.0 && !is_whole(b) ? rt_text::FLOAT_POWER : rt_text::NONE;
 }
 
-template <ULO bits>
-void answer_constant(kestrin_data *ret_dat)
+template <ULO bits> void answer_constant(kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     answer<DFL>(ret_dat, std::bit_cast<DFL>(bits));

@@ -1,6 +1,6 @@
-// STR_FMT and OUTF: a value under a format of the system library. A format holds one conversion at the
-// most. The system library sees only formats that are safe for the value; where the conversion and the
-// value's type differ, the value is converted.
+// STR_FMT and OUTF: a value under a format of the system library. A format holds one conversion at
+// the most. The system library sees only formats that are safe for the value; where the conversion
+// and the value's type differ, the value is converted.
 
 #include <cstdio>
 #include <cstdlib>
@@ -58,8 +58,8 @@ conversion read_conversion(std::string_view format)
     return found;
 }
 
-// The letter by which a number is tested for a string conversion: the first one behind the % that ends
-// a conversion, or else the last byte.
+// The letter by which a number is tested for a string conversion: the first one behind the % that
+// ends a conversion, or else the last byte.
 CHR tested_letter(std::string_view format)
 {
     auto i = format.find('%');
@@ -84,8 +84,7 @@ format_faults faults_of(UCH type)
 }
 
 // Prints into `*targ`; a short result needs no second call. False if the system library refuses.
-template <class T>
-bool print(CHR **targ, const CHR *format, T value)
+template <class T> bool print(CHR **targ, const CHR *format, T value)
 {
     CHR small[512];
     const int size = snprintf(small, sizeof small, format, value);
@@ -187,7 +186,10 @@ bool str_fmt(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 } // namespace
 
-HANDLER(str_fmt) { str_fmt(dat_ptr, ret_dat); }
+HANDLER(str_fmt)
+{
+    str_fmt(dat_ptr, ret_dat);
+}
 
 HANDLER(outf)
 {

@@ -1,5 +1,5 @@
-// SETQ and ALSETQ: assignment to a variable. They do the same at run time and differ only in what the
-// type pass makes of them. Words of the node: slot number, value operand.
+// SETQ and ALSETQ: assignment to a variable. They do the same at run time and differ only in what
+// the type pass makes of them. Words of the node: slot number, value operand.
 
 #include "kestrin/strings.h"
 #include "vm/handler.h"
@@ -19,8 +19,7 @@ void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
 }
 
 // The number of a constant or a single variable of a proved type, where it stands.
-template <class T>
-bool read_in_place(const ULO *node, T *value)
+template <class T> bool read_in_place(const ULO *node, T *value)
 {
     if (is_node(node, kind<T>::constant)) {
         *value = constant_of<T>(node);
@@ -34,8 +33,7 @@ bool read_in_place(const ULO *node, T *value)
 }
 
 // Both single: type and value are all there is. Else one of them is an array.
-template <class T>
-void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <class T> void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     T value;
     if (read_in_place(node_at(dat_ptr + 1), &value)) {
@@ -65,8 +63,14 @@ HANDLER(setq)
         copy_kst_data(target, ret_dat, 0);
 }
 
-HANDLER(setq_i) { assign_number<SLO>(dat_ptr, ret_dat); }
-HANDLER(setq_f) { assign_number<DFL>(dat_ptr, ret_dat); }
+HANDLER(setq_i)
+{
+    assign_number<SLO>(dat_ptr, ret_dat);
+}
+HANDLER(setq_f)
+{
+    assign_number<DFL>(dat_ptr, ret_dat);
+}
 
 HANDLER(setq_s)
 {
@@ -90,8 +94,23 @@ HANDLER(setq_z)
     free_string(&target->svalue);
 }
 
-HANDLER(alsetq) { func__setq(dat_ptr, ret_dat); }
-HANDLER(alsetq_i) { func__setq_i(dat_ptr, ret_dat); }
-HANDLER(alsetq_f) { func__setq_f(dat_ptr, ret_dat); }
-HANDLER(alsetq_s) { func__setq_s(dat_ptr, ret_dat); }
-HANDLER(alsetq_z) { func__setq_z(dat_ptr, ret_dat); }
+HANDLER(alsetq)
+{
+    func__setq(dat_ptr, ret_dat);
+}
+HANDLER(alsetq_i)
+{
+    func__setq_i(dat_ptr, ret_dat);
+}
+HANDLER(alsetq_f)
+{
+    func__setq_f(dat_ptr, ret_dat);
+}
+HANDLER(alsetq_s)
+{
+    func__setq_s(dat_ptr, ret_dat);
+}
+HANDLER(alsetq_z)
+{
+    func__setq_z(dat_ptr, ret_dat);
+}

@@ -1,5 +1,5 @@
-// Runtime errors: a code, a text and a pending flag of the calling thread. Once an error is raised all
-// evaluation drains away by ordinary returns.
+// Runtime errors: a code, a text and a pending flag of the calling thread. Once an error is raised
+// all evaluation drains away by ordinary returns.
 #pragma once
 
 #include "kestrin/types.h"

@@ -12,13 +12,14 @@
 struct INSTRUCTION_STRU {
     const CHR *fnc_name; // upper case
     SSH operands;
-    UCH ret_type;        // 'I', 'F', 'S', 'Z'
-    const UCH *op_type;  // one letter of "IFSZ" for each operand, NUL-terminated
+    UCH ret_type;       // 'I', 'F', 'S', 'Z'
+    const UCH *op_type; // one letter of "IFSZ" for each operand, NUL-terminated
     fcall func_ptr;
 };
 
-// The mnemonics in row order, separated by single blanks. Setting takes one word for each row from the
-// first on and ends early at the end of the list. Not allowed on a table set by _internal_ISA_COPs_set.
+// The mnemonics in row order, separated by single blanks. Setting takes one word for each row from
+// the first on and ends early at the end of the list. Not allowed on a table set by
+// _internal_ISA_COPs_set.
 void _internal_ISA_COP_mnemonics_get(CHR **lst);
 void _internal_ISA_COP_mnemonics_set(const CHR *list);
 

@@ -5,9 +5,9 @@
 // NUL-terminated text as well. NULL reads as the empty string.
 //
 // Target rule: the first argument of a building operation is the address of the target, a variable
-// that is NULL or holds a heap counted string. The result replaces what it held, is stored there and
-// is returned, so calls nest. A source may be the very string that the target holds. The holder of
-// the variable owns the block and ends it with free_string().
+// that is NULL or holds a heap counted string. The result replaces what it held, is stored there
+// and is returned, so calls nest. A source may be the very string that the target holds. The holder
+// of the variable owns the block and ends it with free_string().
 //
 // Positions are 1-based; 0 means not found. A blank is any byte from 0 to 32. Positions and lengths
 // out of range are cut down, never reported. Out of memory ends the process with the fatal report,
@@ -22,7 +22,8 @@
 ULO len(const CHR *string);
 // 1 if the string holds a byte above 32 (unsigned), else 0. NULL gives 0.
 UCH notempty(const CHR *string);
-// 1 if equal byte for byte, else 0. Two NULLs are equal; NULL and an allocated empty string are not.
+// 1 if equal byte for byte, else 0. Two NULLs are equal; NULL and an allocated empty string are
+// not.
 UCH cmp(const CHR *string1, const CHR *string2);
 // Order of two strings, unsigned bytes, shorter first: -1, 0 or 1. NULL sorts ahead of everything.
 SCH cmp_s(const CHR *string1, const CHR *string2);
@@ -30,8 +31,8 @@ SCH cmp_s(const CHR *string1, const CHR *string2);
 // A plain block of size + 1 bytes, no length word, last byte NUL; `*buff` is NULL or such a block.
 // Contents are the allocator's. Honours the fault hook. Freed with free().
 CHR *mk_std_buff(CHR **buff, ULO size);
-// Makes `*buff` a counted string of `size` bytes. Keeps what fits of the old characters; new ones are
-// undefined until the caller writes them. Honours the fault hook.
+// Makes `*buff` a counted string of `size` bytes. Keeps what fits of the old characters; new ones
+// are undefined until the caller writes them. Honours the fault hook.
 CHR *mk_fst_buff(CHR **buff, ULO size);
 // Counted string of the NUL-terminated text `buff`; NULL gives an empty one. If `buff` is `*targ`
 // itself, the target is a plain block of mk_std_buff() and becomes a counted string in place.
@@ -101,8 +102,9 @@ CHR *pack(CHR **targ, const CHR *source);
 // The first word, and what follows it without leading blanks.
 CHR *head(CHR **targ, const CHR *source);
 CHR *tail(CHR **targ, const CHR *source);
-// The same for tokens of the language: quoted parts and parenthesised lists hold together. Text that
-// is out of balance is split without a report; lsp_head() then may be empty where text is left.
+// The same for tokens of the language: quoted parts and parenthesised lists hold together. Text
+// that is out of balance is split without a report; lsp_head() then may be empty where text is
+// left.
 CHR *lsp_head(CHR **targ, const CHR *source);
 CHR *lsp_tail(CHR **targ, const CHR *source);
 

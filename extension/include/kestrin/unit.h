@@ -7,8 +7,8 @@
 
 // -- Defined by the engine ---------------------------------------------------------------------
 
-// Compiles and runs as the command line says; ends the process with status 0 or 1. A second entry is
-// a fatal error.
+// Compiles and runs as the command line says; ends the process with status 0 or 1. A second entry
+// is a fatal error.
 [[noreturn]] int _Main_(int argc, char **argv);
 
 // -- Defined by the unit -----------------------------------------------------------------------
