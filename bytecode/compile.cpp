@@ -1,8 +1,9 @@
-// The compiler: one walk over the text, nodes emitted into a vector of words as they are met. A form is
-// walked twice, first to count its operands, whose table precedes their bodies.
+// The compiler: one walk over the text, nodes emitted into a vector of words as they are met. A
+// form is walked twice, first to count its operands, whose table precedes their bodies.
 //
-// Text behind the driver's bindings may be anything that a command-line word brought in. Code is sound
-// all the same: what can't be an operand becomes nil, and missing operands are filled in with nil.
+// Text behind the driver's bindings may be anything that a command-line word brought in. Code is
+// sound all the same: what can't be an operand becomes nil, and missing operands are filled in with
+// nil.
 
 #include "bytecode/compile.h"
 
@@ -49,7 +50,7 @@ private:
 struct context {
     const std::string &name; // scoped
     varlist variables;
-    ULO udf_counter; // number of the next UDF defined here
+    ULO udf_counter;        // number of the next UDF defined here
     std::vector<ULO> sizes; // of the images of its UDFs, in words
     words images;
 };
@@ -58,8 +59,8 @@ struct context {
 struct call_node {
     CHR letter = 0; // T, t, L, G; 0 for a word that nothing knows
     ULO code = 0;
-    ULO udf = 0;         // L, G: number
-    SLO operands = 0;    // T, t: declared, -1 any number
+    ULO udf = 0;      // L, G: number
+    SLO operands = 0; // T, t: declared, -1 any number
     bool variable_first = false;
     bool leads_with_variable = false; // FOR: operand 0 is a variable's node
     bool counted() const { return letter == 'L' || letter == 'G' || operands < 0; }
@@ -69,7 +70,8 @@ class compiler {
 public:
     compiler(std::string_view text, UCH debug_level)
         : text_(text), brackets_(text), debug_level_(debug_level)
-    {}
+    {
+    }
     words run(const std::string &name)
     {
         words image;
@@ -116,7 +118,10 @@ void append_text_words(words *out, std::string_view text)
     if (!text.empty()) memcpy(out->data() + from, text.data(), text.size());
 }
 
-void emit_nil(words *out) { out->push_back(image::code('Z')); }
+void emit_nil(words *out)
+{
+    out->push_back(image::code('Z'));
+}
 
 void emit_string(std::string_view constant, words *out)
 {
@@ -221,8 +226,8 @@ call_node compiler::find_call(std::string_view head)
     }
     node.letter = found->letter;
     node.operands = found->operands;
-    node.code = image::code(found->letter,
-                            image::instruction(found->row, found->letter == 'T' ? slot : 0));
+    node.code =
+        image::code(found->letter, image::instruction(found->row, found->letter == 'T' ? slot : 0));
     node.variable_first = (found->groups & variable_first) != 0;
     node.leads_with_variable = (found->groups & in(GROUP_FOR)) != 0;
     if (debug_level_ == 1)
@@ -238,8 +243,8 @@ bool compiler::is_definition(std::string_view token) const
     return token.front() == '(' && (word_groups(walk_form(token).next()) & in(GROUP_DEFUN)) != 0;
 }
 
-// Entries of the operand table. A definition leaves no code where it stands, but one that ends a list
-// of any number of operands leaves the empty string.
+// Entries of the operand table. A definition leaves no code where it stands, but one that ends a
+// list of any number of operands leaves the empty string.
 ULO compiler::count_operands(token_walk walk, const call_node &node) const
 {
     ULO count = 0;
@@ -339,8 +344,7 @@ std::string compiler::debug_text(const context &function, bool top) const
 {
     if (debug_level_ == 0) return {};
     std::string text;
-    if (top)
-        text = used_global_.framed() + used_isa_.framed() + used_isaext_.framed();
+    if (top) text = used_global_.framed() + used_isa_.framed() + used_isaext_.framed();
     text.append(function.name);
     for (std::string_view name : function.variables.names)
         text.append(" ").append(without_suffix(name));

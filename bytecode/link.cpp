@@ -1,4 +1,5 @@
-// The linker: one walk over the words of an image. After it no name and no table is looked up again.
+// The linker: one walk over the words of an image. After it no name and no table is looked up
+// again.
 
 #include "bytecode/link.h"
 
@@ -19,7 +20,10 @@ namespace {
 // set bit means "perhaps".
 using assigned_set = ULO;
 
-assigned_set bit_of(ULO variable) { return ULO(1) << (variable % 64); }
+assigned_set bit_of(ULO variable)
+{
+    return ULO(1) << (variable % 64);
+}
 
 // Stands where an instruction's slot is empty.
 void no_handler(const ULO *, kestrin_data *)
@@ -53,8 +57,8 @@ void set_handler(ULO *word, fcall handler)
 struct operand_span {
     ULO *first;
     ULO count;
-    bool assigns;      // word 1 is the number of a variable that the node sets
-    bool leads;        // operand 0 is the node of a variable that it sets
+    bool assigns; // word 1 is the number of a variable that the node sets
+    bool leads;   // operand 0 is the node of a variable that it sets
 };
 
 class linker {
@@ -103,8 +107,8 @@ assigned_set linker::link_operand(ULO *word)
     return 0;
 }
 
-// Operands are linked from the last to the first: an argument that is passed by alias keeps its value
-// for the call, so it is copied where a later argument may assign the variable.
+// Operands are linked from the last to the first: an argument that is passed by alias keeps its
+// value for the call, so it is copied where a later argument may assign the variable.
 assigned_set linker::link_node(ULO *p)
 {
     check_stack(fatal_site::STACK_LINK);
@@ -128,8 +132,7 @@ assigned_set linker::link_node(ULO *p)
             set_handler(node, func__getval);
     }
     if (operands.assigns) assigned |= bit_of(p[1]);
-    if (operands.leads)
-        assigned |= bit_of(reinterpret_cast<const ULO *>(operands.first[0])[1]);
+    if (operands.leads) assigned |= bit_of(reinterpret_cast<const ULO *>(operands.first[0])[1]);
     return assigned;
 }
 

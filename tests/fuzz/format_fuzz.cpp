@@ -1,6 +1,6 @@
-// Any bytes as a value and a format: the first byte chooses the value's type, eight more are a number
-// or begin a string of that many bytes, the rest is the format. Whatever it says, STR_FMT answers with
-// a text or with error 9.
+// Any bytes as a value and a format: the first byte chooses the value's type, eight more are a
+// number or begin a string of that many bytes, the rest is the format. Whatever it says, STR_FMT
+// answers with a text or with error 9.
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -16,7 +16,10 @@ namespace {
 
 using words = std::vector<ULO>;
 
-ULO word_of(fcall handler) { return reinterpret_cast<ULO>(handler); }
+ULO word_of(fcall handler)
+{
+    return reinterpret_cast<ULO>(handler);
+}
 
 words string_node(std::string_view text)
 {
