@@ -1,0 +1,213 @@
+// Random programs that the checker accepts, rich in what types can go wrong with: arrays of all
+// classes and arrays in arrays, variables of changing type, aliases through IF, PROGN and ALINDEX,
+// BREAK in functions and loops, FOR over any name, nested definitions and recursion.
+//
+// They end: every round and every call passes a tick, an expression that the caller gives and that
+// ends the run when it has been passed too often. Stores that may nest arrays go through a gate
+// likewise.
+#pragma once
+
+#include <random>
+#include <string>
+#include <vector>
+
+namespace kit {
+
+class random_program {
+public:
+    // `tick` is an expression of no operand; `gate` a form's beginning, to which an index is added.
+    random_program(unsigned seed, std::string tick, std::string gate)
+        : random_(seed), tick_(std::move(tick)), gate_(std::move(gate))
+    {
+    }
+
+    std::string text()
+    {
+        std::vector<function> none;
+        functions_ = none;
+        arguments_ = 0;
+        return body(2, "");
+    }
+
+private:
+    struct function {
+        std::string name;
+        int arguments;
+    };
+
+    int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
+    bool one_in(int n) { return below(n) == 0; }
+    template <class... T> std::string pick(T... of)
+    {
+        const char *all[] = {of...};
+        return all[below(sizeof...(T))];
+    }
+
+    std::string constant()
+    {
+        switch (below(6)) {
+        case 0: return pick("2.5", "-0.5", "1E5", "0.");
+        case 1: return pick("\"x\"", "\"\"", "\"12\"", "\"a longer string value\"", "\"\\n\"");
+        case 2: return "NIL";
+        default: return pick("0", "1", "2", "3", "-1", "7", "100");
+        }
+    }
+
+    std::string variable() { return pick("A", "B", "C", "D", "P", "Q", "R"); }
+    std::string array() { return one_in(6) ? variable() : pick("P", "Q", "R"); }
+    std::string index()
+    {
+        if (one_in(8)) return "(IAND " + value(1) + " 131)";
+        if (one_in(12)) return pick("128", "-1", "\"1\"", "1.5", "NIL");
+        return pick("0", "1", "1", "2");
+    }
+
+    std::string leaf()
+    {
+        if (arguments_ > 0 && one_in(4)) return "$" + std::to_string(1 + below(arguments_));
+        return one_in(3) ? constant() : variable();
+    }
+
+    // An expression of any type; no BREAK or EXIT may stand in it.
+    std::string value(int depth)
+    {
+        if (depth <= 0 || one_in(4)) return leaf();
+        switch (below(17)) {
+        case 0: return operation(pick("IADD", "-", "*", "IAND", "<<", "AND", "||"), 2, depth);
+        case 1: return operation(pick("+.", "FSUB", "*.", "FDIV", "POW"), 2, depth);
+        case 2: return operation(pick("==", "<", ">=", "NOTEQUAL"), 2, depth);
+        case 3: return "(LEFT " + operation("CAT", 2, depth) + " 40)";
+        case 4:
+            return operation(pick("IVAL", "FVAL", "STR", "LEN", "NOT", "TYPE", "ASC"), 1, depth);
+        case 5: return operation(pick("INDICES", "++", "CHR", "UPPER", "FABS"), 1, depth);
+        case 6:
+            return "(IF " + value(depth - 1) + " " + value(depth - 1) + " " + value(depth - 1) +
+                   ")";
+        case 7: return "(PROGN " + value(depth - 1) + " " + value(depth - 1) + ")";
+        case 8:
+        case 9: return assignment(depth);
+        case 10: return "(INDEX " + source() + " " + index() + ")";
+        case 11:
+            return "(ALINDEX " + source() + " " + pick("1", "2", "2", "3", "\"2\"", "1.") + ")";
+        case 12:
+        case 13:
+        case 14: return call(depth);
+        case 15:
+            return "(SUBSTR " + value(depth - 1) + " " + index() + " " + value(depth - 1) + ")";
+        default: return leaf();
+        }
+    }
+
+    std::string operation(const std::string &name, int operands, int depth)
+    {
+        std::string text = "(" + name;
+        for (int i = 0; i < operands; i++) text += " " + value(depth - 1);
+        return text + ")";
+    }
+
+    std::string source()
+    {
+        return arguments_ > 0 && one_in(4) ? "$" + std::to_string(1 + below(arguments_)) : array();
+    }
+
+    std::string assignment(int depth)
+    {
+        switch (below(4)) {
+        case 0: return "(SETQ " + variable() + " " + value(depth - 1) + ")";
+        case 1: return "(ALSETQ " + variable() + " " + value(depth - 1) + ")";
+        case 2: return "(ARSETQ " + array() + " " + index() + " " + constant() + ")";
+        default:
+            return "(ARSETQ " + array() + " " + gate_ + " " + index() + ") " + value(depth - 1) +
+                   ")";
+        }
+    }
+
+    std::string call(int depth)
+    {
+        if (functions_.empty()) return leaf();
+        const function &f = functions_[static_cast<std::size_t>(below(int(functions_.size())))];
+        const std::string name = f.name;
+        return operation(name, f.arguments, depth);
+    }
+
+    // A statement of a function's body; BREAK and EXIT may stand in it.
+    std::string statement(int depth)
+    {
+        switch (below(12)) {
+        case 0:
+            return "(WHILE " + value(1) + " (PROGN " + tick_ + " " + statements(depth - 1) + "))";
+        case 1:
+            return "(FOR " + variable() + " " + value(1) + " " + pick("1", "-1", "2", "C", "1.") +
+                   " " + value(1) + " (PROGN " + tick_ + " " + statements(depth - 1) + "))";
+        case 2:
+            return "(IF " + value(2) + " (PROGN " + statements(depth - 1) + ") " + value(2) + ")";
+        case 3: return "(PROGN " + statements(depth - 1) + ")";
+        case 4: return one_in(3) ? pick("(BREAK)", "(BREAK)", "(EXIT)") : value(3);
+        case 5:
+        case 6: return "(OUTF \"%s,\" (STR " + value(2) + "))";
+        case 7: return "(OUTF \"%s,\" (TYPE " + value(2) + "))";
+        case 8: return value(3);
+        default: return assignment(3);
+        }
+    }
+
+    std::string statements(int depth)
+    {
+        if (depth <= 0) return value(2);
+        std::string text = statement(depth);
+        for (int i = below(3); i > 0; i--) text += " " + statement(depth);
+        return text;
+    }
+
+    // Values for most variables, so that few runs end at once.
+    std::string start()
+    {
+        std::string text = tick_;
+        const char letters[] = "ABCD";
+        for (int i = 0; i < 4; i++)
+            if (!one_in(12)) text += std::string(" (SETQ ") + letters[i] + " " + constant() + ")";
+        for (const char *name : {"P", "Q", "R"}) {
+            const std::string same = constant(); // most arrays are of one type
+            for (const char *place : {"0", "1", "2"})
+                if (!one_in(12))
+                    text += std::string(" (ARSETQ ") + name + " " + place + " " +
+                            (one_in(6) ? constant() : same) + ")";
+        }
+        for (int i = 1; i <= arguments_; i++) text += " $" + std::to_string(i);
+        return text;
+    }
+
+    std::string definition(int nesting, const std::string &outer)
+    {
+        const function f = {outer + "F" + std::to_string(functions_.size()), below(3)};
+        const std::vector<function> known = functions_;
+        const int arguments = arguments_;
+        arguments_ = f.arguments;
+        functions_.push_back(f); // it may call itself
+        const std::string text = "(DEFUN " + f.name + " " + body(nesting - 1, f.name) + ")";
+        arguments_ = arguments;
+        functions_ = known;
+        functions_.push_back(f);
+        return text;
+    }
+
+    std::string body(int nesting, const std::string &outer)
+    {
+        const std::vector<function> known = functions_;
+        std::string text = "(PROGN ";
+        if (nesting > 0)
+            for (int i = below(3); i > 0; i--) text += definition(nesting, outer) + " ";
+        text += start();
+        for (int i = 2 + below(6); i > 0; i--) text += " " + statement(2);
+        text += " " + value(2) + ")";
+        functions_ = known;
+        return text;
+    }
+
+    std::mt19937 random_;
+    std::string tick_, gate_;
+    std::vector<function> functions_; // that may be called here
+    int arguments_ = 0;
+};
+
+} // namespace kit
