@@ -250,7 +250,7 @@ void report_run(const session *s)
 void print_text(CHR **text)
 {
     scratch nul, shown;
-    assign(&nul.s, std::string_view("", 1));
+    assign(&nul.s, std::string_view("\0", 1));
     assign(&shown.s, "\\0");
     strtran(text, *text, nul.s, shown.s);
     fwrite(*text, 1, len(*text), stdout);

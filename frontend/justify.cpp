@@ -510,6 +510,7 @@ UCH typist::run(CHR **udf_types)
     here_ = &tables;
     const UCH letter = type_of(0, true);
     sweep(0);
+    here_ = nullptr;
     std::string text(view(*udf_types));
     if (text.empty()) text = "\xFF";
     for (ULO i = known; i < context_.size(); i++) {

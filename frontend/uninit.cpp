@@ -59,6 +59,7 @@ public:
         main.path = name;
         here_ = &main;
         read(text_);
+        here_ = nullptr;
         return main.warnings;
     }
 

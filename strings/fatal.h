@@ -18,8 +18,8 @@ extern const CHR *const memory_fault_text;
 extern char **saved_argv;
 
 // Reports a fatal condition to standard error and returns; the caller ends the process. Texts are
-// NUL-terminated; of `location` the low 8 bits are printed. With `syscall` not NULL the text of errno
-// follows.
+// NUL-terminated; of `location` the low 8 bits are printed. With `syscall` not NULL the text of
+// errno follows.
 void fprint_error_info(const CHR *text, const CHR *module, const CHR *function, ULO location,
                        const CHR *syscall);
 

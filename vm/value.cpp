@@ -91,10 +91,10 @@ bool copy_mixed(kestrin_data *dest, const kestrin_data *source, ULO n, ULO size)
 {
     const ULO old = dest->indices_numb;
     if (dest->array.mix != nullptr && n < old) free_members(dest->array.mix, n, old);
-    const ULO kept = dest->array.mix == nullptr ? 1 : old;
+    const ULO kept = dest->array.mix == nullptr ? 0 : old;
     if (!grow_places(&dest->array.mix, size, fatal_site::COPY_MIXED)) return false;
     for (ULO i = kept < n ? kept : n; i < size; i++) dest->array.mix[i] = fresh_variable;
-    for (ULO i = 1; i < n; i++) {
+    for (ULO i = 1; i < n && i < size; i++) {
         kestrin_data *to = &dest->array.mix[i];
         const kestrin_data *from = &source->array.mix[i];
         if (!copy_kst_data_(to, from, from->indices_numb, false)) return false;

@@ -106,7 +106,7 @@ void show_nul_bytes(CHR **text)
 {
     if (*text == nullptr || memchr(*text, 0, len(*text)) == nullptr) return;
     scratch nul, shown;
-    assign(&nul.s, std::string_view("", 1));
+    assign(&nul.s, std::string_view("\0", 1));
     assign(&shown.s, "\\0");
     strtran(text, *text, nul.s, shown.s);
 }
