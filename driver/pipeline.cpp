@@ -34,6 +34,7 @@
 #include "vm/handler.h"
 #include "vm/machine.h"
 #include "vm/stack.h"
+#include "vm/text.h"
 
 namespace {
 
@@ -249,10 +250,7 @@ void report_run(const session *s)
 
 void print_text(CHR **text)
 {
-    scratch nul, shown;
-    assign(&nul.s, std::string_view("\0", 1));
-    assign(&shown.s, "\\0");
-    strtran(text, *text, nul.s, shown.s);
+    show_nuls(text, *text);
     fwrite(*text, 1, len(*text), stdout);
 }
 

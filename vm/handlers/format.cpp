@@ -101,16 +101,6 @@ template <class T> bool print(CHR **targ, const CHR *format, T value)
     return true;
 }
 
-// NUL bytes become the two characters \0: a text of the system library ends at the first one.
-void show_nul_bytes(CHR **text)
-{
-    if (*text == nullptr || memchr(*text, 0, len(*text)) == nullptr) return;
-    scratch nul, shown;
-    assign(&nul.s, std::string_view("\0", 1));
-    assign(&shown.s, "\\0");
-    strtran(text, *text, nul.s, shown.s);
-}
-
 bool print_number(kestrin_data *d, const CHR *format, const conversion &c)
 {
     if (!one_of(c.letter, "eEfFgGaA")) return print(&d->svalue, format, to_ival(d));
@@ -125,7 +115,7 @@ bool print_text(kestrin_data *d, const CHR *format, const conversion &c)
     scratch value;
     if (d->type == 'S') {
         std::swap(value.s, d->svalue);
-        show_nul_bytes(&value.s);
+        show_nuls(&value.s, value.s);
     }
     const CHR *text = d->type == 'Z' ? "`NIL'" : value.s == nullptr ? "" : value.s;
     if (c.letter == 's') return print(&d->svalue, format, text);
@@ -170,11 +160,8 @@ bool str_fmt(const ULO *dat_ptr, kestrin_data *ret_dat)
     if (!rt_ctrl->rt_noterror) return false;
     scratch own;
     const CHR *format = held.get(ret_dat);
-    if (format != nullptr && memchr(format, 0, len(format)) != nullptr) {
-        equ(&own.s, format);
-        show_nul_bytes(&own.s);
-        format = own.s;
-    }
+    if (format != nullptr && memchr(format, 0, len(format)) != nullptr)
+        format = show_nuls(&own.s, format);
     const rt_text fault = format_value(ret_dat, format);
     if (fault != rt_text::NONE) {
         raise_format_error(fault, dat_ptr, format);
