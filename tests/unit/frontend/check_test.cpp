@@ -1,0 +1,162 @@
+// The syntax checker: what the program's road does not reach, and the whole of it against the plain
+// checker of this folder. Programs and their messages stand in the golden cases.
+
+#include "frontend/check.h"
+
+#include <dirent.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "frontend/reader.h"
+#include "tests/kit/passes.h"
+#include "tests/unit/frontend/plain_check.h"
+#include "tests/unit/frontend/random_source.h"
+
+namespace {
+
+struct outcome {
+    SLO status;
+    int code;
+    std::string message, text;
+    bool operator==(const outcome &) const = default;
+    friend void PrintTo(const outcome &o, std::ostream *out)
+    {
+        *out << o.status << " code " << o.code << " " << o.message << " text " << o.text;
+    }
+};
+
+outcome check(const std::string &text, std::string_view name = "Main", lut **table = nullptr)
+{
+    lut *own = nullptr;
+    scratch s;
+    assign(&s.s, text);
+    const SLO status = kestrin_check(&s.s, name, table == nullptr ? &own : table);
+    lut_free(&own);
+    if (status < 0)
+        return {status, rt_ctrl->rt_run_flag, std::string(view(rt_ctrl->rt_run_text)), ""};
+    return {status, 0, "", std::string(view(s.s))};
+}
+
+outcome plain(std::string text)
+{
+    plain_checker pass;
+    const SLO status = pass.check(&text, "Main");
+    return {status, pass.code, pass.message, status < 0 ? "" : text};
+}
+
+class checker : public testing::Test {
+protected:
+    void SetUp() override { kit::start_passes(); }
+};
+
+TEST_F(checker, whole_texts)
+{
+    const struct {
+        const char *name, *text;
+        SLO status;
+        const char *result; // the checked text or the message
+    } cases[] = {
+        {"Main", "(rem anything \"at all\" (balanced))", 0, ""},
+        {"Main", "  ((rem a) Comment b)\t", 0, ""},
+        {"Main", " (progn (rem x) 1) ", 0, "(PROGN 1)"},
+        {"Main", "(\"a\" \"b\")", 0, "(PROGN \"ab\")"},
+        {"Main", "(outf \"%d\" $1)", 1, "(OUTF \"%d\" $1)"},
+        {"Main", "(&&  $2 (And 1e5 $1))", 2, "(&& $2 (AND 1E5 $1))"},
+        {"Main", "(index $1 0)", 1, "(INDEX $1 0)"},
+        {"Main", "(defun f (iadd $1 $2))", 2, "(DEFUN F (IADD $1 $2))"},
+        {"Main_Modified", "(setq $1 2)", 0, "(SETQ $1 2)"},
+        {"Main_Modified", "(progn (for $2 0 1 9 1) (setq $1 $1))", 1,
+         "(PROGN (FOR $2 0 1 9 1) (SETQ $1 $1))"},
+        {"Main_Modified", "(defun f (setq $1 2))", -1,
+         "In function `Main_Modified:F': invalid variable name `$1': (setq $1 2)"},
+        {"Main_Mapcar", "5", -1,
+         "In function `Main_Mapcar': parentheses-unterminated function: `5'"},
+        {"Main", "", -1, "In function `Main': parentheses-unterminated function: `'"},
+        {"Main", " (", -1, "In function `Main': parentheses-unterminated function: `('"},
+        {"Main", "(iadd 1 2) 3", -1,
+         "In function `Main': parentheses-unterminated function: `(iadd 1 2) 3'"},
+        {"Main", "(rem ( )", 0, ""},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        const outcome got = check(c.text, c.name);
+        EXPECT_EQ(c.status, got.status);
+        EXPECT_EQ(c.result, c.status < 0 ? got.message : got.text);
+    }
+}
+
+// Definitions of one text are known in the next one that is given the same table; inner ones are
+// not.
+TEST_F(checker, table_outlives_a_text)
+{
+    lut *table = nullptr;
+    EXPECT_EQ(1,
+              check("(defun f (progn (defun g (progn 1)) (ineg $1)))", "UDFs_CFG", &table).status);
+    EXPECT_EQ(ISA_ROWS + 1, table->lut_count);
+    EXPECT_EQ(1u, table->lut_scope);
+    EXPECT_EQ(0, check("(f 1)", "Main", &table).status);
+    EXPECT_EQ(4, check("(f)", "Main", &table).code);
+    EXPECT_EQ(3, check("(g)", "Main", &table).code);
+    EXPECT_EQ(8, check("(defun F (progn 1))", "Main", &table).code);
+    lut_free(&table);
+}
+
+TEST_F(checker, is_the_plain_checker)
+{
+    random_source source(20);
+    int accepted = 0, with_definition = 0;
+    for (int i = 0; i < 6000; i++) {
+        const std::string text = "(progn " + source.form(4) + " " + source.form(3) + ")";
+        const outcome got = check(text);
+        ASSERT_EQ(plain(text), got) << text;
+        accepted += got.status >= 0;
+        with_definition += got.status >= 0 && got.text.find("DEFUN") != std::string::npos;
+    }
+    EXPECT_LT(300, accepted);
+    EXPECT_LT(50, with_definition);
+}
+
+void expect_stable(const std::string &source)
+{
+    const outcome once = check(source);
+    if (once.status < 0 || once.text.empty()) return;
+    ASSERT_EQ(once, check(once.text)) << source;
+}
+
+TEST_F(checker, leaves_checked_text_as_it_is)
+{
+    random_source source(21, false);
+    for (int i = 0; i < 3000; i++) expect_stable(source.form(4));
+}
+
+std::string reader_text(const std::string &path)
+{
+    std::ifstream file(path);
+    std::stringstream contents;
+    contents << file.rdbuf();
+    std::string joined;
+    EXPECT_EQ(0u, join_lines(&joined, contents.str(), false)) << path;
+    return "(PROGN " + joined + ")";
+}
+
+TEST_F(checker, accepts_the_tutorial)
+{
+    const std::string here = __FILE__;
+    const std::string folder = here.substr(0, here.rfind("/tests/")) + "/tutorial/examples";
+    DIR *examples = opendir(folder.c_str());
+    ASSERT_NE(nullptr, examples);
+    int programs = 0;
+    while (const dirent *entry = readdir(examples)) {
+        const std::string name = entry->d_name;
+        if (!name.ends_with(".kst")) continue;
+        const std::string text = reader_text(folder + "/" + name);
+        EXPECT_LE(0, check(text).status) << name;
+        expect_stable(text);
+        programs++;
+    }
+    closedir(examples);
+    EXPECT_LT(0, programs);
+}
+
+} // namespace
