@@ -1,0 +1,543 @@
+// The decompiler. Functions are written to one buffer in the order in which they must be looked at:
+// a main node ahead of the UDFs of its scope, of these the last first, so that each is known to be
+// called or not when its turn comes. The text is put together from the pieces at the end.
+//
+// A UDF's number in the code is its place among the UDFs that are visible where it is called; they
+// stand in a list that only shrinks while the UDFs of a scope are done from the last to the first.
+
+#include "bytecode/decompile.h"
+
+#include <algorithm>
+#include <string>
+#include <unordered_set>
+#include <utility>
+
+#include "bytecode/layout.h"
+#include "bytecode/used_names.h"
+#include "frontend/isa.h"
+#include "frontend/token.h"
+#include "frontend/words.h"
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "vm/image.h"
+#include "vm/machine.h"
+#include "vm/stack.h"
+
+namespace {
+
+constexpr std::string_view udf_prefix = "Udf_", global_prefix = "Extern_", variable_prefix = "Var_";
+constexpr std::string_view unknown_code = "(Unknown_Code";
+constexpr const CHR *unused_udf = "' is removed from the target because this UDF is not used.\n";
+
+// Names are written wherever they are used, and made-up ones grow with each scope. Code that is not
+// trusted may have none longer and may not nest its functions deeper, lest a small file fill the
+// memory.
+constexpr ULO longest_untrusted = 255, deepest_untrusted = 200;
+
+struct visible_udf {
+    std::string name;
+    bool is_called;
+};
+
+// The function that is being written.
+struct scope {
+    image_layout image;
+    std::string_view variables; // names, of slots behind the formal arguments
+    std::string prefix;         // of made-up names of its UDFs
+    ULO depth;
+};
+
+// A function as written: its main node's text is a part of the buffer.
+struct written_function {
+    std::string name;
+    ULO from, to;
+    std::vector<ULO> udfs; // numbers of written functions, last definition first
+};
+
+// What is known of the instruction of a node.
+struct cop {
+    std::string name;
+    SLO operands;
+    bool is_known, is_listed;
+    const CHR *table; // "ISA" or "ISAext"
+};
+
+bool is_code_letter(ULO word)
+{
+    const std::string_view letters = image::letters;
+    return letters.find(image::letter_of(word)) != letters.npos;
+}
+
+std::string padded(ULO number, ULO digits)
+{
+    std::string print = std::to_string(number);
+    if (print.size() < digits) print.insert(0, digits - print.size(), '0');
+    return print;
+}
+
+ULO digits_of(ULO number)
+{
+    return std::to_string(number).size();
+}
+
+class decompiler {
+public:
+    explicit decompiler(const decompile_request &request)
+        : request_(request), code_(std::string_view(request.code, request.size)),
+          claims_(code_.size())
+    {
+    }
+    bool run();
+    std::string text() const;
+    std::string messages() const;
+
+private:
+    ULO write_function(const scope &function, std::string_view name);
+    void write_main_node(const scope &function);
+    ULO write_udf(const scope &parent, ULO number, const image_layout &image,
+                  std::string_view name);
+    image_layout claim_image(ULO entry, ULO depth);
+    std::vector<image_layout> enter_udfs(const scope &function);
+    void write_node(ULO p);
+    void write_float(ULO bits);
+    bool write_string(ULO p);
+    void write_leaf(ULO p, CHR letter);
+    void write_variable(ULO slot);
+    void write_target(ULO slot);
+    void write_unknown_code(ULO p);
+    void write_offset(ULO p);
+    void write_call(ULO p, CHR letter);
+    cop find_cop(ULO p, CHR letter) const;
+    void write_cop(ULO p, CHR letter);
+    bool write_cop_operands(ULO p, const cop &found, ULO *behind);
+    ULO walk_operands(ULO from, std::string_view before, std::string_view behind);
+    bool write_operand(ULO entry, std::string_view before, std::string_view behind);
+    bool test_operand(ULO entry, ULO *target) const;
+    bool is_usable(std::string_view name) const
+    {
+        return !name.empty() && (request_.trusted || name.size() <= longest_untrusted);
+    }
+    bool is_trusted() const { return request_.trusted && is_good_; }
+    void complain(const cop &found);
+    void add_message(std::string line);
+    std::string_view variable_name(ULO number) const;
+    void compose(ULO number, bool top, std::string *text) const;
+
+    const decompile_request &request_;
+    code_words code_;
+    word_claims claims_;
+    used_names names_;
+    bool is_good_ = true;
+    const scope *function_ = nullptr;
+    std::vector<std::string_view> variables_; // of the main node that is being written
+    std::vector<visible_udf> visible_;
+    std::string out_;
+    std::vector<written_function> functions_;
+    std::vector<std::string> messages_;
+    std::unordered_set<std::string> known_messages_;
+};
+
+// -- Messages and comments ---------------------------------------------------------------------
+
+void decompiler::add_message(std::string line)
+{
+    if (known_messages_.insert(line).second) messages_.push_back(std::move(line));
+}
+
+void decompiler::complain(const cop &found)
+{
+    is_good_ = false;
+    add_message(std::string("ERROR: The specified precompiled file is precompiled for other ")
+                    .append(found.table)
+                    .append(" COP `(")
+                    .append(found.name)
+                    .append(")', trying to continue anyway...\n"));
+}
+
+void decompiler::write_offset(ULO p)
+{
+    if (!request_.with_offsets) return;
+    out_.append(" (").append(mnemonic(ISA_REM)).append(" Dbg=");
+    out_.append(std::to_string(p * sizeof(ULO))).append(")");
+}
+
+void decompiler::write_unknown_code(ULO p)
+{
+    is_good_ = false;
+    out_.append(unknown_code);
+    write_offset(p);
+    out_.append(")");
+    add_message("ERROR: Unknown corrupted code `(Unknown_Code)' is found, trying to continue "
+                "anyway...\n");
+}
+
+// -- Leaves ------------------------------------------------------------------------------------
+
+// As the front end wants it spelled. An infinity or a number that is none reads as a name or as
+// nothing at all; only foreign code holds one.
+void decompiler::write_float(ULO bits)
+{
+    DFL value = 0;
+    memcpy(&value, &bits, sizeof value);
+    scratch print;
+    equ_fnum(&print.s, value);
+    argument_set arguments;
+    if (kestrin_type(view(print.s), &out_, &arguments) != 0) return;
+    std::string_view wanted = view(rt_ctrl->rt_run_text);
+    wanted.remove_prefix(wanted.rfind(' ') + 1);
+    out_.append(wanted);
+    add_message(std::string("Float constant `")
+                    .append(view(print.s))
+                    .append("' is typed as `")
+                    .append(wanted)
+                    .append("' in the target.\n"));
+    rt_ctrl->rt_run_flag = 0;
+    equ(&rt_ctrl->rt_run_text, nullptr);
+}
+
+bool decompiler::write_string(ULO p)
+{
+    const ULO words = words_of_string(code_, p + 1, code_.size());
+    if (words == 0 || !claims_.take(p + 1, 1 + words)) return false;
+    scratch text;
+    assign(&text.s, code_.text(p + 2, code_[p + 1]));
+    strunraw(&text.s, text.s);
+    out_.append("\"").append(view(text.s)).append("\"");
+    return true;
+}
+
+std::string_view decompiler::variable_name(ULO number) const
+{
+    const ULO place = number - function_->image.arguments - 1;
+    return place < variables_.size() ? variables_[place] : std::string_view();
+}
+
+void decompiler::write_variable(ULO slot)
+{
+    const ULO number = slot + 1;
+    if (number <= function_->image.arguments) {
+        out_.append("$").append(std::to_string(number));
+        return;
+    }
+    const std::string_view name = variable_name(number);
+    if (is_usable(name))
+        out_.append(name);
+    else
+        out_.append(variable_prefix).append(padded(number, digits_of(function_->image.slots)));
+}
+
+// A formal argument can't stand where a variable is assigned.
+void decompiler::write_target(ULO slot)
+{
+    if (slot >= function_->image.arguments || request_.arg_prefix.empty())
+        return write_variable(slot);
+    out_.append(request_.arg_prefix).append(variable_prefix);
+    out_.append(padded(slot + 1, digits_of(function_->image.slots)));
+}
+
+void decompiler::write_leaf(ULO p, CHR letter)
+{
+    if (letter == 'Z') {
+        out_.append("NIL");
+        return;
+    }
+    if (!claims_.take(p + 1, 1)) return write_unknown_code(p);
+    const ULO value = code_[p + 1];
+    if (letter == 'I') {
+        out_.append(std::to_string(static_cast<SLO>(value)));
+        return;
+    }
+    if (letter == 'F') return write_float(value);
+    write_variable(value);
+    write_offset(p);
+}
+
+// -- Operands ----------------------------------------------------------------------------------
+
+// Whether word `entry` refers to a node. Where the code is not trusted the words must also look the
+// part.
+bool decompiler::test_operand(ULO entry, ULO *target) const
+{
+    if (!code_.follow(entry, code_.size(), target) || !claims_.is_free(*target)) return false;
+    return is_trusted() || (!is_code_letter(code_[entry]) && is_code_letter(code_[*target]));
+}
+
+bool decompiler::write_operand(ULO entry, std::string_view before, std::string_view behind)
+{
+    ULO target = 0;
+    if (!test_operand(entry, &target)) return false;
+    out_.append(before);
+    write_node(target);
+    out_.append(behind);
+    return true;
+}
+
+// Writes operands as long as there are any. Returns their number.
+ULO decompiler::walk_operands(ULO from, std::string_view before, std::string_view behind)
+{
+    ULO entry = from;
+    while (write_operand(entry, before, behind)) entry++;
+    return entry - from;
+}
+
+// -- Calls -------------------------------------------------------------------------------------
+
+// A UDF: the first words of the node are its number and the number of its operands.
+void decompiler::write_call(ULO p, CHR letter)
+{
+    if (!claims_.take(p + 1, 2)) return write_unknown_code(p);
+    const ULO number = code_[p + 1], count = code_[p + 2];
+    if (letter == 'L' && number >= visible_.size()) return write_unknown_code(p);
+    out_.append("(");
+    if (letter == 'L') {
+        visible_[number].is_called = true;
+        out_.append(visible_[number].name);
+    } else if (const auto found = names_.global_udfs.find(number);
+               found != names_.global_udfs.end() && is_usable(found->second))
+        out_.append(found->second);
+    else
+        out_.append(global_prefix).append(function_->prefix).append(std::to_string(number + 1));
+    for (ULO i = 0; i < count; i++) {
+        if (write_operand(p + 3 + i, " ", "")) continue;
+        is_good_ = false;
+        break;
+    }
+    out_.append(")");
+}
+
+// The list in the code's own debug text wins over the tables in force.
+cop decompiler::find_cop(ULO p, CHR letter) const
+{
+    const ULO row = image::row_of(image::payload_of(code_[p]));
+    const bool is_isa = letter == 'T';
+    const CHR *table = is_isa ? "ISA" : "ISAext";
+    const auto &listed = is_isa ? names_.isa : names_.isaext;
+    if (const auto found = listed.find(row);
+        found != listed.end() && is_usable(found->second.mnemonic))
+        return {std::string(found->second.mnemonic), found->second.operands, true, true, table};
+    if (is_isa && row < isa_count)
+        return {std::string(view(*isa_table[row].mnemonic)), isa_table[row].operands, true, false,
+                table};
+    if (!is_isa && row < isaext_count)
+        return {isaext_table[row].fnc_name, isaext_table[row].operands, true, false, table};
+    return {(is_isa ? "Isa_Cop_" : "IsaExt_Cop_") + std::to_string(row), 0, false, false, table};
+}
+
+// Writes the operands that the instruction declares. `*behind` is the word behind their table.
+// False if one of them is missing.
+bool decompiler::write_cop_operands(ULO p, const cop &found, ULO *behind)
+{
+    ULO first = p + 1, count = found.operands < 0 ? 0 : ULO(found.operands);
+    const bool has_variable =
+        found.operands >= 0 && (word_groups(found.name) & variable_first) != 0;
+    if (found.operands == -1 || has_variable) {
+        if (!claims_.take(first, 1)) return false;
+        const ULO word = code_[first++];
+        if (found.operands == -1)
+            count = word;
+        else if (count > 0) {
+            count--;
+            out_.append(" ");
+            write_target(word);
+        }
+    }
+    for (ULO i = 0; i < count; i++)
+        if (!write_operand(first + i, " ", "")) return false;
+    *behind = first + count;
+    return true;
+}
+
+// Operands that the table does not know stay in the text but do nothing.
+void decompiler::write_cop(ULO p, CHR letter)
+{
+    const cop found = find_cop(p, letter);
+    out_.append("(").append(found.name);
+    write_offset(p);
+    ULO behind = 0;
+    if (!found.is_known) {
+        complain(found);
+        walk_operands(p + 1, " ", "");
+    } else if (!write_cop_operands(p, found, &behind))
+        complain(found);
+    else if (!found.is_listed && !is_trusted()) {
+        const std::string before = std::string(" (").append(mnemonic(ISA_COMMENTS)).append(" ");
+        if (walk_operands(behind, before, ")") > 0) complain(found);
+    }
+    out_.append(")");
+}
+
+// The node at word `p`, which nothing has claimed.
+void decompiler::write_node(ULO p)
+{
+    check_stack(fatal_site::STACK_DECOMPILE);
+    const CHR letter = image::letter_of(code_[p]);
+    if (letter == 'U' || !is_code_letter(code_[p]) || !claims_.take(p, 1))
+        return write_unknown_code(p);
+    switch (letter) {
+    case 'T':
+    case 't': return write_cop(p, letter);
+    case 'L':
+    case 'G': return write_call(p, letter);
+    case 'S':
+        if (!write_string(p)) write_unknown_code(p);
+        return;
+    default: return write_leaf(p, letter);
+    }
+}
+
+// -- Functions ---------------------------------------------------------------------------------
+
+// The image that entry `entry` of a table of UDFs refers to; `start` is 0 if there is none.
+image_layout decompiler::claim_image(ULO entry, ULO depth)
+{
+    image_layout image = {};
+    ULO start = 0;
+    if (!request_.trusted && depth > deepest_untrusted) return image;
+    const bool is_sound = code_.follow(entry, code_.size(), &start) &&
+                          read_layout(code_, start, code_.size(), &image) &&
+                          claims_.take(start, image.debug_end - start);
+    if (!is_sound) image.start = 0;
+    return image;
+}
+
+// Makes the UDFs of a scope visible and returns their images.
+std::vector<image_layout> decompiler::enter_udfs(const scope &function)
+{
+    std::vector<image_layout> images;
+    const ULO count = function.image.udfs, table = function.image.start + image::UDF_TABLE;
+    for (ULO i = 0; i < count; i++) {
+        images.push_back(claim_image(table + i, function.depth + 1));
+        std::string_view debug;
+        if (images[i].start != 0) debug = debug_text(code_, images[i]);
+        const std::string_view name = own_name(take_word(&debug));
+        visible_.push_back({is_usable(name) ? std::string(name)
+                                            : function.prefix + padded(i + 1, digits_of(count)),
+                            false});
+    }
+    return images;
+}
+
+void decompiler::write_main_node(const scope &function)
+{
+    function_ = &function;
+    variables_.clear();
+    std::string_view names = function.variables;
+    for (auto name = take_word(&names); !name.empty(); name = take_word(&names))
+        variables_.push_back(name);
+    if (claims_.is_free(function.image.main_node))
+        write_node(function.image.main_node);
+    else
+        write_unknown_code(function.image.main_node);
+}
+
+// UDF `number` of the parent, counted from 1. Returns the number of the written function.
+ULO decompiler::write_udf(const scope &parent, ULO number, const image_layout &image,
+                          std::string_view name)
+{
+    if (image.start == 0) {
+        const ULO from = out_.size();
+        write_unknown_code(parent.image.start + image::UDF_TABLE + number - 1);
+        functions_.push_back({std::string(name), from, out_.size(), {}});
+        return functions_.size() - 1;
+    }
+    std::string_view variables = debug_text(code_, image);
+    take_word(&variables);
+    std::string prefix = parent.prefix + padded(number, digits_of(parent.image.udfs)) + "_";
+    return write_function({image, variables, std::move(prefix), parent.depth + 1}, name);
+}
+
+// The main node comes first and the last UDF next: the calls in a UDF that is kept mark those
+// before it, and what only removed UDFs call is removed too. Messages about removed UDFs stand
+// ahead of the scope's own. Returns the number of the written function.
+ULO decompiler::write_function(const scope &function, std::string_view name)
+{
+    check_stack(fatal_site::STACK_DECOMPILE);
+    const ULO known = visible_.size();
+    const SLO first_message = SLO(messages_.size());
+    const std::vector<image_layout> images = enter_udfs(function);
+    written_function written = {std::string(name), out_.size(), 0, {}};
+    write_main_node(function);
+    written.to = out_.size();
+    std::vector<std::string> removed;
+    for (ULO i = images.size(); i > 0; i--) {
+        visible_.resize(known + i);
+        const visible_udf udf = visible_.back();
+        if (request_.mode == ENTIRE || udf.is_called) {
+            written.udfs.push_back(write_udf(function, i, images[i - 1], udf.name));
+            continue;
+        }
+        std::string line = "UDF `" + udf.name + unused_udf;
+        if (known_messages_.insert(line).second) removed.push_back(std::move(line));
+    }
+    visible_.resize(known);
+    messages_.insert(messages_.begin() + first_message, removed.rbegin(), removed.rend());
+    functions_.push_back(std::move(written));
+    return functions_.size() - 1;
+}
+
+bool decompiler::run()
+{
+    scope root = {{}, {}, std::string(udf_prefix), 0};
+    if (!read_layout(code_, 0, code_.size(), &root.image)) {
+        write_unknown_code(0);
+        functions_.push_back({"", 0, out_.size(), {}});
+        return false;
+    }
+    claims_.take(0, root.image.debug_end);
+    root.variables = debug_text(code_, root.image);
+    names_ = take_used_names(&root.variables);
+    take_word(&root.variables);
+    write_function(root, "");
+    return is_good_;
+}
+
+// -- The text ----------------------------------------------------------------------------------
+
+void decompiler::compose(ULO number, bool top, std::string *text) const
+{
+    check_stack(fatal_site::STACK_DECOMPILE);
+    const written_function &function = functions_[number];
+    if (!top) {
+        text->append("(").append(mnemonic(ISA_DEFUN)).append(" ");
+        text->append(function.name).append(" ");
+    }
+    text->append("(").append(mnemonic(ISA_PROGN)).append(" ");
+    for (ULO i = function.udfs.size(); i > 0; i--) {
+        compose(function.udfs[i - 1], false, text);
+        text->append(" ");
+    }
+    text->append(out_, function.from, function.to - function.from).append(top ? ")" : "))");
+}
+
+std::string decompiler::text() const
+{
+    std::string text;
+    const bool with_messages = !messages_.empty() && request_.mode != MINIMISED;
+    if (with_messages) {
+        text.append("(").append(mnemonic(ISA_PROGN)).append(" (").append(mnemonic(ISA_COMMENTS));
+        text.append(" \"Decompiler messages:\"");
+        for (const std::string &line : messages_)
+            text.append(" \"").append(line, 0, line.size() - 1).append("\"");
+        text.append(") ");
+    }
+    compose(functions_.size() - 1, true, &text);
+    return with_messages ? text.append(")") : text;
+}
+
+std::string decompiler::messages() const
+{
+    std::string all;
+    for (const std::string &line : messages_) all.append(line);
+    return all;
+}
+
+} // namespace
+
+bool kestrin_decompile(const decompile_request &request, CHR **text, CHR **messages)
+{
+    decompiler pass(request);
+    const bool is_good = pass.run();
+    assign(text, pass.text());
+    assign(messages, pass.messages());
+    return is_good;
+}

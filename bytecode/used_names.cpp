@@ -1,0 +1,70 @@
+// The lists of the debug text: entries behind a 0xFF, fields separated by 0xFE, each entry ended by
+// 0xFF.
+
+#include "bytecode/used_names.h"
+
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+// Cuts the text up to `end` off, and the end itself.
+std::string_view take_until(std::string_view *text, CHR end)
+{
+    const std::string_view field = text->substr(0, text->find(end));
+    text->remove_prefix(field.size() < text->size() ? field.size() + 1 : field.size());
+    return field;
+}
+
+SLO number_of(std::string_view field)
+{
+    return atol(std::string(field).c_str());
+}
+
+// Calls `enter` with the name and the rest of each entry. The first of several entries counts.
+template <class F> void read_list(std::string_view *text, F enter)
+{
+    if (text->empty() || text->front() != '(') return;
+    text->remove_prefix(1);
+    std::string_view list = take_until(text, ')');
+    take_until(&list, '\xFF');
+    while (!list.empty()) {
+        std::string_view entry = take_until(&list, '\xFF');
+        const std::string_view name = take_until(&entry, '\xFE');
+        enter(name, entry);
+    }
+}
+
+void read_cops(std::string_view *text, std::unordered_map<ULO, listed_cop> *cops)
+{
+    read_list(text, [cops](std::string_view name, std::string_view fields) {
+        const ULO row = ULO(number_of(take_until(&fields, '\xFE')));
+        cops->try_emplace(row, listed_cop{name, number_of(fields)});
+    });
+}
+
+} // namespace
+
+used_names take_used_names(std::string_view *text)
+{
+    used_names names;
+    read_list(text, [&names](std::string_view name, std::string_view number) {
+        names.global_udfs.try_emplace(ULO(number_of(number)), name);
+    });
+    read_cops(text, &names.isa);
+    read_cops(text, &names.isaext);
+    return names;
+}
+
+std::string_view take_word(std::string_view *text)
+{
+    const auto from = text->find_first_not_of(' ');
+    text->remove_prefix(from == text->npos ? text->size() : from);
+    return take_until(text, ' ');
+}
+
+std::string_view own_name(std::string_view scoped)
+{
+    const auto colon = scoped.rfind(':');
+    return colon == scoped.npos ? scoped : scoped.substr(colon + 1);
+}

@@ -1,0 +1,248 @@
+// The verifier. It goes through the code on its own, as the linker and the machine will read it,
+// and accepts what both can rely on. Each word of the code has at most one owner: without that,
+// linking one node could change the numbers of another after they were found good.
+
+#include "bytecode/verify.h"
+
+#include <algorithm>
+
+#include "bytecode/layout.h"
+#include "frontend/isa.h"
+#include "frontend/words.h"
+#include "strings/scratch.h"
+#include "vm/engine.h"
+#include "vm/image.h"
+#include "vm/stack.h"
+
+namespace {
+
+// What a call must know of a UDF.
+struct signature {
+    ULO slots, arguments;
+};
+
+// The function whose nodes are verified.
+struct function {
+    ULO end; // of its image
+    ULO slots;
+    ULO first_writable; // slots below may alias a variable of the caller
+};
+
+// Operands of a node: the words of the table, and what the node asks of them.
+struct operand_table {
+    ULO first, count;
+    bool lends;      // variables may be passed by alias
+    bool sets_first; // operand 0 is the variable that the node assigns
+};
+
+group_set groups_of(const isa_row &row)
+{
+    return word_groups(view(*row.mnemonic));
+}
+
+ULO row_of_defun()
+{
+    ULO row = 0;
+    while (row < isa_count && !(groups_of(isa_table[row]) & in(GROUP_DEFUN))) row++;
+    return row;
+}
+
+class verifier {
+public:
+    explicit verifier(std::string_view code) : code_(code), claims_(code_.size()) {}
+    bool run() { return verify_image(0, code_.size()); }
+
+private:
+    bool verify_image(ULO start, ULO end);
+    bool verify_debug_text(const image_layout &image) const;
+    bool verify_udfs(const image_layout &image);
+    bool verify_node(ULO p, const function &f, bool lent);
+    bool verify_variable(ULO p, const function &f);
+    bool verify_string(ULO p, const function &f);
+    bool read_instruction(ULO p, const function &f, operand_table *operands) const;
+    bool read_extension(ULO p, operand_table *operands) const;
+    bool read_call(ULO p, const function &f, operand_table *operands) const;
+    bool verify_operands(ULO p, const function &f, const operand_table &operands);
+    bool sets_variable(ULO p, const function &f) const;
+
+    code_words code_;
+    word_claims claims_;
+    const ULO defun_ = row_of_defun();
+    std::vector<signature> scope_; // UDFs by number
+};
+
+bool is_variable(CHR letter)
+{
+    return letter != 0 && strchr("VifszP", letter) != nullptr;
+}
+
+// The signature of a UDF of the global function set.
+bool find_global(ULO number, signature *found)
+{
+    const CHR *code = the_engine.global_udf_code;
+    if (code == nullptr || len(code) <= image::UDF_TABLE * sizeof(ULO)) return false;
+    const auto *set = reinterpret_cast<const ULO *>(code);
+    if (number >= set[image::UDFS]) return false;
+    const auto *udf = reinterpret_cast<const ULO *>(set[image::UDF_TABLE + number]);
+    *found = {udf[image::SLOTS], udf[image::ARGUMENTS]};
+    return true;
+}
+
+// -- Images ------------------------------------------------------------------------------------
+
+// C texts are made of it.
+bool verifier::verify_debug_text(const image_layout &image) const
+{
+    const ULO bytes = (image.debug_end - image.table_end) * sizeof(ULO);
+    return bytes == 0 || debug_text(code_, image).size() < bytes;
+}
+
+// Images stand in the order of the table, each up to the next one, the last up to the main node.
+bool verifier::verify_udfs(const image_layout &image)
+{
+    const ULO table = image.start + image::UDF_TABLE;
+    ULO from = image.debug_end;
+    for (ULO i = 0; i < image.udfs; i++) {
+        ULO to = image.main_node;
+        if (i + 1 < image.udfs && !code_.follow(table + i + 1, image.main_node, &to)) return false;
+        const ULO known = scope_.size();
+        if (!verify_image(from, to)) return false;
+        scope_.resize(known + 1); // what the UDF's own scope added
+        from = to;
+    }
+    return true;
+}
+
+bool verifier::verify_image(ULO start, ULO end)
+{
+    check_stack(fatal_site::STACK_VERIFY);
+    image_layout image;
+    if (!read_layout(code_, start, end, &image) || !verify_debug_text(image)) return false;
+    if (!claims_.take(start, image.debug_end - start)) return false;
+    const bool is_root = start == 0;
+    if (!is_root) scope_.push_back({image.slots, image.arguments});
+    if (!verify_udfs(image)) return false;
+    const function f = {end, image.slots, is_root ? 0 : image.arguments};
+    return verify_node(image.main_node, f, false);
+}
+
+// -- Leaves ------------------------------------------------------------------------------------
+
+bool verifier::verify_variable(ULO p, const function &f)
+{
+    return p + 1 < f.end && code_[p + 1] < f.slots && claims_.take(p, 2);
+}
+
+// The machine reads a constant as a counted string in place: with a NUL and fill behind it.
+bool verifier::verify_string(ULO p, const function &f)
+{
+    const ULO words = words_of_string(code_, p + 1, f.end);
+    if (words == 0) return false;
+    const std::string_view text = code_.text(p + 2, words * sizeof(ULO));
+    return text.find_first_not_of('\0', code_[p + 1]) == text.npos && claims_.take(p, 2 + words);
+}
+
+// -- Calls -------------------------------------------------------------------------------------
+
+// Whether the variable numbered in word `p` may be assigned.
+bool verifier::sets_variable(ULO p, const function &f) const
+{
+    return code_[p] >= f.first_writable && code_[p] < f.slots;
+}
+
+bool verifier::read_instruction(ULO p, const function &f, operand_table *operands) const
+{
+    const ULO payload = image::payload_of(code_[p]), slot = image::slot_of(payload);
+    if (image::row_of(payload) >= isa_count) return false;
+    const isa_row &row = isa_table[image::row_of(payload)];
+    if (slot >= std::size(row.slots) || row.slots[slot] == nullptr) return false;
+    const group_set groups = groups_of(row);
+    if (groups & in(GROUP_DEFUN)) return false;
+    const bool has_word = row.operands < 0 || (groups & variable_first) != 0;
+    if (has_word && p + 1 >= f.end) return false;
+    if (row.operands < 0) {
+        *operands = {p + 2, code_[p + 1], false, false};
+        return true;
+    }
+    const ULO count = static_cast<ULO>(row.operands);
+    if (groups & variable_first) {
+        const bool reads = (groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX))) != 0;
+        *operands = {p + 2, count - 1, false, false};
+        return count > 0 && (reads ? code_[p + 1] < f.slots : sets_variable(p + 1, f));
+    }
+    *operands = {p + 1, count, false, (groups & in(GROUP_FOR)) != 0};
+    return true;
+}
+
+bool verifier::read_extension(ULO p, operand_table *operands) const
+{
+    const ULO payload = image::payload_of(code_[p]), row = image::row_of(payload);
+    if (row >= isaext_count || image::slot_of(payload) != 0) return false;
+    const INSTRUCTION_STRU &found = isaext_table[row];
+    *operands = {p + 1, static_cast<ULO>(found.operands), false, false};
+    return found.func_ptr != nullptr && found.operands >= 0;
+}
+
+// An argument that is lent must not become a variable of the function that is called, which assigns
+// those: beyond the formal arguments only what no slot takes is let through.
+bool verifier::read_call(ULO p, const function &f, operand_table *operands) const
+{
+    if (image::payload_of(code_[p]) != image::instruction(defun_, 0) || p + 2 >= f.end)
+        return false;
+    const ULO number = code_[p + 1], passed = code_[p + 2];
+    signature called = {};
+    if (image::letter_of(code_[p]) == 'G') {
+        if (!find_global(number, &called)) return false;
+    } else {
+        if (number >= scope_.size()) return false;
+        called = scope_[number];
+    }
+    *operands = {p + 3, passed, true, false};
+    return passed <= called.arguments || called.slots <= called.arguments;
+}
+
+bool verifier::verify_operands(ULO p, const function &f, const operand_table &operands)
+{
+    if (operands.first > f.end || operands.count > f.end - operands.first) return false;
+    if (!claims_.take(p, operands.first + operands.count - p)) return false;
+    for (ULO i = 0; i < operands.count; i++) {
+        ULO node = 0;
+        if (!code_.follow(operands.first + i, f.end, &node)) return false;
+        if (!verify_node(node, f, operands.lends)) return false;
+        if (i > 0 || !operands.sets_first) continue;
+        if (!is_variable(image::letter_of(code_[node])) || !sets_variable(node + 1, f))
+            return false;
+    }
+    return operands.count > 0 || !operands.sets_first;
+}
+
+// The node at word `p`, which lies in the image. `lent`: it is an argument of a call.
+bool verifier::verify_node(ULO p, const function &f, bool lent)
+{
+    check_stack(fatal_site::STACK_VERIFY);
+    const CHR letter = image::letter_of(code_[p]);
+    operand_table operands = {};
+    switch (letter) {
+    case 'T': return read_instruction(p, f, &operands) && verify_operands(p, f, operands);
+    case 't': return read_extension(p, &operands) && verify_operands(p, f, operands);
+    case 'L':
+    case 'G': return read_call(p, f, &operands) && verify_operands(p, f, operands);
+    default: break;
+    }
+    if (image::payload_of(code_[p]) != 0) return false;
+    if (is_variable(letter)) return (letter != 'P' || lent) && verify_variable(p, f);
+    switch (letter) {
+    case 'I':
+    case 'F': return p + 1 < f.end && claims_.take(p, 2);
+    case 'Z': return claims_.take(p, 1);
+    case 'S': return verify_string(p, f);
+    default: return false;
+    }
+}
+
+} // namespace
+
+bool verify_bytecode(std::string_view code)
+{
+    return verifier(code).run();
+}
