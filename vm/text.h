@@ -9,7 +9,7 @@
 #include "strings/scratch.h"
 #include "vm/handler.h"
 
-// A leaf that is read without touching the text in the result record.
+// A constant or a plain variable of a number.
 inline bool is_number_leaf(const ULO *node)
 {
     return is_node(node, func__getval) || is_node(node, func__dummy_i) ||
@@ -62,6 +62,13 @@ inline const CHR *text_in_place(const ULO *node)
     return v->type == 'S' ? v->svalue : nullptr;
 }
 
+// A number that can be fetched without touching the text in the result record.
+template <operands how, class T> bool is_read_in_place(const ULO *node)
+{
+    return is_node(node, kind<T>::constant) || is_node(node, kind<T>::typed_read) ||
+           (how == CAST && is_node(node, func__getval));
+}
+
 // One operand of an operation, held for as long as the operation runs. `last` is behind the last
 // operand word; `empty` is true while no text stands in the record yet.
 template <class A, operands how> struct held_operand {
@@ -69,7 +76,7 @@ template <class A, operands how> struct held_operand {
     number value = 0;
     held_operand(const ULO *word, const ULO *, kestrin_data *ret_dat, bool empty)
     {
-        if (empty || is_number_leaf(node_at(word)))
+        if (empty || is_read_in_place<how, number>(node_at(word)))
             value = fetch<how, number>(word, ret_dat);
         else if constexpr (std::is_same_v<number, DFL>)
             ret_fval(word, &value);

@@ -116,8 +116,11 @@ bool copy_places(kestrin_data *dest, const kestrin_data *source, ULO n)
         if (done) memcpy(dest->aready_tags + 1, source->aready_tags + 1, n - 1);
     } else
         done = copy_mixed(dest, source, n, size);
-    if (done) dest->indices_numb = size;
-    return done;
+    if (!done) return false;
+    // Nothing of an earlier, longer array stays behind the last copied member.
+    if (dest->arraytype != 0) memset(dest->aready_tags + n, 0, size - n);
+    dest->indices_numb = size;
+    return true;
 }
 
 // An alias and its variable share their buffers: nothing to copy, and nothing may be freed. Only a

@@ -77,8 +77,7 @@ private:
         case 1: return operation(pick("+.", "FSUB", "*.", "FDIV", "POW"), 2, depth);
         case 2: return operation(pick("==", "<", ">=", "NOTEQUAL"), 2, depth);
         case 3: return "(LEFT " + operation("CAT", 2, depth) + " 40)";
-        case 4:
-            return operation(pick("IVAL", "FVAL", "STR", "LEN", "NOT", "TYPE", "ASC"), 1, depth);
+        case 4: return cast(depth);
         case 5: return operation(pick("INDICES", "++", "CHR", "UPPER", "FABS"), 1, depth);
         case 6:
             return "(IF " + value(depth - 1) + " " + value(depth - 1) + " " + value(depth - 1) +
@@ -95,6 +94,17 @@ private:
         case 15:
             return "(SUBSTR " + value(depth - 1) + " " + index() + " " + value(depth - 1) + ")";
         default: return leaf();
+        }
+    }
+
+    // Casts by themselves only forward an operand of the proved type, an array as the array.
+    std::string cast(int depth)
+    {
+        switch (below(4)) {
+        case 0: return "(+ 0 " + operation("IVAL", 1, depth) + ")";
+        case 1: return "(*. 1. " + operation("FVAL", 1, depth) + ")";
+        case 2: return "(LEFT " + operation("STR", 1, depth) + " 40)";
+        default: return operation(pick("LEN", "NOT", "TYPE", "ASC"), 1, depth);
         }
     }
 

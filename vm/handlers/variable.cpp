@@ -11,6 +11,12 @@ bool owns_nothing(const kestrin_data *d)
     return d->svalue == nullptr && d->array.mix == nullptr && d->aready_tags == nullptr;
 }
 
+// An array, also one that a FOR over its name has made single.
+bool holds_array(const kestrin_data *d)
+{
+    return d->indices_numb > 1;
+}
+
 void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
 {
     target->single = 1;
@@ -44,7 +50,7 @@ template <class T> void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
         if (!rt_ctrl->rt_noterror) return;
     }
     kestrin_data *target = variable(dat_ptr[0]);
-    if (!ret_dat->single || !target->single) return copy_kst_data(target, ret_dat, 0);
+    if (!ret_dat->single || holds_array(target)) return copy_kst_data(target, ret_dat, 0);
     if (target->svalue != nullptr && target->svalue != ret_dat->svalue)
         free_string(&target->svalue);
     set_number(target, kind<T>::letter, ret_dat);
@@ -77,7 +83,7 @@ HANDLER(setq_s)
     eval(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     kestrin_data *target = variable(dat_ptr[0]);
-    if (!ret_dat->single || !target->single || ret_dat->type != 'S')
+    if (!ret_dat->single || holds_array(target) || ret_dat->type != 'S')
         return copy_kst_data(target, ret_dat, 0);
     target->type = 'S';
     equ(&target->svalue, ret_dat->svalue);
@@ -88,7 +94,7 @@ HANDLER(setq_z)
     eval(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     kestrin_data *target = variable(dat_ptr[0]);
-    if (!ret_dat->single || !target->single || ret_dat->type != 'Z')
+    if (!ret_dat->single || holds_array(target) || ret_dat->type != 'Z')
         return copy_kst_data(target, ret_dat, 0);
     target->type = 'Z';
     free_string(&target->svalue);

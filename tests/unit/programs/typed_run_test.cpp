@@ -1,0 +1,124 @@
+// Whole programs on two roads: with the type pass, whose suffixes choose the fast handlers, and
+// without it. Both must do the same, whatever types a program mixes.
+
+#include <gtest/gtest.h>
+
+#include "frontend/isa.h"
+#include "kestrin/errors.h"
+#include "tests/kit/random_program.h"
+#include "tests/kit/runner.h"
+
+namespace {
+
+constexpr int ticks_allowed = 60, stores_allowed = 6;
+constexpr UCH too_long = 100; // the error of a run that has used up one of them
+int ticks, stores;
+
+// (TICK): bounds rounds and calls.
+void func__tick(const ULO *, kestrin_data *ret_dat)
+{
+    ret_dat->disable_ptr = 1;
+    if (!noterror()) return;
+    if (--ticks < 0) return rise_error_info(too_long, nullptr);
+    answer(ret_dat, SLO(1));
+}
+
+// (GATE n) is n: bounds stores that may put an array into an array.
+void func__gate(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    SLO index = 0;
+    ret_dat->disable_ptr = 1;
+    ret_ival(dat_ptr, &index);
+    if (!noterror()) return;
+    if (--stores < 0) return rise_error_info(too_long, nullptr);
+    answer(ret_dat, index);
+}
+
+class TypedRuns : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        kit::start_passes();
+        scratch rows;
+        assign(&rows.s, "(TICK 0 I \"\" " + std::to_string(ULO(func__tick)) + ")(GATE 1 I \"I\" " +
+                            std::to_string(ULO(func__gate)) + ")");
+        _internal_ISAext_COPs_set(rows.s);
+    }
+    static void TearDownTestSuite()
+    {
+        _internal_ISAext_COPs_set(nullptr);
+        cleanup_quarne_thread_safe_functionality_for_local_thread();
+    }
+    static kit::outcome run(const std::string &text, bool with_types)
+    {
+        ticks = ticks_allowed;
+        stores = stores_allowed;
+        return kit::run_text(text, with_types);
+    }
+    static void compare(const std::string &text);
+};
+
+// A variable of several suffixes has several numbers.
+std::string without_place(const std::string &error)
+{
+    return error.substr(0, error.find(" (Dbg="));
+}
+
+// The one difference that programs may see: an array filled by a typed store refuses a member of
+// another type that a generic store brings, which ends the run.
+void TypedRuns::compare(const std::string &text)
+{
+    const kit::outcome plain = run(text, false), typed = run(text, true);
+    if (typed.code == ECODE_RT__ARR_TYPEMISMATCH) {
+        EXPECT_EQ(plain.output.substr(0, typed.output.size()), typed.output) << text;
+        return;
+    }
+    EXPECT_EQ(typed.output, plain.output) << text;
+    EXPECT_EQ(typed.value, plain.value) << text;
+    EXPECT_EQ(int(typed.code), int(plain.code)) << text;
+    EXPECT_EQ(without_place(typed.error), without_place(plain.error)) << text;
+}
+
+struct run_case {
+    const char *text, *value; // the shown value, or the text of the error
+};
+
+const run_case settled[] = {
+    // A shorter copy over an array leaves none of its members behind.
+    {"(PROGN (ARSETQ P 2 3) (ARSETQ P 1 2) (ARSETQ P 0 1) (SETQ Q P) (SETQ Q (ALINDEX P 2)) (INDEX "
+     "Q 2))",
+     "Array_getval: array member was not initialized before use!"},
+    {R"((PROGN (ARSETQ P 2 "c") (ARSETQ P 1 "b") (ARSETQ P 0 "a") (SETQ Q P) (SETQ Q (ALINDEX P 2)) Q))",
+     "{[128] S a, 1: S b}"},
+    // A number read behind a text operand, from an array or a variable of another type.
+    {"(PROGN (ARSETQ Q 0 2.5) (ARSETQ Q 1 2.5) (SUBSTR (STR 12345) 2 Q))", "S 23"},
+    {"(PROGN (ARSETQ Q 0 \"2\") (ARSETQ Q 1 \"3\") (LEFT (STR 12345) Q))", "S 12"},
+    // An assignment to what was an array until a FOR over its name.
+    {"(PROGN (ARSETQ Q 0 1) (ARSETQ Q 1 2) (FOR Q 1 1 2 0) (SETQ Q 5) (INDEX Q 1))",
+     "Array_getval: array member was not initialized yet!"},
+};
+
+TEST_F(TypedRuns, MixedTypes)
+{
+    for (const run_case &c : settled) {
+        ASSERT_EQ(kit::squeezed(kit::checked(c.text)), c.text);
+        compare(c.text);
+        const kit::outcome typed = run(c.text, true);
+        EXPECT_EQ(typed.value + without_place(typed.error), c.value) << c.text;
+    }
+}
+
+TEST_F(TypedRuns, RandomPrograms)
+{
+    const char *from = getenv("KESTRIN_TEST_SEED"), *count = getenv("KESTRIN_TEST_COUNT");
+    const unsigned first = from ? unsigned(atoi(from)) : 0,
+                   programs = count ? unsigned(atoi(count)) : 4000;
+    for (unsigned seed = first; seed < first + programs && !HasFailure(); seed++) {
+        const std::string text = kit::checked(kit::random_program(seed, "(TICK)", "(GATE").text());
+        ASSERT_EQ(text[0], '(') << text;
+        SCOPED_TRACE(seed);
+        compare(kit::squeezed(text));
+    }
+}
+
+} // namespace
