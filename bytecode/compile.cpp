@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "frontend/isa.h"
@@ -46,13 +47,21 @@ private:
     std::unordered_map<std::string, bool> seen_;
 };
 
+// A compiled function. Its parts stay apart until the whole image is laid out, so that the code of
+// a deeply nested definition is copied once and not once for each level.
+struct unit {
+    ULO slots = 0, arguments = 0;
+    ULO size = 0; // of its image, in words
+    std::vector<unit> udfs;
+    words debug, main_node;
+};
+
 // The function that is being compiled.
 struct context {
     const std::string &name; // scoped
     varlist variables;
-    ULO udf_counter;        // number of the next UDF defined here
-    std::vector<ULO> sizes; // of the images of its UDFs, in words
-    words images;
+    ULO udf_counter; // number of the next UDF defined here
+    std::vector<unit> udfs;
 };
 
 // An instruction or a call, before its operands are known.
@@ -72,12 +81,7 @@ public:
         : text_(text), brackets_(text), debug_level_(debug_level)
     {
     }
-    words run(const std::string &name)
-    {
-        words image;
-        compile_function(text_, name, 0, &image, true);
-        return image;
-    }
+    unit run(const std::string &name) { return compile_function(text_, name, 0, true); }
 
 private:
     token_walk walk_form(std::string_view form) const
@@ -86,8 +90,8 @@ private:
         const ULO to = from + form.size() - 1;
         return token_walk(text_, brackets_, from, to > from ? to - 1 : from);
     }
-    void compile_function(std::string_view form, const std::string &name, ULO udf_counter,
-                          words *image, bool top);
+    unit compile_function(std::string_view form, const std::string &name, ULO udf_counter,
+                          bool top);
     void define(token_walk walk, context *function);
     bool is_definition(std::string_view token) const;
     call_node find_call(std::string_view head);
@@ -324,7 +328,7 @@ void compiler::emit_form(std::string_view form, context *function, words *out)
 
 // -- Functions ---------------------------------------------------------------------------------
 
-// A definition: its image goes to the images of the function that it stands in.
+// A definition: it goes to the UDFs of the function that it stands in.
 void compiler::define(token_walk walk, context *function)
 {
     walk.next(); // DEFUN
@@ -332,10 +336,9 @@ void compiler::define(token_walk walk, context *function)
     local_udfs_.try_emplace(name, function->udf_counter);
     local_names_.push_back(name);
     function->udf_counter++;
-    const ULO scope = local_names_.size(), from = function->images.size();
-    compile_function(body, function->name + ":" + std::string(name), function->udf_counter,
-                     &function->images, false);
-    function->sizes.push_back(function->images.size() - from);
+    const ULO scope = local_names_.size();
+    function->udfs.push_back(compile_function(body, function->name + ":" + std::string(name),
+                                              function->udf_counter, false));
     for (; local_names_.size() > scope; local_names_.pop_back())
         local_udfs_.erase(local_names_.back());
 }
@@ -351,35 +354,41 @@ std::string compiler::debug_text(const context &function, bool top) const
     return text;
 }
 
-void append_udf_table(words *out, const std::vector<ULO> &sizes, ULO debug_words)
-{
-    ULO images = 0;
-    for (ULO i = 0; i < sizes.size(); i++) {
-        out->push_back(sizes.size() + debug_words + images - i);
-        images += sizes[i];
-    }
-}
-
-void compiler::compile_function(std::string_view form, const std::string &name, ULO udf_counter,
-                                words *out, bool top)
+unit compiler::compile_function(std::string_view form, const std::string &name, ULO udf_counter,
+                                bool top)
 {
     check_stack(fatal_site::STACK_COMPILE);
-    context function = {name, {}, udf_counter, {}, {}};
+    context function = {name, {}, udf_counter, {}};
     const ULO from = static_cast<ULO>(form.data() - text_.data());
     build_varlist(text_, brackets_, from, from + form.size(), &function.variables);
-    words main_node;
-    emit_form(form, &function, &main_node);
+    unit made;
+    emit_form(form, &function, &made.main_node);
 
-    words debug;
     const std::string debug_names = debug_text(function, top);
-    if (!debug_names.empty()) append_text_words(&debug, debug_names);
-    const ULO table = function.sizes.size();
-    const ULO distance = image::UDF_TABLE + table + debug.size() + function.images.size();
-    out->insert(out->end(), {image::code('U', distance), function.variables.slots(),
-                             function.variables.arguments, table});
-    append_udf_table(out, function.sizes, debug.size());
-    for (const words *part : {&debug, &function.images, &main_node})
-        out->insert(out->end(), part->begin(), part->end());
+    if (!debug_names.empty()) append_text_words(&made.debug, debug_names);
+    made.slots = function.variables.slots();
+    made.arguments = function.variables.arguments;
+    made.udfs = std::move(function.udfs);
+    made.size = image::UDF_TABLE + made.udfs.size() + made.debug.size() + made.main_node.size();
+    for (const unit &udf : made.udfs) made.size += udf.size;
+    return made;
+}
+
+// Appends the image of a function to `out`.
+void lay_out(const unit &function, words *out)
+{
+    check_stack(fatal_site::STACK_COMPILE);
+    const ULO udfs = function.udfs.size();
+    out->insert(out->end(), {image::code('U', function.size - function.main_node.size()),
+                             function.slots, function.arguments, udfs});
+    ULO distance = udfs + function.debug.size(); // from the entry to the image
+    for (const unit &udf : function.udfs) {
+        out->push_back(distance);
+        distance += udf.size - 1;
+    }
+    out->insert(out->end(), function.debug.begin(), function.debug.end());
+    for (const unit &udf : function.udfs) lay_out(udf, out);
+    out->insert(out->end(), function.main_node.begin(), function.main_node.end());
 }
 
 } // namespace
@@ -387,6 +396,9 @@ void compiler::compile_function(std::string_view form, const std::string &name, 
 void kestrin_compile(CHR **source, UCH debug_level, const CHR *name)
 {
     compiler pass(view(*source), debug_level);
-    const words image = pass.run(name == nullptr ? "Main" : name);
+    const unit main = pass.run(name == nullptr ? "Main" : name);
+    words image;
+    image.reserve(main.size);
+    lay_out(main, &image);
     assign(source, {reinterpret_cast<const CHR *>(image.data()), image.size() * sizeof(ULO)});
 }

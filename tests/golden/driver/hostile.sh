@@ -26,7 +26,7 @@ repeat $N '()' >p.kst; try 'side by side'
 (repeat $N '(+ 1 '; echo 1; many $N ')') >p.kst; deep 'operands' 1000001
 (repeat $N '(setq a (if 1 '; echo 1; repeat $N ' 2))') >p.kst; deep 'conditions' 1
 (repeat 200 '(defun '; echo 1; repeat 200 ')') >p.kst; try 'definitions'
-(i=0; while [ $i -lt 300 ]; do echo "(defun f$i (progn "; i=$((i + 1)); done; echo '1'; repeat 300 '))'; echo ' 7') >p.kst
+(i=0; while [ $i -lt 3000 ]; do echo "(defun f$i (progn "; i=$((i + 1)); done; echo '1'; repeat 3000 '))'; echo ' 7') >p.kst
 try 'definitions in definitions'
 (printf '(len "'; many 10000000 a; echo '")') >p.kst; try 'a line of 10 MB'
 (printf '(len "x") '; many 10000000 ' '; echo '4 # c'; many 10000000 '#') >p.kst; try 'blanks and comments'

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "bytecode/link.h"
+#include "bytecode/verify.h"
 #include "frontend/forms.h"
 #include "frontend/isa.h"
 #include "frontend/reader.h"
@@ -214,6 +215,11 @@ private:
     }
 };
 
+std::string_view bytes_of(const words &code)
+{
+    return {reinterpret_cast<const CHR *>(code.data()), code.size() * 8};
+}
+
 // The rest of the road, as the driver goes it.
 words prepared(const std::string &checked_text, bool types)
 {
@@ -226,7 +232,7 @@ words prepared(const std::string &checked_text, bool types)
 void expect_links(const words &code)
 {
     scratch linked;
-    assign(&linked.s, {reinterpret_cast<const CHR *>(code.data()), code.size() * 8});
+    assign(&linked.s, bytes_of(code));
     kestrin_link(linked.s);
     const words after = words_of(linked);
     ASSERT_EQ(code.size(), after.size());
@@ -273,6 +279,7 @@ TEST_F(bytecode, accepted_text_makes_sound_code)
         for (const bool types : {false, true}) {
             const words code = prepared(text, types);
             ASSERT_TRUE(image_walk(code, true).is_sound()) << text;
+            ASSERT_TRUE(verify_bytecode(bytes_of(code))) << text;
             expect_links(code);
         }
         made++;
