@@ -12,6 +12,7 @@
 #include "driver/integrity.h"
 #include "driver/listing.h"
 #include "driver/options.h"
+#include "driver/precompiled.h"
 #include "driver/prepare.h"
 #include "driver/profile.h"
 #include "driver/session.h"
@@ -203,6 +204,10 @@ void compile_global_functions(const session *s)
     tell_size(s, message::SET_SIZE, the_engine.global_udf_code);
     list_code(s, the_engine.global_udf_code, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_COMPILED),
               message::SET_COMPILED_DISABLED);
+    if (s->mode != DISK_SHOW_DEBUG_INFO) return;
+    say(message::DECOMPILING_SET);
+    if (!list_decompiled(s, the_engine.global_udf_code, ENTIRE, true))
+        die(message::SET_NOT_DECOMPILED);
 }
 
 void compile_program(session *s)
@@ -211,6 +216,9 @@ void compile_program(session *s)
     kestrin_compile(&s->prog_text, s->switches[SWITCH_DEBUGINFO], nullptr);
     tell_size(s, message::PROGRAM_SIZE, s->prog_text);
     list_code(s, s->prog_text, s->is_on(SWITCH_COMPILED), message::COMPILED_DISABLED);
+    if (s->mode != DISK_SHOW_DEBUG_INFO) return;
+    say(message::DECOMPILING);
+    if (!list_decompiled(s, s->prog_text, ENTIRE, true)) die(message::NOT_DECOMPILED);
 }
 
 // The set first: the program's code refers to it.
@@ -284,6 +292,41 @@ void run_program(session *s)
     if (!done) die_of_runtime_error();
 }
 
+// -- Roads -------------------------------------------------------------------------------------
+
+// The known functions of a program that no syntax check has seen.
+void enter_instructions()
+{
+    scratch name;
+    for (ULO i = 0; i < isa_count; i++)
+        lut_add(&the_engine.func_lut, *isa_table[i].mnemonic, isa_table[i].operands);
+    for (ULO i = 0; i < isaext_count; i++) {
+        assign(&name.s, isaext_table[i].fnc_name);
+        lut_add(&the_engine.func_lut, name.s, isaext_table[i].operands);
+    }
+}
+
+// Whether the file is a precompiled program; its contents then. A file that can't be opened is
+// none, and fails when it is read as source.
+bool read_precompiled(const session *s, std::string *contents)
+{
+    tell(s, message::CHECKING_PRECOMPILED, s->file());
+    const CHR *failed_call = nullptr;
+    read_raw(contents, s->file(), &failed_call);
+    return is_precompiled(*contents);
+}
+
+// The road of a precompiled program, from its file to linked code.
+void prepare_precompiled(session *s, std::string_view contents)
+{
+    load_precompiled(s, contents);
+    enter_instructions();
+    reset_time(s, fatal_site::USAGE_PRECOMPILED);
+    tell(s, message::LINKING_PRECOMPILED);
+    kestrin_link(s->prog_text);
+    list_code(s, s->prog_text, s->is_on(SWITCH_LINKED), message::LINKED_DISABLED);
+}
+
 // The road of a source file, from reading to linked code.
 void prepare_source(session *s)
 {
@@ -298,6 +341,7 @@ void prepare_source(session *s)
     squeeze_program(s);
     check_integrity(s);
     prove_types(s);
+    if (s->mode == DISK_COMPILE || s->mode == DISK_COMPILE_MINIMISED) write_precompiled(s);
     compile_global_functions(s);
     compile_program(s);
     link_all(s);
@@ -309,7 +353,11 @@ void run_session()
     start_engine(s);
     scan_options(s);
     start_language(s);
-    prepare_source(s);
+    std::string contents;
+    if (read_precompiled(s, &contents))
+        prepare_precompiled(s, contents);
+    else
+        prepare_source(s);
     report_preparation(s);
     run_program(s);
     report_run(s);

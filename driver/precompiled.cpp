@@ -1,0 +1,197 @@
+// Reading and writing of precompiled programs. What was written elsewhere is tested before the
+// linker sees it: the checksum binds the file to the tables, the verifier proves the code sound.
+
+#include "driver/precompiled.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+#include "bytecode/compile.h"
+#include "bytecode/decompile.h"
+#include "bytecode/verify.h"
+#include "driver/listing.h"
+#include "frontend/forms.h"
+#include "frontend/isa.h"
+#include "frontend/justify.h"
+#include "frontend/squeeze.h"
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "vm/engine.h"
+#include "vm/image.h"
+
+namespace {
+
+constexpr CHR architecture = 4; // bit 0 clear, 4 under mask 30
+constexpr ULO header_size = 16, smallest_file = 32;
+
+bool is_our_architecture(CHR byte)
+{
+    return (byte & 1) == 0 && (byte & 30) == architecture;
+}
+
+// What the checksum binds a file to.
+ULO checksum(std::string_view bytecode)
+{
+    scratch tables, extension, code;
+    _internal_ISA_COPs_get_(&tables.s, 0);
+    _internal_ISAext_COPs_get_(&extension.s, 0);
+    assign(&code.s, bytecode);
+    return crcsum(cat(&tables.s, extension.s)) + crcsum(code.s);
+}
+
+ULO word_at(std::string_view bytes, ULO offset)
+{
+    ULO word = 0;
+    memcpy(&word, bytes.data() + offset, sizeof word);
+    return word;
+}
+
+// -- Reading -----------------------------------------------------------------------------------
+
+bool checksum_fits(const session *s, std::string_view contents)
+{
+    if (checksum(contents.substr(header_size)) == word_at(contents, 8)) return true;
+    if (s->mode != DISK_SHOW_DEBUG_INFO) die(message::FILE_FOREIGN);
+    say(message::FILE_FOREIGN_WARNING);
+    say(message::FILE_FOREIGN_NOTE);
+    return false;
+}
+
+void list_precompiled(const session *s, bool trusted)
+{
+    say(message::DECOMPILING);
+    trusted = list_decompiled(s, s->prog_text, ENTIRE, trusted);
+    if (s->is_on(SWITCH_DECOMPILED)) {
+        say(message::DECOMPILING_EFFECTIVE);
+        trusted = list_decompiled(s, s->prog_text, EFFECTIVE, trusted);
+    } else
+        say(message::DECOMPILED_DISABLED);
+    if (!trusted) die(message::FILE_FOREIGN);
+}
+
+// -- Writing -----------------------------------------------------------------------------------
+
+// Typed and compiled together, global functions and program, from their untyped text.
+void compile_whole(const session *s, CHR **text)
+{
+    say(message::DISK_RESOLVING);
+    scratch types;
+    assign(&types.s, "\xFF");
+    kestrin_justify(text, &types.s);
+    say(message::DISK_COMPILING);
+    kestrin_compile(text, s->switches[SWITCH_DEBUGINFO], nullptr);
+}
+
+// Drops every function that nothing calls: the code is compiled a second time from its
+// decompilation.
+void minimise(const session *s, CHR **code)
+{
+    say(message::DISK_DECOMPILING);
+    decompile_request request = {};
+    request.code = *code;
+    request.size = len(*code);
+    request.mode = MINIMISED;
+    request.trusted = true;
+    request.arg_prefix = "";
+    scratch text, messages;
+    const bool done = kestrin_decompile(request, &text.s, &messages.s);
+    progn_squeeze(&text.s);
+    if (s->is_on(SWITCH_DECOMPILED)) {
+        print_warnings(view(messages.s));
+        kestrin_print(view(text.s), style_of(*s));
+    } else
+        say(message::DISK_DECOMPILED_DISABLED);
+    if (!done) die(message::FILE_NOT_TRANSLATED);
+    equ(code, text.s);
+    compile_whole(s, code);
+}
+
+std::string file_name(std::string name)
+{
+    const bool is_source =
+        name.size() >= 4 && strcasecmp(name.c_str() + name.size() - 4, ".KST") == 0;
+    if (is_source)
+        name.back() = 'x';
+    else
+        name.append(".x");
+    return name;
+}
+
+std::string with_header(std::string_view bytecode)
+{
+    std::string file;
+    for (int i = 0; i < 4; i++) file.append({'U', architecture});
+    const ULO sum = checksum(bytecode);
+    file.append(reinterpret_cast<const CHR *>(&sum), sizeof sum);
+    return file.append(bytecode);
+}
+
+// None of the calls is tested: the run goes on from memory either way.
+void write_whole(const std::string &path, const std::string &contents)
+{
+    const int made = creat(path.c_str(), 0644);
+    if (made >= 0) close(made);
+    const int file = open(path.c_str(), O_WRONLY);
+    if (file < 0) return;
+    if (write(file, contents.data(), contents.size()) < 0) errno = 0;
+    close(file);
+}
+
+} // namespace
+
+bool list_decompiled(const session *s, const CHR *code, decompile_mode mode, bool trusted)
+{
+    decompile_request request = {};
+    request.code = code;
+    request.size = len(code);
+    request.with_offsets = mode == ENTIRE;
+    request.mode = mode;
+    request.trusted = trusted;
+    scratch text, messages;
+    const bool done = kestrin_decompile(request, &text.s, &messages.s);
+    progn_squeeze(&text.s);
+    print_warnings(view(messages.s));
+    kestrin_print(view(text.s), style_of(*s));
+    return done && trusted;
+}
+
+bool is_precompiled(std::string_view contents)
+{
+    return contents.size() > smallest_file && contents[0] == 'U' && contents[2] == contents[0] &&
+           contents[3] == contents[1];
+}
+
+void load_precompiled(session *s, std::string_view contents)
+{
+    if (s->mode == DISK_COMPILE || s->mode == DISK_COMPILE_MINIMISED)
+        die(message::OPTION_NOT_APPLICABLE, s->argv[1]);
+    if (!is_our_architecture(contents[1])) die(message::FILE_OTHER_MACHINE);
+    bool trusted = checksum_fits(s, contents);
+    assign(&s->prog_text, contents.substr(header_size));
+    if (image::letter_of(word_at(contents, header_size)) != 'U') die(message::FILE_CORRUPTED);
+    if (!verify_bytecode(view(s->prog_text))) {
+        if (s->mode != DISK_SHOW_DEBUG_INFO) die(message::FILE_CORRUPTED);
+        trusted = false;
+    }
+    if (s->words_behind_file() > 0) die(message::NO_ARGUMENTS_ALLOWED);
+    if (s->mode == DISK_SHOW_DEBUG_INFO) list_precompiled(s, trusted);
+}
+
+void write_precompiled(const session *s)
+{
+    const std::string progn(mnemonic(ISA_PROGN));
+    say(message::DISK_CREATING);
+    say(message::DISK_PREPARING, progn.c_str());
+    scratch code;
+    std::string text(view(the_engine.global_udf_text));
+    assign(&code.s, wrapped(text.append(" ").append(view(s->prog_text_untyped))));
+    say(message::DISK_SQUEEZING, progn.c_str());
+    progn_squeeze(&code.s);
+    compile_whole(s, &code.s);
+    if (s->mode == DISK_COMPILE_MINIMISED) minimise(s, &code.s);
+    write_whole(file_name(s->file()), with_header(view(code.s)));
+}

@@ -1,0 +1,311 @@
+// MAPCAR: the whole compiler inside a running program. The operand, source text or compiled
+// bytecode, is prepared, compiled, linked and run, and the answer is an array of what each stage
+// produced. Nothing that goes wrong in the code escapes: the caller's state is as it was
+// afterwards.
+
+#include <cstdlib>
+#include <string>
+#include <sys/time.h>
+#include <utility>
+
+#include "bytecode/compile.h"
+#include "bytecode/decompile.h"
+#include "bytecode/link.h"
+#include "bytecode/verify.h"
+#include "frontend/check.h"
+#include "frontend/forms.h"
+#include "frontend/isa.h"
+#include "frontend/justify.h"
+#include "frontend/reader.h"
+#include "frontend/squeeze.h"
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "vm/engine.h"
+#include "vm/handler.h"
+#include "vm/image.h"
+
+namespace {
+
+// Places of the answer.
+enum member {
+    CAPTURED,
+    VALUE,
+    SYNTAX_CODE,
+    SYNTAX_TEXT,
+    ERROR_CODE,
+    ERROR_TEXT,
+    PROCESSED,
+    TYPED,
+    COMPILED,
+    LINKED,
+    DECOMPILED,
+    SECONDS,
+    MEMBERS
+};
+
+constexpr UCH refused = 255; // syntax code of what MAPCAR itself refuses
+
+// One call: what the stages make of the operand.
+struct evaluation {
+    scratch captured, processed, typed, compiled, linked, decompiled;
+    kestrin_data value = owning_slot;
+    evaluation() = default;
+    ~evaluation() { release(&value); }
+    evaluation(const evaluation &) = delete;
+    evaluation &operator=(const evaluation &) = delete;
+};
+
+DFL clock_seconds()
+{
+    timeval now = {};
+    gettimeofday(&now, nullptr);
+    return static_cast<DFL>(now.tv_sec) + static_cast<DFL>(now.tv_usec) / 1e6;
+}
+
+void set_text(kestrin_data *d, std::string_view text)
+{
+    d->type = 'S';
+    assign(&d->svalue, text);
+}
+
+void set_empty(kestrin_data *d)
+{
+    clear(d);
+    set_text(d, {});
+}
+
+void refuse(std::string_view text)
+{
+    rt_ctrl->rt_run_flag = refused;
+    assign(&rt_ctrl->rt_run_text, text);
+}
+
+// -- The roads to linked code ------------------------------------------------------------------
+
+void wrap(CHR **text)
+{
+    assign(text, wrapped(view(*text)));
+}
+
+// Source text to checked and squeezed text. False if it is refused.
+bool prepare_source(const CHR *source, CHR **processed)
+{
+    std::string joined;
+    join_lines(&joined, view(source), true);
+    assign(processed, wrapped(joined));
+    const SLO arguments = kestrin_check(processed, "Main_Mapcar", &rt_ctrl->rt_scope_table);
+    if (arguments != 0) {
+        if (arguments > 0) refuse("Argument references are not allowed here.");
+        equ(processed, nullptr);
+        return false;
+    }
+    if (!is_one_form(view(*processed))) wrap(processed);
+    progn_squeeze(processed);
+    if (!is_executable_form(view(*processed))) wrap(processed);
+    return true;
+}
+
+bool compile_source(const CHR *source, evaluation *e)
+{
+    if (!prepare_source(source, &e->processed.s)) return false;
+    scratch types;
+    equ(&types.s, the_engine.global_udf_types);
+    equ(&e->typed.s, e->processed.s);
+    kestrin_justify(&e->typed.s, &types.s);
+    equ(&e->compiled.s, e->typed.s);
+    kestrin_compile(&e->compiled.s, the_engine.compile_with_debuginfo, "Main_Mapcar");
+    return true;
+}
+
+bool take_bytecode(const CHR *code, evaluation *e)
+{
+    equ(&e->compiled.s, code);
+    if (verify_bytecode(view(e->compiled.s))) return true;
+    refuse("Compiled bytecode is corrupted or compiled for other ISA/ISAext COPs.");
+    return false;
+}
+
+bool is_bytecode(const CHR *text)
+{
+    return len(text) > 0 && (*text & 127) == 'U';
+}
+
+// -- The run -----------------------------------------------------------------------------------
+
+// What a nested run would overwrite.
+struct saved_run {
+    const ULO *program = rt_ctrl->rt_program, *function = rt_ctrl->rt_function;
+    CHR *captured = std::exchange(rt_ctrl->rt_captured, nullptr);
+    lut *scope_table = std::exchange(rt_ctrl->rt_scope_table, nullptr);
+    UCH capture = rt_ctrl->rt_capture;
+    kestrin_data *frame = std::exchange(rt_ctrl->rt_frame, nullptr);
+
+    void restore(CHR **output) const
+    {
+        rt_control *rt = rt_ctrl;
+        rt->rt_program = program;
+        rt->rt_function = function;
+        free_string(output);
+        *output = std::exchange(rt->rt_captured, captured);
+        rt->rt_capture = capture;
+        rt->rt_frame = frame;
+        lut_free_view(&rt->rt_scope_table); // of a MAPCAR inside the run
+        rt->rt_scope_table = scope_table;
+    }
+};
+
+void decompile(evaluation *e)
+{
+    if (!the_engine.mapcar_with_decompiler) return;
+    scratch messages;
+    decompile_request request = {};
+    request.code = e->compiled.s;
+    request.size = len(e->compiled.s);
+    request.with_offsets = true;
+    request.mode = ENTIRE;
+    request.trusted = true;
+    if (kestrin_decompile(request, &e->decompiled.s, &messages.s)) {
+        progn_squeeze(&e->decompiled.s);
+        return;
+    }
+    assign(&e->decompiled.s, std::string("(")
+                                 .append(mnemonic(ISA_COMMENTS))
+                                 .append(" \"Translation of the compiled bytecode has failed.\")"));
+}
+
+void link_and_run(evaluation *e)
+{
+    equ(&e->linked.s, e->compiled.s);
+    kestrin_link(e->linked.s);
+    const saved_run saved;
+    if (!kestrin_run(reinterpret_cast<const ULO *>(e->linked.s), &e->value, 1))
+        set_empty(&e->value);
+    decompile(e);
+    saved.restore(&e->captured.s);
+}
+
+// UDFs that the code defines live as long as the call.
+void evaluate(const CHR *operand, evaluation *e)
+{
+    rt_control *rt = rt_ctrl;
+    if (rt->rt_scope_table == nullptr) rt->rt_scope_table = lut_make_view(the_engine.func_lut);
+    if (rt->rt_scope_table != nullptr) rt->rt_scope_table->lut_scope++;
+    const bool ready =
+        is_bytecode(operand) ? take_bytecode(operand, e) : compile_source(operand, e);
+    if (ready)
+        link_and_run(e);
+    else
+        set_empty(&e->value);
+    if (rt->rt_scope_table == nullptr) return;
+    rt->rt_scope_table->lut_scope--;
+    lut_prune(rt->rt_scope_table);
+}
+
+// -- The answer --------------------------------------------------------------------------------
+
+// Makes the record the array of the answer, all members empty strings.
+kestrin_data *make_answer(kestrin_data *ret_dat, fatal_site site)
+{
+    auto *members = static_cast<kestrin_data *>(malloc(MEMBERS * sizeof(kestrin_data)));
+    if (members == nullptr) fatal(site);
+    for (int i = 0; i < MEMBERS; i++) {
+        members[i] = fresh_variable;
+        if (i != CAPTURED && i != VALUE) set_text(&members[i], {});
+    }
+    clear(ret_dat);
+    ret_dat->disable_ptr = 1;
+    ret_dat->single = 0;
+    ret_dat->indices_numb = MEMBERS;
+    ret_dat->array.mix = members;
+    return members;
+}
+
+void set_number(kestrin_data *member, SLO value)
+{
+    free_string(&member->svalue);
+    answer<SLO>(member, value);
+}
+
+void set_seconds(kestrin_data *member, DFL value)
+{
+    free_string(&member->svalue);
+    answer<DFL>(member, value);
+}
+
+void move_text(kestrin_data *member, scratch *text)
+{
+    std::swap(member->svalue, text->s);
+    if (member->svalue == nullptr) equ(&member->svalue, nullptr);
+}
+
+// A failed run has a code and a text, whatever its code has left.
+void settle_error()
+{
+    rt_control *rt = rt_ctrl;
+    if (rt->rt_noterror) return;
+    if (rt->rt_error_code == 0) rt->rt_error_code = 1;
+    if (!notempty(rt->rt_error_text))
+        assign(&rt->rt_error_text, "Unknown error returned from mapcar.");
+}
+
+void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
+{
+    const rt_control *rt = rt_ctrl;
+    kestrin_data *members = make_answer(ret_dat, fatal_site::MAPCAR_PLACES);
+    ret_dat->type = 'S';
+    move_text(ret_dat, &e->captured);
+    members[VALUE] = std::exchange(e->value, owning_slot);
+    members[VALUE].disable_ptr = 0;
+    settle_error();
+    set_number(&members[SYNTAX_CODE], rt->rt_run_flag);
+    equ(&members[SYNTAX_TEXT].svalue, rt->rt_run_text);
+    set_number(&members[ERROR_CODE], rt->rt_error_code);
+    equ(&members[ERROR_TEXT].svalue, rt->rt_error_text);
+    move_text(&members[PROCESSED], &e->processed);
+    move_text(&members[TYPED], &e->typed);
+    move_text(&members[COMPILED], &e->compiled);
+    move_text(&members[LINKED], &e->linked);
+    move_text(&members[DECOMPILED], &e->decompiled);
+    set_seconds(&members[SECONDS], seconds);
+}
+
+// The operand has failed: its error stays pending.
+void answer_pending_error(kestrin_data *ret_dat)
+{
+    kestrin_data held = *ret_dat;
+    *ret_dat = owning_slot;
+    kestrin_data *members = make_answer(ret_dat, fatal_site::MAPCAR_PLACES_SHORT);
+    set_text(ret_dat, {});
+    copy_kst_data(&members[VALUE], &held, 0);
+    free_kst_data(&held);
+    set_number(&members[SYNTAX_CODE], 1);
+    set_text(&members[SYNTAX_TEXT], "Code was not compiled.");
+    set_number(&members[ERROR_CODE], 1);
+    set_text(&members[ERROR_TEXT], "Code was not executed.");
+    set_seconds(&members[SECONDS], 0.0);
+}
+
+} // namespace
+
+HANDLER(mapcar)
+{
+    rt_control *rt = rt_ctrl;
+    ret_dat->disable_ptr = 1;
+    scratch operand;
+    ret_sval(dat_ptr, &operand.s);
+    if (!rt->rt_noterror) return answer_pending_error(ret_dat);
+
+    const UCH error_code = std::exchange(rt->rt_error_code, UCH(0));
+    CHR *error_text = std::exchange(rt->rt_error_text, nullptr);
+    const DFL start = clock_seconds();
+    evaluation e;
+    evaluate(operand.s, &e);
+    answer_all(ret_dat, &e, clock_seconds() - start);
+
+    rt->rt_noterror = 1;
+    rt->rt_run_flag = 0;
+    equ(&rt->rt_run_text, nullptr);
+    rt->rt_error_code = error_code;
+    free_string(&rt->rt_error_text);
+    rt->rt_error_text = error_text;
+}
