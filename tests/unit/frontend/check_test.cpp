@@ -7,6 +7,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <vector>
 
 #include "frontend/reader.h"
 #include "tests/kit/passes.h"
@@ -140,23 +141,33 @@ std::string reader_text(const std::string &path)
     return "(PROGN " + joined + ")";
 }
 
-TEST_F(checker, accepts_the_tutorial)
+// The programs of a folder below the project's root.
+std::vector<std::string> programs_of(const std::string &folder)
 {
     const std::string here = __FILE__;
-    const std::string folder = here.substr(0, here.rfind("/tests/")) + "/tutorial/examples";
-    DIR *examples = opendir(folder.c_str());
-    ASSERT_NE(nullptr, examples);
-    int programs = 0;
-    while (const dirent *entry = readdir(examples)) {
-        const std::string name = entry->d_name;
-        if (!name.ends_with(".kst")) continue;
-        const std::string text = reader_text(folder + "/" + name);
-        EXPECT_LE(0, check(text).status) << name;
-        expect_stable(text);
-        programs++;
+    const std::string path = here.substr(0, here.rfind("/tests/")) + "/" + folder;
+    std::vector<std::string> found;
+    DIR *opened = opendir(path.c_str());
+    EXPECT_NE(nullptr, opened) << path;
+    if (opened == nullptr) return found;
+    while (const dirent *entry = readdir(opened))
+        if (std::string_view(entry->d_name).ends_with(".kst"))
+            found.push_back(path + "/" + entry->d_name);
+    closedir(opened);
+    return found;
+}
+
+TEST_F(checker, accepts_the_programs_of_the_project)
+{
+    for (const char *folder : {"tutorial/examples", "bench/programs"}) {
+        const auto programs = programs_of(folder);
+        EXPECT_FALSE(programs.empty()) << folder;
+        for (const std::string &program : programs) {
+            const std::string text = reader_text(program);
+            EXPECT_LE(0, check(text).status) << program;
+            expect_stable(text);
+        }
     }
-    closedir(examples);
-    EXPECT_LT(0, programs);
 }
 
 } // namespace
