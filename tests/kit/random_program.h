@@ -2,6 +2,9 @@
 // classes and arrays in arrays, variables of changing type, aliases through IF, PROGN and ALINDEX,
 // BREAK in functions and loops, FOR over any name, nested definitions and recursion.
 //
+// What the type pass takes for proved is so in sound programs only: not where a BREAK further in
+// ends a function whose body has another type, nor behind a FOR that starts at no integer.
+//
 // They end: every round and every call passes a tick, an expression that the caller gives and that
 // ends the run when it has been passed too often. Stores that may nest arrays go through a gate
 // likewise.
@@ -16,8 +19,8 @@ namespace kit {
 class random_program {
 public:
     // `tick` is an expression of no operand; `gate` a form's beginning, to which an index is added.
-    random_program(unsigned seed, std::string tick, std::string gate)
-        : random_(seed), tick_(std::move(tick)), gate_(std::move(gate))
+    random_program(unsigned seed, bool sound, std::string tick, std::string gate)
+        : random_(seed), sound_(sound), tick_(std::move(tick)), gate_(std::move(gate))
     {
     }
 
@@ -140,19 +143,30 @@ private:
         return operation(name, f.arguments, depth);
     }
 
-    // A statement of a function's body; BREAK and EXIT may stand in it.
-    std::string statement(int depth)
+    // Where a statement stands: directly in a function's body, in a branch there, or in a loop.
+    enum place { BODY, BRANCH, LOOP };
+
+    std::string for_loop(int depth)
+    {
+        const std::string start = sound_ ? "(+ 0 " + value(1) + ")" : value(1);
+        return "(FOR " + variable() + " " + start + " " + pick("1", "-1", "2", "C", "1.") + " " +
+               value(1) + " (PROGN " + tick_ + " " + statements(depth - 1, LOOP) + "))";
+    }
+
+    std::string statement(int depth, place where)
     {
         switch (below(12)) {
         case 0:
-            return "(WHILE " + value(1) + " (PROGN " + tick_ + " " + statements(depth - 1) + "))";
-        case 1:
-            return "(FOR " + variable() + " " + value(1) + " " + pick("1", "-1", "2", "C", "1.") +
-                   " " + value(1) + " (PROGN " + tick_ + " " + statements(depth - 1) + "))";
+            return "(WHILE " + value(1) + " (PROGN " + tick_ + " " + statements(depth - 1, LOOP) +
+                   "))";
+        case 1: return for_loop(depth);
         case 2:
-            return "(IF " + value(2) + " (PROGN " + statements(depth - 1) + ") " + value(2) + ")";
-        case 3: return "(PROGN " + statements(depth - 1) + ")";
-        case 4: return one_in(3) ? pick("(BREAK)", "(BREAK)", "(EXIT)") : value(3);
+            return "(IF " + value(2) + " (PROGN " +
+                   statements(depth - 1, where == LOOP ? LOOP : BRANCH) + ") " + value(2) + ")";
+        case 3: return "(PROGN " + statements(depth - 1, where) + ")";
+        case 4:
+            if (!one_in(3)) return value(3);
+            return !sound_ || where != BRANCH ? pick("(BREAK)", "(BREAK)", "(EXIT)") : "(EXIT)";
         case 5:
         case 6: return "(OUTF \"%s,\" (STR " + value(2) + "))";
         case 7: return "(OUTF \"%s,\" (TYPE " + value(2) + "))";
@@ -161,11 +175,11 @@ private:
         }
     }
 
-    std::string statements(int depth)
+    std::string statements(int depth, place where)
     {
         if (depth <= 0) return value(2);
-        std::string text = statement(depth);
-        for (int i = below(3); i > 0; i--) text += " " + statement(depth);
+        std::string text = statement(depth, where);
+        for (int i = below(3); i > 0; i--) text += " " + statement(depth, where);
         return text;
     }
 
@@ -178,9 +192,9 @@ private:
             if (!one_in(12)) text += std::string(" (SETQ ") + letters[i] + " " + constant() + ")";
         for (const char *name : {"P", "Q", "R"}) {
             const std::string same = constant(); // most arrays are of one type
-            for (const char *place : {"0", "1", "2"})
+            for (const char *member : {"0", "1", "2"})
                 if (!one_in(12))
-                    text += std::string(" (ARSETQ ") + name + " " + place + " " +
+                    text += std::string(" (ARSETQ ") + name + " " + member + " " +
                             (one_in(6) ? constant() : same) + ")";
         }
         for (int i = 1; i <= arguments_; i++) text += " $" + std::to_string(i);
@@ -208,13 +222,14 @@ private:
         if (nesting > 0)
             for (int i = below(3); i > 0; i--) text += definition(nesting, outer) + " ";
         text += start();
-        for (int i = 2 + below(6); i > 0; i--) text += " " + statement(2);
+        for (int i = 2 + below(6); i > 0; i--) text += " " + statement(2, BODY);
         text += " " + value(2) + ")";
         functions_ = known;
         return text;
     }
 
     std::mt19937 random_;
+    bool sound_;
     std::string tick_, gate_;
     std::vector<function> functions_; // that may be called here
     int arguments_ = 0;

@@ -17,12 +17,23 @@ void check_call_depth()
         fatal(fatal_site::DEFUN_FRAME);
 }
 
+// A single value may come with the members of an array that it was made from; INDEX would find
+// them.
+void drop_members(kestrin_data *record)
+{
+    const UCH type = record->type;
+    free_array_of(record);
+    record->type = type;
+}
+
 // Evaluated in the caller's scope. A plain variable is lent by alias, all else is owned by the
 // frame.
 void evaluate_argument(const ULO *word, kestrin_data *record)
 {
     *record = owning_slot;
     eval(word, record);
+    if (record->single && record->indices_numb > 1 && record->disable_ptr) [[unlikely]]
+        drop_members(record);
     record->disable_ptr = 0;
 }
 

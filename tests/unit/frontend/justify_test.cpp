@@ -284,7 +284,7 @@ TEST_F(TypePass, InstructionsOfAUnit)
 TEST_F(TypePass, AgreesWithThePlainPassOnRandomPrograms)
 {
     for (unsigned seed = 0; seed < 3000; seed++) {
-        const std::string source = kit::random_program(seed, "(IRND 1)", "(IADD 0").text();
+        const std::string source = kit::random_program(seed, false, "(IRND 1)", "(IADD 0").text();
         const std::string text = kit::squeezed(kit::checked(source));
         ASSERT_EQ(text[0], '(') << text << "\nof " << source;
         std::string plain = text, types = udf_types("F0:I G:U ");

@@ -1,0 +1,61 @@
+// Programs on their way to compiled code and back, as the tests of bytecode use them.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bytecode/compile.h"
+#include "bytecode/decompile.h"
+#include "frontend/forms.h"
+#include "tests/kit/passes.h"
+
+namespace kit {
+
+using code = std::vector<ULO>;
+
+inline std::string_view bytes_of(const code &words)
+{
+    return {reinterpret_cast<const CHR *>(words.data()), words.size() * sizeof(ULO)};
+}
+
+inline code compiled(const std::string &text, UCH debug_level = 0)
+{
+    scratch s;
+    assign(&s.s, text);
+    kestrin_compile(&s.s, debug_level, nullptr);
+    const auto *first = reinterpret_cast<const ULO *>(s.s);
+    return {first, first + len(s.s) / sizeof(ULO)};
+}
+
+// Checked text as the driver compiles it.
+inline code prepared(const std::string &checked_text, UCH debug_level = 0)
+{
+    std::string text = squeezed(checked_text);
+    if (!is_executable_form(text)) text = wrapped(text);
+    return compiled(typed(text).text, debug_level);
+}
+
+// Texts that the checker refuses give no code.
+inline code program(const std::string &source, UCH debug_level = 0)
+{
+    const std::string text = checked("(progn " + source + ")");
+    return text.empty() || text.front() != '(' ? code() : prepared(text, debug_level);
+}
+
+struct listing {
+    bool is_good;
+    std::string text, messages;
+};
+
+inline listing decompiled(std::string_view bytes, decompile_mode mode = ENTIRE, bool trusted = true,
+                          bool with_offsets = false, std::string_view arg_prefix = "Arg_")
+{
+    scratch text, messages;
+    const bool is_good =
+        kestrin_decompile({bytes.data(), bytes.size(), with_offsets, mode, trusted, arg_prefix},
+                          &text.s, &messages.s);
+    return {is_good, std::string(view(text.s)), std::string(view(messages.s))};
+}
+
+} // namespace kit
