@@ -1,0 +1,281 @@
+// The verifier: what the compiler makes passes, each fault alone is found, and whatever passes can
+// be linked and run.
+
+#include "bytecode/verify.h"
+
+#include <gtest/gtest.h>
+#include <random>
+
+#include "bytecode/link.h"
+#include "frontend/isa.h"
+#include "tests/kit/code.h"
+#include "tests/kit/random_program.h"
+#include "tests/unit/frontend/random_source.h"
+#include "vm/engine.h"
+#include "vm/image.h"
+
+namespace {
+
+class Verify : public testing::Test {
+protected:
+    void SetUp() override { kit::start_passes(); }
+    void TearDown() override { free_string(&the_engine.global_udf_code); }
+};
+
+ULO call(ULO row, ULO slot = 0)
+{
+    return image::code('T', image::instruction(row, slot));
+}
+const ULO local = image::code('L', image::instruction(ISA_DEFUN, 0));
+const ULO global = image::code('G', image::instruction(ISA_DEFUN, 0));
+
+// A root image of three slots with this main node.
+bool passes(const kit::code &main_node)
+{
+    kit::code words = {image::code('U', 4), 3, 0, 0};
+    words.insert(words.end(), main_node.begin(), main_node.end());
+    return verify_bytecode(kit::bytes_of(words));
+}
+
+TEST_F(Verify, NodesOneByOne)
+{
+    const struct {
+        const char *name;
+        bool is_sound;
+        kit::code node;
+    } cases[] = {
+        {"integer", true, {'I', 5}},
+        {"integer without its value", false, {'I'}},
+        {"payload of a leaf", false, {image::code('I', 1), 5}},
+        {"nil and words behind", true, {'Z', 17, 18}},
+        {"string", true, {'S', 3, 0x636261}},
+        {"string as long as the code", false, {'S', 8, 0x6161616161616161}},
+        {"string of endless length", false, {'S', ~ULO(0), 0}},
+        {"fill behind a string", false, {'S', 1, 0x610061}},
+        {"variable", true, {'V', 2}},
+        {"variable beyond the frame", false, {'s', 3}},
+        {"alias that no call takes", false, {'P', 0}},
+        {"unknown letter", false, {'q', 0}},
+        {"image as a node", false, {image::code('U', 4), 0, 0, 0, 'Z'}},
+        {"instruction", true, {call(ISA_IADD, 1), 2, 2, 'Z', 'Z'}},
+        {"empty slot", false, {call(ISA_IADD, 2), 2, 2, 'Z', 'Z'}},
+        {"slot that no row has", false, {call(ISA_EQUAL, 5), 2, 2, 'Z', 'Z'}},
+        {"row beyond the table", false, {call(isa_count), 'Z'}},
+        {"comment", false, {call(ISA_REM), 0}},
+        {"definition", false, {call(ISA_DEFUN), 2, 2, 'Z', 'Z'}},
+        {"operand missing", false, {call(ISA_IADD), 2}},
+        {"operand on itself", false, {call(ISA_IADD), 0, 2, 'Z', 'Z'}},
+        {"operand backwards", false, {call(ISA_INEG), ~ULO(0), 'Z'}},
+        {"operand behind the code", false, {call(ISA_INEG), 2, 'Z'}},
+        {"operand twice", false, {call(ISA_IADD), 2, 1, 'Z'}},
+        {"operands out of order", true, {call(ISA_IADD), 3, 1, 'Z', 'Z'}},
+        {"operand inside another", false, {call(ISA_IADD), 2, 3, 'S', 5, 'Z'}},
+        {"operand inside the table", false, {call(ISA_PROGN), 2, 1, 'Z', 'Z'}},
+        {"counted operands", true, {call(ISA_PROGN), 2, 2, 2, 'Z', 'Z'}},
+        {"none of them", true, {call(ISA_PROGN), 0}},
+        {"too many of them", false, {call(ISA_PROGN), ~ULO(0) / 8, 2, 2, 'Z', 'Z'}},
+        {"assignment", true, {call(ISA_SETQ), 2, 1, 'Z'}},
+        {"assignment beyond the frame", false, {call(ISA_SETQ), 3, 1, 'Z'}},
+        {"loop", true, {call(ISA_FOR), 5, 6, 6, 6, 6, 'V', 0, 'Z', 'Z', 'Z', 'Z'}},
+        {"loop over a constant", false, {call(ISA_FOR), 5, 6, 6, 6, 6, 'I', 0, 'Z', 'Z', 'Z', 'Z'}},
+        {"extension that is not linked in", false, {image::code('t'), 1, 'Z'}},
+        {"call of nothing", false, {local, 0, 0}},
+        {"global call without a set", false, {global, 0, 0}},
+    };
+    for (const auto &c : cases) EXPECT_EQ(c.is_sound, passes(c.node)) << c.name;
+}
+
+// An image of a UDF with 2 slots, the first of them an argument, in a root that calls it.
+kit::code with_function(const kit::code &body, const kit::code &main_node, ULO udfs = 1)
+{
+    const ULO size = 4 + body.size();
+    kit::code words = {image::code('U', 4 + udfs + udfs * size), 1, 0, udfs};
+    for (ULO i = 0; i < udfs; i++) words.push_back(udfs - i + i * size);
+    for (ULO i = 0; i < udfs; i++) {
+        words.insert(words.end(), {image::code('U', 4), 2, 1, 0});
+        words.insert(words.end(), body.begin(), body.end());
+    }
+    words.insert(words.end(), main_node.begin(), main_node.end());
+    return words;
+}
+
+TEST_F(Verify, FunctionsAndCalls)
+{
+    const struct {
+        const char *name;
+        bool is_sound;
+        kit::code words;
+    } cases[] = {
+        {"call", true, with_function({'V', 0}, {local, 0, 1, 1, 'P', 0})},
+        {"call of the second", true, with_function({'Z'}, {local, 1, 0}, 2)},
+        {"number out of scope", false, with_function({'Z'}, {local, 2, 0}, 2)},
+        {"recursion", true, with_function({local, 0, 1, 1, 'P', 1}, {'Z'})},
+        {"a later sibling", false, with_function({local, 1, 0}, {'Z'}, 2)},
+        {"own variable assigned", true, with_function({call(ISA_SETQ), 1, 1, 'Z'}, {'Z'})},
+        {"argument assigned", false, with_function({call(ISA_SETQ), 0, 1, 'Z'}, {'Z'})},
+        {"argument read", true, with_function({call(ISA_INDEX), 0, 1, 'Z'}, {'Z'})},
+        {"argument as a loop's", false,
+         with_function({call(ISA_FOR), 5, 6, 6, 6, 6, 'V', 0, 'Z', 'Z', 'Z', 'Z'}, {'Z'})},
+        {"variable lent as another's", false,
+         with_function({'Z'}, {local, 0, 2, 2, 3, 'P', 0, 'P', 0})},
+        {"other row", false, with_function({'Z'}, {local + 128 * 8, 0, 0})},
+        {"other slot", false, with_function({'Z'}, {local + 128, 0, 0})},
+        {"node of the parent", false, with_function({call(ISA_INEG), 1}, {'Z'})},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(c.is_sound, verify_bytecode(kit::bytes_of(c.words))) << c.name;
+}
+
+TEST_F(Verify, GlobalCallsGoToTheLinkedSet)
+{
+    const kit::code set = kit::compiled("(PROGN (DEFUN F (IVAL $1)) (DEFUN G (TIME)) NIL)");
+    assign(&the_engine.global_udf_code, kit::bytes_of(set));
+    kestrin_link(the_engine.global_udf_code);
+    EXPECT_TRUE(passes({global, 0, 1, 1, 'P', 0}));
+    EXPECT_TRUE(passes({global, 1, 1, 1, 'P', 0})) << "beyond all slots";
+    EXPECT_FALSE(passes({global, 2, 0}));
+}
+
+TEST_F(Verify, ImagesAndDebugText)
+{
+    const struct {
+        const char *name;
+        bool is_sound;
+        kit::code words;
+    } cases[] = {
+        {"nothing", false, {}},
+        {"no main node", false, {image::code('U', 4), 0, 0, 0}},
+        {"main node behind the code", false, {image::code('U', 5), 0, 0, 0, 'Z'}},
+        {"main node in the header", false, {image::code('U', 3), 0, 0, 'Z'}},
+        {"another letter", false, {image::code('T', 4), 0, 0, 0, 'Z'}},
+        {"wide frame", true, {image::code('U', 4), ~ULO(0), 0, 0, 'Z'}},
+        {"more arguments than slots", true, {image::code('U', 4), 0, 9, 0, 'Z'}},
+        {"debug text", true, {image::code('U', 5), 0, 0, 0, 0x6E69614D, 'Z'}},
+        {"debug text without end", false, {image::code('U', 5), 0, 0, 0, 0x6161616161616161, 'Z'}},
+        {"more UDFs than words", false, {image::code('U', 4), 0, 0, ~ULO(0) - 1, 'Z'}},
+        {"UDF without words", false, {image::code('U', 5), 0, 0, 1, 1, 'Z'}},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(c.is_sound, verify_bytecode(kit::bytes_of(c.words))) << c.name;
+    // Bytes behind the code, no matter how many, at any address.
+    std::string bytes(" ");
+    bytes += kit::bytes_of(kit::compiled("(PROGN (DEFUN F (IVAL $1)) (F 41))", 1));
+    for (int i = 0; i < 20; i++, bytes += '\xF5')
+        EXPECT_TRUE(verify_bytecode(std::string_view(bytes).substr(1)));
+}
+
+TEST_F(Verify, WhatTheCompilerMakesPasses)
+{
+    random_source source(11, false);
+    int made = 0;
+    for (unsigned seed = 0; seed < 3000; seed++) {
+        kit::random_program program(seed, true, "(TIME)", "(IAND 3");
+        const std::string text =
+            seed % 30 == 0 ? program.text() : source.form(4) + " " + source.form(4);
+        for (const UCH level : {0, 1}) {
+            const kit::code words = kit::program(text, level);
+            if (words.empty()) continue;
+            ASSERT_TRUE(verify_bytecode(kit::bytes_of(words))) << text;
+            made++;
+        }
+    }
+    EXPECT_LT(500, made);
+}
+
+// Nothing in these programs loops or calls the system, whatever becomes of its words.
+const char *const victims[] = {
+    "(setq x 1) (setq s \"a string that is long\") (cat s (str (+ x 2)))",
+    "(defun f (progn (defun g (iadd $1 $2)) (setq a $1) (g a 2))) (setq b 4) (f b)",
+    "(arsetq a 1 2.5) (arsetq a 2 \"s\") (alsetq b (alindex a 3)) (index b 2)",
+};
+
+// A changed word is found or harmless.
+void link_and_run(std::string_view bytes)
+{
+    scratch code;
+    assign(&code.s, bytes);
+    kestrin_link(code.s);
+    kestrin_data value = {};
+    value.single = 1;
+    value.disable_ptr = 1;
+    rt_ctrl->rt_noterror = 1;
+    kestrin_run(reinterpret_cast<const ULO *>(code.s), &value, 1);
+    rt_ctrl->rt_noterror = 1;
+    free_kst_data(&value);
+}
+
+// Calls of instructions that wait, write files, end the run or take all memory are not run.
+bool may_run(const kit::code &words)
+{
+    if (words[image::SLOTS] > 1000) return false;
+    for (ULO i = 1; i < words.size(); i++)
+        if (words[i - 1] == 'I' && words[i] > 1000) return false;
+    for (ULO word : words) {
+        if (image::letter_of(word) == 'L') return false;
+        if (image::letter_of(word) != 'T') continue;
+        const ULO row = image::row_of(image::payload_of(word));
+        const bool is_harmless = row == ISA_PROGN || (row >= ISA_SETQ && row <= ISA_ALINDEX) ||
+                                 (row >= ISA_EQUAL && row <= ISA_NOT) || row == ISA_IADD ||
+                                 row == ISA_CAT || row == ISA_STR || row == ISA_LEN;
+        if (!is_harmless) return false;
+    }
+    return true;
+}
+
+TEST_F(Verify, ChangedBytesAreFoundOrHarmless)
+{
+    int passed = 0, refused = 0, run = 0;
+    for (const char *source : victims)
+        for (const UCH level : {0, 1}) {
+            const kit::code good = kit::program(source, level);
+            ASSERT_FALSE(good.empty());
+            const ULO size = good.size() * sizeof(ULO);
+            for (ULO at = 0; at < size; at++)
+                for (int value = 0; value < 256; value++) {
+                    kit::code words = good;
+                    reinterpret_cast<UCH *>(words.data())[at] = static_cast<UCH>(value);
+                    const bool is_sound = verify_bytecode(kit::bytes_of(words));
+                    (is_sound ? passed : refused)++;
+                    if (value % 16 == 0) kit::decompiled(kit::bytes_of(words), EFFECTIVE, is_sound);
+                    if (!is_sound || !may_run(words)) continue;
+                    link_and_run(kit::bytes_of(words));
+                    run++;
+                }
+        }
+    EXPECT_LT(1000, run);
+    EXPECT_LT(passed, refused);
+}
+
+TEST_F(Verify, RandomWordsAreReadInside)
+{
+    std::mt19937_64 random(5);
+    const ULO typical[] = {'I',
+                           'S',
+                           'V',
+                           'Z',
+                           call(ISA_PROGN),
+                           call(ISA_SETQ),
+                           call(ISA_CAT),
+                           call(ISA_IADD, 1),
+                           local,
+                           1,
+                           2,
+                           3,
+                           4,
+                           5};
+    int passed = 0;
+    for (int i = 0; i < 200000; i++) {
+        kit::code words(4 + random() % 12);
+        for (ULO &word : words)
+            word = random() % 16 == 0 ? random() : typical[random() % std::size(typical)];
+        words[0] = image::code('U', 4);
+        words[image::SLOTS] = random() % 4;
+        words[image::UDFS] = 0;
+        if (!verify_bytecode(kit::bytes_of(words))) continue;
+        passed++;
+        link_and_run(kit::bytes_of(words));
+    }
+    EXPECT_LT(1000, passed);
+}
+
+} // namespace
