@@ -18,6 +18,7 @@ A case is <group>/<name>.kst beside this script; the filter is a piece of "group
     profile: FILE           the same, and named as the configuration profile
     run: -c name.kst        words for kestrin instead of options, file and args; may be repeated
     sh: printf x >>a        a shell command between such runs ($KESTRIN is the program)
+    roads: disk             which of the other roads show the same, none if empty; else all
     native: yes             left out with --sanitized: sanitizers change what it shows
 Outputs of several steps stand one behind the other; the status is that of the last.
 
@@ -116,6 +117,9 @@ class Outcome:
     def __eq__(self, other):
         return (self.out, self.err, self.status) == (other.out, other.err, other.status)
 
+    def is_quiet(self):
+        return not self.err and not self.status
+
     def difference(self, wanted):
         text = diff("stdout", wanted.out, self.out) + diff("stderr", wanted.err, self.err)
         if self.status != wanted.status:
@@ -135,7 +139,8 @@ class Plan:
 
     def __init__(self, text="", where=""):
         self.options, self.args, self.steps, self.files = ["-q"], [], [], []
-        self.env, self.stdin, self.native, self.plain = dict(ENVIRONMENT), b"", False, not text
+        self.roads = list(ROADS)
+        self.env, self.stdin, self.native = dict(ENVIRONMENT), b"", False
         self.env.update((k, os.environ[k]) for k in PASSED_ON if k in os.environ)
         for line in text.splitlines():
             if line.strip() and not line.startswith("#"):
@@ -177,6 +182,9 @@ class Plan:
 
     def do_sh(self, value, _):
         self.steps.append(value)
+
+    def do_roads(self, value, _):
+        self.roads = value.split()
 
     def do_native(self, value, _):
         self.native = value.strip() == "yes"
@@ -305,11 +313,13 @@ class MapcarRoad:
 
     @staticmethod
     def fits(case):
-        return case.plan.plain and not case.wanted.err and not case.wanted.status
+        plan = case.plan
+        return not plan.steps and not plan.args and plan.options == ["-q"] and case.wanted.is_quiet()
 
     def run(self, kestrin):
         name, text = source_of(self.case)
-        text = text.replace(b"\\", b"\\\\").replace(b'"', b'\\"').replace(b"\n", b"\\n")
+        for byte, raw in ((b"\\", b"\\\\"), (b'"', b'\\"'), (b"\n", b"\\n"), (b"\t", b"\\t")):
+            text = text.replace(byte, raw)
         outer = b'(progn (setq mapcar_road (mapcar "%s")) (outf "%%s" (index mapcar_road 0)) ' \
                 b"(index mapcar_road 1))\n" % text
         return run_program(kestrin, name, outer, self.plan)
@@ -346,7 +356,10 @@ def find_cases():
 
 def chosen(a):
     cases = [c for c in find_cases() if a.filter in c.name and not (a.sanitized and c.plan.native)]
-    return [ROADS[a.road](c) for c in cases if ROADS[a.road].fits(c)] if a.road else cases
+    if not a.road:
+        return cases
+    road = ROADS[a.road]
+    return [road(c) for c in cases if a.road in c.plan.roads and road.fits(c)]
 
 
 def settle(case, outcome, accept):
