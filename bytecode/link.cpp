@@ -13,6 +13,7 @@
 #include "vm/image.h"
 #include "vm/leaf.h"
 #include "vm/stack.h"
+#include "vm/variants.h"
 
 namespace {
 
@@ -131,6 +132,7 @@ assigned_set linker::link_node(ULO *p)
         if (*node == reinterpret_cast<ULO>(func__getval_ptr) && (assigned & bit_of(node[1])))
             set_handler(node, func__getval);
     }
+    if (letter == 'T') set_handler(p, specialised(reinterpret_cast<fcall>(*p), operands.first));
     if (operands.assigns) assigned |= bit_of(p[1]);
     if (operands.leads) assigned |= bit_of(reinterpret_cast<const ULO *>(operands.first[0])[1]);
     return assigned;

@@ -16,6 +16,7 @@
 #include "vm/leaf.h"
 #include "vm/machine.h"
 #include "vm/stack.h"
+#include "vm/variants.h"
 
 #define HANDLER(name) void func__##name(const ULO *dat_ptr, kestrin_data *ret_dat)
 
@@ -187,13 +188,26 @@ template <class T>
     return kind<T>::in(ret_dat);
 }
 
-template <operands how, class T>
+template <operands how, class T, leaf_kind leaf = ANY>
 [[gnu::always_inline]] inline T fetch(const ULO *word, kestrin_data *ret_dat)
 {
-    if constexpr (how == CAST)
+    if constexpr (leaf == CONSTANT) {
+        return constant_of<T>(node_at(word));
+    } else if constexpr (leaf == VARIABLE) {
+        const kestrin_data *v = variable(node_at(word)[1]);
+        if (v->type == kind<T>::letter) [[likely]]
+            return kind<T>::in(v);
+        return cast_variable<T>(node_at(word));
+    } else if constexpr (leaf == EXPRESSION) {
+        eval(word, ret_dat);
+        if (how == PROVED || ret_dat->type == kind<T>::letter) [[likely]]
+            return kind<T>::in(ret_dat);
+        return cast_result<T>(word, ret_dat);
+    } else if constexpr (how == CAST) {
         return fetch_cast<T>(word, ret_dat);
-    else
+    } else {
         return fetch_proved<T>(word, ret_dat);
+    }
 }
 
 // Makes an owning slot answer a number. Array memory of an earlier value stays until it is freed.
@@ -204,6 +218,31 @@ template <class T> void answer(kestrin_data *ret_dat, T value)
     kind<T>::in(ret_dat) = value;
 }
 
+// The number of a constant or a single variable, where it stands.
+template <class T, leaf_kind leaf> bool read_in_place(const ULO *node, T *value)
+{
+    const bool looked_at = leaf == ANY;
+    if (leaf == CONSTANT || (looked_at && is_node(node, kind<T>::constant))) {
+        *value = constant_of<T>(node);
+        return true;
+    }
+    if (leaf != VARIABLE && !(looked_at && is_node(node, kind<T>::typed_read))) return false;
+    const kestrin_data *v = variable(node[1]);
+    if (!v->single || v->type != kind<T>::letter) return false;
+    *value = kind<T>::in(v);
+    return true;
+}
+
+// Evaluates an operand that is proved a number into a record; it may be an array of them.
+template <class T, leaf_kind leaf> void eval_number(const ULO *word, kestrin_data *ret_dat)
+{
+    T value = 0;
+    if (!read_in_place<T, leaf>(node_at(word), &value))
+        eval(word, ret_dat);
+    else if (rt_ctrl->rt_noterror)
+        answer(ret_dat, value);
+}
+
 // -- Numeric instructions ----------------------------------------------------------------------
 
 // The signature of `op` says the rest: how many operands, how each is fetched, the result's letter.
@@ -211,18 +250,23 @@ template <class T> void answer(kestrin_data *ret_dat, T value)
 template <auto op, auto fault = nullptr> struct numeric;
 
 template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fault> {
+    static constexpr std::size_t count = sizeof...(A);
+
     // Braces fetch left to right.
-    template <operands how, std::size_t... i>
+    template <operands how, leaf_kind... leaves, std::size_t... i>
     [[gnu::always_inline]] static std::tuple<A...>
     fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat, std::index_sequence<i...>)
     {
-        return std::tuple<A...>{fetch<how, A>(dat_ptr + i, ret_dat)...};
+        constexpr leaf_kind kinds[] = {leaves..., ANY, ANY, ANY};
+        return std::tuple<A...>{fetch<how, A, kinds[i]>(dat_ptr + i, ret_dat)...};
     }
 
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    template <operands how, leaf_kind... leaves>
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        const auto args = fetch_all<how>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
+        const auto args =
+            fetch_all<how, leaves...>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
         if (!rt_ctrl->rt_noterror) [[unlikely]]
             return;
         if constexpr (!std::is_null_pointer_v<decltype(fault)>) {
@@ -231,6 +275,19 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
                 return raise_error(found, dat_ptr);
         }
         answer<R>(ret_dat, std::apply(op, args));
+    }
+
+    // The variants of a handler of one or two operands.
+    template <operands how> static constexpr variant_row variants(fcall general)
+    {
+        constexpr CHR letters[] = {kind<A>::letter..., 0};
+        if constexpr (count == 1)
+            return vary<1>(general, 0, letters[0], 0,
+                           []<leaf_kind first, leaf_kind>() { return &run<how, first>; });
+        else
+            return vary<2>(
+                general, 0, letters[0], letters[1],
+                []<leaf_kind first, leaf_kind second>() { return &run<how, first, second>; });
     }
 };
 
@@ -244,3 +301,8 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
     {                                                                                              \
         __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat);                                       \
     }
+
+// The same with variants: the rows for the linker's table.
+#define VARIANTS(name, ...)                                                                        \
+    __VA_ARGS__::template variants<CAST>(func__##name),                                            \
+        __VA_ARGS__::template variants<PROVED>(func__##name##_j),

@@ -143,17 +143,17 @@ template <UCH letter> void store_typed(const ULO *dat_ptr, SLO index, const kest
     array->aready_tags[place] = letter;
 }
 
-template <operands how> SLO fetch_index(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <UCH letter, leaf_kind at = ANY, leaf_kind from = ANY>
+void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    const SLO index = fetch<how, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
-    return index;
-}
-
-template <UCH letter> void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    const SLO index = fetch_index<PROVED>(dat_ptr, ret_dat);
-    eval(dat_ptr + 2, ret_dat);
+    if constexpr (letter == 'I')
+        eval_number<SLO, from>(dat_ptr + 2, ret_dat);
+    else if constexpr (letter == 'F')
+        eval_number<DFL, from>(dat_ptr + 2, ret_dat);
+    else
+        eval(dat_ptr + 2, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
     store_typed<letter>(dat_ptr, index, ret_dat);
@@ -201,10 +201,11 @@ void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
     if (ret_dat->type == 0) raise_at(rt_text::GETVAL_BEFORE_USE, dat_ptr);
 }
 
-template <UCH letter> void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <UCH letter, leaf_kind at = ANY>
+void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
-    const SLO index = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
     const kestrin_data *array = variable(dat_ptr[0]);
@@ -320,3 +321,27 @@ HANDLER(indices)
     if (!rt_ctrl->rt_noterror) return;
     answer<SLO>(ret_dat, array->single ? 1 : static_cast<SLO>(array->indices_numb));
 }
+
+namespace {
+
+template <UCH letter> constexpr variant_row index_variants(fcall general)
+{
+    return vary<1>(general, 0, 'I', 0,
+                   []<leaf_kind at, leaf_kind>() { return &index_typed<letter, at>; });
+}
+
+template <UCH letter> constexpr variant_row arsetq_variants(fcall general)
+{
+    return vary<2>(general, 0, 'I', letter,
+                   []<leaf_kind at, leaf_kind from>() { return &arsetq_typed<letter, at, from>; });
+}
+
+constexpr variant_row rows[] = {
+    index_variants<'I'>(func__index_i),   index_variants<'F'>(func__index_f),
+    index_variants<'S'>(func__index_s),   arsetq_variants<'I'>(func__arsetq_i),
+    arsetq_variants<'F'>(func__arsetq_f),
+};
+
+} // namespace
+
+const std::span<const variant_row> array_variants = rows;

@@ -98,6 +98,33 @@ template <class relation> struct comparison {
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 
+    // The generic comparison where the first operand is a plain variable or an expression: integers
+    // are compared at once, all else takes the long way.
+    template <leaf_kind first, leaf_kind second>
+    static void varied(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        if constexpr (first == CONSTANT) return generic(dat_ptr, ret_dat);
+        ret_dat->disable_ptr = 1;
+        const kestrin_data *left = ret_dat;
+        if constexpr (first == VARIABLE) {
+            left = variable(node_at(dat_ptr)[1]);
+            if (left->type != 'I') return generic(dat_ptr, ret_dat);
+        } else {
+            eval(dat_ptr, ret_dat);
+            if (!rt_ctrl->rt_noterror) return;
+            if (left->type != 'I') return by_type(ret_dat, dat_ptr + 1, ret_dat);
+        }
+        const SLO value = left->value.ival;
+        const SLO other = fetch<CAST, SLO, second>(dat_ptr + 1, ret_dat);
+        if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(value, other));
+    }
+
+    static constexpr variant_row variants(fcall general)
+    {
+        return vary<2>(general, 0, 'I', 'I',
+                       []<leaf_kind first, leaf_kind second>() { return &varied<first, second>; });
+    }
+
     template <class T> static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         numeric<relation_of<T>>::template run<PROVED>(dat_ptr, ret_dat);
@@ -143,10 +170,24 @@ template <class relation> struct comparison {
         comparison<relation>::nils(dat_ptr, ret_dat);                                              \
     }
 
-COMPARISON(equal, equal)
-COMPARISON(notequal, not_equal)
-COMPARISON(less, less)
-COMPARISON(greater, greater)
-COMPARISON(lessorequal, less_or_equal)
-COMPARISON(greaterorequal, greater_or_equal)
-#undef COMPARISON
+// The rows of the handlers that compare numbers.
+#define COMPARISON_VARIANTS(name, relation)                                                        \
+    comparison<relation>::variants(func__##name),                                                  \
+        numeric<comparison<relation>::relation_of<SLO>>::variants<PROVED>(func__##name##_i),       \
+        numeric<comparison<relation>::relation_of<DFL>>::variants<PROVED>(func__##name##_f),
+
+#define COMPARISONS(X)                                                                             \
+    X(equal, equal)                                                                                \
+    X(notequal, not_equal)                                                                         \
+    X(less, less)                                                                                  \
+    X(greater, greater)                                                                            \
+    X(lessorequal, less_or_equal)                                                                  \
+    X(greaterorequal, greater_or_equal)
+
+COMPARISONS(COMPARISON)
+
+namespace {
+constexpr variant_row rows[] = {COMPARISONS(COMPARISON_VARIANTS)};
+} // namespace
+
+const std::span<const variant_row> compare_variants = rows;

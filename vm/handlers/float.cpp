@@ -116,10 +116,13 @@ template <ULO bits> void answer_constant(kestrin_data *ret_dat)
 
 } // namespace
 
-HANDLERS(fadd, numeric<add>)
-HANDLERS(fsub, numeric<subtract>)
-HANDLERS(fmul, numeric<multiply>)
-HANDLERS(fdiv, numeric<divide, zero_divisor>)
+#define FLOAT_INSTRUCTIONS(X)                                                                      \
+    X(fadd, numeric<add>)                                                                          \
+    X(fsub, numeric<subtract>)                                                                     \
+    X(fmul, numeric<multiply>)                                                                     \
+    X(fdiv, numeric<divide, zero_divisor>)
+
+FLOAT_INSTRUCTIONS(HANDLERS)
 HANDLERS(fma, numeric<multiply_add>)
 HANDLERS(fabs, numeric<absolute>)
 HANDLERS(fint, numeric<integer_part>)
@@ -134,14 +137,20 @@ HANDLERS(fln, numeric<logarithm, not_positive>)
 HANDLERS(fsqrt, numeric<square_root, negative>)
 HANDLERS(frnd, numeric<random_float>)
 
-#define CONSTANT(name, bits)                                                                       \
+#define FIXED_VALUE(name, bits)                                                                    \
     HANDLER(name)                                                                                  \
     {                                                                                              \
         (void)dat_ptr;                                                                             \
         answer_constant<bits>(ret_dat);                                                            \
     }
-CONSTANT(ee, 0x4005BF0A8B145769)
-CONSTANT(gamma, 0x3FE2788CFC6FB619)
-CONSTANT(phi, 0x3FC4B5F949465D54) // a tenth of the golden ratio: the language's value
-CONSTANT(pi, 0x400921FB54442D18)
-#undef CONSTANT
+FIXED_VALUE(ee, 0x4005BF0A8B145769)
+FIXED_VALUE(gamma, 0x3FE2788CFC6FB619)
+FIXED_VALUE(phi, 0x3FC4B5F949465D54) // a tenth of the golden ratio: the language's value
+FIXED_VALUE(pi, 0x400921FB54442D18)
+#undef FIXED_VALUE
+
+namespace {
+constexpr variant_row rows[] = {FLOAT_INSTRUCTIONS(VARIANTS)};
+} // namespace
+
+const std::span<const variant_row> float_variants = rows;

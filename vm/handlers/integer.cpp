@@ -85,35 +85,39 @@ template <rt_text text> rt_text zero_divisor(SLO, SLO b)
 }
 
 // AND and OR evaluate the second operand only if the first leaves the result open.
-template <operands how, bool decided_by> void decide(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <operands how, bool decided_by, leaf_kind a = ANY, leaf_kind b = ANY>
+void decide(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
-    const bool first = fetch<how, SLO>(dat_ptr, ret_dat) != 0;
+    const bool first = fetch<how, SLO, a>(dat_ptr, ret_dat) != 0;
     if (!rt_ctrl->rt_noterror) return;
     if (first == decided_by) return answer<SLO>(ret_dat, decided_by);
-    const bool second = fetch<how, SLO>(dat_ptr + 1, ret_dat) != 0;
+    const bool second = fetch<how, SLO, b>(dat_ptr + 1, ret_dat) != 0;
     if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, second);
 }
 
 } // namespace
 
-HANDLERS(iadd, numeric<add>)
-HANDLERS(isub, numeric<subtract>)
-HANDLERS(imul, numeric<multiply>)
-HANDLERS(idiv, numeric<quotient, zero_divisor<rt_text::INT_DIVZERO>>)
-HANDLERS(imod, numeric<remainder_of, zero_divisor<rt_text::INT_MODZERO>>)
+#define INTEGER_INSTRUCTIONS(X)                                                                    \
+    X(iadd, numeric<add>)                                                                          \
+    X(isub, numeric<subtract>)                                                                     \
+    X(imul, numeric<multiply>)                                                                     \
+    X(idiv, numeric<quotient, zero_divisor<rt_text::INT_DIVZERO>>)                                 \
+    X(imod, numeric<remainder_of, zero_divisor<rt_text::INT_MODZERO>>)                             \
+    X(iincr, numeric<increment>)                                                                   \
+    X(idecr, numeric<decrement>)                                                                   \
+    X(ineg, numeric<negate>)                                                                       \
+    X(iabs, numeric<absolute>)                                                                     \
+    X(iand, numeric<bit_and>)                                                                      \
+    X(ior, numeric<bit_or>)                                                                        \
+    X(ixor, numeric<bit_xor>)                                                                      \
+    X(inot, numeric<bit_not>)                                                                      \
+    X(ishr, numeric<shift_right>)                                                                  \
+    X(ishl, numeric<shift_left>)                                                                   \
+    X(not, numeric<logical_not>)
+
+INTEGER_INSTRUCTIONS(HANDLERS)
 HANDLERS(ima, numeric<multiply_add>)
-HANDLERS(iincr, numeric<increment>)
-HANDLERS(idecr, numeric<decrement>)
-HANDLERS(ineg, numeric<negate>)
-HANDLERS(iabs, numeric<absolute>)
-HANDLERS(iand, numeric<bit_and>)
-HANDLERS(ior, numeric<bit_or>)
-HANDLERS(ixor, numeric<bit_xor>)
-HANDLERS(inot, numeric<bit_not>)
-HANDLERS(ishr, numeric<shift_right>)
-HANDLERS(ishl, numeric<shift_left>)
-HANDLERS(not, numeric<logical_not>)
 HANDLERS(irnd, numeric<random_integer>)
 
 HANDLER(and)
@@ -132,3 +136,23 @@ HANDLER(or_j)
 {
     decide<PROVED, true>(dat_ptr, ret_dat);
 }
+
+namespace {
+
+template <operands how, bool decided_by> constexpr variant_row deciding(fcall general)
+{
+    return vary<2>(general, 0, 'I', 'I', []<leaf_kind first, leaf_kind second>() {
+        return &decide<how, decided_by, first, second>;
+    });
+}
+
+constexpr variant_row rows[] = {
+    INTEGER_INSTRUCTIONS(VARIANTS) deciding<CAST, false>(func__and),
+    deciding<PROVED, false>(func__and_j),
+    deciding<CAST, true>(func__or),
+    deciding<PROVED, true>(func__or_j),
+};
+
+} // namespace
+
+const std::span<const variant_row> integer_variants = rows;

@@ -24,31 +24,12 @@ void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
     target->value = source->value;
 }
 
-// The number of a constant or a single variable of a proved type, where it stands.
-template <class T> bool read_in_place(const ULO *node, T *value)
-{
-    if (is_node(node, kind<T>::constant)) {
-        *value = constant_of<T>(node);
-        return true;
-    }
-    if (!is_node(node, kind<T>::typed_read)) return false;
-    const kestrin_data *v = variable(node[1]);
-    if (!v->single || v->type == 0) return false;
-    *value = kind<T>::in(v);
-    return true;
-}
-
 // Both single: type and value are all there is. Else one of them is an array.
-template <class T> void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <class T, leaf_kind leaf = ANY>
+void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    T value;
-    if (read_in_place(node_at(dat_ptr + 1), &value)) {
-        if (!rt_ctrl->rt_noterror) return;
-        answer(ret_dat, value);
-    } else {
-        eval(dat_ptr + 1, ret_dat);
-        if (!rt_ctrl->rt_noterror) return;
-    }
+    eval_number<T, leaf>(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
     kestrin_data *target = variable(dat_ptr[0]);
     if (!ret_dat->single || holds_array(target)) return copy_kst_data(target, ret_dat, 0);
     if (target->svalue != nullptr && target->svalue != ret_dat->svalue)
@@ -120,3 +101,22 @@ HANDLER(alsetq_z)
 {
     func__setq_z(dat_ptr, ret_dat);
 }
+
+namespace {
+
+template <class T> constexpr variant_row setq_variants(fcall general)
+{
+    return vary<1>(general, 0, kind<T>::letter, 0,
+                   []<leaf_kind leaf, leaf_kind>() { return &assign_number<T, leaf>; });
+}
+
+constexpr variant_row rows[] = {
+    setq_variants<SLO>(func__setq_i),
+    setq_variants<DFL>(func__setq_f),
+    setq_variants<SLO>(func__alsetq_i),
+    setq_variants<DFL>(func__alsetq_f),
+};
+
+} // namespace
+
+const std::span<const variant_row> variable_variants = rows;
