@@ -283,7 +283,7 @@ TEST_F(TypePass, InstructionsOfAUnit)
 
 TEST_F(TypePass, AgreesWithThePlainPassOnRandomPrograms)
 {
-    for (unsigned seed = 0; seed < 3000; seed++) {
+    for (unsigned seed = 0; seed < 1000; seed++) {
         const std::string source = kit::random_program(seed, false, "(IRND 1)", "(IADD 0").text();
         const std::string text = kit::squeezed(kit::checked(source));
         ASSERT_EQ(text[0], '(') << text << "\nof " << source;

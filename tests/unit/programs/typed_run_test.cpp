@@ -115,7 +115,7 @@ TEST_F(TypedRuns, MixedTypes)
 
 // How many random programs, and from which one on; more can be asked for from outside.
 struct seeds {
-    unsigned from = number("KESTRIN_TEST_SEED", 0), count = number("KESTRIN_TEST_COUNT", 3000);
+    unsigned from = number("KESTRIN_TEST_SEED", 0), count = number("KESTRIN_TEST_COUNT", 2000);
     static unsigned number(const char *variable, unsigned standard)
     {
         const char *text = getenv(variable);
