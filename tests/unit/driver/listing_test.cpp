@@ -4,6 +4,7 @@
 #include "driver/listing.h"
 
 #include <fcntl.h>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <vector>
@@ -135,16 +136,22 @@ std::string random_text(unsigned seed)
     return kit::squeezed(kit::checked(text));
 }
 
+std::string prepared(const CHR *path)
+{
+    scratch text;
+    read_from_file(&text.s, path);
+    return kit::squeezed(kit::checked("(PROGN " + std::string(view(text.s)) + ")"));
+}
+
 std::string read_again(const std::string &source)
 {
     char path[] = "/tmp/kestrin-listing-XXXXXX";
     const int file = mkstemp(path);
     EXPECT_EQ(write(file, source.data(), source.size()), SLO(source.size()));
     close(file);
-    scratch text;
-    read_from_file(&text.s, path);
+    const std::string text = prepared(path);
     unlink(path);
-    return kit::squeezed(kit::checked("(PROGN " + std::string(view(text.s)) + ")"));
+    return text;
 }
 
 class Listing : public testing::Test {
@@ -175,6 +182,25 @@ TEST_F(Listing, IsASourceOfTheSameProgram)
         const std::string listing = listed(text, {width, false});
         EXPECT_EQ(read_again(listing.substr(width + 1, listing.size() - 2 * (width + 1))), text);
     });
+}
+
+TEST_F(Listing, OfWholeProgramsIsASource)
+{
+    const auto root = std::filesystem::absolute(__FILE__).parent_path() / "../../..";
+    ULO programs = 0;
+    for (const char *folder : {"tutorial/examples", "bench/programs"})
+        for (const auto &file : std::filesystem::directory_iterator(root / folder)) {
+            if (file.path().extension() != ".kst") continue;
+            const std::string text = prepared(file.path().c_str());
+            ASSERT_NE(text[0], '[') << text << file.path();
+            programs++;
+            for (const ULO width : {39, 79}) {
+                const std::string listing = listed(text, {width, false});
+                EXPECT_EQ(read_again(listing.substr(width + 1, listing.size() - 2 * (width + 1))),
+                          text);
+            }
+        }
+    EXPECT_GT(programs, 10u);
 }
 
 // Far to the right, a name and the shortest pieces of a string have no room to keep inside.
