@@ -31,8 +31,7 @@ const char *const programs[] = {
     "(arsetq m 2 \"x\") (alsetq n m) (arsetq n 5 2.5) (setq k (alindex n 3)) (index k 2)",
     "(setq x 1.5) (setq y (fmul x 2.)) (if (> y 2.) (cat (str y) \"!\") nil)",
     "(defun even (== (% $1 2) 0)) (&& (even 4) (|| (even 3) (! (even 5))))",
-    "(setq t (mapcar \"(+ 1 2)\")) (setq u (index t 1)) (set_error_info 5 \"no\") (substr \"abc\" "
-    "u 1)",
+    "(setq t (mapcar \"(+ 1 2)\")) (set_error_info 5 \"no\") (substr \"abc\" (index t 1) 1)",
 };
 
 bool is_full_sweep()
