@@ -59,6 +59,7 @@ struct unit {
 // The function that is being compiled.
 struct context {
     const std::string &name; // scoped
+    bool is_root;
     varlist variables;
     ULO udf_counter; // number of the next UDF defined here
     std::vector<unit> udfs;
@@ -72,6 +73,7 @@ struct call_node {
     SLO operands = 0; // T, t: declared, -1 any number
     bool variable_first = false;
     bool leads_with_variable = false; // FOR: operand 0 is a variable's node
+    bool assigns = false;             // that variable
     bool counted() const { return letter == 'L' || letter == 'G' || operands < 0; }
 };
 
@@ -234,6 +236,7 @@ call_node compiler::find_call(std::string_view head)
         image::code(found->letter, image::instruction(found->row, found->letter == 'T' ? slot : 0));
     node.variable_first = (found->groups & variable_first) != 0;
     node.leads_with_variable = (found->groups & in(GROUP_FOR)) != 0;
+    node.assigns = found->groups != 0 && !(found->groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX)));
     if (debug_level_ == 1)
         (found->letter == 'T' ? used_isa_ : used_isaext_)
             .add(head, {SLO(found->row), found->operands});
@@ -316,6 +319,8 @@ void compiler::emit_form(std::string_view form, context *function, words *out)
         token_walk ahead = walk;
         const std::string_view token = ahead.next();
         if (token.empty() || !slot_number(token, function->variables, &slot)) return emit_nil(out);
+        // A UDF's argument may be lent by its caller: no checked text assigns one.
+        if (node.assigns && token.front() == '$' && !function->is_root) return emit_nil(out);
         if (node.variable_first) walk = ahead;
     }
     if (node.letter == 0) return emit_nil(out);
@@ -358,7 +363,7 @@ unit compiler::compile_function(std::string_view form, const std::string &name, 
                                 bool top)
 {
     check_stack(fatal_site::STACK_COMPILE);
-    context function = {name, {}, udf_counter, {}};
+    context function = {name, top, {}, udf_counter, {}};
     const ULO from = static_cast<ULO>(form.data() - text_.data());
     build_varlist(text_, brackets_, from, from + form.size(), &function.variables);
     unit made;

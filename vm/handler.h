@@ -167,25 +167,23 @@ template <class T>
     return cast_result<T>(word, ret_dat);
 }
 
-// A value whose type is proved. No memory depends on it, so it is taken as it comes.
+// A value whose type is proved: the reads of that type are looked for first. A FOR over a float or
+// a BREAK in a function can bring another type all the same, which is cast as in the generic road.
 template <class T>
 [[gnu::always_inline]] inline T fetch_proved(const ULO *word, kestrin_data *ret_dat)
 {
     const ULO *node = node_at(word);
-    if (is_node(node, kind<T>::typed_read)) {
+    if (is_node(node, kind<T>::typed_read) || is_node(node, func__getval)) {
         const kestrin_data *v = variable(node[1]);
-        if (v->type != 0) [[likely]]
+        if (v->type == kind<T>::letter) [[likely]]
             return kind<T>::in(v);
         return cast_variable<T>(node);
     }
     if (is_node(node, kind<T>::constant)) return constant_of<T>(node);
-    if (is_node(node, func__getval)) { // a formal argument of the main program
-        const kestrin_data *v = variable(node[1]);
-        if (v->type == kind<T>::letter) [[likely]]
-            return kind<T>::in(v);
-    }
     call(node, ret_dat);
-    return kind<T>::in(ret_dat);
+    if (ret_dat->type == kind<T>::letter) [[likely]]
+        return kind<T>::in(ret_dat);
+    return cast_result<T>(word, ret_dat);
 }
 
 template <operands how, class T, leaf_kind leaf = ANY>
@@ -200,7 +198,7 @@ template <operands how, class T, leaf_kind leaf = ANY>
         return cast_variable<T>(node_at(word));
     } else if constexpr (leaf == EXPRESSION) {
         eval(word, ret_dat);
-        if (how == PROVED || ret_dat->type == kind<T>::letter) [[likely]]
+        if (ret_dat->type == kind<T>::letter) [[likely]]
             return kind<T>::in(ret_dat);
         return cast_result<T>(word, ret_dat);
     } else if constexpr (how == CAST) {

@@ -37,7 +37,7 @@ void evaluate_argument(const ULO *word, kestrin_data *record)
     record->disable_ptr = 0;
 }
 
-// More arguments than slots: a function whose arguments only a nested one uses.
+// More arguments than the image takes: a function whose arguments only a nested one uses.
 void evaluate_and_drop(const ULO *word)
 {
     kestrin_data record;
@@ -73,7 +73,7 @@ HANDLER(defun)
     check_call_depth();
     const ULO *image = node_at(dat_ptr);
     const ULO slots = image_slots(image), passed = dat_ptr[1];
-    const ULO arguments = std::min(slots, passed);
+    const ULO arguments = std::min(image_arguments(image), passed);
     const ULO *words = dat_ptr + 2;
 
     kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;

@@ -1,4 +1,5 @@
-// IVAL, FVAL, STR and TYPE. A slot whose operand has the wanted type already forwards to it.
+// IVAL, FVAL, STR and TYPE. A slot whose operand has the wanted type already forwards to it, and
+// looks once whether a single value of the type has come back.
 
 #include "vm/handler.h"
 #include "vm/text.h"
@@ -32,6 +33,27 @@ void convert_text(const ULO *dat_ptr, kestrin_data *ret_dat)
     eval_text<PROVED>(dat_ptr, ret_dat);
 }
 
+// The operand as it is, where its type is the wanted one.
+template <class T> void forward(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    eval_number<T, ANY>(dat_ptr, ret_dat);
+    if (ret_dat->single && ret_dat->type == kind<T>::letter) [[likely]]
+        return;
+    if (rt_ctrl->rt_noterror) answer<T>(ret_dat, kind<T>::from(ret_dat));
+}
+
+// A number that stands in place is printed at once.
+template <class T, CHR *(*print)(CHR **, T)>
+void convert_number_text(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    T value = 0;
+    if (!read_in_place<T, ANY>(node_at(dat_ptr), &value)) return convert_text(dat_ptr, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    ret_dat->disable_ptr = 1;
+    answer_text(ret_dat);
+    print(&ret_dat->svalue, value);
+}
+
 void answer_type(kestrin_data *ret_dat, UCH type)
 {
     sch2str(&ret_dat->svalue, static_cast<SCH>(type));
@@ -46,7 +68,7 @@ HANDLER(ival)
 }
 HANDLER(ival_i)
 {
-    eval(dat_ptr, ret_dat);
+    forward<SLO>(dat_ptr, ret_dat);
 }
 HANDLER(ival_f)
 {
@@ -67,13 +89,14 @@ HANDLER(fval)
 }
 HANDLER(fval_i)
 {
+    SLO value = 0;
+    if (!read_in_place<SLO, ANY>(node_at(dat_ptr), &value)) return convert<DFL>(dat_ptr, ret_dat);
     ret_dat->disable_ptr = 1;
-    const SLO value = fetch<PROVED, SLO>(dat_ptr, ret_dat);
     if (rt_ctrl->rt_noterror) answer<DFL>(ret_dat, static_cast<DFL>(value));
 }
 HANDLER(fval_f)
 {
-    eval(dat_ptr, ret_dat);
+    forward<DFL>(dat_ptr, ret_dat);
 }
 HANDLER(fval_s)
 {
@@ -90,15 +113,15 @@ HANDLER(str)
 }
 HANDLER(str_i)
 {
-    text<equ_num>::run<PROVED>(dat_ptr, ret_dat);
+    convert_number_text<SLO, equ_num>(dat_ptr, ret_dat);
 }
 HANDLER(str_f)
 {
-    text<equ_fnum>::run<PROVED>(dat_ptr, ret_dat);
+    convert_number_text<DFL, equ_fnum>(dat_ptr, ret_dat);
 }
 HANDLER(str_s)
 {
-    eval(dat_ptr, ret_dat);
+    convert_text(dat_ptr, ret_dat);
 }
 HANDLER(str_z)
 {

@@ -98,38 +98,29 @@ template <class relation> struct comparison {
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 
-    // The generic comparison where the first operand is a plain variable or an expression: integers
-    // are compared at once, all else takes the long way.
-    template <leaf_kind first, leaf_kind second>
-    static void varied(const ULO *dat_ptr, kestrin_data *ret_dat)
+    // The comparison for a first operand that is likely a T; another type takes the generic way.
+    template <class T, leaf_kind first = ANY, leaf_kind second = ANY>
+    static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        if constexpr (first == CONSTANT) return generic(dat_ptr, ret_dat);
         ret_dat->disable_ptr = 1;
-        const kestrin_data *left = ret_dat;
-        if constexpr (first == VARIABLE) {
-            left = variable(node_at(dat_ptr)[1]);
-            if (left->type != 'I') return generic(dat_ptr, ret_dat);
-        } else {
+        T value = 0;
+        if (!read_in_place<T, first>(node_at(dat_ptr), &value)) {
+            if constexpr (first == VARIABLE) return generic(dat_ptr, ret_dat);
             eval(dat_ptr, ret_dat);
             if (!rt_ctrl->rt_noterror) return;
-            if (left->type != 'I') return by_type(ret_dat, dat_ptr + 1, ret_dat);
+            if (ret_dat->type != kind<T>::letter) return by_type(ret_dat, dat_ptr + 1, ret_dat);
+            value = kind<T>::in(ret_dat);
         }
-        const SLO value = left->value.ival;
-        const SLO other = fetch<CAST, SLO, second>(dat_ptr + 1, ret_dat);
+        const T other = fetch<CAST, T, second>(dat_ptr + 1, ret_dat);
         if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(value, other));
     }
 
-    static constexpr variant_row variants(fcall general)
+    template <class T> static constexpr variant_row variants(fcall general)
     {
-        return vary<2>(general, 0, 'I', 'I',
-                       []<leaf_kind first, leaf_kind second>() { return &varied<first, second>; });
+        return vary<2>(
+            general, 0, kind<T>::letter, kind<T>::letter,
+            []<leaf_kind first, leaf_kind second>() { return &numbers<T, first, second>; });
     }
-
-    template <class T> static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        numeric<relation_of<T>>::template run<PROVED>(dat_ptr, ret_dat);
-    }
-    template <class T> static SLO relation_of(T a, T b) { return relation::numbers(a, b); }
 
     static SLO texts_of(const CHR *a, const CHR *b) { return relation::texts(a, b); }
     static void texts(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -141,8 +132,7 @@ template <class relation> struct comparison {
     {
         ret_dat->disable_ptr = 1;
         eval(dat_ptr, ret_dat);
-        eval(dat_ptr + 1, ret_dat);
-        if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::nils);
+        if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 };
 
@@ -172,9 +162,9 @@ template <class relation> struct comparison {
 
 // The rows of the handlers that compare numbers.
 #define COMPARISON_VARIANTS(name, relation)                                                        \
-    comparison<relation>::variants(func__##name),                                                  \
-        numeric<comparison<relation>::relation_of<SLO>>::variants<PROVED>(func__##name##_i),       \
-        numeric<comparison<relation>::relation_of<DFL>>::variants<PROVED>(func__##name##_f),
+    comparison<relation>::variants<SLO>(func__##name),                                             \
+        comparison<relation>::variants<SLO>(func__##name##_i),                                     \
+        comparison<relation>::variants<DFL>(func__##name##_f),
 
 #define COMPARISONS(X)                                                                             \
     X(equal, equal)                                                                                \

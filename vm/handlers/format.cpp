@@ -110,17 +110,17 @@ bool print_number(kestrin_data *d, const CHR *format, const conversion &c)
     return print(&d->svalue, plain.c_str(), to_fval(d));
 }
 
+// A number's conversion gets what the text is as a number.
 bool print_text(kestrin_data *d, const CHR *format, const conversion &c)
 {
+    if (c.letter != 0 && c.letter != 's' && c.letter != 'p') return print_number(d, format, c);
     scratch value;
     if (d->type == 'S') {
         std::swap(value.s, d->svalue);
         show_nuls(&value.s, value.s);
     }
     const CHR *text = d->type == 'Z' ? "`NIL'" : value.s == nullptr ? "" : value.s;
-    if (c.letter == 's') return print(&d->svalue, format, text);
-    if (one_of(c.letter, "eEfFgGaA")) return print_number(d, format, c);
-    return print(&d->svalue, format, reinterpret_cast<ULO>(text));
+    return print(&d->svalue, format, text);
 }
 
 void raise_format_error(rt_text text, const ULO *dat_ptr, const CHR *format)

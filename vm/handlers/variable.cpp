@@ -24,14 +24,15 @@ void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
     target->value = source->value;
 }
 
-// Both single: type and value are all there is. Else one of them is an array.
+// Both single and of the proved type: type and value are all there is. Else the generic road.
 template <class T, leaf_kind leaf = ANY>
 void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     eval_number<T, leaf>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     kestrin_data *target = variable(dat_ptr[0]);
-    if (!ret_dat->single || holds_array(target)) return copy_kst_data(target, ret_dat, 0);
+    if (!ret_dat->single || ret_dat->type != kind<T>::letter || holds_array(target))
+        return copy_kst_data(target, ret_dat, 0);
     if (target->svalue != nullptr && target->svalue != ret_dat->svalue)
         free_string(&target->svalue);
     set_number(target, kind<T>::letter, ret_dat);
