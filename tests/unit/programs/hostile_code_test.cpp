@@ -99,7 +99,7 @@ void take_limits()
 #endif
     signal(SIGXFSZ, SIG_IGN);
     const int nowhere = open("/dev/null", O_RDWR);
-    for (int fd = 0; fd < 3; fd++) dup2(nowhere, fd);
+    for (int fd = 0; fd < 64; fd++) dup2(nowhere, fd); // what is inherited, too
     if (chdir("/proc/self") != 0) _exit(1); // nothing can be made or removed there
     setsid();
 }
