@@ -149,31 +149,16 @@ template <class T> [[gnu::noinline]] T cast_result(const ULO *word, kestrin_data
 }
 
 // Any value, converted. `ret_dat` is an owning slot to evaluate in. A constant and a variable that
-// hold the type already are read in place.
-template <class T>
-[[gnu::always_inline]] inline T fetch_cast(const ULO *word, kestrin_data *ret_dat)
+// hold the type already are read in place; the kind of read that is likely is looked for first. A
+// value of another type than was proved is rare (a FOR over a float, a BREAK in a function) and is
+// cast alike.
+template <operands how, class T>
+[[gnu::always_inline]] inline T fetch_any(const ULO *word, kestrin_data *ret_dat)
 {
+    constexpr fcall likely = how == PROVED ? kind<T>::typed_read : func__getval;
+    constexpr fcall other = how == PROVED ? func__getval : kind<T>::typed_read;
     const ULO *node = node_at(word);
-    if (is_node(node, func__getval) || is_node(node, kind<T>::typed_read)) {
-        const kestrin_data *v = variable(node[1]);
-        if (v->type == kind<T>::letter) [[likely]]
-            return kind<T>::in(v);
-        return cast_variable<T>(node);
-    }
-    if (is_node(node, kind<T>::constant)) return constant_of<T>(node);
-    call(node, ret_dat);
-    if (ret_dat->type == kind<T>::letter) [[likely]]
-        return kind<T>::in(ret_dat);
-    return cast_result<T>(word, ret_dat);
-}
-
-// A value whose type is proved: the reads of that type are looked for first. A FOR over a float or
-// a BREAK in a function can bring another type all the same, which is cast as in the generic road.
-template <class T>
-[[gnu::always_inline]] inline T fetch_proved(const ULO *word, kestrin_data *ret_dat)
-{
-    const ULO *node = node_at(word);
-    if (is_node(node, kind<T>::typed_read) || is_node(node, func__getval)) {
+    if (is_node(node, likely) || is_node(node, other)) {
         const kestrin_data *v = variable(node[1]);
         if (v->type == kind<T>::letter) [[likely]]
             return kind<T>::in(v);
@@ -201,10 +186,8 @@ template <operands how, class T, leaf_kind leaf = ANY>
         if (ret_dat->type == kind<T>::letter) [[likely]]
             return kind<T>::in(ret_dat);
         return cast_result<T>(word, ret_dat);
-    } else if constexpr (how == CAST) {
-        return fetch_cast<T>(word, ret_dat);
     } else {
-        return fetch_proved<T>(word, ret_dat);
+        return fetch_any<how, T>(word, ret_dat);
     }
 }
 

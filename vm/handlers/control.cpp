@@ -71,7 +71,7 @@ void set_control(kestrin_data *control, SLO value)
 // The control variable, which the body may have given any value.
 SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
 {
-    return control->type == 'I' ? control->value.ival : fetch_cast<SLO>(word, ret_dat);
+    return control->type == 'I' ? control->value.ival : fetch<CAST, SLO>(word, ret_dat);
 }
 
 // True where the loop has ended well. Words: variable, start, increment, end, body. The increment
