@@ -277,7 +277,6 @@ void print_value(kestrin_data *value)
 [[noreturn]] void die_of_runtime_error()
 {
     const rt_control *rt = rt_ctrl;
-    fflush(stdout);
     die(message::RUNTIME_ERROR, unsigned(rt->rt_error_code),
         notempty(rt->rt_error_text) ? rt->rt_error_text : "Unknown error.");
 }

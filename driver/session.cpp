@@ -37,6 +37,7 @@ void say(message which, ...)
 
 void die(message which, ...)
 {
+    fflush(stdout); // what was said before stands before
     va_list arguments;
     va_start(arguments, which);
     print(which, arguments);
