@@ -124,10 +124,7 @@ void append_text_words(words *out, std::string_view text)
     if (!text.empty()) memcpy(out->data() + from, text.data(), text.size());
 }
 
-void emit_nil(words *out)
-{
-    out->push_back(image::code('Z'));
-}
+void emit_nil(words *out) { out->push_back(image::code('Z')); }
 
 void emit_string(std::string_view constant, words *out)
 {

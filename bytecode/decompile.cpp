@@ -75,10 +75,7 @@ std::string padded(ULO number, ULO digits)
     return print;
 }
 
-ULO digits_of(ULO number)
-{
-    return std::to_string(number).size();
-}
+ULO digits_of(ULO number) { return std::to_string(number).size(); }
 
 class decompiler {
 public:

@@ -21,10 +21,7 @@ namespace {
 // set bit means "perhaps".
 using assigned_set = ULO;
 
-assigned_set bit_of(ULO variable)
-{
-    return ULO(1) << (variable % 64);
-}
+assigned_set bit_of(ULO variable) { return ULO(1) << (variable % 64); }
 
 // Stands where an instruction's slot is empty.
 void no_handler(const ULO *, kestrin_data *)
@@ -159,7 +156,4 @@ void linker::link_image(ULO *p, ULO scope)
 
 } // namespace
 
-void kestrin_link(CHR *code)
-{
-    linker().link_image(reinterpret_cast<ULO *>(code), 0);
-}
+void kestrin_link(CHR *code) { linker().link_image(reinterpret_cast<ULO *>(code), 0); }

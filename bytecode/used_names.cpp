@@ -16,10 +16,7 @@ std::string_view take_until(std::string_view *text, CHR end)
     return field;
 }
 
-SLO number_of(std::string_view field)
-{
-    return atol(std::string(field).c_str());
-}
+SLO number_of(std::string_view field) { return atol(std::string(field).c_str()); }
 
 // Calls `enter` with the name and the rest of each entry. The first of several entries counts.
 template <class F> void read_list(std::string_view *text, F enter)

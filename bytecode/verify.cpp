@@ -35,10 +35,7 @@ struct operand_table {
     bool sets_first; // operand 0 is the variable that the node assigns
 };
 
-group_set groups_of(const isa_row &row)
-{
-    return word_groups(view(*row.mnemonic));
-}
+group_set groups_of(const isa_row &row) { return word_groups(view(*row.mnemonic)); }
 
 ULO row_of_defun()
 {
@@ -71,10 +68,7 @@ private:
     std::vector<signature> scope_; // UDFs by number
 };
 
-bool is_variable(CHR letter)
-{
-    return letter != 0 && strchr("VifszP", letter) != nullptr;
-}
+bool is_variable(CHR letter) { return letter != 0 && strchr("VifszP", letter) != nullptr; }
 
 // The signature of a UDF of the global function set.
 bool find_global(ULO number, signature *found)
@@ -242,7 +236,4 @@ bool verifier::verify_node(ULO p, const function &f, bool lent)
 
 } // namespace
 
-bool verify_bytecode(std::string_view code)
-{
-    return verifier(code).run();
-}
+bool verify_bytecode(std::string_view code) { return verifier(code).run(); }

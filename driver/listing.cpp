@@ -23,10 +23,7 @@ void print_line(ULO indent, std::string_view text)
     fwrite(line.data(), 1, line.size(), stdout);
 }
 
-void print_separator(const listing_style &style)
-{
-    print_line(0, std::string(style.width, '-'));
-}
+void print_separator(const listing_style &style) { print_line(0, std::string(style.width, '-')); }
 
 // The first bytes of a text without what would be a broken character at the end; never nothing.
 std::string_view whole_characters(std::string_view piece)
@@ -81,10 +78,7 @@ void layout::print(std::string_view token, ULO indent)
     print_line(indent, ")");
 }
 
-bool is_form(std::string_view token)
-{
-    return !token.empty() && token.front() == '(';
-}
+bool is_form(std::string_view token) { return !token.empty() && token.front() == '('; }
 
 // The elements of a form behind its first: forms on lines of their own, atoms joined as far as they
 // fit.

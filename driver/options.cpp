@@ -66,10 +66,7 @@ const option_row *find_option(const CHR *word)
 
 } // namespace
 
-const CHR *switch_variable(print_switch s)
-{
-    return switch_rows[s].variable;
-}
+const CHR *switch_variable(print_switch s) { return switch_rows[s].variable; }
 
 void read_environment(session *s)
 {

@@ -28,10 +28,7 @@ namespace {
 constexpr CHR architecture = 4; // bit 0 clear, 4 under mask 30
 constexpr ULO header_size = 16, smallest_file = 32;
 
-bool is_our_architecture(CHR byte)
-{
-    return (byte & 1) == 0 && (byte & 30) == architecture;
-}
+bool is_our_architecture(CHR byte) { return (byte & 1) == 0 && (byte & 30) == architecture; }
 
 // What the checksum binds a file to.
 ULO checksum(std::string_view bytecode)

@@ -30,10 +30,7 @@ void append_assignment(std::string *text, std::string_view target, std::string_v
     text->append(" ").append(value).append(")");
 }
 
-std::string quoted(std::string_view text)
-{
-    return std::string("\"").append(text).append("\"");
-}
+std::string quoted(std::string_view text) { return std::string("\"").append(text).append("\""); }
 
 std::string quoted_raw(const CHR *string)
 {

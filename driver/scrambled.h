@@ -7,10 +7,7 @@
 
 #include "kestrin/types.h"
 
-constexpr UCH exchange_nibbles(UCH byte)
-{
-    return static_cast<UCH>(byte << 4 | byte >> 4);
-}
+constexpr UCH exchange_nibbles(UCH byte) { return static_cast<UCH>(byte << 4 | byte >> 4); }
 
 // `size` bytes: the text, then NULs, all scrambled at compile time.
 template <std::size_t size> struct scrambled {

@@ -70,7 +70,4 @@ void user_io_callback(SLO usr_id, CHR **usr_buff)
         answer_request_itself(usr_id, usr_buff);
 }
 
-int main(int argc, char **argv)
-{
-    return _Main_(argc, argv);
-}
+int main(int argc, char **argv) { return _Main_(argc, argv); }

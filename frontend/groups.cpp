@@ -60,7 +60,4 @@ void build_groups()
         if (strings[g] == nullptr) _group_ctrl_cop(&strings[g], isa_mnemonics[leaders[g]]);
 }
 
-const CHR *group_string(group g)
-{
-    return strings[g];
-}
+const CHR *group_string(group g) { return strings[g]; }

@@ -29,10 +29,7 @@ enum group : unsigned {
 
 // A set of groups, as bits.
 using group_set = unsigned;
-constexpr group_set in(group g)
-{
-    return 1u << g;
-}
+constexpr group_set in(group g) { return 1u << g; }
 // Variable number in the node itself.
 constexpr group_set variable_first =
     in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ) | in(GROUP_INDEX) | in(GROUP_ALINDEX);

@@ -83,10 +83,7 @@ ULO isaext_count = 0;
 UCH names_are_utf8 = 0;
 UCH engine_open = 1;
 
-bool isa_is_built_in()
-{
-    return isa_table == built_in_rows;
-}
+bool isa_is_built_in() { return isa_table == built_in_rows; }
 
 void restore_built_in_isa()
 {
@@ -103,10 +100,7 @@ bool is_built_in_mnemonic(const CHR *cell)
     return false;
 }
 
-std::string_view mnemonic(isa_id id)
-{
-    return view(isa_mnemonics[id]);
-}
+std::string_view mnemonic(isa_id id) { return view(isa_mnemonics[id]); }
 
 void bind_isaext()
 {

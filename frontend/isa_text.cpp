@@ -87,10 +87,7 @@ row_text read_signature(scratch *row)
     return read;
 }
 
-fcall read_handler(scratch *row)
-{
-    return reinterpret_cast<fcall>(atol(take_token(row).c_str()));
-}
+fcall read_handler(scratch *row) { return reinterpret_cast<fcall>(atol(take_token(row).c_str())); }
 
 // The next row of a table text, its parentheses gone.
 void take_row(scratch *row, scratch *rest)
@@ -193,10 +190,7 @@ void _internal_ISA_COP_mnemonics_set(const CHR *list)
     forget_words();
 }
 
-UCH _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_get()
-{
-    return names_are_utf8;
-}
+UCH _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_get() { return names_are_utf8; }
 
 void _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set(UCH ASCIIorUTF8)
 {
@@ -233,15 +227,9 @@ void _internal_ISAext_COPs_get_(CHR **tab, UCH with_handlers)
     assign(tab, text);
 }
 
-void _internal_ISA_COPs_get(CHR **tab)
-{
-    _internal_ISA_COPs_get_(tab, 1);
-}
+void _internal_ISA_COPs_get(CHR **tab) { _internal_ISA_COPs_get_(tab, 1); }
 
-void _internal_ISAext_COPs_get(CHR **tab)
-{
-    _internal_ISAext_COPs_get_(tab, 1);
-}
+void _internal_ISAext_COPs_get(CHR **tab) { _internal_ISAext_COPs_get_(tab, 1); }
 
 void _internal_ISA_COPs_set(const CHR *table)
 {

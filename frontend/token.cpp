@@ -20,10 +20,7 @@ bool all_of(std::string_view text, std::string_view letters)
     return text.find_first_not_of(letters) == text.npos;
 }
 
-CHR upper_byte(CHR c)
-{
-    return c >= 'a' && c <= 'z' ? static_cast<CHR>(c - 32) : c;
-}
+CHR upper_byte(CHR c) { return c >= 'a' && c <= 'z' ? static_cast<CHR>(c - 32) : c; }
 
 bool starts_name(CHR first)
 {
@@ -31,10 +28,7 @@ bool starts_name(CHR first)
     return (c >= 'A' && c <= 'Z') || (names_are_utf8 && c >= 128 && c <= 253);
 }
 
-UCH refuse(SLO)
-{
-    return 0;
-}
+UCH refuse(SLO) { return 0; }
 
 UCH keep(std::string *out, std::string_view token, UCH letter)
 {

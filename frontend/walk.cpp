@@ -54,10 +54,7 @@ ULO first_nonblank(std::string_view text)
 
 } // namespace
 
-std::string_view left_trimmed(std::string_view text)
-{
-    return text.substr(first_nonblank(text));
-}
+std::string_view left_trimmed(std::string_view text) { return text.substr(first_nonblank(text)); }
 
 std::string_view right_trimmed(std::string_view text)
 {
@@ -65,10 +62,7 @@ std::string_view right_trimmed(std::string_view text)
     return text;
 }
 
-std::string_view trimmed(std::string_view text)
-{
-    return left_trimmed(right_trimmed(text));
-}
+std::string_view trimmed(std::string_view text) { return left_trimmed(right_trimmed(text)); }
 
 brackets::brackets(std::string_view text)
 {

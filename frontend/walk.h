@@ -10,10 +10,7 @@
 
 #include "kestrin/types.h"
 
-constexpr bool is_blank(CHR c)
-{
-    return static_cast<UCH>(c) <= 32;
-}
+constexpr bool is_blank(CHR c) { return static_cast<UCH>(c) <= 32; }
 
 std::string_view left_trimmed(std::string_view text);
 std::string_view right_trimmed(std::string_view text);

@@ -16,12 +16,6 @@ constexpr ULO case_bits(ULO word, UCH first, UCH last)
     return (from_first & ~above_last & ~word & HIGH_BITS) >> 2;
 }
 
-constexpr ULO upper_word(ULO word)
-{
-    return word ^ case_bits(word, 'a', 'z');
-}
+constexpr ULO upper_word(ULO word) { return word ^ case_bits(word, 'a', 'z'); }
 
-constexpr ULO lower_word(ULO word)
-{
-    return word ^ case_bits(word, 'A', 'Z');
-}
+constexpr ULO lower_word(ULO word) { return word ^ case_bits(word, 'A', 'Z'); }

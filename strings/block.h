@@ -18,10 +18,7 @@ constexpr ULO LENGTH_WORD = sizeof(ULO);
 constexpr ULO LONGEST_STRING = (ULO(1) << 63) - 64;
 
 // Bytes of characters, NUL and fill: the next multiple of 8 above `size`.
-constexpr ULO padded(ULO size)
-{
-    return (size | 7) + 1;
-}
+constexpr ULO padded(ULO size) { return (size | 7) + 1; }
 
 inline ULO load_word(const CHR *place)
 {
@@ -30,10 +27,7 @@ inline ULO load_word(const CHR *place)
     return word;
 }
 
-inline void store_word(CHR *place, ULO word)
-{
-    memcpy(place, &word, sizeof word);
-}
+inline void store_word(CHR *place, ULO word) { memcpy(place, &word, sizeof word); }
 
 // Writes the length and zeroes the fill. The characters stay.
 inline void seal(CHR *string, ULO size)
@@ -68,10 +62,7 @@ inline CHR *adopt(CHR **targ, CHR *fresh)
     return *targ = fresh;
 }
 
-constexpr bool is_blank(CHR c)
-{
-    return static_cast<UCH>(c) <= ' ';
-}
+constexpr bool is_blank(CHR c) { return static_cast<UCH>(c) <= ' '; }
 
 // Text without its leading, or trailing, blanks.
 inline std::string_view without_front(std::string_view text)

@@ -70,10 +70,7 @@ CHR *store(CHR **targ, std::string_view text, fatal_site site)
     return *targ;
 }
 
-CHR *assign(CHR **targ, std::string_view text)
-{
-    return store(targ, text, fatal_site::EQU);
-}
+CHR *assign(CHR **targ, std::string_view text) { return store(targ, text, fatal_site::EQU); }
 
 // -- Making and assigning ----------------------------------------------------------------------
 
@@ -200,15 +197,9 @@ CHR *strings_version(CHR **targ)
 
 // -- Reading -----------------------------------------------------------------------------------
 
-ULO len(const CHR *string)
-{
-    return string == nullptr ? 0 : load_word(string - LENGTH_WORD);
-}
+ULO len(const CHR *string) { return string == nullptr ? 0 : load_word(string - LENGTH_WORD); }
 
-UCH notempty(const CHR *string)
-{
-    return !without_front(view(string)).empty();
-}
+UCH notempty(const CHR *string) { return !without_front(view(string)).empty(); }
 
 UCH cmp(const CHR *string1, const CHR *string2)
 {

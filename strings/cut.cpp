@@ -54,10 +54,7 @@ CHR *substr(CHR **targ, const CHR *source, ULO from, ULO pos)
     return keep(targ, source, text.substr(std::min<ULO>(from - 1, text.size()), pos));
 }
 
-CHR *left(CHR **targ, const CHR *source, ULO pos)
-{
-    return substr(targ, source, 1, pos);
-}
+CHR *left(CHR **targ, const CHR *source, ULO pos) { return substr(targ, source, 1, pos); }
 
 CHR *leftr(CHR **targ, const CHR *source, ULO posr)
 {

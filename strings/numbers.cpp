@@ -22,22 +22,13 @@ template <class T> CHR *store_decimal(CHR **targ, T num)
     return store(targ, {text, end}, fatal_site::GET_STD_BUFF);
 }
 
-CHR upper_letter(CHR c)
-{
-    return c >= 'a' && c <= 'z' ? static_cast<CHR>(c - 'a' + 'A') : c;
-}
+CHR upper_letter(CHR c) { return c >= 'a' && c <= 'z' ? static_cast<CHR>(c - 'a' + 'A') : c; }
 
 } // namespace
 
-CHR *equ_num(CHR **targ, SLO num)
-{
-    return store_decimal(targ, num);
-}
+CHR *equ_num(CHR **targ, SLO num) { return store_decimal(targ, num); }
 
-CHR *equ_unum(CHR **targ, ULO num)
-{
-    return store_decimal(targ, num);
-}
+CHR *equ_unum(CHR **targ, ULO num) { return store_decimal(targ, num); }
 
 CHR *equ_numhex(CHR **targ, ULO num)
 {
@@ -77,52 +68,22 @@ template <class T> T read_image(const CHR *string)
 
 } // namespace
 
-CHR *sch2str(CHR **targ, SCH num)
-{
-    return store_image(targ, num);
-}
+CHR *sch2str(CHR **targ, SCH num) { return store_image(targ, num); }
 
-CHR *ssh2str(CHR **targ, SSH num)
-{
-    return store_image(targ, num);
-}
+CHR *ssh2str(CHR **targ, SSH num) { return store_image(targ, num); }
 
-CHR *slo2str(CHR **targ, SLO num)
-{
-    return store_image(targ, num);
-}
+CHR *slo2str(CHR **targ, SLO num) { return store_image(targ, num); }
 
-CHR *ptr2str(CHR **targ, void *ptr)
-{
-    return store_image(targ, ptr);
-}
+CHR *ptr2str(CHR **targ, void *ptr) { return store_image(targ, ptr); }
 
-CHR *dfl2str(CHR **targ, DFL num)
-{
-    return store_image(targ, num);
-}
+CHR *dfl2str(CHR **targ, DFL num) { return store_image(targ, num); }
 
-SCH str2sch(const CHR *string)
-{
-    return read_image<SCH>(string);
-}
+SCH str2sch(const CHR *string) { return read_image<SCH>(string); }
 
-SSH str2ssh(const CHR *string)
-{
-    return read_image<SSH>(string);
-}
+SSH str2ssh(const CHR *string) { return read_image<SSH>(string); }
 
-SLO str2slo(const CHR *string)
-{
-    return read_image<SLO>(string);
-}
+SLO str2slo(const CHR *string) { return read_image<SLO>(string); }
 
-void *str2ptr(const CHR *string)
-{
-    return read_image<void *>(string);
-}
+void *str2ptr(const CHR *string) { return read_image<void *>(string); }
 
-DFL str2dfl(const CHR *string)
-{
-    return read_image<DFL>(string);
-}
+DFL str2dfl(const CHR *string) { return read_image<DFL>(string); }

@@ -50,15 +50,9 @@ template <ULO (*change)(ULO)> CHR *change_case(CHR **targ, const CHR *source)
 
 } // namespace
 
-CHR *upper(CHR **targ, const CHR *source)
-{
-    return change_case<upper_word>(targ, source);
-}
+CHR *upper(CHR **targ, const CHR *source) { return change_case<upper_word>(targ, source); }
 
-CHR *lower(CHR **targ, const CHR *source)
-{
-    return change_case<lower_word>(targ, source);
-}
+CHR *lower(CHR **targ, const CHR *source) { return change_case<lower_word>(targ, source); }
 
 // -- Padding -----------------------------------------------------------------------------------
 
@@ -104,10 +98,7 @@ CHR *ltrim(CHR **targ, const CHR *source)
     return keep(targ, source, without_front(view(source)));
 }
 
-CHR *rtrim(CHR **targ, const CHR *source)
-{
-    return keep(targ, source, without_back(view(source)));
-}
+CHR *rtrim(CHR **targ, const CHR *source) { return keep(targ, source, without_back(view(source))); }
 
 CHR *alltrim(CHR **targ, const CHR *source)
 {

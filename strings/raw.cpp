@@ -219,10 +219,7 @@ constexpr auto escape_texts = [] {
     return texts;
 }();
 
-const escape_text &escape_for(CHR c)
-{
-    return escape_texts[static_cast<UCH>(c)];
-}
+const escape_text &escape_for(CHR c) { return escape_texts[static_cast<UCH>(c)]; }
 
 } // namespace
 

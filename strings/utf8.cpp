@@ -28,10 +28,7 @@ constexpr sequence_form sequence_forms[] = {
     {4, 0xF1, 0xF3, 0x80, 0xBF}, {4, 0xF4, 0xF4, 0x80, 0x8F},
 };
 
-constexpr bool is_continuation(CHR c)
-{
-    return (static_cast<UCH>(c) & 0xC0) == 0x80;
-}
+constexpr bool is_continuation(CHR c) { return (static_cast<UCH>(c) & 0xC0) == 0x80; }
 
 // Looks at bytes in turn and so never behind a NUL.
 bool has_form(const CHR *text, const sequence_form &form)

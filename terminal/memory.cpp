@@ -20,10 +20,7 @@ void term_complain(std::string_view text)
     [[maybe_unused]] ssize_t sent = write(2, text.data(), text.size());
 }
 
-void *term_allocate(std::size_t size)
-{
-    return term_reallocate(nullptr, size);
-}
+void *term_allocate(std::size_t size) { return term_reallocate(nullptr, size); }
 
 void *term_reallocate(void *block, std::size_t size)
 {

@@ -221,10 +221,7 @@ int tgetnum(const CHR *id)
     return digits ? static_cast<int>(atol(digits)) : -1;
 }
 
-int tgetflag(const CHR *id)
-{
-    return find_capability(id, ':') != nullptr;
-}
+int tgetflag(const CHR *id) { return find_capability(id, ':') != nullptr; }
 
 CHR *tgetstr(const CHR *id, CHR **buf)
 {

@@ -220,10 +220,7 @@ void *zeros(ULO size)
     return calloc(1, std::max<ULO>(size, 1));
 }
 
-ULO descriptor_of(const void *bytes)
-{
-    return reinterpret_cast<ULO>(bytes);
-}
+ULO descriptor_of(const void *bytes) { return reinterpret_cast<ULO>(bytes); }
 
 ULO enter_block(const void *bytes, ULO size)
 {

@@ -102,15 +102,9 @@ std::string place_of(const ULO *dat_ptr, ULO variable)
     return place;
 }
 
-void raise()
-{
-    rt_ctrl->rt_noterror = 0;
-}
+void raise() { rt_ctrl->rt_noterror = 0; }
 
-void copy_text(CHR **targ_errtext)
-{
-    equ(targ_errtext, rt_ctrl->rt_error_text);
-}
+void copy_text(CHR **targ_errtext) { equ(targ_errtext, rt_ctrl->rt_error_text); }
 
 void default_text()
 {
@@ -158,10 +152,7 @@ void raise_unset_variable(const ULO *node)
     raise_error(rt_text::VARIABLE_GETVAL, node, node[1] + 1);
 }
 
-UCH noterror()
-{
-    return rt_ctrl->rt_noterror;
-}
+UCH noterror() { return rt_ctrl->rt_noterror; }
 
 void set_error(CHR **targ_errtext)
 {
@@ -215,12 +206,6 @@ void rise_error_info_dbg(UCH errcode, const CHR *src_errtext, const ULO *dat_ptr
     raise();
 }
 
-UCH get_error_code()
-{
-    return rt_ctrl->rt_error_code;
-}
+UCH get_error_code() { return rt_ctrl->rt_error_code; }
 
-CHR *get_error_text(CHR **targ_errtext)
-{
-    return equ(targ_errtext, rt_ctrl->rt_error_text);
-}
+CHR *get_error_text(CHR **targ_errtext) { return equ(targ_errtext, rt_ctrl->rt_error_text); }

@@ -94,15 +94,9 @@ void forget_alias(kestrin_data *ret_dat)
     ret_dat->array.mix = nullptr;
 }
 
-void ret_ival(const ULO *dat_ptr, SLO *targ)
-{
-    ret_number(dat_ptr, targ);
-}
+void ret_ival(const ULO *dat_ptr, SLO *targ) { ret_number(dat_ptr, targ); }
 
-void ret_fval(const ULO *dat_ptr, DFL *targ)
-{
-    ret_number(dat_ptr, targ);
-}
+void ret_fval(const ULO *dat_ptr, DFL *targ) { ret_number(dat_ptr, targ); }
 
 void ret_sval(const ULO *dat_ptr, CHR **targ)
 {

@@ -30,27 +30,12 @@ inline bool is_node(const ULO *node, fcall handler)
 {
     return node[0] == reinterpret_cast<ULO>(handler);
 }
-inline const ULO *image_main_node(const ULO *image)
-{
-    return node_at(image);
-}
-inline ULO image_slots(const ULO *image)
-{
-    return image[1];
-}
-inline ULO image_arguments(const ULO *image)
-{
-    return image[2];
-}
-inline ULO image_udfs(const ULO *image)
-{
-    return image[3];
-}
+inline const ULO *image_main_node(const ULO *image) { return node_at(image); }
+inline ULO image_slots(const ULO *image) { return image[1]; }
+inline ULO image_arguments(const ULO *image) { return image[2]; }
+inline ULO image_udfs(const ULO *image) { return image[3]; }
 
-inline kestrin_data *variable(ULO number)
-{
-    return &rt_ctrl->rt_frame[number];
-}
+inline kestrin_data *variable(ULO number) { return &rt_ctrl->rt_frame[number]; }
 
 // -- Evaluation --------------------------------------------------------------------------------
 
@@ -274,14 +259,8 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
 
 // The generic handler and the fast one of an instruction.
 #define HANDLERS(name, ...)                                                                        \
-    HANDLER(name)                                                                                  \
-    {                                                                                              \
-        __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat);                                         \
-    }                                                                                              \
-    HANDLER(name##_j)                                                                              \
-    {                                                                                              \
-        __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat);                                       \
-    }
+    HANDLER(name) { __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat); }                           \
+    HANDLER(name##_j) { __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat); }
 
 // The same with variants: the rows for the linker's table.
 #define VARIANTS(name, ...)                                                                        \

@@ -18,36 +18,18 @@ constexpr ULO code(CHR letter, ULO payload = 0)
 {
     return payload << letter_bits | static_cast<UCH>(letter);
 }
-constexpr CHR letter_of(ULO word)
-{
-    return static_cast<CHR>(word & 127);
-}
-constexpr ULO payload_of(ULO word)
-{
-    return word >> letter_bits;
-}
+constexpr CHR letter_of(ULO word) { return static_cast<CHR>(word & 127); }
+constexpr ULO payload_of(ULO word) { return word >> letter_bits; }
 
 // Payload of an instruction.
-constexpr ULO instruction(ULO row, ULO slot)
-{
-    return row * 8 + slot;
-}
-constexpr ULO row_of(ULO payload)
-{
-    return payload / 8;
-}
-constexpr ULO slot_of(ULO payload)
-{
-    return payload % 8;
-}
+constexpr ULO instruction(ULO row, ULO slot) { return row * 8 + slot; }
+constexpr ULO row_of(ULO payload) { return payload / 8; }
+constexpr ULO slot_of(ULO payload) { return payload % 8; }
 
 // Words of the header of an image.
 enum : ULO { MAIN_NODE, SLOTS, ARGUMENTS, UDFS, UDF_TABLE };
 
 // Words of `bytes` characters with at least one NUL behind them.
-constexpr ULO words_of_text(ULO bytes)
-{
-    return bytes / 8 + 1;
-}
+constexpr ULO words_of_text(ULO bytes) { return bytes / 8 + 1; }
 
 } // namespace image

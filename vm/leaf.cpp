@@ -15,15 +15,9 @@ void check_set(const ULO *dat_ptr, const kestrin_data *ret_dat)
         raise_unset_variable(dat_ptr - 1);
 }
 
-void copy_number(kestrin_data *to, const kestrin_data *from)
-{
-    to->value = from->value;
-}
+void copy_number(kestrin_data *to, const kestrin_data *from) { to->value = from->value; }
 
-void copy_text(kestrin_data *to, const kestrin_data *from)
-{
-    equ(&to->svalue, from->svalue);
-}
+void copy_text(kestrin_data *to, const kestrin_data *from) { equ(&to->svalue, from->svalue); }
 
 void copy_nothing(kestrin_data *, const kestrin_data *) {}
 
@@ -98,22 +92,10 @@ HANDLER(getval)
     check_set(dat_ptr, ret_dat);
 }
 
-HANDLER(getval_i)
-{
-    read_typed<'I', copy_number>(dat_ptr, ret_dat);
-}
-HANDLER(getval_f)
-{
-    read_typed<'F', copy_number>(dat_ptr, ret_dat);
-}
-HANDLER(getval_s)
-{
-    read_typed<'S', copy_text>(dat_ptr, ret_dat);
-}
-HANDLER(getval_z)
-{
-    read_typed<'Z', copy_nothing>(dat_ptr, ret_dat);
-}
+HANDLER(getval_i) { read_typed<'I', copy_number>(dat_ptr, ret_dat); }
+HANDLER(getval_f) { read_typed<'F', copy_number>(dat_ptr, ret_dat); }
+HANDLER(getval_s) { read_typed<'S', copy_text>(dat_ptr, ret_dat); }
+HANDLER(getval_z) { read_typed<'Z', copy_nothing>(dat_ptr, ret_dat); }
 
 HANDLER(getval_ptr)
 {

@@ -24,14 +24,8 @@
 #include "vm/machine.h"
 
 // A report of a sanitizer must differ from the program's own statuses.
-extern "C" const char *__asan_default_options()
-{
-    return "exitcode=77";
-}
-extern "C" const char *__ubsan_default_options()
-{
-    return "exitcode=77";
-}
+extern "C" const char *__asan_default_options() { return "exitcode=77"; }
+extern "C" const char *__ubsan_default_options() { return "exitcode=77"; }
 
 namespace {
 

@@ -16,10 +16,7 @@ namespace {
 
 using words = std::vector<ULO>;
 
-ULO word_of(fcall handler)
-{
-    return reinterpret_cast<ULO>(handler);
-}
+ULO word_of(fcall handler) { return reinterpret_cast<ULO>(handler); }
 
 words string_node(std::string_view text)
 {

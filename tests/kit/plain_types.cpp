@@ -32,10 +32,7 @@ std::vector<std::string> tokens_of(std::string text)
     return tokens;
 }
 
-std::string inside(const std::string &form)
-{
-    return form.substr(1, form.size() - 2);
-}
+std::string inside(const std::string &form) { return form.substr(1, form.size() - 2); }
 
 UCH class_of(const std::string &token)
 {
@@ -49,15 +46,9 @@ UCH class_of(const std::string &token)
     return token.find_first_of(".Ee") == token.npos ? 'I' : 'F';
 }
 
-std::string suffix(UCH letter)
-{
-    return std::string("@") + CHR(letter);
-}
+std::string suffix(UCH letter) { return std::string("@") + CHR(letter); }
 
-bool is_a(const std::string &word, group g)
-{
-    return cmp_mnm(word, group_string(g));
-}
+bool is_a(const std::string &word, group g) { return cmp_mnm(word, group_string(g)); }
 
 struct plain_pass {
     std::string *udf_types;

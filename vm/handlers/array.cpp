@@ -12,10 +12,7 @@
 
 namespace {
 
-void raise_at(rt_text text, const ULO *dat_ptr)
-{
-    raise_error(text, dat_ptr, dat_ptr[0] + 1);
-}
+void raise_at(rt_text text, const ULO *dat_ptr) { raise_error(text, dat_ptr, dat_ptr[0] + 1); }
 
 // -- Storing -----------------------------------------------------------------------------------
 
@@ -249,22 +246,10 @@ HANDLER(arsetq)
     store_mixed(dat_ptr, index, ret_dat);
 }
 
-HANDLER(arsetq_i)
-{
-    arsetq_typed<'I'>(dat_ptr, ret_dat);
-}
-HANDLER(arsetq_f)
-{
-    arsetq_typed<'F'>(dat_ptr, ret_dat);
-}
-HANDLER(arsetq_s)
-{
-    arsetq_typed<'S'>(dat_ptr, ret_dat);
-}
-HANDLER(arsetq_z)
-{
-    arsetq_typed<'Z'>(dat_ptr, ret_dat);
-}
+HANDLER(arsetq_i) { arsetq_typed<'I'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_f) { arsetq_typed<'F'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_s) { arsetq_typed<'S'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_z) { arsetq_typed<'Z'>(dat_ptr, ret_dat); }
 
 HANDLER(index)
 {
@@ -274,22 +259,10 @@ HANDLER(index)
     load(dat_ptr, ret_dat, index);
 }
 
-HANDLER(index_i)
-{
-    index_typed<'I'>(dat_ptr, ret_dat);
-}
-HANDLER(index_f)
-{
-    index_typed<'F'>(dat_ptr, ret_dat);
-}
-HANDLER(index_s)
-{
-    index_typed<'S'>(dat_ptr, ret_dat);
-}
-HANDLER(index_z)
-{
-    index_typed<'Z'>(dat_ptr, ret_dat);
-}
+HANDLER(index_i) { index_typed<'I'>(dat_ptr, ret_dat); }
+HANDLER(index_f) { index_typed<'F'>(dat_ptr, ret_dat); }
+HANDLER(index_s) { index_typed<'S'>(dat_ptr, ret_dat); }
+HANDLER(index_z) { index_typed<'Z'>(dat_ptr, ret_dat); }
 
 HANDLER(alindex)
 {

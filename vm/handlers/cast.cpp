@@ -6,18 +6,9 @@
 
 namespace {
 
-SLO same_integer(SLO a)
-{
-    return a;
-}
-DFL same_float(DFL a)
-{
-    return a;
-}
-CHR *same_text(CHR **targ, const CHR *source)
-{
-    return equ(targ, source);
-}
+SLO same_integer(SLO a) { return a; }
+DFL same_float(DFL a) { return a; }
+CHR *same_text(CHR **targ, const CHR *source) { return equ(targ, source); }
 
 // The operand as it comes, then converted by its own type.
 template <class T> void convert(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -62,31 +53,13 @@ void answer_type(kestrin_data *ret_dat, UCH type)
 
 } // namespace
 
-HANDLER(ival)
-{
-    numeric<same_integer>::run<CAST>(dat_ptr, ret_dat);
-}
-HANDLER(ival_i)
-{
-    forward<SLO>(dat_ptr, ret_dat);
-}
-HANDLER(ival_f)
-{
-    convert<SLO>(dat_ptr, ret_dat);
-}
-HANDLER(ival_s)
-{
-    convert<SLO>(dat_ptr, ret_dat);
-}
-HANDLER(ival_z)
-{
-    convert<SLO>(dat_ptr, ret_dat);
-}
+HANDLER(ival) { numeric<same_integer>::run<CAST>(dat_ptr, ret_dat); }
+HANDLER(ival_i) { forward<SLO>(dat_ptr, ret_dat); }
+HANDLER(ival_f) { convert<SLO>(dat_ptr, ret_dat); }
+HANDLER(ival_s) { convert<SLO>(dat_ptr, ret_dat); }
+HANDLER(ival_z) { convert<SLO>(dat_ptr, ret_dat); }
 
-HANDLER(fval)
-{
-    numeric<same_float>::run<CAST>(dat_ptr, ret_dat);
-}
+HANDLER(fval) { numeric<same_float>::run<CAST>(dat_ptr, ret_dat); }
 HANDLER(fval_i)
 {
     SLO value = 0;
@@ -94,39 +67,15 @@ HANDLER(fval_i)
     ret_dat->disable_ptr = 1;
     if (rt_ctrl->rt_noterror) answer<DFL>(ret_dat, static_cast<DFL>(value));
 }
-HANDLER(fval_f)
-{
-    forward<DFL>(dat_ptr, ret_dat);
-}
-HANDLER(fval_s)
-{
-    convert<DFL>(dat_ptr, ret_dat);
-}
-HANDLER(fval_z)
-{
-    convert<DFL>(dat_ptr, ret_dat);
-}
+HANDLER(fval_f) { forward<DFL>(dat_ptr, ret_dat); }
+HANDLER(fval_s) { convert<DFL>(dat_ptr, ret_dat); }
+HANDLER(fval_z) { convert<DFL>(dat_ptr, ret_dat); }
 
-HANDLER(str)
-{
-    text<same_text>::run<CAST>(dat_ptr, ret_dat);
-}
-HANDLER(str_i)
-{
-    convert_number_text<SLO, equ_num>(dat_ptr, ret_dat);
-}
-HANDLER(str_f)
-{
-    convert_number_text<DFL, equ_fnum>(dat_ptr, ret_dat);
-}
-HANDLER(str_s)
-{
-    convert_text(dat_ptr, ret_dat);
-}
-HANDLER(str_z)
-{
-    convert_text(dat_ptr, ret_dat);
-}
+HANDLER(str) { text<same_text>::run<CAST>(dat_ptr, ret_dat); }
+HANDLER(str_i) { convert_number_text<SLO, equ_num>(dat_ptr, ret_dat); }
+HANDLER(str_f) { convert_number_text<DFL, equ_fnum>(dat_ptr, ret_dat); }
+HANDLER(str_s) { convert_text(dat_ptr, ret_dat); }
+HANDLER(str_z) { convert_text(dat_ptr, ret_dat); }
 
 // The type letter of the value; of member 0 for an array.
 HANDLER(type)

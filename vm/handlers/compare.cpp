@@ -139,26 +139,11 @@ template <class relation> struct comparison {
 } // namespace
 
 #define COMPARISON(name, relation)                                                                 \
-    HANDLER(name)                                                                                  \
-    {                                                                                              \
-        comparison<relation>::generic(dat_ptr, ret_dat);                                           \
-    }                                                                                              \
-    HANDLER(name##_i)                                                                              \
-    {                                                                                              \
-        comparison<relation>::numbers<SLO>(dat_ptr, ret_dat);                                      \
-    }                                                                                              \
-    HANDLER(name##_f)                                                                              \
-    {                                                                                              \
-        comparison<relation>::numbers<DFL>(dat_ptr, ret_dat);                                      \
-    }                                                                                              \
-    HANDLER(name##_s)                                                                              \
-    {                                                                                              \
-        comparison<relation>::texts(dat_ptr, ret_dat);                                             \
-    }                                                                                              \
-    HANDLER(name##_z)                                                                              \
-    {                                                                                              \
-        comparison<relation>::nils(dat_ptr, ret_dat);                                              \
-    }
+    HANDLER(name) { comparison<relation>::generic(dat_ptr, ret_dat); }                             \
+    HANDLER(name##_i) { comparison<relation>::numbers<SLO>(dat_ptr, ret_dat); }                    \
+    HANDLER(name##_f) { comparison<relation>::numbers<DFL>(dat_ptr, ret_dat); }                    \
+    HANDLER(name##_s) { comparison<relation>::texts(dat_ptr, ret_dat); }                           \
+    HANDLER(name##_z) { comparison<relation>::nils(dat_ptr, ret_dat); }
 
 // The rows of the handlers that compare numbers.
 #define COMPARISON_VARIANTS(name, relation)                                                        \

@@ -114,30 +114,15 @@ HANDLER(progn)
     }
 }
 
-HANDLER(if)
-{
-    choose<CAST>(dat_ptr, ret_dat);
-}
-HANDLER(if_j)
-{
-    choose<PROVED>(dat_ptr, ret_dat);
-}
-HANDLER(while)
-{
-    repeat_while<CAST>(dat_ptr, ret_dat);
-}
-HANDLER(while_j)
-{
-    repeat_while<PROVED>(dat_ptr, ret_dat);
-}
+HANDLER(if) { choose<CAST>(dat_ptr, ret_dat); }
+HANDLER(if_j) { choose<PROVED>(dat_ptr, ret_dat); }
+HANDLER(while) { repeat_while<CAST>(dat_ptr, ret_dat); }
+HANDLER(while_j) { repeat_while<PROVED>(dat_ptr, ret_dat); }
 HANDLER(for)
 {
     repeat_for<CAST>(dat_ptr, ret_dat);
 }
-HANDLER(for_j)
-{
-    repeat_for<PROVED>(dat_ptr, ret_dat);
-}
+HANDLER(for_j) { repeat_for<PROVED>(dat_ptr, ret_dat); }
 
 HANDLER(break)
 {

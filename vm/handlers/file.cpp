@@ -13,15 +13,9 @@ namespace {
 constexpr mode_t permissions = 0644;
 
 // A text for the system, which ends at its first NUL.
-const CHR *system_text(const CHR *name)
-{
-    return name == nullptr ? "" : name;
-}
+const CHR *system_text(const CHR *name) { return name == nullptr ? "" : name; }
 
-SLO open_file(const CHR *name)
-{
-    return open(system_text(name), O_RDWR, permissions);
-}
+SLO open_file(const CHR *name) { return open(system_text(name), O_RDWR, permissions); }
 
 SLO create_file(const CHR *name)
 {
@@ -29,10 +23,7 @@ SLO create_file(const CHR *name)
     return open_file(name);
 }
 
-SLO write_file(int fd, const CHR *bytes)
-{
-    return write(fd, system_text(bytes), len(bytes));
-}
+SLO write_file(int fd, const CHR *bytes) { return write(fd, system_text(bytes), len(bytes)); }
 
 // A failed read gives zeros of the length that was asked for: programs tell it by other means.
 CHR *read_file(CHR **targ, int fd, ULO n)
@@ -45,20 +36,11 @@ CHR *read_file(CHR **targ, int fd, ULO n)
     return bytes;
 }
 
-template <int whence> SLO seek_file(int fd, SLO offset)
-{
-    return lseek(fd, offset, whence);
-}
+template <int whence> SLO seek_file(int fd, SLO offset) { return lseek(fd, offset, whence); }
 
-SLO close_file(int fd)
-{
-    return close(fd);
-}
+SLO close_file(int fd) { return close(fd); }
 
-SLO remove_file(const CHR *name)
-{
-    return unlink(system_text(name));
-}
+SLO remove_file(const CHR *name) { return unlink(system_text(name)); }
 
 } // namespace
 

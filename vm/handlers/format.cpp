@@ -20,10 +20,7 @@ struct conversion {
     ULO long_double = 0;  // place of an L in the format, 0 if none
 };
 
-bool one_of(CHR c, const CHR *letters)
-{
-    return c != 0 && strchr(letters, c) != nullptr;
-}
+bool one_of(CHR c, const CHR *letters) { return c != 0 && strchr(letters, c) != nullptr; }
 
 // Digits of a width or precision from `i` on. False if the number is beyond what a result can hold.
 bool skip_number(std::string_view format, ULO *i)
@@ -173,10 +170,7 @@ bool str_fmt(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 } // namespace
 
-HANDLER(str_fmt)
-{
-    str_fmt(dat_ptr, ret_dat);
-}
+HANDLER(str_fmt) { str_fmt(dat_ptr, ret_dat); }
 
 HANDLER(outf)
 {

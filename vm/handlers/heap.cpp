@@ -49,24 +49,15 @@ template <auto op, rt_text no_block> rt_text with_block(SLO *result, ULO descrip
     return rt_text::NONE;
 }
 
-SLO address(const rbt_node *block)
-{
-    return static_cast<SLO>(block->key.number);
-}
-SLO copy_of(const rbt_node *block)
-{
-    return static_cast<SLO>(replicate_block(block));
-}
+SLO address(const rbt_node *block) { return static_cast<SLO>(block->key.number); }
+SLO copy_of(const rbt_node *block) { return static_cast<SLO>(replicate_block(block)); }
 SLO discard(rbt_node *block)
 {
     delete_block(block);
     return 1;
 }
 
-SLO create(SLO size)
-{
-    return static_cast<SLO>(create_block(static_cast<ULO>(size)));
-}
+SLO create(SLO size) { return static_cast<SLO>(create_block(static_cast<ULO>(size))); }
 
 rt_text reallocate(SLO *result, ULO descriptor, ULO size)
 {

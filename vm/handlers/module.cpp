@@ -22,19 +22,13 @@ constexpr CHR integer_format[] = "%ld";
 constexpr CHR float_format[] = "%.16E";
 constexpr CHR string_format[] = "%s";
 
-template <const CHR *text> CHR *fixed(CHR **targ)
-{
-    return get_std_buff(targ, text);
-}
+template <const CHR *text> CHR *fixed(CHR **targ) { return get_std_buff(targ, text); }
 
 } // namespace
 
 // A fact as a plain function for the extension unit and as an instruction.
 #define MODULE_FACT(type, function, name, value)                                                   \
-    type function()                                                                                \
-    {                                                                                              \
-        return value;                                                                              \
-    }                                                                                              \
+    type function() { return value; }                                                              \
     LEAF_HANDLER(name, function)
 
 MODULE_FACT(ULO, get_n_workunit, n_workunit, 1)

@@ -15,15 +15,9 @@ CHR *join(CHR **targ, const CHR *first, const CHR *second)
     return cat(targ, second);
 }
 
-ULO first_byte(const CHR *string)
-{
-    return string == nullptr ? 0 : static_cast<UCH>(*string);
-}
+ULO first_byte(const CHR *string) { return string == nullptr ? 0 : static_cast<UCH>(*string); }
 
-CHR *one_byte(CHR **targ, SLO code)
-{
-    return sch2str(targ, static_cast<SCH>(code));
-}
+CHR *one_byte(CHR **targ, SLO code) { return sch2str(targ, static_cast<SCH>(code)); }
 
 CHR *environment(CHR **targ, const CHR *name)
 {

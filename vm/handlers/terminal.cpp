@@ -7,10 +7,7 @@
 
 namespace {
 
-template <SSH terminal_record::*number> SLO number_of()
-{
-    return terminal.*number;
-}
+template <SSH terminal_record::*number> SLO number_of() { return terminal.*number; }
 
 template <CHR *terminal_record::*string> CHR *string_of(CHR **targ)
 {

@@ -12,10 +12,7 @@ bool owns_nothing(const kestrin_data *d)
 }
 
 // An array, also one that a FOR over its name has made single.
-bool holds_array(const kestrin_data *d)
-{
-    return d->indices_numb > 1;
-}
+bool holds_array(const kestrin_data *d) { return d->indices_numb > 1; }
 
 void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
 {
@@ -51,14 +48,8 @@ HANDLER(setq)
         copy_kst_data(target, ret_dat, 0);
 }
 
-HANDLER(setq_i)
-{
-    assign_number<SLO>(dat_ptr, ret_dat);
-}
-HANDLER(setq_f)
-{
-    assign_number<DFL>(dat_ptr, ret_dat);
-}
+HANDLER(setq_i) { assign_number<SLO>(dat_ptr, ret_dat); }
+HANDLER(setq_f) { assign_number<DFL>(dat_ptr, ret_dat); }
 
 HANDLER(setq_s)
 {
@@ -82,26 +73,11 @@ HANDLER(setq_z)
     free_string(&target->svalue);
 }
 
-HANDLER(alsetq)
-{
-    func__setq(dat_ptr, ret_dat);
-}
-HANDLER(alsetq_i)
-{
-    func__setq_i(dat_ptr, ret_dat);
-}
-HANDLER(alsetq_f)
-{
-    func__setq_f(dat_ptr, ret_dat);
-}
-HANDLER(alsetq_s)
-{
-    func__setq_s(dat_ptr, ret_dat);
-}
-HANDLER(alsetq_z)
-{
-    func__setq_z(dat_ptr, ret_dat);
-}
+HANDLER(alsetq) { func__setq(dat_ptr, ret_dat); }
+HANDLER(alsetq_i) { func__setq_i(dat_ptr, ret_dat); }
+HANDLER(alsetq_f) { func__setq_f(dat_ptr, ret_dat); }
+HANDLER(alsetq_s) { func__setq_s(dat_ptr, ret_dat); }
+HANDLER(alsetq_z) { func__setq_z(dat_ptr, ret_dat); }
 
 namespace {
 

@@ -82,10 +82,7 @@ void refuse(std::string_view text)
 
 // -- The roads to linked code ------------------------------------------------------------------
 
-void wrap(CHR **text)
-{
-    assign(text, wrapped(view(*text)));
-}
+void wrap(CHR **text) { assign(text, wrapped(view(*text))); }
 
 // Source text to checked and squeezed text. False if it is refused.
 bool prepare_source(const CHR *source, CHR **processed)
@@ -125,10 +122,7 @@ bool take_bytecode(const CHR *code, evaluation *e)
     return false;
 }
 
-bool is_bytecode(const CHR *text)
-{
-    return len(text) > 0 && (*text & 127) == 'U';
-}
+bool is_bytecode(const CHR *text) { return len(text) > 0 && (*text & 127) == 'U'; }
 
 // -- The run -----------------------------------------------------------------------------------
 

@@ -152,10 +152,7 @@ std::string foreign(const std::string &table, const std::string &name)
 const char *const corrupted =
     "ERROR: Unknown corrupted code `(Unknown_Code)' is found, trying to continue anyway...\n";
 
-ULO call(ULO row)
-{
-    return image::code('T', image::instruction(row, 0));
-}
+ULO call(ULO row) { return image::code('T', image::instruction(row, 0)); }
 
 TEST_F(Decompile, GoesOnOverForeignCode)
 {

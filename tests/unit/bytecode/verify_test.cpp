@@ -22,10 +22,7 @@ protected:
     void TearDown() override { free_string(&the_engine.global_udf_code); }
 };
 
-ULO call(ULO row, ULO slot = 0)
-{
-    return image::code('T', image::instruction(row, slot));
-}
+ULO call(ULO row, ULO slot = 0) { return image::code('T', image::instruction(row, slot)); }
 const ULO local = image::code('L', image::instruction(ISA_DEFUN, 0));
 const ULO global = image::code('G', image::instruction(ISA_DEFUN, 0));
 

@@ -208,38 +208,14 @@ protected:
     }
 };
 
-TEST_F(TypePass, WorkedExamples)
-{
-    expect(worked_examples);
-}
-TEST_F(TypePass, Tokens)
-{
-    expect(tokens);
-}
-TEST_F(TypePass, Assignments)
-{
-    expect(assignments);
-}
-TEST_F(TypePass, Arrays)
-{
-    expect(arrays);
-}
-TEST_F(TypePass, Control)
-{
-    expect(control);
-}
-TEST_F(TypePass, Loops)
-{
-    expect(loops);
-}
-TEST_F(TypePass, Instructions)
-{
-    expect(instructions);
-}
-TEST_F(TypePass, Definitions)
-{
-    expect(definitions);
-}
+TEST_F(TypePass, WorkedExamples) { expect(worked_examples); }
+TEST_F(TypePass, Tokens) { expect(tokens); }
+TEST_F(TypePass, Assignments) { expect(assignments); }
+TEST_F(TypePass, Arrays) { expect(arrays); }
+TEST_F(TypePass, Control) { expect(control); }
+TEST_F(TypePass, Loops) { expect(loops); }
+TEST_F(TypePass, Instructions) { expect(instructions); }
+TEST_F(TypePass, Definitions) { expect(definitions); }
 
 TEST_F(TypePass, TypesOfFunctions)
 {

@@ -101,25 +101,10 @@ protected:
     }
 };
 
-TEST_F(Uninitialised, Walks)
-{
-    expect(walks);
-}
-TEST_F(Uninitialised, Assignments)
-{
-    expect(assignments);
-}
-TEST_F(Uninitialised, Branches)
-{
-    expect(branches);
-}
-TEST_F(Uninitialised, Loops)
-{
-    expect(loops);
-}
-TEST_F(Uninitialised, Definitions)
-{
-    expect(definitions);
-}
+TEST_F(Uninitialised, Walks) { expect(walks); }
+TEST_F(Uninitialised, Assignments) { expect(assignments); }
+TEST_F(Uninitialised, Branches) { expect(branches); }
+TEST_F(Uninitialised, Loops) { expect(loops); }
+TEST_F(Uninitialised, Definitions) { expect(definitions); }
 
 } // namespace

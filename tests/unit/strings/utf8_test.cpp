@@ -25,10 +25,7 @@ ULO decoded(const std::string &bytes)
     return code;
 }
 
-bool is_surrogate(ULO code)
-{
-    return code >= 0xD800 && code < 0xE000;
-}
+bool is_surrogate(ULO code) { return code >= 0xD800 && code < 0xE000; }
 
 TEST(utf8_character, legal_exactly_if_well_formed)
 {

@@ -23,14 +23,8 @@ struct value {
     std::string s = {};
 };
 
-value integer(SLO i)
-{
-    return {.type = 'I', .i = i};
-}
-value text(std::string s)
-{
-    return {.type = 'S', .s = std::move(s)};
-}
+value integer(SLO i) { return {.type = 'I', .i = i}; }
+value text(std::string s) { return {.type = 'S', .s = std::move(s)}; }
 
 SLO truncated(DFL f)
 {
@@ -54,10 +48,7 @@ SLO cast(const value &v, SLO)
     default: return 0;
     }
 }
-ULO cast(const value &v, ULO)
-{
-    return ULO(cast(v, SLO()));
-}
+ULO cast(const value &v, ULO) { return ULO(cast(v, SLO())); }
 DFL cast(const value &v, DFL)
 {
     switch (v.type) {
@@ -91,14 +82,8 @@ template <> struct argument<const CHR *> : argument_text {
     using argument_text::argument_text;
 };
 
-value answered(DFL f)
-{
-    return {.type = 'F', .f = f};
-}
-template <class R> value answered(R number)
-{
-    return integer(SLO(number));
-}
+value answered(DFL f) { return {.type = 'F', .f = f}; }
+template <class R> value answered(R number) { return integer(SLO(number)); }
 
 // A function of the library as an instruction: its signature says how operands are cast.
 template <auto f> struct library;
@@ -143,22 +128,10 @@ value first_byte(const std::vector<value> &v)
     const std::string s = cast(v[0], std::string());
     return integer(s.empty() ? 0 : static_cast<unsigned char>(s[0]));
 }
-value to_text(const std::vector<value> &v)
-{
-    return text(cast(v[0], std::string()));
-}
-value to_integer(const std::vector<value> &v)
-{
-    return integer(cast(v[0], SLO()));
-}
-value to_float(const std::vector<value> &v)
-{
-    return answered(cast(v[0], DFL()));
-}
-value type_of(const std::vector<value> &v)
-{
-    return text(std::string(1, v[0].type));
-}
+value to_text(const std::vector<value> &v) { return text(cast(v[0], std::string())); }
+value to_integer(const std::vector<value> &v) { return integer(cast(v[0], SLO())); }
+value to_float(const std::vector<value> &v) { return answered(cast(v[0], DFL())); }
+value type_of(const std::vector<value> &v) { return text(std::string(1, v[0].type)); }
 
 // Below 0, 0 or above 0 as the first stands to the second; 2 if they do not compare.
 int order(const value &a, const value &b)
@@ -170,14 +143,8 @@ int order(const value &a, const value &b)
     return std::isnan(a.f) || std::isnan(f) ? 2 : (a.f > f) - (a.f < f);
 }
 // char_traits compares bytes unsigned and a prefix first, as the language orders strings.
-value is_equal(const std::vector<value> &v)
-{
-    return integer(order(v[0], v[1]) == 0);
-}
-value is_less(const std::vector<value> &v)
-{
-    return integer(order(v[0], v[1]) < 0);
-}
+value is_equal(const std::vector<value> &v) { return integer(order(v[0], v[1]) == 0); }
+value is_less(const std::vector<value> &v) { return integer(order(v[0], v[1]) < 0); }
 
 struct instruction {
     const char *name;
