@@ -46,7 +46,7 @@ void make_text(const ULO *word, kestrin_data *d);
 CHR *show_nuls(CHR **targ, const CHR *source);
 
 // Evaluates an operand as text into an owning slot.
-template <operands how> void eval_text(const ULO *word, kestrin_data *slot)
+inline void eval_text(const ULO *word, kestrin_data *slot)
 {
     eval(word, slot);
     if (!slot->single || slot->type != 'S') make_text(word, slot);
@@ -96,7 +96,7 @@ template <operands how> struct held_operand<const CHR *, how> {
         if (place != nullptr) return;
         in_record = empty;
         if (empty)
-            eval_text<how>(word, ret_dat);
+            eval_text(word, ret_dat);
         else
             ret_sval(word, &own.s);
     }

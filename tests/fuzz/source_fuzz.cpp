@@ -12,16 +12,8 @@
 #include "frontend/justify.h"
 #include "frontend/reader.h"
 #include "frontend/squeeze.h"
-#include "kestrin/unit.h"
 #include "strings/scratch.h"
 #include "vm/machine.h"
-
-extern const INSTRUCTION_STRU INSTRUCTION_SET[] = {{nullptr, 0, 0, nullptr, nullptr}};
-extern const ULO INSTRUCTIONS = 0;
-const CHR *const VERSION_CKSTUDF___ = "";
-void startup_callback() {}
-void taskjob_end_callback(ULO) {}
-void user_io_callback(SLO, CHR **) {}
 
 namespace {
 

@@ -21,7 +21,7 @@ template <class T> void convert(const ULO *dat_ptr, kestrin_data *ret_dat)
 void convert_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
-    eval_text<PROVED>(dat_ptr, ret_dat);
+    eval_text(dat_ptr, ret_dat);
 }
 
 // The operand as it is, where its type is the wanted one.
