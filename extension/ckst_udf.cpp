@@ -14,7 +14,7 @@
 const INSTRUCTION_STRU INSTRUCTION_SET[] = {{nullptr, 0, 0, nullptr, nullptr}};
 const ULO INSTRUCTIONS = 0;
 
-const CHR *const VERSION_CKSTUDF___ = "Ostrand CKSTUDF v.1.0.0.";
+const CHR *VERSION_CKSTUDF___ = "Ostrand CKSTUDF v.1.0.0.";
 
 namespace {
 

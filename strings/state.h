@@ -3,15 +3,10 @@
 // alone.
 #pragma once
 
+#include "kestrin/strings.h"
 #include "strings/fatal.h"
 
-struct strings_state {
-    // Called when an allocation fails by the operations that honour it; they then leave their
-    // target as it was. NULL: such a failure is fatal.
-    void (*fault_hook)();
-};
-
-// NULL in a thread without set-up: works as a block without a hook.
+// Published too; without the dynamic initialisation that another unit has to reckon with.
 extern constinit thread_local strings_state *strings_tls;
 
 // The text of the string library's own sites.

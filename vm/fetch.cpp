@@ -94,6 +94,8 @@ void forget_alias(kestrin_data *ret_dat)
     ret_dat->array.mix = nullptr;
 }
 
+void eval_operand(const ULO *dat_ptr, kestrin_data *ret_dat) { eval(dat_ptr, ret_dat); }
+
 void ret_ival(const ULO *dat_ptr, SLO *targ) { ret_number(dat_ptr, targ); }
 
 void ret_fval(const ULO *dat_ptr, DFL *targ) { ret_number(dat_ptr, targ); }

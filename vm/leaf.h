@@ -8,7 +8,7 @@
 
 LEAF(dummy_i); // integer constant
 LEAF(dummy_f); // float constant
-LEAF(dummy_s); // string constant, a counted string in place
+LEAF(dummy_s); // string constant, a counted string in place; published too
 LEAF(dummy_z); // nil
 
 // Variable reads: an alias into a borrowing slot, a deep copy into an owning one. The typed ones

@@ -5,7 +5,7 @@
 
 extern const INSTRUCTION_STRU INSTRUCTION_SET[] = {{nullptr, 0, 0, nullptr, nullptr}};
 extern const ULO INSTRUCTIONS = 0;
-const CHR *const VERSION_CKSTUDF___ = "";
+const CHR *VERSION_CKSTUDF___ = "";
 
 void startup_callback() {}
 void taskjob_end_callback(ULO) {}

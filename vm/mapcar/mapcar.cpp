@@ -18,6 +18,7 @@
 #include "frontend/justify.h"
 #include "frontend/reader.h"
 #include "frontend/squeeze.h"
+#include "kestrin/mapcar.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
 #include "vm/engine.h"
@@ -25,23 +26,6 @@
 #include "vm/image.h"
 
 namespace {
-
-// Places of the answer.
-enum member {
-    CAPTURED,
-    VALUE,
-    SYNTAX_CODE,
-    SYNTAX_TEXT,
-    ERROR_CODE,
-    ERROR_TEXT,
-    PROCESSED,
-    TYPED,
-    COMPILED,
-    LINKED,
-    DECOMPILED,
-    SECONDS,
-    MEMBERS
-};
 
 constexpr UCH refused = 255; // syntax code of what MAPCAR itself refuses
 
@@ -200,16 +184,16 @@ void evaluate(const CHR *operand, evaluation *e)
 // Makes the record the array of the answer, all members empty strings.
 kestrin_data *make_answer(kestrin_data *ret_dat, fatal_site site)
 {
-    auto *members = static_cast<kestrin_data *>(malloc(MEMBERS * sizeof(kestrin_data)));
+    auto *members = static_cast<kestrin_data *>(malloc(MAPCAR_MEMBERS * sizeof(kestrin_data)));
     if (members == nullptr) fatal(site);
-    for (int i = 0; i < MEMBERS; i++) {
+    for (ULO i = 0; i < MAPCAR_MEMBERS; i++) {
         members[i] = fresh_variable;
-        if (i != CAPTURED && i != VALUE) set_text(&members[i], {});
+        if (i != MAPCAR_OUTPUT && i != MAPCAR_VALUE) set_text(&members[i], {});
     }
     clear(ret_dat);
     ret_dat->disable_ptr = 1;
     ret_dat->single = 0;
-    ret_dat->indices_numb = MEMBERS;
+    ret_dat->indices_numb = MAPCAR_MEMBERS;
     ret_dat->array.mix = members;
     return members;
 }
@@ -248,19 +232,19 @@ void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
     kestrin_data *members = make_answer(ret_dat, fatal_site::MAPCAR_PLACES);
     ret_dat->type = 'S';
     move_text(ret_dat, &e->captured);
-    members[VALUE] = std::exchange(e->value, owning_slot);
-    members[VALUE].disable_ptr = 0;
+    members[MAPCAR_VALUE] = std::exchange(e->value, owning_slot);
+    members[MAPCAR_VALUE].disable_ptr = 0;
     settle_error();
-    set_number(&members[SYNTAX_CODE], rt->rt_run_flag);
-    equ(&members[SYNTAX_TEXT].svalue, rt->rt_run_text);
-    set_number(&members[ERROR_CODE], rt->rt_error_code);
-    equ(&members[ERROR_TEXT].svalue, rt->rt_error_text);
-    move_text(&members[PROCESSED], &e->processed);
-    move_text(&members[TYPED], &e->typed);
-    move_text(&members[COMPILED], &e->compiled);
-    move_text(&members[LINKED], &e->linked);
-    move_text(&members[DECOMPILED], &e->decompiled);
-    set_seconds(&members[SECONDS], seconds);
+    set_number(&members[MAPCAR_SYNTAX_CODE], rt->rt_run_flag);
+    equ(&members[MAPCAR_SYNTAX_TEXT].svalue, rt->rt_run_text);
+    set_number(&members[MAPCAR_ERROR_CODE], rt->rt_error_code);
+    equ(&members[MAPCAR_ERROR_TEXT].svalue, rt->rt_error_text);
+    move_text(&members[MAPCAR_PROCESSED], &e->processed);
+    move_text(&members[MAPCAR_TYPED], &e->typed);
+    move_text(&members[MAPCAR_COMPILED], &e->compiled);
+    move_text(&members[MAPCAR_LINKED], &e->linked);
+    move_text(&members[MAPCAR_DECOMPILED], &e->decompiled);
+    set_seconds(&members[MAPCAR_SECONDS], seconds);
 }
 
 // The operand has failed: its error stays pending.
@@ -270,13 +254,13 @@ void answer_pending_error(kestrin_data *ret_dat)
     *ret_dat = owning_slot;
     kestrin_data *members = make_answer(ret_dat, fatal_site::MAPCAR_PLACES_SHORT);
     set_text(ret_dat, {});
-    copy_kst_data(&members[VALUE], &held, 0);
+    copy_kst_data(&members[MAPCAR_VALUE], &held, 0);
     free_kst_data(&held);
-    set_number(&members[SYNTAX_CODE], 1);
-    set_text(&members[SYNTAX_TEXT], "Code was not compiled.");
-    set_number(&members[ERROR_CODE], 1);
-    set_text(&members[ERROR_TEXT], "Code was not executed.");
-    set_seconds(&members[SECONDS], 0.0);
+    set_number(&members[MAPCAR_SYNTAX_CODE], 1);
+    set_text(&members[MAPCAR_SYNTAX_TEXT], "Code was not compiled.");
+    set_number(&members[MAPCAR_ERROR_CODE], 1);
+    set_text(&members[MAPCAR_ERROR_TEXT], "Code was not executed.");
+    set_seconds(&members[MAPCAR_SECONDS], 0.0);
 }
 
 } // namespace

@@ -1,5 +1,11 @@
-// Runtime errors: a code, a text and a pending flag of the calling thread. Once an error is raised
-// all evaluation drains away by ordinary returns.
+// Runtime errors: a code, a text and a pending flag of the calling thread. Once an error is raised,
+// constants, variable reads and the fetches of kestrin/value.h do nothing, so all evaluation drains
+// away by ordinary returns, up to the driver or to a MAPCAR. A handler that raises one just
+// returns.
+//
+// Every call here belongs to a thread that has been set up (kestrin/value.h) and to a run: the run
+// of a program begins with code 0, an empty text and nothing pending. All texts are counted strings
+// (kestrin/strings.h). Nothing here can fail but by lack of memory, which ends the process.
 #pragma once
 
 #include "kestrin/types.h"
@@ -31,20 +37,33 @@ enum : UCH {
     ECODE_RT__RESERVED0 = 255,
 };
 
-// The set_ family leaves the run going and copies the resulting text to `*targ_errtext`; the rise_
-// family also makes the error pending. An empty text becomes "Unknown error!". The _info forms set
-// code and text; a reserved code sets code 0 and a text that says so. The _dbg forms add where it
-// happened: `dat_ptr` is the one that the handler got.
+// 1 while no error and no unwinding is pending on this thread, else 0. A handler asks once, behind
+// the fetch of all its operands and ahead of any effect.
+UCH noterror();
+
+// The set_ forms prepare an error and let the run go on; a later rise_error() raises it. The rise_
+// forms raise it at once. None of them looks whether one is pending already: the new code and text
+// take its place. `*targ_errtext` is a target of the caller, which becomes a copy of the text as it
+// then stands.
+
+// Code and text stay as they are, but an empty text becomes "Unknown error!".
 void set_error(CHR **targ_errtext);
 void rise_error();
+// The same, and the text gets its place behind it, as in " (Fnc=Main:F; Dbg=208)": the running
+// function and a byte offset into the code. `dat_ptr` is the one that the handler got, or NULL for
+// offset 0. Each call adds the place anew.
 void set_error_dbg(CHR **targ_errtext, const ULO *dat_ptr);
 void rise_error_dbg(const ULO *dat_ptr);
+// Code and text become those given; NULL is the empty text. `errcode` is one of 0 to 248: a
+// reserved code sets code 0 and a text that says so, and the rise_ form still raises that.
 void set_error_info(UCH errcode, CHR **targ_errtext, const CHR *src_errtext);
 void rise_error_info(UCH errcode, const CHR *src_errtext);
+// The same, and the text gets its place behind it.
 void set_error_info_dbg(UCH errcode, CHR **targ_errtext, const CHR *src_errtext,
                         const ULO *dat_ptr);
 void rise_error_info_dbg(UCH errcode, const CHR *src_errtext, const ULO *dat_ptr);
 
-// The code, and a copy of the text, as they stand.
+// The code as it stands, raised or only set; 0 if there is none.
 UCH get_error_code();
+// A copy of the text as it stands, maybe empty; returns the target.
 CHR *get_error_text(CHR **targ_errtext);

@@ -9,12 +9,30 @@
 // and is returned, so calls nest. A source may be the very string that the target holds. The holder
 // of the variable owns the block and ends it with free_string().
 //
-// Positions are 1-based; 0 means not found. A blank is any byte from 0 to 32. Positions and lengths
-// out of range are cut down, never reported. Out of memory ends the process with the fatal report,
-// but where a function honours the thread's fault hook.
+// A source is NULL, a counted string, or static data of the same layout; a plain text becomes one
+// by get_std_buff(). A NULL source gives an allocated empty string where no row says otherwise.
+//
+// Positions are 1-based; 0 means not found. Positions and lengths count bytes. A blank is any byte
+// from 0 to 32. Positions and lengths out of range are cut down, never reported. The one failure is
+// lack of memory: it ends the process with the fatal report, but where a function honours the
+// thread's fault hook.
+//
+// Threads may work at once on different strings; each has to be set up (kestrin/value.h).
 #pragma once
 
 #include "kestrin/types.h"
+
+// -- Lack of memory ----------------------------------------------------------------------------
+
+// What the library keeps for each thread.
+struct strings_state {
+    // Called when an allocation fails by the functions that honour it; they then leave their target
+    // as it was and return its old handle. NULL, as it is from the start: such a failure is fatal.
+    void (*fault_hook)();
+};
+
+// The calling thread's; NULL on a thread without set-up.
+extern thread_local strings_state *strings_tls;
 
 // -- Layout and assignment (strings/core.cpp) --------------------------------------------------
 
@@ -31,8 +49,9 @@ SCH cmp_s(const CHR *string1, const CHR *string2);
 // A plain block of size + 1 bytes, no length word, last byte NUL; `*buff` is NULL or such a block.
 // Contents are the allocator's. Honours the fault hook. Freed with free().
 CHR *mk_std_buff(CHR **buff, ULO size);
-// Makes `*buff` a counted string of `size` bytes. Keeps what fits of the old characters; new ones
-// are undefined until the caller writes them. Honours the fault hook.
+// Makes `*buff`, under the target rule, a counted string of `size` bytes. Keeps what fits of the
+// old characters; new ones are undefined until the caller writes them. Nothing beyond `size` may be
+// written: the NUL and the fill stand there. Honours the fault hook.
 CHR *mk_fst_buff(CHR **buff, ULO size);
 // Counted string of the NUL-terminated text `buff`; NULL gives an empty one. If `buff` is `*targ`
 // itself, the target is a plain block of mk_std_buff() and becomes a counted string in place.
@@ -48,13 +67,13 @@ CHR *lcat(CHR **targ, const CHR *source);
 CHR *free_string(CHR **targ);
 
 // The same, but survive running out of memory whatever the fault hook: the target then stays as it
-// was and the old handle is returned.
+// was and the old handle is returned, by which, or by the length, the caller tells.
 CHR *mk_std_buff_secure(CHR **buff, ULO size);
 CHR *mk_fst_buff_secure(CHR **buff, ULO size);
 CHR *get_std_buff_secure(CHR **targ, const CHR *buff);
 CHR *equ_secure(CHR **targ, const CHR *source);
 
-// The banner of the library.
+// Name and version of the library.
 CHR *strings_version(CHR **targ);
 
 // -- Search and cutting (strings/cut.cpp) ------------------------------------------------------
@@ -64,7 +83,8 @@ CHR *strings_version(CHR **targ);
 ULO at(const CHR *pattern, const CHR *among);
 ULO rat(const CHR *pattern, const CHR *among);
 
-// `pos` characters from position `from`. Position 0 stands for 1 with `pos` less one.
+// `pos` characters from position `from`, as many as there are. Position 0 stands for 1 with `pos`
+// less one.
 CHR *substr(CHR **targ, const CHR *source, ULO from, ULO pos);
 // The first `pos` characters; all but the last `posr`; the last `pos`; all but the first `posl`.
 CHR *left(CHR **targ, const CHR *source, ULO pos);
@@ -79,7 +99,7 @@ CHR *strtran(CHR **targ, const CHR *source, const CHR *pattern, const CHR *subst
 
 // -- Building, padding, trimming (strings/pad.cpp) ---------------------------------------------
 
-// `pos` spaces; `num` copies of the source; the bytes backwards; ASCII case change.
+// `pos` spaces; `num` copies of the source; the bytes backwards; case change of the letters A to Z.
 CHR *space(CHR **targ, ULO pos);
 CHR *replicate(CHR **targ, const CHR *source, ULO num);
 CHR *rev(CHR **targ, const CHR *source);
@@ -99,7 +119,7 @@ CHR *pack(CHR **targ, const CHR *source);
 
 // -- Tokens (strings/words.cpp) ----------------------------------------------------------------
 
-// The first word, and what follows it without leading blanks.
+// The first word, delimited by blanks, and what follows it without leading blanks.
 CHR *head(CHR **targ, const CHR *source);
 CHR *tail(CHR **targ, const CHR *source);
 // The same for tokens of the language: quoted parts and parenthesised lists hold together. Text
@@ -129,8 +149,9 @@ SLO str2slo(const CHR *string);
 void *str2ptr(const CHR *string);
 DFL str2dfl(const CHR *string);
 
-// Escape sequences to bytes, and bytes to printable escapes. Both act as a fixed sequence of whole
-// replacements, so a backslash that one escape yields can take part in a later one.
+// Escape sequences of the language (\n, \", \0x1B and so on) to bytes, and bytes to such escapes,
+// all of them printable. Both act as a fixed sequence of whole replacements, so a backslash that
+// one escape yields can take part in a later one.
 CHR *strraw(CHR **targ, const CHR *source);
 CHR *strunraw(CHR **targ, const CHR *source);
 
@@ -138,7 +159,7 @@ CHR *strunraw(CHR **targ, const CHR *source);
 CHR *strdump(CHR **targ, const CHR *source);
 // 64-bit cyclic redundancy sum over sign-extended bytes; 0 for NULL and for an empty string.
 ULO crcsum(const CHR *string);
-// The clock as 24 characters of text.
+// The local time as the 24 characters of "Thu Jan  1 00:00:00 1970".
 CHR *string_time(CHR **targ);
 
 // -- UTF-8 (strings/utf8.cpp) ------------------------------------------------------------------
