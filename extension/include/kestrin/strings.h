@@ -34,7 +34,7 @@ struct strings_state {
 // The calling thread's; NULL on a thread without set-up.
 extern thread_local strings_state *strings_tls;
 
-// -- Layout and assignment (strings/core.cpp) --------------------------------------------------
+// -- Layout and assignment --------------------------------------------------------------------
 
 // Length in bytes, the terminating NUL not counted; 0 for NULL.
 ULO len(const CHR *string);
@@ -43,7 +43,8 @@ UCH notempty(const CHR *string);
 // 1 if equal byte for byte, else 0. Two NULLs are equal; NULL and an allocated empty string are
 // not.
 UCH cmp(const CHR *string1, const CHR *string2);
-// Order of two strings, unsigned bytes, shorter first: -1, 0 or 1. NULL sorts ahead of everything.
+// Order of two strings, by unsigned bytes, the shorter of like ones first: -1, 0 or 1 as the first
+// is less, equal or greater. NULL sorts ahead of everything.
 SCH cmp_s(const CHR *string1, const CHR *string2);
 
 // A plain block of size + 1 bytes, no length word, last byte NUL; `*buff` is NULL or such a block.
@@ -63,7 +64,7 @@ CHR *equ(CHR **targ, const CHR *source);
 CHR *cat(CHR **targ, const CHR *source);
 // Prepends `source`; always yields an allocated string.
 CHR *lcat(CHR **targ, const CHR *source);
-// Frees the string and sets the variable to NULL. Returns NULL.
+// Frees the string, if there is one, and sets the variable to NULL. Returns NULL.
 CHR *free_string(CHR **targ);
 
 // The same, but survive running out of memory whatever the fault hook: the target then stays as it
@@ -76,7 +77,7 @@ CHR *equ_secure(CHR **targ, const CHR *source);
 // Name and version of the library.
 CHR *strings_version(CHR **targ);
 
-// -- Search and cutting (strings/cut.cpp) ------------------------------------------------------
+// -- Search and cutting -----------------------------------------------------------------------
 
 // Position of the first, or last, start of `pattern` in `among`; 0 if there is none, if either is
 // NULL or the pattern is empty. Bytes compare as they are, NUL included.
@@ -97,7 +98,7 @@ CHR *rightl(CHR **targ, const CHR *source, ULO posl);
 // substitution may be the target's own string too.
 CHR *strtran(CHR **targ, const CHR *source, const CHR *pattern, const CHR *subst);
 
-// -- Building, padding, trimming (strings/pad.cpp) ---------------------------------------------
+// -- Building, padding, trimming --------------------------------------------------------------
 
 // `pos` spaces; `num` copies of the source; the bytes backwards; case change of the letters A to Z.
 CHR *space(CHR **targ, ULO pos);
@@ -117,7 +118,7 @@ CHR *rtrim(CHR **targ, const CHR *source);
 CHR *alltrim(CHR **targ, const CHR *source);
 CHR *pack(CHR **targ, const CHR *source);
 
-// -- Tokens (strings/words.cpp) ----------------------------------------------------------------
+// -- Tokens -----------------------------------------------------------------------------------
 
 // The first word, delimited by blanks, and what follows it without leading blanks.
 CHR *head(CHR **targ, const CHR *source);
@@ -128,7 +129,7 @@ CHR *tail(CHR **targ, const CHR *source);
 CHR *lsp_head(CHR **targ, const CHR *source);
 CHR *lsp_tail(CHR **targ, const CHR *source);
 
-// -- Conversions (strings/numbers.cpp, strings/raw.cpp, strings/dump.cpp) ----------------------
+// -- Conversions ------------------------------------------------------------------------------
 
 // Printed numbers: %ld, %lu, 0x and sixteen upper-case digits, %.16E.
 CHR *equ_num(CHR **targ, SLO num);
@@ -162,7 +163,7 @@ ULO crcsum(const CHR *string);
 // The local time as the 24 characters of "Thu Jan  1 00:00:00 1970".
 CHR *string_time(CHR **targ);
 
-// -- UTF-8 (strings/utf8.cpp) ------------------------------------------------------------------
+// -- UTF-8 ------------------------------------------------------------------------------------
 
 // Size 1 to 4 of the legal character at this pointer, else 0. Bytes 0 and 0x7F are not legal. Reads
 // four bytes at the most and stops at a NUL.

@@ -19,7 +19,8 @@
 // string library first calls setup_quarne_thread_safe_functionality_for_local_thread().
 
 // The unit's instructions, of which `INSTRUCTIONS` rows count; a unit without any defines an array
-// of one row and the number 0. They are read until the process ends.
+// of one row and the number 0. They are read until the process ends. This declaration has to stand
+// ahead of the definition: const data would be the unit's own without it.
 extern const INSTRUCTION_STRU INSTRUCTION_SET[];
 extern const ULO INSTRUCTIONS;
 // The unit's version text, NUL-terminated, for the listing of versions.

@@ -6,18 +6,21 @@
 // dat_ptr[0], dat_ptr[1] and so on: each holds the address of the operand's node.
 //
 // What a handler does, in this order:
-// 1. It sets ret_dat->disable_ptr to 1: the result is owned.
-// 2. It fetches its operands, first to last, each once, into locals or into `ret_dat`, by
-// ret_ival()
-//    and its kin (slot 0, any type) or by eval_operand() (typed slots, arrays, records). It needs
-//    no test in between: while an error is pending a fetch does nothing.
-// 3. If noterror() gives 1, it computes and leaves `ret_dat` a valid value: `single` 1, `type` and
-//    the value. With an error pending, or raised by itself, it leaves `ret_dat` as it is.
-// 4. It frees its own strings and records.
+// - It sets ret_dat->disable_ptr to 1: the result is owned.
+// - It fetches its operands, first to last, each once, into locals or into `ret_dat`: by ret_ival()
+//   and its kin, which take any type and cast, or by eval_operand() where the types are proved, for
+//   arrays, and for values as they come. No test stands in between: while an error is pending a
+//   fetch does nothing.
+// - If noterror() gives 1, it computes and leaves `ret_dat` a valid value: `single` 1, `type` and
+//   the value. With an error pending, or raised by itself, it leaves `ret_dat` as it is.
+// - It frees its own strings and records.
 //
 // `ret_dat` may hold an earlier value on entry. A single value just goes over it: its string is a
 // target as it stands, and array memory left over is freed with the record. A handler that makes an
-// array clears the record by free_kst_data() first.
+// array clears the record by free_kst_data() first; then it sets `single` 0, the value of member 0
+// and `arraytype` (the row's ret_type, which programs are compiled for), and allocates by malloc() a
+// multiple of 128 places, all of them filled: where there is no member by a tag 0 and a NULL string,
+// or by a `fresh_variable`.
 //
 // A program's code runs on the thread of the run, and operands are evaluated there. Threads of a
 // unit's own work on values that were fetched before.
