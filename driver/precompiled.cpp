@@ -6,14 +6,13 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
-#include <unistd.h>
 
 #include "bytecode/compile.h"
 #include "bytecode/decompile.h"
 #include "bytecode/verify.h"
 #include "driver/listing.h"
+#include "driver/whole_file.h"
 #include "frontend/forms.h"
 #include "frontend/isa.h"
 #include "frontend/justify.h"
@@ -125,17 +124,6 @@ std::string with_header(std::string_view bytecode)
     const ULO sum = checksum(bytecode);
     file.append(reinterpret_cast<const CHR *>(&sum), sizeof sum);
     return file.append(bytecode);
-}
-
-// None of the calls is tested: the run goes on from memory either way.
-void write_whole(const std::string &path, const std::string &contents)
-{
-    const int made = creat(path.c_str(), 0644);
-    if (made >= 0) close(made);
-    const int file = open(path.c_str(), O_WRONLY);
-    if (file < 0) return;
-    if (write(file, contents.data(), contents.size()) < 0) errno = 0;
-    close(file);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "driver/scrambled.h"
+#include "driver/tutorial.h"
 #include "frontend/isa.h"
 #include "frontend/walk.h"
 #include "kestrin/unit.h"
@@ -83,7 +84,10 @@ void usage_info(FILE *stream, const session &s)
     if (time(nullptr) == -1)
         fprintf(stream, "Sanity check warning: \"%s\".\n",
                 "time functions are not able to return Epoch time in seconds");
-    if (stream == stderr) fprintf(stream, "RETURNED STATUS: %s.\n", "ABNORMAL PROGRAM TERMINATION");
+    if (stream == stderr)
+        fprintf(stream, "RETURNED STATUS: %s.\n", "ABNORMAL PROGRAM TERMINATION");
+    else
+        write_tutorial();
 }
 
 void print_versions(bool slow)

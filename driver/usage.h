@@ -8,8 +8,8 @@
 // The environment variable of a switch.
 const CHR *switch_variable(print_switch s);
 
-// Prints the usage with the values that are in force to stdout or stderr; on stderr a status line
-// ends it.
+// Prints the usage with the values that are in force to stdout or stderr. On stderr a status line
+// ends it, on stdout the tutorial archive is written.
 void usage_info(FILE *stream, const session &s);
 // Prints the banner and a newline.
 void signature(FILE *stream);

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Runs every example of the manual and compares what the manual says with what comes out.
+"""Runs every example of the manual and compares what the manual says with what comes out; compares
+the headings of the instruction reference with the instruction table.
 
   manual_test.py --kestrin PATH [FILE...]      the files, or all of tutorial/manual
 
@@ -13,13 +14,15 @@ An example stands in lines that begin with four blanks:
     2
 
 Blank lines of the output are left out. "..." stands for any text in a line, and a line "..." for
-any number of lines. The examples of one run share a directory, which holds what the tutorial
-archive holds; each program is the file "example.kst" there.
+any number of lines. The examples of one run share a directory, in which the tutorial archive was
+unpacked; each program is the file "example.kst" there.
+
+A heading of the reference begins a line: "IADD, +    I I -> I", the names that share a handler, the
+letters of the operands ("..." for any number) and of the result.
 """
 import argparse
 import os
 import re
-import shutil
 import subprocess
 import sys
 import tempfile
@@ -29,7 +32,8 @@ sys.dont_write_bytecode = True
 sys.path.insert(0, os.path.join(HERE, "golden"))
 from run import ENVIRONMENT  # noqa: E402
 
-TUTORIAL = os.path.join(os.path.dirname(HERE), "tutorial")
+ROOT = os.path.dirname(HERE)
+TUTORIAL = os.path.join(ROOT, "tutorial")
 INDENT = "    "
 
 
@@ -80,7 +84,10 @@ def check(paths, kestrin):
     count, faults = 0, []
     with tempfile.TemporaryDirectory() as top:
         directory = os.path.join(top, "tutorial")
-        shutil.copytree(TUTORIAL, directory)
+        os.mkdir(directory)
+        subprocess.run([os.path.abspath(kestrin), "-h"], cwd=directory, check=True,
+                       stdout=subprocess.DEVNULL)
+        subprocess.run(["tar", "xzf", "kst_tut.tgz"], cwd=directory, check=True)
         environment = {**ENVIRONMENT, "HOME": top,
                        "PATH": os.path.dirname(os.path.abspath(kestrin)) + ":/usr/bin:/bin"}
         for path in paths:
@@ -94,6 +101,30 @@ def check(paths, kestrin):
     return count, faults
 
 
+def table():
+    """{name: (operands, result, handler)} of the instruction table."""
+    with open(os.path.join(ROOT, "frontend", "isa.def"), encoding="utf-8") as text:
+        rows = re.findall(r"""^ROW\(\w+, *"(\S+)", *(-?\d+), *'(.)', *"(\S*)", *\w+, *(\w+)\)$""",
+                          text.read(), re.M)
+    return {name: ("..." if n == "-1" else " ".join(letters), result, handler)
+            for name, n, result, letters, handler in rows}
+
+
+def check_reference(text):
+    """Faults of the reference's headings against the instruction table."""
+    rows, seen, faults = table(), set(), []
+    for heading in re.findall(r"^(\S.*?)  +(\S.*)?-> (\w)$", text, re.M):
+        names = heading[0].split(", ")
+        told = (heading[1].strip(), heading[2])
+        for name in names:
+            if name not in rows or name in seen or rows[name][:2] != told:
+                faults.append(f"{name}: the manual says {told}, the table {rows.get(name)}")
+            seen.add(name)
+        if len({rows[name][2] for name in names if name in rows}) != 1:
+            faults.append(f"{heading[0]}: not one handler")
+    return faults + [f"{name}: not in the manual" for name in rows if name not in seen]
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--kestrin", required=True)
@@ -102,6 +133,8 @@ def main():
     chapters = os.path.join(TUTORIAL, "manual")
     paths = options.files or sorted(os.path.join(chapters, name) for name in os.listdir(chapters))
     count, faults = check(paths, options.kestrin)
+    if not options.files:
+        faults += check_reference("".join(open(path, encoding="utf-8").read() for path in paths))
     print("\n".join(faults), end="")
     print(f"manual: {count} examples, {len(faults)} failed")
     return 1 if faults or not count else 0
