@@ -1,0 +1,117 @@
+#!/usr/bin/env python3
+"""Installs what a build holds into an empty root and builds extension units there.
+
+  install_test.py --build FOLDER [--flags "compiler flags"] [--ways cmake,make]
+
+The units are those of the kit in the tutorial archive, which the installed program writes. They are
+built by CMake (find_package) and by make (pkg-config), without the source tree, as C++17 with
+warnings as errors, and their programs are run.
+"""
+import argparse
+import os
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+INSTALLED = """
+bin/kestrin
+include/kestrin/ckst_udf.h
+lib/cmake/kestrin/kestrin-config.cmake
+lib/cmake/kestrin/kestrin-config-version.cmake
+lib/libkestrin.a
+lib/pkgconfig/kestrin.pc
+share/bash-completion/completions/kestrin
+share/doc/kestrin/changelog.gz
+share/doc/kestrin/copyright
+share/doc/kestrin/examples/extension/fusion.cpp
+share/doc/kestrin/examples/hello.kst
+share/doc/kestrin/examples/kestrin.cfg
+share/doc/kestrin/examples/kestrin.run
+share/doc/kestrin/kestrin.doc
+share/kestrin/ckst_udf.cpp
+share/man/man1/kestrin.1.gz
+share/man/man3/ckst_udf.3.gz
+""".split()
+WARNINGS = "-Wall -Wextra -Werror"
+OPTIONS = argparse.Namespace()
+
+
+def run(*command, directory=None, **environment):
+    """The output of a command that has to succeed."""
+    done = subprocess.run(command, cwd=directory, env={**os.environ, **environment}, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+    if done.returncode != 0:
+        raise AssertionError(f"{' '.join(command)}: status {done.returncode}\n{done.stdout}")
+    return done.stdout
+
+
+class Installed(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        holder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(holder.cleanup)
+        cls.top = holder.name
+        run("cmake", "--install", OPTIONS.build, "--prefix", "/usr", DESTDIR=cls.top)
+        cls.prefix = os.path.join(cls.top, "usr")
+        cls.path = os.path.join(cls.prefix, "bin") + ":" + os.environ["PATH"]
+        run("kestrin", "-h", directory=cls.top, PATH=cls.path)
+        run("tar", "xzf", "kst_tut.tgz", directory=cls.top)
+        run("tar", "xJf", "kst_dev.tar.xz", directory=cls.top)
+        cls.kit = os.path.join(cls.top, "kst_dev", "examples")
+        cls.flags = f"-std=c++17 {WARNINGS} {OPTIONS.flags}"
+
+    def run_units(self, folder):
+        said = run("./run_examples", folder, directory=self.kit, PATH=self.path)
+        counted = re.search(r"(\d+) checks, 0 failed\n$", said)
+        self.assertTrue(counted and int(counted[1]) > 5, said)
+
+    def test_files_are_in_their_places(self):
+        missing = [name for name in INSTALLED
+                   if not os.path.isfile(os.path.join(self.prefix, name))]
+        self.assertEqual(missing, [])
+
+    def test_an_installed_program_runs(self):
+        script = os.path.join(self.prefix, "share/doc/kestrin/examples/hello.kst")
+        self.assertEqual(run("kestrin", "-q", script, PATH=self.path), "Hello, world!\n")
+
+    def test_units_build_with_cmake(self):
+        if "cmake" not in OPTIONS.ways:
+            self.skipTest("not asked for")
+        build = os.path.join(self.top, "cmake")
+        run("cmake", "-S", self.kit, "-B", build, f"-DCMAKE_PREFIX_PATH={self.prefix}",
+            f"-DCMAKE_CXX_FLAGS={self.flags}", "-DCMAKE_CXX_EXTENSIONS=OFF")
+        run("cmake", "--build", build, "-j2")
+        self.run_units(build)
+
+    def test_units_build_with_pkg_config(self):
+        if "make" not in OPTIONS.ways:
+            self.skipTest("not asked for")
+        build = os.path.join(self.top, "make")
+        run("make", "-j2", f"OUT={build}", f"CXXFLAGS={self.flags}", directory=self.kit,
+            PKG_CONFIG_PATH=os.path.join(self.prefix, "lib/pkgconfig"))
+        self.run_units(build)
+
+    def test_the_shell_completes_options_and_programs(self):
+        usage = run("kestrin", "-h", directory=self.top, PATH=self.path)
+        options = set(re.findall(r"(?:[ \[|])(--?[a-zA-Z0-9]+)(?=[|\]\n])", usage))
+        script = ("source '{}'; COMP_WORDS=(kestrin {}); COMP_CWORD={}; _kestrin;"
+                  "printf '%s\\n' \"${{COMPREPLY[@]}}\"")
+        name = os.path.join(self.prefix, "share/bash-completion/completions/kestrin")
+
+        def completed(words, at):
+            return run("bash", "-c", script.format(name, words, at), directory=self.top).split()
+
+        self.assertEqual(set(completed("-", 1)), options)
+        self.assertEqual(completed("-q examples/hel", 2), ["examples/hello.kst"])
+        self.assertEqual(completed("exam", 1), ["examples/"])
+
+
+if __name__ == "__main__":
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", required=True, type=os.path.abspath)
+    parser.add_argument("--flags", default="")
+    parser.add_argument("--ways", default="cmake,make")
+    OPTIONS, rest = parser.parse_known_args()
+    unittest.main(argv=sys.argv[:1] + rest)
