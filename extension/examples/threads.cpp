@@ -17,12 +17,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
 namespace {
 
-enum : UCH { NO_MEMBER = 40, BAD_THREADS = 41, BAD_CODE = 42 };
+enum : UCH { NO_MEMBER = 40, BAD_THREADS = 41, BAD_CODE = 42, NO_THREAD = 43 };
 
 constexpr SLO most_threads = 64;
 
@@ -67,33 +68,45 @@ struct share {
     }
 };
 
+void rise(UCH code, const char *what)
+{
+    CHR *text = nullptr;
+    rise_error_info(code, get_std_buff(&text, what));
+    free_string(&text);
+}
+
+template <class Work>
+void start_threads(std::vector<std::thread> *threads, std::vector<share> *shares, const Work &work)
+{
+    for (share &mine : *shares)
+        threads->emplace_back([&mine, &work, i = threads->size()] {
+            const thread_blocks blocks;
+            work(i, &mine);
+            mine.take_error();
+        });
+}
+
 // Runs `work` for each share on a thread of its own and waits for all. The first error found
-// becomes the error of the run; then false.
-template <class Work> bool run_shares(std::vector<share> *shares, const Work &work)
+// becomes the error of the run.
+template <class Work> void run_shares(std::vector<share> *shares, const Work &work)
 {
     std::vector<std::thread> threads;
-    for (ULO i = 0; i < shares->size(); i++)
-        threads.emplace_back([shares, &work, i] {
-            const thread_blocks blocks;
-            work(i, &(*shares)[i]);
-            (*shares)[i].take_error();
-        });
-    for (std::thread &thread : threads) thread.join();
-    for (const share &s : *shares) {
-        if (s.error_code == 0) continue;
-        rise_error_info(s.error_code, s.error_text);
-        return false;
+    try {
+        threads.reserve(shares->size());
+        start_threads(&threads, shares, work);
+    } catch (const std::system_error &) { // no exception may leave a handler
+        rise(NO_THREAD, "Threads: no further thread can be started!");
     }
-    return true;
+    for (std::thread &thread : threads) thread.join();
+    for (const share &s : *shares)
+        if (s.error_code != 0 && noterror()) rise_error_info(s.error_code, s.error_text);
 }
 
 // Shares for the number of threads that a program asks for; none, with an error, if it can't be.
 std::vector<share> make_shares(SLO threads)
 {
     if (threads < 1 || threads > most_threads) {
-        CHR *text = nullptr;
-        rise_error_info(BAD_THREADS, get_std_buff(&text, "Threads: from 1 to 64 are possible!"));
-        free_string(&text);
+        rise(BAD_THREADS, "Threads: from 1 to 64 are possible!");
         return {};
     }
     return std::vector<share>(static_cast<std::size_t>(threads));
@@ -145,11 +158,7 @@ void sum_members(const kestrin_data &array, ULO from, ULO to, share *mine)
 {
     for (ULO k = from; k < to; k++) {
         if (!has_member(array, k)) {
-            CHR *text = nullptr, *number = nullptr;
-            get_std_buff(&text, "T_Sum: no value in member ");
-            rise_error_info(NO_MEMBER, cat(&text, equ_unum(&number, k)));
-            free_string(&text);
-            free_string(&number);
+            rise(NO_MEMBER, ("T_Sum: no value in member " + std::to_string(k)).c_str());
             return;
         }
         mine->sum += member_as_float(array, k);

@@ -18,9 +18,9 @@
 // `ret_dat` may hold an earlier value on entry. A single value just goes over it: its string is a
 // target as it stands, and array memory left over is freed with the record. A handler that makes an
 // array clears the record by free_kst_data() first; then it sets `single` 0, the value of member 0
-// and `arraytype` (the row's ret_type, which programs are compiled for), and allocates by malloc() a
-// multiple of 128 places, all of them filled: where there is no member by a tag 0 and a NULL string,
-// or by a `fresh_variable`.
+// and `arraytype` (the row's ret_type, for which programs are compiled), and allocates a multiple
+// of 128 places by malloc(), all of them filled: where there is no member by a tag 0 and a NULL
+// string, or by a `fresh_variable`.
 //
 // A program's code runs on the thread of the run, and operands are evaluated there. Threads of a
 // unit's own work on values that were fetched before.
