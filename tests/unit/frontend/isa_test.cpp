@@ -55,7 +55,7 @@ TEST_F(isa, table_as_text)
     _internal_ISA_COPs_get_(&plain.s, 0);
     const std::string_view text = view(plain.s);
     EXPECT_TRUE(text.starts_with("(PROGN -1 U \"-\")(SETQ 2 U \"VU\")(ALSETQ 2 U \"VU\")"));
-    EXPECT_TRUE(text.ends_with("(GET_ERROR_TEXT 0 S \"\")(MAPCAR 1 U \"-\")"));
+    EXPECT_NE(text.npos, text.find("(GET_ERROR_TEXT 0 S \"\")(MAPCAR 1 U \"-\")"));
     const isa_row &iadd = isa_table[find_word("IADD")->row];
     EXPECT_EQ("(IADD 2 I \"II\" " + std::to_string(ULO(iadd.slots[0])) + " " +
                   std::to_string(ULO(iadd.slots[1])) + " 0 0 0)",
@@ -116,7 +116,7 @@ TEST_F(isa, renaming)
     _internal_ISA_COP_mnemonics_get(&names.s);
     const std::string before(view(names.s));
     EXPECT_TRUE(before.starts_with("PROGN SETQ ALSETQ"));
-    EXPECT_TRUE(before.ends_with("GET_ERROR_TEXT MAPCAR"));
+    EXPECT_NE(before.npos, before.find(" GET_ERROR_TEXT MAPCAR"));
     assign(&list.s, "PROGN LET");
     _internal_ISA_COP_mnemonics_set(list.s);
     _internal_ISA_COP_mnemonics_get(&names.s);
