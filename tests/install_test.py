@@ -76,6 +76,21 @@ class Installed(unittest.TestCase):
         script = os.path.join(self.prefix, "share/doc/kestrin/examples/hello.kst")
         self.assertEqual(run("kestrin", "-q", script, PATH=self.path), "Hello, world!\n")
 
+    def test_each_header_compiles_alone(self):
+        headers = os.path.join(self.prefix, "include")
+        for name in os.listdir(os.path.join(headers, "kestrin")):
+            run("c++", "-std=c++17", "-Wpedantic", "-Wshadow", *WARNINGS.split(), "-fsyntax-only",
+                "-I", headers, "-include", f"kestrin/{name}", "-x", "c++", "/dev/null")
+
+    def test_the_default_unit_is_a_program_again(self):
+        unit = os.path.join(self.prefix, "share/kestrin/ckst_udf.cpp")
+        words = run("pkg-config", "--cflags", "--libs", "--static", "kestrin",
+                    PKG_CONFIG_PATH=os.path.join(self.prefix, "lib/pkgconfig")).split()
+        run("c++", *self.flags.split(), unit, *words, "-o", "again", directory=self.top)
+        run("./again", "-h", directory=self.top)
+        self.assertEqual(run("./again", "-q", "examples/hello.kst", directory=self.top),
+                         "Hello, world!\n")
+
     def test_units_build_with_cmake(self):
         if "cmake" not in OPTIONS.ways:
             self.skipTest("not asked for")

@@ -1,9 +1,9 @@
 // A unit that embeds an expression evaluator: text of the language, kept as data, is compiled when
 // it is first met and run from its bytecode ever after.
 //
-//     (EVAL text x)         the value of the expression, cast to a float; in it (EVAL_X) stands for
-//     x (EVAL_X)              that x; 0. outside an expression (EVAL_COMPILATIONS)   how many texts
-//     have been compiled so far
+//     (EVAL text x)         value of the expression, cast to a float; (EVAL_X) in it stands for x
+//     (EVAL_X)              that x; 0. outside an expression
+//     (EVAL_COMPILATIONS)   how many texts have been compiled so far
 //
 // EVAL calls the handler of MAPCAR with a node made by hand. Member 8 of the answer is the compiled
 // code; handed to MAPCAR in place of the text it runs without being compiled again.
