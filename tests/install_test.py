@@ -82,14 +82,29 @@ class Installed(unittest.TestCase):
             run("c++", "-std=c++17", "-Wpedantic", "-Wshadow", *WARNINGS.split(), "-fsyntax-only",
                 "-I", headers, "-include", f"kestrin/{name}", "-x", "c++", "/dev/null")
 
-    def test_the_default_unit_is_a_program_again(self):
-        unit = os.path.join(self.prefix, "share/kestrin/ckst_udf.cpp")
+    def build(self, unit, program):
         words = run("pkg-config", "--cflags", "--libs", "--static", "kestrin",
                     PKG_CONFIG_PATH=os.path.join(self.prefix, "lib/pkgconfig")).split()
-        run("c++", *self.flags.split(), unit, *words, "-o", "again", directory=self.top)
-        run("./again", "-h", directory=self.top)
+        run("c++", *self.flags.split(), unit, *words, "-o", program, directory=self.top)
+
+    def test_the_default_unit_is_a_program_again(self):
+        self.build(os.path.join(self.prefix, "share/kestrin/ckst_udf.cpp"), "again")
         self.assertEqual(run("./again", "-q", "examples/hello.kst", directory=self.top),
                          "Hello, world!\n")
+
+    def test_the_unit_of_the_manual_does_what_the_manual_says(self):
+        with open(os.path.join(self.top, "kestrin.doc"), encoding="utf-8") as manual:
+            section = re.search(r"\n13\.3 A complete unit\n(.*?)\n13\.4 ", manual.read(), re.S)[1]
+        with open(os.path.join(self.top, "unit.cpp"), "w", encoding="utf-8") as unit:
+            unit.write(re.search(r"^  //.*?^  int main[^\n]*\n", section, re.S | re.M)[0])
+        self.build("unit.cpp", "unit")
+        uses = re.findall(r"^  (\(.*\)) +prints (.*)$", section, re.M)
+        self.assertEqual(len(uses), 2)
+        for code, printed in uses:
+            with open(os.path.join(self.top, "use.kst"), "w", encoding="utf-8") as program:
+                program.write(code)
+            said = run("./unit", "-q", "use.kst", directory=self.top)
+            self.assertEqual(said.split("\n")[0], printed)
 
     def test_units_build_with_cmake(self):
         if "cmake" not in OPTIONS.ways:
