@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Installs what a build holds into an empty root and builds extension units there.
+"""Installs what a build or a Debian package holds into an empty root, and builds units there.
 
   install_test.py --build FOLDER [--flags "compiler flags"] [--ways cmake,make]
 
@@ -53,7 +53,10 @@ class Installed(unittest.TestCase):
         holder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(holder.cleanup)
         cls.top = holder.name
-        run("cmake", "--install", OPTIONS.build, "--prefix", "/usr", DESTDIR=cls.top)
+        if OPTIONS.package:
+            run("dpkg-deb", "-x", OPTIONS.package, cls.top)
+        else:
+            run("cmake", "--install", OPTIONS.build, "--prefix", "/usr", DESTDIR=cls.top)
         cls.prefix = os.path.join(cls.top, "usr")
         cls.path = os.path.join(cls.prefix, "bin") + ":" + os.environ["PATH"]
         run("kestrin", "-h", directory=cls.top, PATH=cls.path)
@@ -140,7 +143,9 @@ class Installed(unittest.TestCase):
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
-    parser.add_argument("--build", required=True, type=os.path.abspath)
+    source = parser.add_mutually_exclusive_group(required=True)
+    source.add_argument("--build", type=os.path.abspath)
+    source.add_argument("--package", type=os.path.abspath)
     parser.add_argument("--flags", default="")
     parser.add_argument("--ways", default="cmake,make")
     OPTIONS, rest = parser.parse_known_args()
