@@ -120,10 +120,20 @@ void list_program(const session *s)
     list_text(s, s->prog_text, s->is_on(SWITCH_MODIFIED_SRC), message::PROGRAM_PRINT_DISABLED);
 }
 
-void read_source(session *s)
+// The program's file as it is. It is read once, so that it may be a pipe.
+struct raw_file {
+    std::string contents;
+    bool was_read = false;
+};
+
+// A file that could not be read is tried again, for the report.
+void read_source(session *s, const raw_file &file)
 {
     tell(s, message::READING_SOURCE, s->file());
-    read_from_file(&s->prog_text, s->file());
+    if (file.was_read)
+        read_from_text(&s->prog_text, s->file(), file.contents);
+    else
+        read_from_file(&s->prog_text, s->file());
     if (!notempty(s->prog_text)) die(message::NO_CODE);
 }
 
@@ -305,14 +315,13 @@ void enter_instructions()
     }
 }
 
-// Whether the file is a precompiled program; its contents then. A file that can't be opened is
-// none, and fails when it is read as source.
-bool read_precompiled(const session *s, std::string *contents)
+raw_file read_program_file(const session *s)
 {
     tell(s, message::CHECKING_PRECOMPILED, s->file());
+    raw_file file;
     const CHR *failed_call = nullptr;
-    read_raw(contents, s->file(), &failed_call);
-    return is_precompiled(*contents);
+    file.was_read = read_raw(&file.contents, s->file(), &failed_call);
+    return file;
 }
 
 // The road of a precompiled program, from its file to linked code.
@@ -327,11 +336,11 @@ void prepare_precompiled(session *s, std::string_view contents)
 }
 
 // The road of a source file, from reading to linked code.
-void prepare_source(session *s)
+void prepare_source(session *s, const raw_file &file)
 {
     load_profile(s);
     list_global_functions(s);
-    read_source(s);
+    read_source(s, file);
     reset_time(s, fatal_site::USAGE_SOURCE);
     wrap_program(s);
     remember_functions(s);
@@ -352,11 +361,11 @@ void run_session()
     start_engine(s);
     scan_options(s);
     start_language(s);
-    std::string contents;
-    if (read_precompiled(s, &contents))
-        prepare_precompiled(s, contents);
+    const raw_file file = read_program_file(s);
+    if (is_precompiled(file.contents))
+        prepare_precompiled(s, file.contents);
     else
-        prepare_source(s);
+        prepare_source(s, file);
     report_preparation(s);
     run_program(s);
     report_run(s);

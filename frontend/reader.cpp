@@ -78,9 +78,17 @@ ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes)
     return 0;
 }
 
+void read_from_text(CHR **targ, const CHR *path, std::string_view contents)
+{
+    std::string joined;
+    const ULO refused = join_lines(&joined, contents, false);
+    if (refused != 0) refuse_line(path, refused);
+    assign(targ, joined);
+}
+
 void read_from_file(CHR **targ, const CHR *path)
 {
-    std::string contents, joined;
+    std::string contents;
     const CHR *failed_call = nullptr;
     if (!read_raw(&contents, path, &failed_call)) {
         const int error = errno;
@@ -92,7 +100,5 @@ void read_from_file(CHR **targ, const CHR *path)
         errno = error;
         fatal(fatal_site::READ_FROM_FILE, text.c_str(), failed_call);
     }
-    const ULO refused = join_lines(&joined, contents, false);
-    if (refused != 0) refuse_line(path, refused);
-    assign(targ, joined);
+    read_from_text(targ, path, contents);
 }

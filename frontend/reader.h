@@ -16,6 +16,9 @@ bool read_raw(std::string *contents, const CHR *path, const CHR **failed_call);
 // line. Returns the number of the line, from 1, that ends inside a string where none may; else 0.
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes);
 
-// Replaces `*targ` by the reader text of the file. Ends the process with a report if the file can't
-// be read or a line ends inside a string.
+// Replaces `*targ` by the reader text of a file with these contents. Ends the process with a
+// message that names the path if a line ends inside a string.
+void read_from_text(CHR **targ, const CHR *path, std::string_view contents);
+
+// The same for a file that is still to be read; one that can't be ends the process with a report.
 void read_from_file(CHR **targ, const CHR *path);
