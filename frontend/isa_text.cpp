@@ -9,6 +9,7 @@
 #include "frontend/groups.h"
 #include "frontend/isa.h"
 #include "frontend/isa_store.h"
+#include "frontend/walk.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
 #include "strings/fatal.h"
@@ -43,58 +44,59 @@ void append_signature(std::string *text, std::string_view name, SSH operands, UC
 }
 
 // Takes the first token off `rest`.
-std::string take_token(scratch *rest)
+std::string_view take_token(std::string_view *rest)
 {
-    scratch token;
-    lsp_head(&token.s, rest->s);
-    lsp_tail(&rest->s, rest->s);
-    return std::string(view(token.s));
+    const std::string_view token = first_token(*rest);
+    *rest = behind_first_token(*rest);
+    return token;
 }
+
+// The number at the beginning of the next token.
+SLO take_number(std::string_view *rest) { return atol(std::string(take_token(rest)).c_str()); }
 
 bool is_list(std::string_view token)
 {
     return token.size() >= 2 && token.front() == '(' && token.back() == ')';
 }
 
-ULO count_lists(const CHR *table)
+ULO count_lists(std::string_view table)
 {
-    scratch rest;
-    equ(&rest.s, table);
     ULO count = 0;
-    while (is_list(take_token(&rest))) count++;
+    while (is_list(take_token(&table))) count++;
     return count;
 }
 
 // What stands in front of the handlers in a row of either table.
 struct row_text {
-    std::string name, letters;
+    std::string_view name, letters;
     SSH operands;
     UCH ret_type;
 };
 
-row_text read_signature(scratch *row)
+std::string_view without_quotes(std::string_view letters)
+{
+    const bool is_quoted = letters.size() >= 2 && letters.front() == '"';
+    return is_quoted ? trimmed(letters.substr(1, letters.size() - 2)) : letters;
+}
+
+row_text take_signature(std::string_view *row)
 {
     row_text read;
     read.name = take_token(row);
-    read.operands = static_cast<SSH>(atol(take_token(row).c_str()));
-    const std::string ret_type = take_token(row);
+    read.operands = static_cast<SSH>(take_number(row));
+    const std::string_view ret_type = take_token(row);
     read.ret_type = ret_type.empty() ? 0 : static_cast<UCH>(ret_type.front());
-    scratch letters;
-    assign(&letters.s, take_token(row));
-    if (len(letters.s) >= 2 && *letters.s == '"')
-        alltrim(&letters.s, leftr(&letters.s, rightl(&letters.s, letters.s, 1), 1));
-    read.letters = view(letters.s);
+    read.letters = without_quotes(take_token(row));
     return read;
 }
 
-fcall read_handler(scratch *row) { return reinterpret_cast<fcall>(atol(take_token(row).c_str())); }
+fcall take_handler(std::string_view *row) { return reinterpret_cast<fcall>(take_number(row)); }
 
 // The next row of a table text, its parentheses gone.
-void take_row(scratch *row, scratch *rest)
+std::string_view take_row(std::string_view *rest)
 {
-    const std::string token = take_token(rest);
-    assign(&row->s, std::string_view(token).substr(1, token.size() - 2));
-    alltrim(&row->s, row->s);
+    const std::string_view token = take_token(rest);
+    return trimmed(token.substr(1, token.size() - 2));
 }
 
 CHR *new_string(std::string_view text)
@@ -116,14 +118,14 @@ void free_isa()
     restore_built_in_isa();
 }
 
-void read_isa_row(isa_row *row, scratch *text)
+void read_isa_row(isa_row *row, std::string_view text)
 {
-    const row_text read = read_signature(text);
+    const row_text read = take_signature(&text);
     row->mnemonic = new CHR *(new_string(read.name));
     row->operands = read.operands;
     row->ret_type = read.ret_type;
     row->op_type = new_string(read.letters);
-    for (fcall &slot : row->slots) slot = read_handler(text);
+    for (fcall &slot : row->slots) slot = take_handler(&text);
 }
 
 // An ISAext table made from text owns its names and letters.
@@ -143,11 +145,12 @@ void free_isaext()
     bind_isaext();
 }
 
-void read_isaext_row(INSTRUCTION_STRU *row, scratch *text)
+void read_isaext_row(INSTRUCTION_STRU *row, std::string_view text)
 {
-    const row_text read = read_signature(text);
-    *row = {strdup(read.name.c_str()), read.operands, read.ret_type,
-            reinterpret_cast<const UCH *>(strdup(read.letters.c_str())), read_handler(text)};
+    const row_text read = take_signature(&text);
+    *row = {strdup(std::string(read.name).c_str()), read.operands, read.ret_type,
+            reinterpret_cast<const UCH *>(strdup(std::string(read.letters).c_str())),
+            take_handler(&text)};
     if (row->fnc_name == nullptr || row->op_type == nullptr)
         fatal(fatal_site::ISAEXT_SET_ROWS, "Out of memory.");
 }
@@ -178,10 +181,9 @@ void _internal_ISA_COP_mnemonics_set(const CHR *list)
     require(engine_open != 0, fatal_site::MNEMONICS_SET_STARTED, name, already_started);
     require(isa_is_built_in(), fatal_site::MNEMONICS_SET_FOREIGN, name, changed_isa);
     const std::lock_guard lock(tables);
-    scratch rest;
-    equ(&rest.s, list);
+    std::string_view rest = view(list);
     for (CHR *&cell : isa_mnemonics) {
-        const std::string word = take_token(&rest);
+        const std::string_view word = take_token(&rest);
         if (word.empty()) break;
         if (word == view(cell)) continue;
         if (is_built_in_mnemonic(cell)) cell = nullptr;
@@ -238,16 +240,12 @@ void _internal_ISA_COPs_set(const CHR *table)
     const std::lock_guard lock(tables);
     free_isa();
     forget_words();
-    const ULO count = count_lists(table);
+    std::string_view rest = view(table);
+    const ULO count = count_lists(rest);
     if (count == 0) return;
     auto *rows =
         static_cast<isa_row *>(allocate_rows(count, sizeof(isa_row), fatal_site::ISA_SET_ROWS));
-    scratch rest, row;
-    equ(&rest.s, table);
-    for (ULO i = 0; i < count; i++) {
-        take_row(&row, &rest);
-        read_isa_row(&rows[i], &row);
-    }
+    for (ULO i = 0; i < count; i++) read_isa_row(&rows[i], take_row(&rest));
     isa_table = rows;
     isa_count = count;
 }
@@ -259,16 +257,12 @@ void _internal_ISAext_COPs_set(const CHR *table)
     const std::lock_guard lock(tables);
     free_isaext();
     forget_words();
-    const ULO count = count_lists(table);
+    std::string_view rest = view(table);
+    const ULO count = count_lists(rest);
     if (count == 0) return;
     auto *rows = static_cast<INSTRUCTION_STRU *>(
         allocate_rows(count, sizeof(INSTRUCTION_STRU), fatal_site::ISAEXT_SET_ROWS));
-    scratch rest, row;
-    equ(&rest.s, table);
-    for (ULO i = 0; i < count; i++) {
-        take_row(&row, &rest);
-        read_isaext_row(&rows[i], &row);
-    }
+    for (ULO i = 0; i < count; i++) read_isaext_row(&rows[i], take_row(&rest));
     isaext_table = rows;
     isaext_count = count;
     isaext_is_made = true;
