@@ -27,9 +27,9 @@ share/doc/kestrin/changelog.gz
 share/doc/kestrin/copyright
 share/doc/kestrin/examples/extension/fusion.cpp
 share/doc/kestrin/examples/hello.kst
-share/doc/kestrin/examples/kestrin.cfg
-share/doc/kestrin/examples/kestrin.run
+share/doc/kestrin/kestrin.cfg
 share/doc/kestrin/kestrin.doc
+share/doc/kestrin/kestrin.run
 share/kestrin/ckst_udf.cpp
 share/man/man1/kestrin.1.gz
 share/man/man3/ckst_udf.3.gz
@@ -75,9 +75,15 @@ class Installed(unittest.TestCase):
                    if not os.path.isfile(os.path.join(self.prefix, name))]
         self.assertEqual(missing, [])
 
-    def test_an_installed_program_runs(self):
-        script = os.path.join(self.prefix, "share/doc/kestrin/examples/hello.kst")
-        self.assertEqual(run("kestrin", "-q", script, PATH=self.path), "Hello, world!\n")
+    def test_installed_scripts_run(self):
+        documents = os.path.join(self.prefix, "share/doc/kestrin")
+        os.symlink(os.path.join(documents, "kestrin.run"), os.path.join(self.top, "link"))
+        with open(os.path.join(self.top, "profile.kst"), "w", encoding="utf-8") as program:
+            program.write("(grouped 1234567)")
+        self.assertEqual(run("./link", "-q", "profile.kst", directory=self.top, PATH=self.path),
+                         "1,234,567\n")
+        self.assertEqual(run("sh", "-c", "echo one | examples/number.kst", directory=documents,
+                             PATH=self.path), "     1  one\n\n")
 
     def test_each_header_compiles_alone(self):
         headers = os.path.join(self.prefix, "include")
@@ -138,7 +144,8 @@ class Installed(unittest.TestCase):
 
         self.assertEqual(set(completed("-", 1)), options)
         self.assertEqual(completed("-q examples/hel", 2), ["examples/hello.kst"])
-        self.assertEqual(completed("exam", 1), ["examples/"])
+        self.assertEqual(completed("exam", 1), ["examples"])
+        self.assertEqual(completed("-h k", 2), [])
 
 
 if __name__ == "__main__":

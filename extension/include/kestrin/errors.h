@@ -3,9 +3,13 @@
 // away by ordinary returns, up to the driver or to a MAPCAR. A handler that raises one just
 // returns.
 //
-// Every call here belongs to a thread that has been set up (kestrin/value.h) and to a run: the run
-// of a program begins with code 0, an empty text and nothing pending. All texts are counted strings
-// (kestrin/strings.h). Nothing here can fail but by lack of memory, which ends the process.
+// Every call here belongs to a thread that has been set up (kestrin/value.h) and to a run, which
+// begins with code 0 and an empty text. It does not begin with an error pending from before: one
+// raised in main or in startup_callback() keeps the program from running, with code 0 and no text
+// left to tell. One raised in taskjob_end_callback() comes too late to fail a run.
+//
+// All texts are counted strings (kestrin/strings.h), printed up to their first NUL. Nothing here
+// can fail but by lack of memory, which ends the process.
 #pragma once
 
 #include "kestrin/types.h"

@@ -12,12 +12,15 @@
 // has five. Slot 0 takes operands of any type. The compiler takes another slot where it has proved
 // types: slot 1 if the operands are what the letters I, F, S, Z say, and for the letters E (all of
 // one type) and U (the last operand's) slot 1 for I, 2 for F, 3 for S, 4 for Z. A row of the ISAext
-// has one handler, letters of IFSZ only, and no -1.
+// has one handler, letters of IFSZ only, and no -1. A slot that the compiler may take has to be
+// filled; letters of - alone leave it no choice but slot 0. A program that runs into an empty slot
+// ends by the fatal report.
 //
 // Rows stand one behind the other; bytecode stores their numbers, so a new row goes to the end.
 // Rows that differ in the name alone are aliases: a copy of IF's row under another name is an IF.
-// The tables are tested when the first program is checked: a bad name, a name that occurs twice or
-// a wrong letter is a syntax error with code 5.
+// Names are in upper case, as programs are folded before a name is looked up; no program can call
+// another. The tables are tested when the first program is checked: a name with a byte that names
+// can't have, a name that occurs twice or a wrong letter is a syntax error with code 5.
 //
 // The _set calls work ahead of _Main_ alone; later they end the process by the fatal report. Lists
 // and tables are counted strings (kestrin/strings.h). The thread must have been set up.

@@ -39,7 +39,8 @@ enum : ULO {
 // and the error stays pending. Bytecode is checked before it runs.
 //
 // To be called from a handler, on its own thread or on one that has been set up; not before the
-// engine has started.
+// engine has started. On a thread of the unit's own, recursion goes as deep as that thread's stack
+// lets it; deeper it ends the process by the fatal report.
 void func__mapcar(const ULO *dat_ptr, kestrin_data *ret_dat);
 
 // The handler of a string constant: `dat_ptr + 1` is its counted string. `ret_dat` becomes an owned

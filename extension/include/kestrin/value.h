@@ -96,7 +96,7 @@ void free_kst_data(kestrin_data *ret_dat);
 // Create and release what the engine keeps for the calling thread: the string library's block and
 // the machine's. A thread of a unit's own calls them at its start and at its end, around every
 // other call of the engine; so does a main that calls any of it ahead of _Main_ (which needs no
-// clean-up). The thread of a run has them already. Each does nothing if it has nothing to do. Lack
-// of memory ends the process.
+// clean-up). The thread of a run has them already and keeps them: no clean-up there, in a handler
+// or a callback. Each does nothing if it has nothing to do. Lack of memory ends the process.
 void setup_quarne_thread_safe_functionality_for_local_thread();
 void cleanup_quarne_thread_safe_functionality_for_local_thread();
