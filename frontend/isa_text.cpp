@@ -1,6 +1,7 @@
 // The instruction tables as text: what a unit's main reads and changes before the engine starts,
 // and what a precompiled file is bound to.
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -83,7 +84,7 @@ row_text take_signature(std::string_view *row)
 {
     row_text read;
     read.name = take_token(row);
-    read.operands = static_cast<SSH>(take_number(row));
+    read.operands = static_cast<SSH>(std::clamp<SLO>(take_number(row), INT16_MIN, INT16_MAX));
     const std::string_view ret_type = take_token(row);
     read.ret_type = ret_type.empty() ? 0 : static_cast<UCH>(ret_type.front());
     read.letters = without_quotes(take_token(row));
