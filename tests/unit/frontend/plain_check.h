@@ -5,15 +5,13 @@
 
 #include <map>
 #include <string>
-#include <string_view>
+#include <vector>
 
 #include "frontend/isa.h"
 #include "frontend/token.h"
 #include "frontend/walk.h"
 #include "frontend/words.h"
-#include "kestrin/strings.h"
-#include "strings/scratch.h"
-#include "vm/machine.h"
+#include "tests/kit/passes.h"
 
 class plain_checker {
 public:
@@ -24,14 +22,13 @@ public:
     {
         for (ULO i = 0; i < isa_count; i++)
             table_[std::string(view(*isa_table[i].mnemonic))] = {0, isa_table[i].operands};
-        scope_ = 1;
     }
 
-    SLO check(std::string *text, std::string path)
+    SLO check(std::string *text, const std::string &path)
     {
         argument_set arguments;
         *text = std::string(trimmed(*text));
-        return form(text, path, &arguments, true, 1);
+        return form(text, {path, &arguments, true, 1});
     }
 
 private:
@@ -40,7 +37,20 @@ private:
         SLO operands;
     };
     std::map<std::string, known> table_;
-    ULO scope_ = 0;
+    ULO scope_ = 1;
+
+    // Where a form stands. Level 1: the text, 2: a body, 3: in a PROGN of these, 0: further in.
+    struct place {
+        std::string path;
+        argument_set *arguments;
+        bool terminators;
+        int level;
+    };
+    struct word {
+        std::string name;
+        group_set groups;
+        bool is(group g) const { return (groups & in(g)) != 0; }
+    };
 
     SLO error(int which, const std::string &text)
     {
@@ -48,15 +58,15 @@ private:
         message = text;
         return -1;
     }
-    SLO take_walk_error()
+    SLO error(int which, const place &at, const std::string &text)
     {
-        return error(rt_ctrl->rt_run_flag, std::string(view(rt_ctrl->rt_run_text)));
+        return error(which, "In function `" + at.path + "': " + text);
     }
-    static std::string upper(std::string_view text)
+    static word word_of(const std::string &token)
     {
         std::string folded;
-        append_folded(&folded, text);
-        return folded;
+        append_folded(&folded, token);
+        return {folded, word_groups(folded)};
     }
     static bool framed(const std::string &t, char open, char close)
     {
@@ -64,183 +74,156 @@ private:
     }
     static std::string cut(const std::string &t) { return t.substr(1, t.size() - 2); }
 
-    bool head(std::string *token, const std::string &text)
+    // False if the text is out of balance.
+    bool head(std::string *token, std::string_view text)
     {
         std::string_view found;
-        if (!kestrin_head(&found, text)) return take_walk_error(), false;
+        if (!kestrin_head(&found, text))
+            return error(rt_ctrl->rt_run_flag, std::string(view(rt_ctrl->rt_run_text))) >= 0;
         *token = std::string(found);
         return true;
     }
-    bool tail(std::string *rest, const std::string &text)
+    bool split(std::string_view text, std::vector<std::string> *tokens)
     {
-        std::string_view found;
-        if (!kestrin_tail(&found, text)) return take_walk_error(), false;
-        *rest = std::string(found);
+        while (!text.empty()) // the tail ends where the head does
+            if (!head(&tokens->emplace_back(), text) || !kestrin_tail(&text, text)) return false;
         return true;
-    }
-    void prune()
-    {
-        std::erase_if(table_, [this](const auto &row) { return row.second.scope > scope_; });
     }
 
-    bool drop_comments(std::string *body)
+    bool drop_comments(std::vector<std::string> *tokens)
     {
-        std::string kept, token, inner, rest = *body;
-        while (!rest.empty()) {
-            if (!head(&token, rest) || !tail(&rest, rest)) return false;
-            if (framed(token, '(', ')')) {
-                if (!head(&inner, cut(token))) return false;
-                if (word_groups(upper(inner)) & in(GROUP_COMMENTS)) continue;
-            }
-            kept += token + " ";
+        std::vector<std::string> kept;
+        for (const std::string &token : *tokens) {
+            std::string inner;
+            const bool list = framed(token, '(', ')');
+            if (list && !head(&inner, cut(token))) return false;
+            if (!list || !word_of(inner).is(GROUP_COMMENTS)) kept.push_back(token);
         }
-        *body = std::string(right_trimmed(kept));
+        *tokens = kept;
         return true;
     }
-    bool join_strings(std::string *body)
+    static void join_strings(std::vector<std::string> *tokens)
     {
-        std::string joined, token, rest = *body;
-        if (rest.empty()) return true;
-        while (!rest.empty()) {
-            if (!head(&token, rest) || !tail(&rest, rest)) return false;
-            if (!framed(token, '"', '"')) return true;
+        std::string joined;
+        for (const std::string &token : *tokens) {
+            if (!framed(token, '"', '"')) return;
             joined += cut(token);
         }
-        *body = "PROGN \"" + joined + "\"";
-        return true;
+        if (!tokens->empty()) *tokens = {"PROGN", "\"" + joined + "\""};
     }
 
-    SLO form(std::string *text, const std::string &path, argument_set *arguments, bool terminators,
-             int level)
+    SLO form(std::string *text, const place &at)
     {
-        const std::string t = *text, in_function = "In function `" + path + "': ";
+        const std::string t = *text;
         if (!framed(t, '(', ')'))
-            return error(1, in_function + "parentheses-unterminated function: `" + t + "'");
-        std::string body(trimmed(cut(t))), m, rest;
-        if (!head(&m, body)) return -1;
-        if (word_groups(upper(m)) & in(GROUP_COMMENTS)) return text->clear(), 0;
-        if (!drop_comments(&body) || !join_strings(&body) || !head(&m, body)) return -1;
-        m = upper(m);
-        if (word_groups(m) & in(GROUP_COMMENTS)) return text->clear(), 0;
-        if (!tail(&rest, body)) return -1;
-        if (m.empty()) return error(3, in_function + "void function name: " + t);
-        const auto row = table_.find(m);
+            return error(1, at, "parentheses-unterminated function: `" + t + "'");
+        const std::string body(trimmed(cut(t)));
+        std::string first;
+        std::vector<std::string> a; // word and arguments
+        if (!head(&first, body)) return -1;
+        if (word_of(first).is(GROUP_COMMENTS)) return text->clear(), 0;
+        if (!split(body, &a) || !drop_comments(&a)) return -1;
+        join_strings(&a);
+        const word m = word_of(a.empty() ? "" : a[0]);
+        if (m.is(GROUP_COMMENTS)) return text->clear(), 0;
+        if (m.name.empty()) return error(3, at, "void function name: " + t);
+        const auto row = table_.find(m.name);
         if (row == table_.end())
-            return error(3, in_function + "undefined function name `" + m + "': " + t);
-        const SLO n = row->second.operands;
-        SLO count = 0;
-        std::string token;
-        for (std::string walk = rest; !walk.empty(); count++)
-            if (!head(&token, walk) || !tail(&walk, walk)) return -1;
-        if (n == -1 && count == 0)
-            return error(4, in_function + "at least one argument required: " + t);
+            return error(3, at, "undefined function name `" + m.name + "': " + t);
+        const SLO n = row->second.operands, count = SLO(a.size()) - 1;
+        if (n == -1 && count == 0) return error(4, at, "at least one argument required: " + t);
         if (n >= 0 && n != count)
-            return error(4, in_function + std::to_string(n) + " argument" +
-                                (n == 1 ? " is" : "s are") + " required instead of " +
-                                std::to_string(count) + ": " + t);
-        const group_set groups = word_groups(m);
-        if (groups & in(GROUP_DEFUN)) return definition(text, rest, path, level);
-        return write(text, m, rest, path, arguments, terminators, level);
+            return error(4, at,
+                         std::to_string(n) + " argument" + (n == 1 ? " is" : "s are") +
+                             " required instead of " + std::to_string(count) + ": " + t);
+        return m.is(GROUP_DEFUN) ? definition(text, a, at) : write(text, m, a, at);
     }
 
-    SLO definition(std::string *text, const std::string &rest, const std::string &path, int level)
+    SLO definition(std::string *text, const std::vector<std::string> &a, const place &at)
     {
-        const std::string t = *text, in_function = "In function `" + path + "': ";
-        if (level == 0) return error(8, in_function + "UDF is nested too deep: " + t);
-        std::string name, body, folded;
+        const std::string t = *text;
+        if (at.level == 0) return error(8, at, "UDF is nested too deep: " + t);
+        std::string name, body = a[2];
         argument_set none;
-        if (!head(&name, rest) || !tail(&body, rest)) return -1;
-        if (kestrin_type("U" + name, &folded, &none) != 'V')
-            return error(8, in_function + "invalid UDF name: " + t);
-        name = folded.substr(1);
-        if (table_.count(name))
-            return error(8, in_function + "UDF is already defined before: " + t);
+        if (kestrin_type("U" + a[1], &name, &none) != 'V')
+            return error(8, at, "invalid UDF name: " + t);
+        name.erase(0, 1);
+        if (table_.count(name)) return error(8, at, "UDF is already defined before: " + t);
         SLO result = -2;
         for (int pass = 1; pass <= 2; pass++) {
-            table_[name] = {scope_, result};
-            scope_++;
+            table_[name] = {scope_++, result};
             argument_set own;
-            result = form(&body, path + ":" + name, &own, true, 2);
+            result = form(&body, {at.path + ":" + name, &own, true, 2});
             scope_--;
-            prune();
+            std::erase_if(table_, [this](const auto &row) { return row.second.scope > scope_; });
             if (result < 0) return -1;
         }
         *text = "(DEFUN " + name + " " + body + ")";
         return result;
     }
 
-    SLO write(std::string *text, const std::string &m, std::string rest, const std::string &path,
-              argument_set *arguments, bool terminators, int level)
+    SLO write(std::string *text, const word &m, const std::vector<std::string> &a, const place &at)
     {
-        const std::string t = *text, in_function = "In function `" + path + "': ";
-        const group_set groups = word_groups(m);
-        std::string token, made = "(" + m, folded;
+        const std::string t = *text;
+        std::string made = "(" + m.name, folded;
         argument_set none;
-        if ((groups & (in(GROUP_BREAK) | in(GROUP_EXIT))) && !terminators)
-            return error(9, in_function +
-                                "terminator is nested on the way of value calculation: " + t);
-        if (groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX))) {
-            if (!head(&token, rest)) return -1;
-            const UCH letter = kestrin_type(token, &folded, &none);
-            if (letter != 'V' && letter != 'P')
-                return error(7, in_function + "invalid variable name or argument `" +
-                                    (letter == 0 ? token : folded) + "': " + t);
+        if ((m.is(GROUP_BREAK) || m.is(GROUP_EXIT)) && !at.terminators)
+            return error(9, at, "terminator is nested on the way of value calculation: " + t);
+        const bool reads = m.is(GROUP_INDEX) || m.is(GROUP_ALINDEX);
+        const bool sets =
+            m.is(GROUP_SETQ) || m.is(GROUP_ALSETQ) || m.is(GROUP_ARSETQ) || m.is(GROUP_FOR);
+        if (reads || sets) {
+            const UCH letter = kestrin_type(a[1], &folded, &none);
+            if (letter != 'V' && !(letter == 'P' && (reads || at.path == "Main_Modified")))
+                return error(7, at,
+                             std::string("invalid variable name ") +
+                                 (reads ? "or argument `" : "`") + (letter == 0 ? a[1] : folded) +
+                                 "': " + t);
+            if (sets) made += " " + folded;
         }
-        if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ) | in(GROUP_FOR))) {
-            if (!head(&token, rest) || !tail(&rest, rest)) return -1;
-            const UCH letter = kestrin_type(token, &folded, &none);
-            if (letter != 'V' && !(letter == 'P' && path == "Main_Modified"))
-                return error(7, in_function + "invalid variable name `" +
-                                    (letter == 0 ? token : folded) + "': " + t);
-            made += " " + folded;
-        }
-        int places = -1;
-        if (groups & in(GROUP_PROGN)) places = 0;
-        if (groups & in(GROUP_FOR)) places = 3;
-        if (groups & (in(GROUP_WHILE) | in(GROUP_IF))) places = 1;
-        const int below = level != 0 && (groups & in(GROUP_PROGN)) ? 3 : 0;
-        while (!rest.empty()) {
-            if (!head(&token, rest) || !tail(&rest, rest)) return -1;
-            if (token.front() == '(') {
-                if (form(&token, path, arguments, terminators && places == 0, below) < 0) return -1;
-                if (token.empty()) continue;
-            } else if (!atom(&token, in_function, arguments))
-                return -1;
+        int places = m.is(GROUP_PROGN)                     ? 0
+                     : m.is(GROUP_FOR)                     ? 3
+                     : m.is(GROUP_WHILE) || m.is(GROUP_IF) ? 1
+                                                           : -1;
+        const int below = at.level != 0 && m.is(GROUP_PROGN) ? 3 : 0;
+        for (ULO i = sets ? 2 : 1; i < a.size(); i++) {
+            std::string token = a[i];
+            const place inner = {at.path, at.arguments, at.terminators && places == 0, below};
+            if (token.front() == '(' ? form(&token, inner) < 0 : !atom(&token, at)) return -1;
+            if (token.empty()) continue;
             made += " " + token;
             if (places > 0) places--;
         }
         *text = made + ")";
-        return level == 1 || level == 2 ? enumerate(*arguments, in_function) : 0;
+        return at.level == 1 || at.level == 2 ? enumerate(at) : 0;
     }
 
-    bool atom(std::string *token, const std::string &in_function, argument_set *arguments)
+    bool atom(std::string *token, const place &at)
     {
         std::string folded;
-        if (kestrin_type(*token, &folded, arguments) == 0) {
+        if (kestrin_type(*token, &folded, at.arguments) == 0) {
             std::string told(view(rt_ctrl->rt_run_text));
             if (!told.empty() && told[0] >= 'A' && told[0] <= 'Z') told[0] += 32;
-            error(rt_ctrl->rt_run_flag, in_function + told);
-            return false;
+            return error(rt_ctrl->rt_run_flag, at, told) >= 0;
         }
-        if (token->front() == '"')
-            for (ULO i = 1; i < token->size(); i++)
-                if (static_cast<UCH>((*token)[i]) < 32) {
-                    scratch shown;
-                    assign(&shown.s, cut(*token));
-                    error(2, in_function + "string is in a raw format: \"" +
-                                 std::string(view(strunraw(&shown.s, shown.s))) + "\"");
-                    return false;
-                }
+        const auto is_raw = [](CHR c) { return static_cast<UCH>(c) < 32; };
+        if (token->front() == '"' && std::any_of(token->begin() + 1, token->end(), is_raw)) {
+            const auto shown = [](CHR **targ) { strunraw(targ, *targ); };
+            return error(2, at,
+                         "string is in a raw format: \"" + kit::passed(cut(*token), shown) +
+                             "\"") >= 0;
+        }
         *token = folded;
         return true;
     }
 
-    SLO enumerate(const argument_set &arguments, const std::string &in_function)
+    SLO enumerate(const place &at)
     {
-        for (ULO k = 1; k <= arguments.size(); k++)
-            if (!arguments.count(k))
-                return error(6, in_function + "$" + std::to_string(k) +
-                                    " is missed in the enumerated argument sequence.");
-        return static_cast<SLO>(arguments.size());
+        for (ULO k = 1; k <= at.arguments->size(); k++)
+            if (!at.arguments->count(k))
+                return error(6, at,
+                             "$" + std::to_string(k) +
+                                 " is missed in the enumerated argument sequence.");
+        return static_cast<SLO>(at.arguments->size());
     }
 };
