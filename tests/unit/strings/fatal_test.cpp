@@ -76,16 +76,13 @@ TEST(fatal_report_DeathTest, sites_that_ignore_the_hook)
 TEST(fatal_report_DeathTest, sites_without_a_hook)
 {
     scratch target;
-    EXPECT_EXIT(mk_std_buff(&target.s, HUGE_SIZE), testing::ExitedWithCode(1),
-                "mk_std_buff\\(\\), Location=1\\.");
-    EXPECT_EXIT(mk_fst_buff(&target.s, HUGE_SIZE), testing::ExitedWithCode(1),
-                "mk_fst_buff\\(\\), Location=2\\.");
-    EXPECT_EXIT(equ(&target.s, impossible_string()), testing::ExitedWithCode(1),
-                "equ\\(\\), Location=5\\.");
+    const auto exits = testing::ExitedWithCode(1);
+    EXPECT_EXIT(mk_std_buff(&target.s, HUGE_SIZE), exits, "mk_std_buff\\(\\), Location=1\\.");
+    EXPECT_EXIT(mk_fst_buff(&target.s, HUGE_SIZE), exits, "mk_fst_buff\\(\\), Location=2\\.");
+    EXPECT_EXIT(equ(&target.s, impossible_string()), exits, "equ\\(\\), Location=5\\.");
     // A hook is one thread's own.
     counted_faults faults;
-    EXPECT_EXIT(std::thread([&] { mk_fst_buff(&target.s, HUGE_SIZE); }).join(),
-                testing::ExitedWithCode(1), "Location=2\\.");
+    EXPECT_EXIT(std::thread([&] { mk_fst_buff(&target.s, HUGE_SIZE); }).join(), exits, "tion=2\\.");
 }
 
 #ifndef ADDRESS_SANITIZER
