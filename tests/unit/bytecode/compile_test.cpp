@@ -55,6 +55,9 @@ TEST_F(bytecode, last_words_of_nodes)
         // Arguments of a function pass by alias, suffix or not.
         {"(PROGN (DEFUN F (IVAL $1)) (F X@I) (F (IVAL X@I)))",
          {defun, 0, 1, 1, 'P', 0, defun, 0, 1, 1, ival, 1, 'i', 0}},
+        // Variables are numbered by name and suffix, those of a definition apart.
+        {"(PROGN (DEFUN F (SETQ X $9)) (OUTF $2 NIL) A@I A)",
+         {call("PROGN"), 3, 3, 8, 9, call("OUTF"), 2, 3, 'V', 1, 'Z', 'i', 2, 'V', 3}},
         // A definition leaves no code; the last of a list leaves the empty string.
         {"(PROGN (DEFUN F (TIME)))", {call("PROGN"), 1, 1, 'S', 0, 0}},
     };

@@ -156,25 +156,25 @@ TEST_F(Verify, ImagesAndDebugText)
 TEST_F(Verify, RandomWordsAreReadInside)
 {
     std::mt19937_64 random(5);
-    const ULO typical[] = {'I',
-                           'S',
-                           'V',
-                           'Z',
-                           1,
-                           2,
-                           3,
-                           4,
-                           5,
-                           call(ISA_PROGN),
-                           call(ISA_SETQ),
-                           call(ISA_CAT),
-                           call(ISA_IADD, 1),
-                           local};
+    const kit::code typical = {'I',
+                               'S',
+                               'V',
+                               'Z',
+                               1,
+                               2,
+                               3,
+                               4,
+                               5,
+                               call(ISA_PROGN),
+                               call(ISA_SETQ),
+                               call(ISA_CAT),
+                               call(ISA_IADD, 1),
+                               local};
     int passed = 0;
     for (int i = 0; i < 200000; i++) {
         kit::code words(4 + random() % 12);
         for (ULO &word : words)
-            word = random() % 16 == 0 ? random() : typical[random() % std::size(typical)];
+            word = random() % 16 == 0 ? random() : typical[random() % typical.size()];
         words[0] = image::code('U', 4);
         words[image::SLOTS] = random() % 4;
         words[image::UDFS] = 0;

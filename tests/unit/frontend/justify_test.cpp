@@ -25,7 +25,6 @@ const type_case cases[] = {
     {R"((PROGN (SETQ@I A 1) (WHILE@J (< A 3) (SETQ@S A "x"))))", 'I'},
     // Tokens.
     {"5", 'I'},
-    {"1E5", 'F'},
     {R"("a b")", 'S'},
     {"NIL", 'Z'},
     {"A", 'U'},
@@ -33,16 +32,12 @@ const type_case cases[] = {
     // A read ahead of the first assignment is another variable than those behind it.
     {R"((PROGN (OUTF "%d" A) (SETQ@I A@I 1)))", 'I'},
     // Assignments.
-    {"(SETQ@Z A@Z NIL)", 'Z'},
     {R"((ALSETQ@S A@S "x"))", 'S'},
     {R"((SETQ@I A@I (IVAL@S "1")))", 'I'},
-    {"(SETQ A B)", 'U'},
-    {"(PROGN (SETQ@I A 1) (SETQ@F A 2.) A)", 'U'},
     // Once of changing type, always so.
     {"(PROGN (SETQ@I A 1) (SETQ A B) (SETQ@I A 1) A)", 'U'},
     {"(PROGN (SETQ@I A@I (SETQ@I B@I 1)) (SETQ@I B@I A@I))", 'I'},
     // The target's row is made behind the value.
-    {"(SETQ@I A@I (SETQ@I A@I 1))", 'I'},
     {"(PROGN (SETQ@I $1 1) (IADD@J $1 2))", 'I'},
     {R"((PROGN (SETQ@I $1 1) (SETQ@S $1 "a") $1))", 'U'},
     // Arrays.
@@ -50,38 +45,25 @@ const type_case cases[] = {
     {R"((PROGN (ARSETQ A 0 1) (ARSETQ A 1 "x")))", 'S'},
     // An array copied into a member.
     {"(PROGN (ARSETQ@I B@I 1 1) (ARSETQ A 0 B@I))", 'U'},
-    {"(PROGN (SETQ@I B@I 1) (ARSETQ@I A@I 0 B@I))", 'I'},
-    {"(ARSETQ A 1 A)", 'U'},
-    {"(PROGN (SETQ@I A 1) (ARSETQ A 1 A))", 'U'},
     // Only a bare name is seen to be an array.
     {"(PROGN (ARSETQ@I B@I 1 1) (ARSETQ@I A@I 0 (PROGN B@I)))", 'I'},
     // The index must be an integer.
-    {"(PROGN (ARSETQ A 0. 1) A)", 'U'},
     {R"((PROGN (ARSETQ@I A@I 0 1) (INDEX A@I "0")))", 'I'},
-    {"(PROGN (INDEX A 0) (ARSETQ@I A@I 0 1))", 'I'},
     {"(PROGN (ARSETQ A 0 1) (INDEX A 0) (SETQ@F A 2.))", 'F'},
-    {"(PROGN (ARSETQ@F A@F 1 2.) (ALINDEX@J A@F 2))", 'U'},
     // The sweep leaves the suffix of ALINDEX alone.
     {"(PROGN (ARSETQ A 1 2.) (ALINDEX@J A 2) (SETQ@I A 1))", 'I'},
     // A formal argument has a type and shows none, and so its INDEX shows none.
     {"(PROGN (SETQ@I $1 1) (INDEX $1 0))", 'I'},
-    {"(PROGN (SETQ@I $1 1) (ALINDEX@J $1 1))", 'U'},
     // Control.
-    {"(PROGN 1 2.)", 'F'},
     {"(IF@J 1 2 3.)", 'U'},
-    {"(IF A 2 3)", 'I'},
-    {"(IF@J 1 A B)", 'U'},
     // A PROGN may end at a BREAK that stands in it, but not at an EXIT or at one further in.
     {"(PROGN 1 (BREAK) (EXIT) 2.)", 'S'},
     {"(PROGN (EXIT) 1)", 'I'},
     {"(PROGN (IF@J 1 (BREAK) 0) 1)", 'I'},
     {"(PROGN (WHILE@J 1 (BREAK)) 2.)", 'F'},
-    {"(WHILE A 1.)", 'I'},
     // Loops.
     {R"((FOR@J I@I 0 1 9 (OUTF "%d" I@I)))", 'I'},
-    {"(FOR I@I 0 1. 9 I@I)", 'I'},
     {"(FOR I@F 0. 1 9 I@F)", 'I'},
-    {"(FOR I A 1 9 I)", 'I'},
     // The rehearsal of the body finds the second type ahead of the walk; the suffix of FOR stays.
     {R"((FOR@J I 0 1 9 (SETQ@S I "x")))", 'I'},
     {R"((FOR I 0 I 9 (SETQ@S I "x")))", 'I'},
@@ -93,22 +75,14 @@ const type_case cases[] = {
     {"(WHILE@J 1 (WHILE@J (<@I A@I 3) (SETQ@I A@I 1)))", 'I'},
     // One rehearsal does not see through a chain of assignments.
     {"(WHILE@J 1 (PROGN (SETQ C B) (SETQ@I B A@I) (SETQ@I A@I 1)))", 'I'},
-    {"(IF@J 1 (WHILE@J (<@I A@I 3) (SETQ@I A@I 1)) 0)", 'I'},
     // Instructions.
-    {"(IADD@J 1 2)", 'I'},
     {"(IADD 1 2.)", 'I'},
-    {"(IADD A 1)", 'I'},
     {"(+.@J 1. (FVAL@I 1))", 'F'},
-    {"(FVAL@Z NIL)", 'F'},
     {"(==@F 1. 2.)", 'I'},
     {R"((<@S "a" "b"))", 'I'},
-    {"(< A 2)", 'I'},
     {"(&&@J 1 (||@J 0 1))", 'I'},
-    {R"((LEFT@J "abc" 2))", 'S'},
-    {R"((LEFT "abc" "2"))", 'S'},
     {R"((SUBSTR@J "abc" 1 (LEN@J "x")))", 'S'},
     // Definitions.
-    {"(PROGN (DEFUN F (PROGN 1)) (SETQ@I A@I (F)))", 'I'},
     {"(PROGN (DEFUN F (IF $1 (F (ISUB $1 1)) 0)) (F 1))", 'U'},
     // A recursion whose value does not depend on it is proved in the second walk.
     {"(DEFUN F (PROGN (SETQ@I A@I (F)) (IADD@J A@I 1)))", 'S'},

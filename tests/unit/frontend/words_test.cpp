@@ -1,12 +1,11 @@
 // Small passes as tables of text in and text out: the joining of lines, the walkers, the classes of
-// tokens, the squeezing of PROGN statements and the numbering of variables. Refusals of single
-// tokens stand in the golden cases of syntax.
+// tokens and the squeezing of PROGN statements. Refusals of single tokens stand in the golden cases
+// of syntax.
 
 #include <gtest/gtest.h>
 
 #include "frontend/reader.h"
 #include "frontend/token.h"
-#include "frontend/varlist.h"
 #include "frontend/walk.h"
 #include "kestrin/isa.h"
 #include "tests/kit/passes.h"
@@ -176,30 +175,6 @@ TEST_F(words, squeezing)
         EXPECT_EQ(c.squeezed,
                   kit::passed(c.text, [&](CHR **targ) { count = progn_squeeze(targ); }));
         EXPECT_EQ(c.count, count) << c.text;
-    }
-}
-
-TEST_F(words, numbering_of_variables)
-{
-    const struct {
-        std::string_view text;
-        ULO arguments;
-        std::vector<std::string_view> names;
-    } cases[] = {
-        {"(OUTF \"%d\" $2)", 2, {}},
-        {"(DEFUN F (SETQ X 1))", 0, {}},
-        {"(PROGN (SETQ@I A@I 1) A (IADD A@I (IVAL $1)) (DEFUN F (SETQ X $9)) B \"C\" NIL A)",
-         1,
-         {"A@I", "A", "B"}},
-    };
-    for (const auto &c : cases) {
-        varlist list;
-        EXPECT_EQ(c.arguments + c.names.size(),
-                  build_varlist(c.text, brackets(c.text), 0, c.text.size(), &list));
-        EXPECT_EQ(c.arguments, list.arguments);
-        EXPECT_EQ(c.names, list.names) << c.text;
-        for (ULO i = 0; i < c.names.size(); i++)
-            EXPECT_EQ(c.arguments + i, list.numbers.at(c.names[i]));
     }
 }
 
