@@ -249,7 +249,7 @@ TEST_F(Decompile, RandomProgramsComeBack)
 {
     for (unsigned seed = 0; seed < 200 && !HasFailure(); seed++)
         comes_back(kit::random_program(seed, true, "(TIME)", "(IAND 3").text());
-    random_source source(7, false);
+    random_source source(7);
     for (int i = 0; i < 15000 && !HasFailure(); i++)
         comes_back(source.form(4) + " " + source.form(3));
 }

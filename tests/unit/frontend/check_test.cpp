@@ -110,7 +110,7 @@ std::string disguised(const std::string &text)
 
 TEST_F(checker, sees_through_comments_and_blanks)
 {
-    random_source source(20, false);
+    random_source source(20);
     int accepted = 0, with_definition = 0;
     for (int i = 0; i < 12000; i++) {
         const std::string text = "(progn " + source.form(4) + " " + source.form(3) + ")";

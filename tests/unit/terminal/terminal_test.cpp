@@ -115,6 +115,8 @@ TEST_F(values, KeepTheSizeWithinLimits)
         {9, 39, "10x40", FEW_LINES + FEW_COLUMNS, ""},
         {65535, 65535, "25x80", "", NO_LINES + NO_COLUMNS},
     };
+    term_reinit("x");
+    EXPECT_EQ(nullptr, terminal.reinit_status) << "the first call loads, nothing else";
     pty window;
     for (auto &row : cases) {
         const std::string lines = std::to_string(row.lines), columns = std::to_string(row.columns);
