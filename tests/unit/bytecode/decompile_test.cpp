@@ -278,6 +278,20 @@ TEST_F(Decompile, AnyWordsGiveText)
     }
 }
 
+// Long names and deep definitions would let a small file fill the memory.
+TEST_F(Decompile, UntrustedCodeHasLimits)
+{
+    std::string deep = "(TIME)";
+    for (int i = 0; i < 250; i++) deep = "(PROGN (DEFUN F " + deep + ") (F))";
+    const std::string name(300, 'N');
+    const kit::code nested = kit::compiled(deep), named = kit::compiled("(PROGN " + name + ")", 1);
+    for (const bool trusted : {false, true}) {
+        EXPECT_EQ(trusted, kit::decompiled(kit::bytes_of(nested), ENTIRE, trusted).is_good);
+        EXPECT_EQ("(PROGN (PROGN " + (trusted ? name : "Var_1") + "))",
+                  kit::decompiled(kit::bytes_of(named), ENTIRE, trusted).text);
+    }
+}
+
 // References that meet would make the text double at each step.
 TEST_F(Decompile, SharedNodesAreWrittenOnce)
 {

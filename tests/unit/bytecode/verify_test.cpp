@@ -78,6 +78,9 @@ TEST_F(Verify, NodesOneByOne)
         {"global call without a set", false, {global, 0, 0}},
     };
     for (const sound_case &c : cases) EXPECT_EQ(c.is_sound, passes(c.words)) << c.name;
+    kit::code shared(94, 'Z'); // its word 3 is a leaf and the reference to the last word
+    shared[0] = call(ISA_PROGN), shared[1] = 2, shared[2] = 1;
+    EXPECT_FALSE(passes(shared));
 }
 
 // An image of a UDF with 2 slots, the first of them an argument, in a root that calls it.

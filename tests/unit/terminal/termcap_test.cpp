@@ -150,12 +150,14 @@ TEST_F(termcap, PrefersTheWindow)
 {
     pty window;
     dup2(window.far, 0);
-    database file("x:li#1:co#2:am:\nnone:li@:am:");
+    database file("x:li#1:co#2:am:\nnone:li@:am:\nlast:li#1:\n");
     window.set_window(50, 132);
     EXPECT_EQ(1, tgetent(nullptr, "x"));
     EXPECT_EQ("50/132/1", ask("li#") + "/" + ask("co#") + "/" + ask("am:"));
-    EXPECT_EQ(1, tgetent(nullptr, "none"));
-    EXPECT_EQ("50/132", ask("li#") + "/" + ask("co#"));
+    for (const char *name : {"none", "last"}) {
+        EXPECT_EQ(1, tgetent(nullptr, name));
+        EXPECT_EQ("50/132", ask("li#") + "/" + ask("co#")) << name;
+    }
     window.set_window(0, 132);
     EXPECT_EQ(1, tgetent(nullptr, "x"));
     EXPECT_EQ("1/2", ask("li#") + "/" + ask("co#"));
