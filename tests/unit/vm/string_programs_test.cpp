@@ -108,7 +108,7 @@ using StringPrograms = kit::with_passes<testing::Test>;
 
 TEST_F(StringPrograms, DoNestedWhatTheyDoFlat)
 {
-    for (unsigned seed = 1; seed <= 3000; seed++) {
+    for (unsigned seed = 1; seed <= 1500; seed++) {
         const expression e = writer(seed).made(4);
         const std::string start = "(PROGN (SETQ A \" ab  cab \") (SETQ B 3)",
                           end = ") (ARSETQ R 1 A) (ARSETQ R 2 B) R)";
