@@ -109,6 +109,7 @@ TEST(standard_buffer, becomes_a_string_in_place_or_stays)
     EXPECT_EQ("abc", bytes_of(get_std_buff(&buffer, buffer)));
     EXPECT_EQ("bc", bytes_of(get_std_buff(&buffer, buffer + 1)));
     free_string(&buffer);
+    EXPECT_EQ("Ostrand StrgLib v.2.2.5.", bytes_of(strings_version(&other.s)));
 }
 
 TEST(running_out, hook_is_called_and_the_target_stays)

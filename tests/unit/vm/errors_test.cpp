@@ -9,7 +9,9 @@
 
 namespace {
 
-using Errors = kit::with_passes<testing::Test>;
+struct Errors : kit::with_passes<testing::Test> {
+    void TearDown() override { cleanup_quarne_thread_safe_functionality_for_local_thread(); }
+};
 
 std::string text()
 {
