@@ -1,14 +1,12 @@
 // Any bytes as a database, as an entry of the environment and as a cursor template. The first two
 // bytes are the arguments of the template; an entry is asked for by the name "x".
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <string>
 #include <unistd.h>
 
 #include "terminal/capability.h"
 #include "terminal/cursor.h"
 #include "terminal/termcap.h"
+#include "tests/fuzz/fuzz.h"
 
 namespace {
 
@@ -19,7 +17,7 @@ void read_as_database(std::string text)
     char *entry = get_one_entry(stream, "x");
     fclose(stream);
     if (entry == nullptr) return;
-    if (strlen(entry) > 4093) abort();
+    require(strlen(entry) <= 4093);
     capability_list list;
     name_list names("x");
     parse_entry(entry, &list, &names);
@@ -33,7 +31,7 @@ void read_as_environment(const std::string &text)
     if (tgetent(nullptr, "x") != 1) return;
     char *value = nullptr;
     for (const char *id : {"ab", "cl", "co", "x:", "::", "tc"}) {
-        if (tgetstr(id, &value) && strlen(value) > text.size()) abort();
+        require(!tgetstr(id, &value) || strlen(value) <= text.size());
         tgetnum(id);
         tgetflag(id);
     }
@@ -47,19 +45,19 @@ void expand(const std::string &text, std::int32_t y, std::int32_t x)
         char lent[CURSOR_ROOM];
         std::int32_t arg[2] = {y, x};
         char *built = expand_cursor(text.c_str(), lent, "up", left, arg);
-        if (strlen(built) > text.size() * 9) abort();
+        require(strlen(built) <= text.size() * 9);
         if (built != lent) free(built);
     }
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+void try_input(std::string_view bytes)
 {
-    if (size < 2) return 0;
-    std::string text(reinterpret_cast<const char *>(data), size);
+    const std::string text(bytes);
     read_as_database(text);
     read_as_environment(text);
-    expand(text.substr(2), std::int8_t(data[0]) * 1000, data[1]);
-    return 0;
+    input in = {bytes};
+    const std::int32_t y = SCH(in.byte()) * 1000, x = in.byte();
+    expand(std::string(in.rest), y, x);
 }

@@ -1,6 +1,7 @@
 // Programs on their way to compiled code and back, as the tests of bytecode use them.
 #pragma once
 
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,8 +25,9 @@ inline code compiled(const std::string &text, UCH debug_level = 0)
     scratch s;
     assign(&s.s, text);
     kestrin_compile(&s.s, debug_level, nullptr);
-    const auto *first = reinterpret_cast<const ULO *>(s.s);
-    return {first, first + len(s.s) / sizeof(ULO)};
+    code words(len(s.s) / sizeof(ULO));
+    memcpy(words.data(), s.s, len(s.s));
+    return words;
 }
 
 // Checked text as the driver compiles it.
@@ -40,7 +42,7 @@ inline code prepared(const std::string &checked_text, UCH debug_level = 0)
 inline code program(const std::string &source, UCH debug_level = 0)
 {
     const std::string text = checked("(progn " + source + ")");
-    return text.empty() || text.front() != '(' ? code() : prepared(text, debug_level);
+    return text.starts_with('(') ? prepared(text, debug_level) : code();
 }
 
 struct listing {

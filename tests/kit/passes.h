@@ -1,11 +1,16 @@
 // The front end's passes on plain texts, as unit tests use them.
 #pragma once
 
+#include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "frontend/check.h"
 #include "frontend/groups.h"
 #include "frontend/justify.h"
+#include "frontend/reader.h"
 #include "frontend/squeeze.h"
 #include "strings/scratch.h"
 #include "vm/machine.h"
@@ -18,26 +23,37 @@ inline void start_passes()
     build_groups();
 }
 
-// The text as the checker leaves it; the checker's message in brackets if it refuses the text.
-inline std::string checked(const std::string &text)
+// A fixture: a testing::Test whose thread can check and compile.
+template <class Test> struct with_passes : Test {
+    void SetUp() override { start_passes(); }
+};
+
+// What a pass leaves in the counted string that it is given.
+template <class Pass> std::string passed(std::string_view text, Pass pass)
 {
     scratch s;
     assign(&s.s, text);
+    pass(&s.s);
+    return std::string(view(s.s));
+}
+
+// The text as the checker leaves it; the checker's message in brackets if it refuses the text.
+inline std::string checked(const std::string &text)
+{
     lut *known = nullptr;
-    const bool refused = kestrin_check(&s.s, "Main", &known) < 0;
-    if (known != nullptr) lut_free(&known);
+    bool refused = false;
+    const std::string left =
+        passed(text, [&](CHR **targ) { refused = kestrin_check(targ, "Main", &known) < 0; });
+    lut_free(&known);
     const std::string message(view(rt_ctrl->rt_run_text));
     rt_ctrl->rt_run_flag = 0;
     assign(&rt_ctrl->rt_run_text, "");
-    return refused ? "[" + message + "]" : std::string(view(s.s));
+    return refused ? "[" + message + "]" : left;
 }
 
 inline std::string squeezed(const std::string &checked_text)
 {
-    scratch s;
-    assign(&s.s, checked_text);
-    progn_squeeze(&s.s);
-    return std::string(view(s.s));
+    return passed(checked_text, progn_squeeze);
 }
 
 struct typed_text {
@@ -48,11 +64,26 @@ struct typed_text {
 
 inline typed_text typed(const std::string &squeezed_text, const std::string &types = "\xFF")
 {
-    scratch text, context;
-    assign(&text.s, squeezed_text);
-    assign(&context.s, types);
-    const UCH letter = kestrin_justify(&text.s, &context.s);
-    return {std::string(view(text.s)), std::string(view(context.s)), letter};
+    typed_text t = {};
+    t.text = passed(squeezed_text, [&](CHR **text) {
+        t.types = passed(types, [&](CHR **own) { t.letter = kestrin_justify(text, own); });
+    });
+    return t;
+}
+
+// The project's own programs below these folders, their lines joined, in no fixed order.
+inline std::vector<std::string> own_programs(std::initializer_list<const char *> folders)
+{
+    const auto root = std::filesystem::absolute(__FILE__).parent_path() / "../..";
+    std::vector<std::string> programs;
+    for (const char *folder : folders)
+        for (const auto &file : std::filesystem::recursive_directory_iterator(root / folder)) {
+            if (file.path().extension() != ".kst") continue;
+            std::stringstream source;
+            source << std::ifstream(file.path()).rdbuf();
+            join_lines(&programs.emplace_back(), source.str(), true);
+        }
+    return programs;
 }
 
 } // namespace kit

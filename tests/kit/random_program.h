@@ -12,6 +12,7 @@
 
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kit {
@@ -24,13 +25,7 @@ public:
     {
     }
 
-    std::string text()
-    {
-        std::vector<function> none;
-        functions_ = none;
-        arguments_ = 0;
-        return body(2, "");
-    }
+    std::string text() { return body(2, ""); } // once
 
 private:
     struct function {
@@ -82,10 +77,8 @@ private:
         case 3: return "(LEFT " + operation("CAT", 2, depth) + " 40)";
         case 4: return cast(depth);
         case 5: return operation(pick("INDICES", "++", "CHR", "UPPER", "FABS"), 1, depth);
-        case 6:
-            return "(IF " + value(depth - 1) + " " + value(depth - 1) + " " + value(depth - 1) +
-                   ")";
-        case 7: return "(PROGN " + value(depth - 1) + " " + value(depth - 1) + ")";
+        case 6: return operation("IF", 3, depth);
+        case 7: return operation("PROGN", 2, depth);
         case 8:
         case 9: return assignment(depth);
         case 10: return "(INDEX " + source() + " " + index() + ")";
@@ -129,36 +122,35 @@ private:
         case 0: return "(SETQ " + variable() + " " + value(depth - 1) + ")";
         case 1: return "(ALSETQ " + variable() + " " + value(depth - 1) + ")";
         case 2: return "(ARSETQ " + array() + " " + index() + " " + constant() + ")";
-        default:
-            return "(ARSETQ " + array() + " " + gate_ + " " + index() + ") " + value(depth - 1) +
-                   ")";
         }
+        return "(ARSETQ " + array() + " " + gate_ + " " + index() + ") " + value(depth - 1) + ")";
     }
 
     std::string call(int depth)
     {
         if (functions_.empty()) return leaf();
-        const function &f = functions_[static_cast<std::size_t>(below(int(functions_.size())))];
-        const std::string name = f.name;
-        return operation(name, f.arguments, depth);
+        const function f = functions_[static_cast<std::size_t>(below(int(functions_.size())))];
+        return operation(f.name, f.arguments, depth);
     }
 
     // Where a statement stands: directly in a function's body, in a branch there, or in a loop.
     enum place { BODY, BRANCH, LOOP };
 
+    std::string round(int depth)
+    {
+        return " (PROGN " + tick_ + " " + statements(depth - 1, LOOP) + "))";
+    }
     std::string for_loop(int depth)
     {
         const std::string start = sound_ ? "(+ 0 " + value(1) + ")" : value(1);
         return "(FOR " + variable() + " " + start + " " + pick("1", "-1", "2", "C", "1.") + " " +
-               value(1) + " (PROGN " + tick_ + " " + statements(depth - 1, LOOP) + "))";
+               value(1) + round(depth);
     }
 
     std::string statement(int depth, place where)
     {
         switch (below(12)) {
-        case 0:
-            return "(WHILE " + value(1) + " (PROGN " + tick_ + " " + statements(depth - 1, LOOP) +
-                   "))";
+        case 0: return "(WHILE " + value(1) + round(depth);
         case 1: return for_loop(depth);
         case 2:
             return "(IF " + value(2) + " (PROGN " +
@@ -168,8 +160,8 @@ private:
             if (!one_in(3)) return value(3);
             return !sound_ || where != BRANCH ? pick("(BREAK)", "(BREAK)", "(EXIT)") : "(EXIT)";
         case 5:
-        case 6: return "(OUTF \"%s,\" (STR " + value(2) + "))";
-        case 7: return "(OUTF \"%s,\" (TYPE " + value(2) + "))";
+        case 6:
+        case 7: return "(OUTF \"%s,\" (" + pick("STR", "STR", "TYPE") + " " + value(2) + "))";
         case 8: return value(3);
         default: return assignment(3);
         }
@@ -187,9 +179,8 @@ private:
     std::string start()
     {
         std::string text = tick_;
-        const char letters[] = "ABCD";
-        for (int i = 0; i < 4; i++)
-            if (!one_in(12)) text += std::string(" (SETQ ") + letters[i] + " " + constant() + ")";
+        for (const char *name : {"A", "B", "C", "D"})
+            if (!one_in(12)) text += std::string(" (SETQ ") + name + " " + constant() + ")";
         for (const char *name : {"P", "Q", "R"}) {
             const std::string same = constant(); // most arrays are of one type
             for (const char *member : {"0", "1", "2"})
@@ -204,27 +195,23 @@ private:
     std::string definition(int nesting, const std::string &outer)
     {
         const function f = {outer + "F" + std::to_string(functions_.size()), below(3)};
-        const std::vector<function> known = functions_;
-        const int arguments = arguments_;
-        arguments_ = f.arguments;
+        const int arguments = std::exchange(arguments_, f.arguments);
         functions_.push_back(f); // it may call itself
         const std::string text = "(DEFUN " + f.name + " " + body(nesting - 1, f.name) + ")";
         arguments_ = arguments;
-        functions_ = known;
-        functions_.push_back(f);
         return text;
     }
 
     std::string body(int nesting, const std::string &outer)
     {
-        const std::vector<function> known = functions_;
+        const auto known = functions_.size();
         std::string text = "(PROGN ";
         if (nesting > 0)
             for (int i = below(3); i > 0; i--) text += definition(nesting, outer) + " ";
         text += start();
         for (int i = 2 + below(6); i > 0; i--) text += " " + statement(2, BODY);
         text += " " + value(2) + ")";
-        functions_ = known;
+        functions_.resize(known);
         return text;
     }
 

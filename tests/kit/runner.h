@@ -17,7 +17,7 @@ namespace kit {
 // set.
 struct outcome {
     std::string output, value, error;
-    UCH code;
+    UCH error_code;
 };
 
 inline std::string shown(const kestrin_data &d);
@@ -56,11 +56,15 @@ inline std::string shown(const kestrin_data &d)
     return "{" + text + "}";
 }
 
-inline outcome run_linked(const CHR *code)
+// Links and runs compiled code, which must be sound.
+inline outcome run_code(std::string_view compiled)
 {
+    scratch linked;
+    assign(&linked.s, compiled);
+    kestrin_link(linked.s);
     rt_ctrl->rt_noterror = 1;
     kestrin_data value = owning_slot;
-    const bool done = kestrin_run(reinterpret_cast<const ULO *>(code), &value, 1);
+    const bool done = kestrin_run(reinterpret_cast<const ULO *>(linked.s), &value, 1);
     outcome o = {std::string(view(rt_ctrl->rt_captured)), done ? shown(value) : "",
                  std::string(view(rt_ctrl->rt_error_text)), rt_ctrl->rt_error_code};
     free_kst_data(&value);
@@ -72,11 +76,8 @@ inline outcome run_linked(const CHR *code)
 // places.
 inline outcome run_text(const std::string &squeezed_text, bool with_types)
 {
-    scratch code;
-    assign(&code.s, with_types ? typed(squeezed_text).text : squeezed_text);
-    kestrin_compile(&code.s, 0, nullptr);
-    kestrin_link(code.s);
-    return run_linked(code.s);
+    const std::string text = with_types ? typed(squeezed_text).text : squeezed_text;
+    return run_code(passed(text, [](CHR **targ) { kestrin_compile(targ, 0, nullptr); }));
 }
 
 } // namespace kit

@@ -1,5 +1,6 @@
-// The verifier: what the compiler makes passes, each fault alone is found, and whatever passes can
-// be linked and run.
+// The verifier: each fault alone is found, and random words that pass can be linked and run. What
+// the compiler makes passes in the tests of the compiler and the decompiler; changed programs are
+// run in tests/unit/programs.
 
 #include "bytecode/verify.h"
 
@@ -9,22 +10,23 @@
 #include "bytecode/link.h"
 #include "frontend/isa.h"
 #include "tests/kit/code.h"
-#include "tests/kit/random_program.h"
-#include "tests/unit/frontend/random_source.h"
+#include "tests/kit/runner.h"
 #include "vm/engine.h"
 #include "vm/image.h"
 
 namespace {
 
-class Verify : public testing::Test {
-protected:
-    void SetUp() override { kit::start_passes(); }
-    void TearDown() override { free_string(&the_engine.global_udf_code); }
-};
+using Verify = kit::with_passes<testing::Test>;
 
 ULO call(ULO row, ULO slot = 0) { return image::code('T', image::instruction(row, slot)); }
 const ULO local = image::code('L', image::instruction(ISA_DEFUN, 0));
 const ULO global = image::code('G', image::instruction(ISA_DEFUN, 0));
+
+struct sound_case {
+    const char *name;
+    bool is_sound;
+    kit::code words;
+};
 
 // A root image of three slots with this main node.
 bool passes(const kit::code &main_node)
@@ -36,11 +38,7 @@ bool passes(const kit::code &main_node)
 
 TEST_F(Verify, NodesOneByOne)
 {
-    const struct {
-        const char *name;
-        bool is_sound;
-        kit::code node;
-    } cases[] = {
+    const sound_case cases[] = {
         {"integer", true, {'I', 5}},
         {"integer without its value", false, {'I'}},
         {"payload of a leaf", false, {image::code('I', 1), 5}},
@@ -79,7 +77,10 @@ TEST_F(Verify, NodesOneByOne)
         {"call of nothing", false, {local, 0, 0}},
         {"global call without a set", false, {global, 0, 0}},
     };
-    for (const auto &c : cases) EXPECT_EQ(c.is_sound, passes(c.node)) << c.name;
+    for (const sound_case &c : cases) EXPECT_EQ(c.is_sound, passes(c.words)) << c.name;
+    kit::code shared(94, 'Z'); // its word 3 is a leaf and the reference to the last word
+    shared[0] = call(ISA_PROGN), shared[1] = 2, shared[2] = 1;
+    EXPECT_FALSE(passes(shared));
 }
 
 // An image of a UDF with 2 slots, the first of them an argument, in a root that calls it.
@@ -98,11 +99,7 @@ kit::code with_function(const kit::code &body, const kit::code &main_node, ULO u
 
 TEST_F(Verify, FunctionsAndCalls)
 {
-    const struct {
-        const char *name;
-        bool is_sound;
-        kit::code words;
-    } cases[] = {
+    const sound_case cases[] = {
         {"call", true, with_function({'V', 0}, {local, 0, 1, 1, 'P', 0})},
         {"call of the second", true, with_function({'Z'}, {local, 1, 0}, 2)},
         {"number out of scope", false, with_function({'Z'}, {local, 2, 0}, 2)},
@@ -119,7 +116,7 @@ TEST_F(Verify, FunctionsAndCalls)
         {"other slot", false, with_function({'Z'}, {local + 128, 0, 0})},
         {"node of the parent", false, with_function({call(ISA_INEG), 1}, {'Z'})},
     };
-    for (const auto &c : cases)
+    for (const sound_case &c : cases)
         EXPECT_EQ(c.is_sound, verify_bytecode(kit::bytes_of(c.words))) << c.name;
 }
 
@@ -131,15 +128,12 @@ TEST_F(Verify, GlobalCallsGoToTheLinkedSet)
     EXPECT_TRUE(passes({global, 0, 1, 1, 'P', 0}));
     EXPECT_TRUE(passes({global, 1, 1, 1, 'P', 0})) << "beyond all slots";
     EXPECT_FALSE(passes({global, 2, 0}));
+    free_string(&the_engine.global_udf_code);
 }
 
 TEST_F(Verify, ImagesAndDebugText)
 {
-    const struct {
-        const char *name;
-        bool is_sound;
-        kit::code words;
-    } cases[] = {
+    const sound_case cases[] = {
         {"nothing", false, {}},
         {"no main node", false, {image::code('U', 4), 0, 0, 0}},
         {"main node behind the code", false, {image::code('U', 5), 0, 0, 0, 'Z'}},
@@ -152,7 +146,7 @@ TEST_F(Verify, ImagesAndDebugText)
         {"more UDFs than words", false, {image::code('U', 4), 0, 0, ~ULO(0) - 1, 'Z'}},
         {"UDF without words", false, {image::code('U', 5), 0, 0, 1, 1, 'Z'}},
     };
-    for (const auto &c : cases)
+    for (const sound_case &c : cases)
         EXPECT_EQ(c.is_sound, verify_bytecode(kit::bytes_of(c.words))) << c.name;
     // Bytes behind the code, no matter how many, at any address.
     std::string bytes(" ");
@@ -161,116 +155,35 @@ TEST_F(Verify, ImagesAndDebugText)
         EXPECT_TRUE(verify_bytecode(std::string_view(bytes).substr(1)));
 }
 
-TEST_F(Verify, WhatTheCompilerMakesPasses)
-{
-    random_source source(11, false);
-    int made = 0;
-    for (unsigned seed = 0; seed < 3000; seed++) {
-        kit::random_program program(seed, true, "(TIME)", "(IAND 3");
-        const std::string text =
-            seed % 30 == 0 ? program.text() : source.form(4) + " " + source.form(4);
-        for (const UCH level : {0, 1}) {
-            const kit::code words = kit::program(text, level);
-            if (words.empty()) continue;
-            ASSERT_TRUE(verify_bytecode(kit::bytes_of(words))) << text;
-            made++;
-        }
-    }
-    EXPECT_LT(500, made);
-}
-
-// Nothing in these programs loops or calls the system, whatever becomes of its words.
-const char *const victims[] = {
-    "(setq x 1) (setq s \"a string that is long\") (cat s (str (+ x 2)))",
-    "(defun f (progn (defun g (iadd $1 $2)) (setq a $1) (g a 2))) (setq b 4) (f b)",
-    "(arsetq a 1 2.5) (arsetq a 2 \"s\") (alsetq b (alindex a 3)) (index b 2)",
-};
-
-// A changed word is found or harmless.
-void link_and_run(std::string_view bytes)
-{
-    scratch code;
-    assign(&code.s, bytes);
-    kestrin_link(code.s);
-    kestrin_data value = {};
-    value.single = 1;
-    value.disable_ptr = 1;
-    rt_ctrl->rt_noterror = 1;
-    kestrin_run(reinterpret_cast<const ULO *>(code.s), &value, 1);
-    rt_ctrl->rt_noterror = 1;
-    free_kst_data(&value);
-}
-
-// Calls of instructions that wait, write files, end the run or take all memory are not run.
-bool may_run(const kit::code &words)
-{
-    if (words[image::SLOTS] > 1000) return false;
-    for (ULO i = 1; i < words.size(); i++)
-        if (words[i - 1] == 'I' && words[i] > 1000) return false;
-    for (ULO word : words) {
-        if (image::letter_of(word) == 'L') return false;
-        if (image::letter_of(word) != 'T') continue;
-        const ULO row = image::row_of(image::payload_of(word));
-        const bool is_harmless = row == ISA_PROGN || (row >= ISA_SETQ && row <= ISA_ALINDEX) ||
-                                 (row >= ISA_EQUAL && row <= ISA_NOT) || row == ISA_IADD ||
-                                 row == ISA_CAT || row == ISA_STR || row == ISA_LEN;
-        if (!is_harmless) return false;
-    }
-    return true;
-}
-
-TEST_F(Verify, ChangedBytesAreFoundOrHarmless)
-{
-    int passed = 0, refused = 0, run = 0;
-    for (const char *source : victims)
-        for (const UCH level : {0, 1}) {
-            const kit::code good = kit::program(source, level);
-            ASSERT_FALSE(good.empty());
-            const ULO size = good.size() * sizeof(ULO);
-            for (ULO at = 0; at < size; at++)
-                for (int value = 0; value < 256; value++) {
-                    kit::code words = good;
-                    reinterpret_cast<UCH *>(words.data())[at] = static_cast<UCH>(value);
-                    const bool is_sound = verify_bytecode(kit::bytes_of(words));
-                    (is_sound ? passed : refused)++;
-                    if (value % 16 == 0) kit::decompiled(kit::bytes_of(words), EFFECTIVE, is_sound);
-                    if (!is_sound || !may_run(words)) continue;
-                    link_and_run(kit::bytes_of(words));
-                    run++;
-                }
-        }
-    EXPECT_LT(1000, run);
-    EXPECT_LT(passed, refused);
-}
-
+// What passes can be linked and run.
 TEST_F(Verify, RandomWordsAreReadInside)
 {
     std::mt19937_64 random(5);
-    const ULO typical[] = {'I',
-                           'S',
-                           'V',
-                           'Z',
-                           call(ISA_PROGN),
-                           call(ISA_SETQ),
-                           call(ISA_CAT),
-                           call(ISA_IADD, 1),
-                           local,
-                           1,
-                           2,
-                           3,
-                           4,
-                           5};
+    const kit::code typical = {'I',
+                               'S',
+                               'V',
+                               'Z',
+                               1,
+                               2,
+                               3,
+                               4,
+                               5,
+                               call(ISA_PROGN),
+                               call(ISA_SETQ),
+                               call(ISA_CAT),
+                               call(ISA_IADD, 1),
+                               local};
     int passed = 0;
     for (int i = 0; i < 200000; i++) {
         kit::code words(4 + random() % 12);
         for (ULO &word : words)
-            word = random() % 16 == 0 ? random() : typical[random() % std::size(typical)];
+            word = random() % 16 == 0 ? random() : typical[random() % typical.size()];
         words[0] = image::code('U', 4);
         words[image::SLOTS] = random() % 4;
         words[image::UDFS] = 0;
         if (!verify_bytecode(kit::bytes_of(words))) continue;
         passed++;
-        link_and_run(kit::bytes_of(words));
+        kit::run_code(kit::bytes_of(words));
     }
     EXPECT_LT(1000, passed);
 }

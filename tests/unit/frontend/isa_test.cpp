@@ -10,11 +10,15 @@
 
 namespace {
 
-std::string isa_text()
+// What one of the functions that fill a string tells.
+template <class F> std::string told(F get)
 {
-    scratch text;
-    _internal_ISA_COPs_get(&text.s);
-    return std::string(view(text.s));
+    return kit::passed("", [get](CHR **targ) { get(targ); });
+}
+
+template <class F> void give(F set, const std::string &text)
+{
+    kit::passed(text, [set](CHR **targ) { set(*targ); });
 }
 
 std::string row_of(const std::string &all, const std::string &name)
@@ -23,19 +27,7 @@ std::string row_of(const std::string &all, const std::string &name)
     return all.substr(from, all.find(')', from) + 1 - from);
 }
 
-void set_isa(const std::string &text)
-{
-    scratch counted;
-    assign(&counted.s, text);
-    _internal_ISA_COPs_set(counted.s);
-}
-
-void set_isaext(const std::string &text)
-{
-    scratch counted;
-    assign(&counted.s, text);
-    _internal_ISAext_COPs_set(counted.s);
-}
+const char *const no_setq = "[In function `Main': undefined function name `SETQ': (setq a 1)]";
 
 class isa : public testing::Test {
 protected:
@@ -47,27 +39,24 @@ protected:
         _internal_ISAext_COPs_set(nullptr);
     }
 };
-using isa_death = isa;
 
 TEST_F(isa, table_as_text)
 {
-    scratch plain;
-    _internal_ISA_COPs_get_(&plain.s, 0);
-    const std::string_view text = view(plain.s);
+    const std::string text = told([](CHR **targ) { _internal_ISA_COPs_get_(targ, 0); });
     EXPECT_TRUE(text.starts_with("(PROGN -1 U \"-\")(SETQ 2 U \"VU\")(ALSETQ 2 U \"VU\")"));
     EXPECT_NE(text.npos, text.find("(GET_ERROR_TEXT 0 S \"\")(MAPCAR 1 U \"-\")"));
     const isa_row &iadd = isa_table[find_word("IADD")->row];
     EXPECT_EQ("(IADD 2 I \"II\" " + std::to_string(ULO(iadd.slots[0])) + " " +
                   std::to_string(ULO(iadd.slots[1])) + " 0 0 0)",
-              row_of(isa_text(), "IADD"));
+              row_of(told(_internal_ISA_COPs_get), "IADD"));
 }
 
 TEST_F(isa, table_round_trip_and_reset)
 {
-    const std::string built_in = isa_text();
-    set_isa(built_in);
+    const std::string built_in = told(_internal_ISA_COPs_get);
+    give(_internal_ISA_COPs_set, built_in);
     EXPECT_FALSE(isa_is_built_in());
-    EXPECT_EQ(built_in, isa_text());
+    EXPECT_EQ(built_in, told(_internal_ISA_COPs_get));
     EXPECT_EQ("(PROGN (+ 1 2))", kit::checked("(progn (+ 1 2))"));
     _internal_ISA_COPs_set(nullptr);
     EXPECT_TRUE(isa_is_built_in());
@@ -76,19 +65,26 @@ TEST_F(isa, table_round_trip_and_reset)
 
 TEST_F(isa, rows_end_at_the_first_other_token)
 {
-    const std::string all = isa_text();
-    set_isa(row_of(all, "PROGN") + " " + row_of(all, "IADD") + " garbage " + row_of(all, "ISUB"));
+    const std::string all = told(_internal_ISA_COPs_get);
+    give(_internal_ISA_COPs_set,
+         row_of(all, "PROGN") + " " + row_of(all, "IADD") + " garbage " + row_of(all, "SETQ"));
     EXPECT_EQ(2u, isa_count);
     EXPECT_EQ("(PROGN (IADD 1 2))", kit::checked("(progn (iadd 1 2))"));
-    EXPECT_EQ("[In function `Main': undefined function name `ISUB': (isub 1 2)]",
-              kit::checked("(isub 1 2)"));
+    EXPECT_EQ(no_setq, kit::checked("(setq a 1)"));
 }
 
-TEST_F(isa, added_alias_joins_its_group)
+TEST_F(isa, groups)
 {
-    const std::string all = isa_text();
-    set_isa(all + row_of(all, "SETQ").replace(1, 4, "LET"));
+    EXPECT_STREQ(" COMMENTS COMMENT REMARKS REMARK REM ", group_string(GROUP_COMMENTS));
+    EXPECT_STREQ(" AND && ", group_string(GROUP_AND));
+    EXPECT_STREQ(" && AND ", group_string(GROUP_AND_2));
+    EXPECT_STREQ(" DEFUN ", group_string(GROUP_DEFUN));
     scratch group;
+    _group_ctrl_cop(&group.s, group.s);
+    EXPECT_EQ(nullptr, group.s);
+    // An alias that a unit adds joins the group of its row.
+    const std::string all = told(_internal_ISA_COPs_get);
+    give(_internal_ISA_COPs_set, all + row_of(all, "SETQ").replace(1, 4, "LET"));
     _group_ctrl_cop(&group.s, *isa_table[ISA_SETQ].mnemonic);
     EXPECT_EQ(" SETQ LET ", view(group.s));
     EXPECT_TRUE(cmp_mnm("LET", group.s));
@@ -97,41 +93,22 @@ TEST_F(isa, added_alias_joins_its_group)
     EXPECT_EQ("(LET A 1)", kit::checked("(let a 1)"));
 }
 
-TEST_F(isa, built_in_groups)
-{
-    EXPECT_STREQ(" COMMENTS COMMENT REMARKS REMARK REM ", group_string(GROUP_COMMENTS));
-    EXPECT_STREQ(" AND && ", group_string(GROUP_AND));
-    EXPECT_STREQ(" && AND ", group_string(GROUP_AND_2));
-    EXPECT_STREQ(" DEFUN ", group_string(GROUP_DEFUN));
-    EXPECT_STREQ(" INDEX ", group_string(GROUP_INDEX));
-    EXPECT_STREQ(" BREAK ", group_string(GROUP_BREAK));
-    scratch none;
-    _group_ctrl_cop(&none.s, none.s);
-    EXPECT_EQ(nullptr, none.s);
-}
-
 TEST_F(isa, renaming)
 {
-    scratch names, list;
-    _internal_ISA_COP_mnemonics_get(&names.s);
-    const std::string before(view(names.s));
+    const std::string before = told(_internal_ISA_COP_mnemonics_get);
     EXPECT_TRUE(before.starts_with("PROGN SETQ ALSETQ"));
     EXPECT_NE(before.npos, before.find(" GET_ERROR_TEXT MAPCAR"));
-    assign(&list.s, "PROGN LET");
-    _internal_ISA_COP_mnemonics_set(list.s);
-    _internal_ISA_COP_mnemonics_get(&names.s);
-    EXPECT_EQ("PROGN LET " + before.substr(11), view(names.s));
-    EXPECT_EQ("[In function `Main': undefined function name `SETQ': (setq a 1)]",
-              kit::checked("(setq a 1)"));
-    assign(&list.s, before);
-    _internal_ISA_COP_mnemonics_set(list.s);
+    give(_internal_ISA_COP_mnemonics_set, "PROGN LET");
+    EXPECT_EQ("PROGN LET " + before.substr(11), told(_internal_ISA_COP_mnemonics_get));
+    EXPECT_EQ(no_setq, kit::checked("(setq a 1)"));
+    give(_internal_ISA_COP_mnemonics_set, before);
     EXPECT_EQ("(SETQ A 1)", kit::checked("(setq a 1)"));
 }
 
 // Every test of a row, in both tables.
 TEST_F(isa, tables_are_tested)
 {
-    const std::string all = isa_text();
+    const std::string all = told(_internal_ISA_COPs_get);
     const struct {
         bool ext;
         const char *rows, *message;
@@ -140,6 +117,7 @@ TEST_F(isa, tables_are_tested)
         {false, "(IADD 1 I \"I\" 0 0 0 0 0)", "duplicate internal function name `IADD"},
         {false, "(ONE 1 V \"I\" 0 0 0 0 0)", "invalid return type of function `ONE"},
         {false, "(ONE 1 I \"II\" 0 0 0 0 0)", "invalid number of operands in function `ONE"},
+        {false, "(ONE 65536 I \"\" 0 0 0 0 0)", "invalid number of operands in function `ONE"},
         {false, "(ONE 1 I \"X\" 0 0 0 0 0)", "invalid operand type in function `ONE"},
         {false, "(ONE -1 U \"E\" 0 0 0 0 0)", nullptr},
         {true, "(A@I 1 I \"I\" 0)", "invalid internal function name `A@I"},
@@ -151,62 +129,58 @@ TEST_F(isa, tables_are_tested)
         {true, "(ONE 2 Z \"SZ\" 0)(2x 0 F \"\" 0)", nullptr},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.rows);
-        set_isa(c.ext ? "" : all + c.rows);
-        set_isaext(c.ext ? c.rows : "");
-        const std::string got = kit::checked("(progn 1)");
-        if (c.message == nullptr) {
-            EXPECT_EQ("(PROGN 1)", got);
-        } else {
-            EXPECT_EQ("[Internal error: " + std::string(c.message) + "'.]", got);
-        }
+        give(_internal_ISA_COPs_set, c.ext ? "" : all + c.rows);
+        give(_internal_ISAext_COPs_set, c.ext ? c.rows : "");
+        EXPECT_EQ(c.message == nullptr ? "(PROGN 1)"
+                                       : "[Internal error: " + std::string(c.message) + "'.]",
+                  kit::checked("(progn 1)"))
+            << c.rows;
     }
 }
 
 TEST_F(isa, extension_table_as_text)
 {
-    scratch text;
-    const char rows[] = "(I*2 1 I \"I\" 4096)(FUSION_CMP 2 I \"SF\" 0)";
-    set_isaext(std::string(rows) + " garbage");
+    const std::string rows = "(I*2 1 I \"I\" 4096)(FUSION_CMP 2 I \"SF\" 0)";
+    give(_internal_ISAext_COPs_set, rows + " garbage");
     EXPECT_EQ(2u, isaext_count);
-    _internal_ISAext_COPs_get(&text.s);
-    EXPECT_STREQ(rows, text.s);
-    _internal_ISAext_COPs_get_(&text.s, 0);
-    EXPECT_STREQ("(I*2 1 I \"I\")(FUSION_CMP 2 I \"SF\")", text.s);
-    set_isaext("");
+    EXPECT_EQ(rows, told(_internal_ISAext_COPs_get));
+    EXPECT_EQ("(I*2 1 I \"I\")(FUSION_CMP 2 I \"SF\")",
+              told([](CHR **targ) { _internal_ISAext_COPs_get_(targ, 0); }));
+    give(_internal_ISAext_COPs_set, "");
     EXPECT_EQ(0u, isaext_count);
 }
 
-TEST_F(isa_death, misuse_is_fatal)
+TEST_F(isa, misuse_is_fatal)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    const auto started = [](void (*call)()) {
-        engine_open = 0;
-        call();
+    const struct {
+        bool started; // the engine; else the table is a unit's
+        void (*call)();
+        const char *report;
+    } cases[] = {
+        {false, [] { told(_internal_ISA_COP_mnemonics_get); },
+         "mnemonics_get.. call is not allowed after _internal_ISA_COPs_set.. has already changed "
+         "ISA COPs (.|\n)*Location=30"},
+        {true, [] { _internal_ISA_COP_mnemonics_set(nullptr); },
+         "mnemonics_set.. call is not allowed after the VM engine is already "
+         "started.(.|\n)*Location=31"},
+        {false, [] { _internal_ISA_COP_mnemonics_set(nullptr); },
+         "optionally you can reset ISA COPs (.|\n)*Location=32"},
+        {true, [] { _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set(1); },
+         "ASCIIorUTF8_set.. call is not allowed(.|\n)*Location=33"},
+        {true, [] { _internal_ISA_COPs_set(nullptr); },
+         "_internal_ISA_COPs_set.. call is not allowed(.|\n)*Location=34"},
+        {true, [] { _internal_ISAext_COPs_set(nullptr); },
+         "_internal_ISAext_COPs_set.. call is not allowed(.|\n)*Location=37"},
     };
-    const auto foreign = [](void (*call)()) {
-        set_isa("(ONE 1 I \"I\" 0 0 0 0 0)");
-        call();
-    };
-    const auto exits = testing::ExitedWithCode(1);
-    const auto get_names = [] {
-        scratch names;
-        _internal_ISA_COP_mnemonics_get(&names.s);
-    };
-    const auto set_names = [] { _internal_ISA_COP_mnemonics_set(nullptr); };
-    EXPECT_EXIT(foreign(get_names), exits,
-                "mnemonics_get.. call is not allowed after _internal_ISA_COPs_set.. has already "
-                "changed ISA COPs (.|\n)*Location=30");
-    EXPECT_EXIT(started(set_names), exits,
-                "mnemonics_set.. call is not allowed after the VM engine is already "
-                "started.(.|\n)*Location=31");
-    EXPECT_EXIT(foreign(set_names), exits, "optionally you can reset ISA COPs (.|\n)*Location=32");
-    EXPECT_EXIT(started([] { _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set(1); }), exits,
-                "ASCIIorUTF8_set.. call is not allowed(.|\n)*Location=33");
-    EXPECT_EXIT(started([] { _internal_ISA_COPs_set(nullptr); }), exits,
-                "_internal_ISA_COPs_set.. call is not allowed(.|\n)*Location=34");
-    EXPECT_EXIT(started([] { _internal_ISAext_COPs_set(nullptr); }), exits,
-                "_internal_ISAext_COPs_set.. call is not allowed(.|\n)*Location=37");
+    for (const auto &c : cases) {
+        const auto misuse = [&c] {
+            engine_open = !c.started;
+            if (!c.started) give(_internal_ISA_COPs_set, "(ONE 1 I \"I\" 0 0 0 0 0)");
+            c.call();
+        };
+        EXPECT_EXIT(misuse(), testing::ExitedWithCode(1), c.report);
+    }
 }
 
 } // namespace

@@ -1,14 +1,13 @@
 // Random source texts: forms of many shapes, right and wrong, and plain garbage.
 #pragma once
 
+#include <map>
 #include <random>
 #include <string>
 
 class random_source {
 public:
-    explicit random_source(unsigned seed, bool comments = true) : random_(seed), comments_(comments)
-    {
-    }
+    explicit random_source(unsigned seed) : random_(seed) {}
 
     // One form; now and then a byte of it is exchanged for another.
     std::string form(int depth)
@@ -26,7 +25,6 @@ public:
 
 private:
     std::mt19937 random_;
-    bool comments_;
 
     int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
     template <ULO N> std::string pick(const char *const (&of)[N]) { return of[random_() % N]; }
@@ -54,20 +52,16 @@ private:
     }
     int arguments_of(const std::string &word)
     {
-        if (below(30) == 0) return below(4);
-        if (word == "ineg") return 1;
-        if (word == "iadd" || word == "while" || word == "index" || word == "outf" || word == "&&")
-            return 2;
-        if (word == "if" || word == "arsetq") return 3;
-        if (word == "for") return 5;
-        if (word == "break" || word == "exit" || word == "time") return 0;
-        if (word == "setq") return 2;
+        static const std::map<std::string, int> counts = {
+            {"ineg", 1},   {"break", 0}, {"exit", 0}, {"time", 0},  {"if", 3},
+            {"arsetq", 3}, {"for", 5},   {"iadd", 2}, {"while", 2}, {"index", 2},
+            {"outf", 2},   {"&&", 2},    {"setq", 2}};
+        const auto known = counts.find(word);
+        if (known != counts.end() && below(30) != 0) return known->second;
         return word == "progn" ? 1 + below(4) : below(3);
     }
     std::string made(int depth)
     {
-        if (comments_ && below(25) == 0)
-            return below(3) == 0 ? "((rem x) rem " + atom() + ")" : "(REM " + atom() + " (x))";
         if (below(30) == 0) return "(\"a\" \"" + std::string(below(2) ? "\" \"b" : "\\") + "\")";
         if (below(4) == 0) {
             const char *const names[] = {"f", "g", "h", "2x"};

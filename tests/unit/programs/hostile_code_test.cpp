@@ -1,23 +1,20 @@
-// Compiled example programs with every byte and word changed: what the verifier accepts may be
-// linked and run without harm. The runs are made in children: one that loops ends its child by a
-// timer, one that takes too much ends it by a report, and no other signal may end one.
+// Compiled example programs with bytes and words changed: what the verifier accepts may be linked
+// and run without harm. The runs are made in children: one that loops ends its child by a timer,
+// one that takes too much ends it by a report, and no other signal may end one.
 // KESTRIN_TEST_SWEEP=1 tries all changes instead of a sample.
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "bytecode/link.h"
 #include "bytecode/verify.h"
 #include "tests/kit/code.h"
-#include "vm/handler.h"
+#include "tests/kit/runner.h"
 
 namespace {
 
@@ -34,57 +31,24 @@ const char *const programs[] = {
     "(setq t (mapcar \"(+ 1 2)\")) (set_error_info 5 \"no\") (substr \"abc\" (index t 1) 1)",
 };
 
-bool is_full_sweep()
+constexpr ULO top = ULO(1) << 63;
+constexpr ULO values[] = {0,        1,         2,    3,      ~ULO(0), ~ULO(0) - 1, top, top - 1,
+                          top >> 2, top >> 31, 0x7F, 0x8000, 'V',     'P',         'S', 'U'};
+
+// The changes of a program, numbered: each byte to 255 other values, then each word to those above.
+ULO changes_of(const kit::code &good)
 {
-    const char *value = getenv("KESTRIN_TEST_SWEEP");
-    return value != nullptr && *value == '1';
+    return good.size() * (sizeof(ULO) * 255 + std::size(values));
 }
 
-// All changes of a program, numbered: each byte to 255 other values, then each word to 16.
-struct changes {
-    const kit::code &good;
-    static constexpr ULO values[] = {0,
-                                     1,
-                                     2,
-                                     3,
-                                     ~ULO(0),
-                                     ~ULO(0) - 1,
-                                     ULO(1) << 63,
-                                     (ULO(1) << 63) - 1,
-                                     ULO(1) << 61,
-                                     ULO(1) << 32,
-                                     0x7F,
-                                     0x8000,
-                                     'V',
-                                     'P',
-                                     'S',
-                                     'U'};
-
-    ULO bytes() const { return good.size() * sizeof(ULO); }
-    ULO count() const { return bytes() * 255 + good.size() * std::size(values); }
-
-    kit::code make(ULO n) const
-    {
-        kit::code words = good;
-        if (n >= bytes() * 255) {
-            n -= bytes() * 255;
-            words[n / std::size(values)] = values[n % std::size(values)];
-        } else
-            reinterpret_cast<UCH *>(words.data())[n / 255] ^= static_cast<UCH>(n % 255 + 1);
-        return words;
-    }
-};
-
-void run_once(const kit::code &words)
+kit::code changed(kit::code words, ULO n)
 {
-    scratch code;
-    assign(&code.s, kit::bytes_of(words));
-    kestrin_link(code.s);
-    rt_ctrl->rt_noterror = 1;
-    kestrin_data value = owning_slot;
-    kestrin_run(reinterpret_cast<const ULO *>(code.s), &value, 1);
-    free_kst_data(&value);
-    rt_ctrl->rt_noterror = 1;
+    const ULO of_bytes = words.size() * sizeof(ULO) * 255;
+    if (n < of_bytes)
+        reinterpret_cast<UCH *>(words.data())[n / 255] ^= static_cast<UCH>(n % 255 + 1);
+    else
+        words[(n - of_bytes) / std::size(values)] = values[(n - of_bytes) % std::size(values)];
+    return words;
 }
 
 // In a child whose limits are tight: the changed code may call any instruction.
@@ -104,63 +68,49 @@ void take_limits()
     setsid();
 }
 
-void run_batch(const changes &all, const std::vector<ULO> &numbers, ULO *next)
+void run_batch(const kit::code &good, const std::vector<ULO> &numbers, ULO *next)
 {
     take_limits();
-    const itimerval bound = {{}, {0, 20000}};
     while (*next < numbers.size()) {
-        const ULO number = numbers[(*next)++];
-        setitimer(ITIMER_REAL, &bound, nullptr);
-        run_once(all.make(number));
+        const kit::code words = changed(good, numbers[(*next)++]);
+        ualarm(20000, 0);
+        kit::run_code(kit::bytes_of(words));
     }
     _exit(0);
 }
 
-// Division of the smallest integer by -1 is left to the processor's trap.
-bool is_harmless(int status)
+// Runs all, in as many children as end early. Division of the smallest integer by -1 is left to the
+// processor's trap.
+void run_all(const kit::code &good, const std::vector<ULO> &numbers, ULO *next)
 {
-    if (WIFEXITED(status)) return true;
-    return WTERMSIG(status) == SIGALRM || WTERMSIG(status) == SIGFPE;
-}
-
-// Runs all, in as many children as end early. Returns the number of harmful changes.
-int run_all(const changes &all, const std::vector<ULO> &numbers, ULO *next)
-{
-    int harmful = 0;
     *next = 0;
     while (*next < numbers.size()) {
         fflush(nullptr);
         const pid_t child = fork();
-        if (child == 0) run_batch(all, numbers, next);
+        if (child == 0) run_batch(good, numbers, next);
         int status = 0;
         waitpid(child, &status, 0);
-        if (is_harmless(status)) continue;
-        harmful++;
-        ADD_FAILURE() << "change " << numbers[*next - 1] << " of " << all.count() << ": signal "
-                      << WTERMSIG(status);
+        EXPECT_TRUE(WIFEXITED(status) || WTERMSIG(status) == SIGALRM || WTERMSIG(status) == SIGFPE)
+            << "change " << numbers[*next - 1] << ": signal " << WTERMSIG(status);
     }
-    return harmful;
 }
 
-class HostileCode : public testing::TestWithParam<const char *> {};
+class HostileCode : public kit::with_passes<testing::TestWithParam<const char *>> {};
 
 TEST_P(HostileCode, IsFoundOrHarmless)
 {
-    kit::start_passes();
     auto *next = static_cast<ULO *>(
         mmap(nullptr, sizeof(ULO), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     ASSERT_NE(MAP_FAILED, static_cast<void *>(next));
+    const ULO step = getenv("KESTRIN_TEST_SWEEP") != nullptr ? 1 : 389;
     for (const UCH level : {0, 1}) {
         const kit::code good = kit::program(GetParam(), level);
-        ASSERT_FALSE(good.empty());
-        ASSERT_TRUE(verify_bytecode(kit::bytes_of(good)));
-        const changes all = {good};
+        ASSERT_TRUE(!good.empty() && verify_bytecode(kit::bytes_of(good)));
         std::vector<ULO> accepted;
-        for (ULO n = 0; n < all.count(); n += is_full_sweep() ? 1 : 389)
-            if (verify_bytecode(kit::bytes_of(all.make(n)))) accepted.push_back(n);
+        for (ULO n = 0; n < changes_of(good); n += step)
+            if (verify_bytecode(kit::bytes_of(changed(good, n)))) accepted.push_back(n);
         EXPECT_FALSE(accepted.empty());
-        EXPECT_EQ(0, run_all(all, accepted, next));
-        if (is_full_sweep()) printf("%lu changes, %zu accepted\n", all.count(), accepted.size());
+        run_all(good, accepted, next);
     }
     munmap(next, sizeof(ULO));
 }

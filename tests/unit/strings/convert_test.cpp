@@ -2,7 +2,6 @@
 #include "kit.h"
 
 #include <bit>
-#include <climits>
 #include <cmath>
 
 namespace {
@@ -10,11 +9,11 @@ namespace {
 TEST(numbers, printed_as_the_system_prints_them)
 {
     std::mt19937_64 random(5);
-    std::vector<ULO> words = {0, 1, 9, 10, 255, ULO(LLONG_MIN), ULO(LLONG_MAX), ~ULO(0)};
+    std::vector<ULO> words = {0, 1, 9, 10, 255, ~ULO(0), ULO(1) << 63, (ULO(1) << 63) - 1};
     for (DFL value : {-0.0, 255.0, 0.1, 1e300, 5e-324, double(INFINITY), -double(INFINITY),
                       double(NAN), -double(NAN)})
         words.push_back(std::bit_cast<ULO>(value));
-    for (int i = 0; i < 5000; ++i) words.push_back(random() >> random() % 64);
+    for (int i = 0; i < 100000; ++i) words.push_back(random() >> (i % 2 ? random() % 64 : 0));
     scratch made;
     const auto check = [&](const CHR *format, auto value) {
         CHR expected[64];
@@ -22,29 +21,16 @@ TEST(numbers, printed_as_the_system_prints_them)
         EXPECT_EQ(expected, bytes_of(made.s));
     };
     for (ULO word : words) {
+        const DFL value = std::bit_cast<DFL>(word);
         equ_num(&made.s, SLO(word));
         check("%ld", SLO(word));
         equ_unum(&made.s, word);
         check("%lu", word);
         equ_numhex(&made.s, word);
         check("0x%016lX", word);
-        equ_fnum(&made.s, std::bit_cast<DFL>(word));
-        check("%.16E", std::bit_cast<DFL>(word));
-    }
-}
-
-TEST(numbers, printed_floats_read_back_the_same)
-{
-    std::mt19937_64 random(7);
-    scratch made;
-    for (int i = 0; i < 1000000; ++i) {
-        const ULO word = random();
-        const DFL value = std::bit_cast<DFL>(word);
-        const DFL back = atof(equ_fnum(&made.s, value));
-        if (value != value) // a NaN comes back as one; its payload isn't printed
-            ASSERT_NE(back, back) << made.s;
-        else
-            ASSERT_EQ(word, std::bit_cast<ULO>(back)) << made.s;
+        equ_fnum(&made.s, value);
+        check("%.16E", value);
+        EXPECT_TRUE(std::isnan(value) || word == std::bit_cast<ULO>(atof(made.s))) << made.s;
     }
 }
 
@@ -53,7 +39,7 @@ TEST(raw_images, round_trip_and_length)
     std::mt19937_64 random(6);
     scratch made;
     for (int i = 0; i < 1000; ++i) {
-        const ULO word = random();
+        const ULO word = i == 0 ? 0x7FF8000000000123 : random(); // a NaN keeps its payload
         EXPECT_EQ(SCH(word), str2sch(sch2str(&made.s, SCH(word))));
         EXPECT_EQ(1u, bytes_of(made.s).size());
         EXPECT_EQ(SSH(word), str2ssh(ssh2str(&made.s, SSH(word))));
@@ -63,12 +49,6 @@ TEST(raw_images, round_trip_and_length)
         EXPECT_EQ(word, std::bit_cast<ULO>(str2dfl(dfl2str(&made.s, std::bit_cast<DFL>(word)))));
         EXPECT_EQ(&made, str2ptr(ptr2str(&made.s, &made)));
     }
-    const DFL nan = std::bit_cast<DFL>(ULO(0x7FF8000000000123));
-    EXPECT_EQ(0x7FF8000000000123u, std::bit_cast<ULO>(str2dfl(dfl2str(&made.s, nan))));
-}
-
-TEST(raw_images, short_and_long_strings)
-{
     EXPECT_EQ(0x030201, str2slo(text("\1\2\3").s));
     EXPECT_EQ(0x0807060504030201, str2slo(text("\1\2\3\4\5\6\7\10\11\12\13\14").s));
     EXPECT_EQ(0x41, str2ssh(text("A").s));
@@ -81,15 +61,10 @@ TEST(raw_images, short_and_long_strings)
 TEST(dump, three_characters_for_each_byte)
 {
     for (int c = 0; c < 256; ++c) {
-        CHR expected[8];
-        if (c == 32)
-            strcpy(expected, " __");
-        else if (strchr("\"#()\\", c) && c != 0)
-            snprintf(expected, sizeof expected, " \\%c", c);
-        else if (c > 32 && c < 127)
-            snprintf(expected, sizeof expected, "  %c", c);
-        else
-            snprintf(expected, sizeof expected, " %02X", unsigned(c));
+        const bool hidden = c != 0 && strchr("\"#()\\", c), shown = c > 32 && c < 127;
+        CHR expected[8] = " __";
+        if (c != 32)
+            snprintf(expected, sizeof expected, hidden ? " \\%c" : shown ? "  %c" : " %02X", c);
         expect_each_target(expected, std::string(1, CHR(c)), strdump);
     }
     expect_each_target("  a __ \\(", "a (", strdump);
@@ -97,8 +72,7 @@ TEST(dump, three_characters_for_each_byte)
 
 TEST(checksum, agrees_with_the_bitwise_sum)
 {
-    EXPECT_EQ(0u, crcsum(nullptr));
-    EXPECT_EQ(0u, crcsum(text("").s));
+    EXPECT_EQ(0u, crcsum(nullptr) + crcsum(text("").s));
     std::mt19937 random(7);
     for (int i = 0; i < 500; ++i) {
         std::string bytes(1 + random() % 30, 0);
@@ -117,7 +91,6 @@ TEST(clock, is_a_line_of_text_without_its_end)
     text made("old");
     const std::string now = bytes_of(string_time(&made.s));
     EXPECT_EQ(24u, now.size());
-    EXPECT_EQ(std::string::npos, now.find('\n'));
     tm parsed{};
     EXPECT_NE(nullptr, strptime(now.c_str(), "%a %b %d %H:%M:%S %Y", &parsed)) << now;
 }

@@ -10,6 +10,7 @@
 #include "strings/scratch.h"
 #include "strings/state.h"
 
+using namespace std::string_literals;
 using namespace std::string_view_literals;
 
 // The sanitizer's allocator knows exact sizes and cannot work within a limit on memory.

@@ -42,36 +42,27 @@ interrupt_handler slot = nullptr;
 
 } // namespace
 
+// Of several bytes, the later ones stay in the queue.
 TEST_F(keys, ComeAsTheyAreTyped)
 {
     pty window;
     termios before = window.state();
-    pid_t child = window.start([] { return int(term_keypressed(1)); });
-    await_raw(window);
-    termios raw = window.state();
-    EXPECT_EQ(before.c_lflag & ~tcflag_t(ICANON | ECHO | ECHOE | ECHOK | ECHONL), raw.c_lflag);
-    EXPECT_TRUE(raw.c_lflag & ISIG);
-    EXPECT_EQ(before.c_iflag, raw.c_iflag);
-    EXPECT_EQ(tcflag_t(OPOST | ONLCR), raw.c_oflag & (OPOST | ONLCR | OCRNL | ONOCR | ONLRET));
-    EXPECT_EQ(1, raw.c_cc[VMIN]);
-    EXPECT_EQ(0, raw.c_cc[VTIME]);
-    window.type("x");
-    EXPECT_EQ('x', status_of(child));
-    EXPECT_TRUE(same(before, window.state()));
-    EXPECT_EQ("", window.shown()) << "no echo";
-}
-
-TEST_F(keys, OfSeveralBytesStayInTheQueue)
-{
-    pty window;
     pid_t child = window.start([] {
         std::string text(1, char(term_keypressed(1)));
         while (UCH key = term_keypressed(0)) text += char(key);
         return text == "\033[A\xff" ? 0 : 1;
     });
     await_raw(window);
+    termios raw = window.state();
+    EXPECT_EQ(before.c_lflag & ~tcflag_t(ICANON | ECHO | ECHOE | ECHOK | ECHONL), raw.c_lflag);
+    EXPECT_TRUE(raw.c_lflag & ISIG);
+    EXPECT_EQ(before.c_iflag, raw.c_iflag);
+    EXPECT_EQ(tcflag_t(OPOST | ONLCR), raw.c_oflag & (OPOST | ONLCR | OCRNL | ONOCR | ONLRET));
+    EXPECT_EQ(0x100, raw.c_cc[VMIN] << 8 | raw.c_cc[VTIME]);
     window.type("\033[A\xff");
     EXPECT_EQ(0, status_of(child));
+    EXPECT_TRUE(same(before, window.state()));
+    EXPECT_EQ("", window.shown()) << "no echo";
 }
 
 TEST_F(keys, AreWaitedForAsLongAsAsked)
@@ -79,16 +70,16 @@ TEST_F(keys, AreWaitedForAsLongAsAsked)
     pty window;
     termios before = window.state();
     pid_t child = window.start([] {
-        if (seconds_of(0) > 1) return 1;
-        double waited = seconds_of(300000), longer = seconds_of(1100000);
-        return waited >= 0.29 && waited < 1 && longer >= 1.09 && longer < 5 ? 0 : 2;
+        double none = seconds_of(0), short_one = seconds_of(300000), long_one = seconds_of(1100000);
+        bool waited = short_one >= 0.29 && long_one >= 1.09;
+        return none < 1 && short_one < 1 && long_one < 5 && waited ? 0 : 1;
     });
     EXPECT_EQ(0, status_of(child));
-    EXPECT_TRUE(same(before, window.state()));
     child = window.start([] { return int(term_keypressed(~ULO(0))); });
     await_raw(window);
     window.type("y");
     EXPECT_EQ('y', status_of(child));
+    EXPECT_TRUE(same(before, window.state()));
 }
 
 TEST_F(keys, InterruptEndsTheProgram)
@@ -142,17 +133,12 @@ TEST_F(keys, ComeFromWhatIsNoTerminalToo)
 
 TEST_F(keys, FailuresEndTheProcessWithAReport)
 {
-    static const struct {
-        ULO wait;
-        const char *report;
-    } cases[] = {
-        {0, "RAW_TTY: synchronous I/O multiplexing error.(.|\n)*keypressed(.|\n)*select"},
-        {1, "RAW_TTY: error getting char from /dev/tty.(.|\n)*keypressed(.|\n)*read"},
-    };
     terminal.loaded = true;
     terminal.tty = 40; // not open
-    for (auto &row : cases) {
-        EXPECT_EXIT(term_keypressed(row.wait), testing::ExitedWithCode(1), row.report);
-    }
+    const auto exits = testing::ExitedWithCode(1);
+    EXPECT_EXIT(term_keypressed(0), exits,
+                "RAW_TTY: synchronous I/O multiplexing error.(.|\n)*keypressed(.|\n)*select");
+    EXPECT_EXIT(term_keypressed(1), exits,
+                "RAW_TTY: error getting char from /dev/tty.(.|\n)*keypressed(.|\n)*read");
     terminal = terminal_record{};
 }

@@ -4,33 +4,26 @@
 #include "kestrin/errors.h"
 
 #include <gtest/gtest.h>
-#include <string>
 
-#include "strings/scratch.h"
-#include "vm/machine.h"
+#include "tests/kit/passes.h"
 
 namespace {
 
-class Errors : public testing::Test {
-protected:
-    void SetUp() override { setup_quarne_thread_safe_functionality_for_local_thread(); }
+struct Errors : kit::with_passes<testing::Test> {
     void TearDown() override { cleanup_quarne_thread_safe_functionality_for_local_thread(); }
-
-    static std::string text()
-    {
-        scratch now;
-        return std::string(view(get_error_text(&now.s)));
-    }
 };
 
-struct info_case {
+std::string text()
+{
+    return kit::passed("", [](CHR **targ) { get_error_text(targ); });
+}
+
+const struct {
     const char *name;
     void (*call)(UCH code, CHR **targ, const CHR *text);
     bool raises;
     const char *place; // what stands behind the text where no program runs
-};
-
-const info_case info_cases[] = {
+} forms[] = {
     {"set_error_info", set_error_info, false, ""},
     {"rise_error_info", [](UCH c, CHR **, const CHR *t) { rise_error_info(c, t); }, true, ""},
     {"set_error_info_dbg",
@@ -40,45 +33,30 @@ const info_case info_cases[] = {
      true, " (Dbg=0)"},
 };
 
-class InfoForms : public Errors, public testing::WithParamInterface<info_case> {
-protected:
-    // Calls the form and gives the text that it leaves, which a set_ form also copies to its
-    // target.
-    std::string after(UCH code, const char *message)
-    {
-        scratch source, targ;
-        assign(&source.s, message);
-        GetParam().call(code, &targ.s, source.s);
-        EXPECT_EQ(noterror(), !GetParam().raises);
-        EXPECT_EQ(view(targ.s), GetParam().raises ? "" : text());
-        return text();
-    }
-};
-
-TEST_P(InfoForms, TakesCodesForUsersAndItsOwn)
+// Codes are for users up to 248. A set_ form copies the text to its target, which may be the
+// source.
+TEST_F(Errors, FormsWithACodeAndAText)
 {
-    for (const int code : {0, 1, 17, 248}) {
-        EXPECT_EQ(after(code, "what happened"), std::string("what happened") + GetParam().place);
-        EXPECT_EQ(get_error_code(), code);
-    }
+    for (const auto &form : forms)
+        for (const int code : {0, 1, 17, 248, 249, 254, 255}) {
+            scratch both;
+            assign(&both.s, "what happened");
+            rt_ctrl->rt_noterror = 1;
+            form.call(static_cast<UCH>(code), &both.s, both.s);
+            const std::string refused =
+                std::string(form.name) + ": Failed to assign reserved error code!";
+            EXPECT_EQ(text(), (code < 249 ? "what happened" : refused) + form.place);
+            EXPECT_EQ(get_error_code(), code < 249 ? code : 0);
+            EXPECT_EQ(noterror(), !form.raises);
+            EXPECT_EQ(view(both.s), form.raises ? "what happened" : text());
+        }
 }
-
-TEST_P(InfoForms, RefusesReservedCodesInItsOwnName)
-{
-    for (const int code : {249, 254, 255}) {
-        EXPECT_EQ(after(code, "what happened"), std::string(GetParam().name) +
-                                                    ": Failed to assign reserved error code!" +
-                                                    GetParam().place);
-        EXPECT_EQ(get_error_code(), 0);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(All, InfoForms, testing::ValuesIn(info_cases),
-                         [](const auto &form) { return std::string(form.param.name); });
 
 TEST_F(Errors, EmptyTextGetsOneAndOtherTextsStay)
 {
     scratch targ;
+    assign(&rt_ctrl->rt_error_text, "");
+    rt_ctrl->rt_noterror = 1;
     set_error(&targ.s);
     EXPECT_EQ(view(targ.s), "Unknown error!");
     EXPECT_EQ(noterror(), 1);
@@ -88,15 +66,6 @@ TEST_F(Errors, EmptyTextGetsOneAndOtherTextsStay)
     rise_error();
     EXPECT_EQ(noterror(), 0);
     EXPECT_EQ(text(), "Unknown error! (Dbg=0) (Dbg=0)");
-}
-
-TEST_F(Errors, TargetMayBeTheSource)
-{
-    scratch both;
-    assign(&both.s, "text");
-    set_error_info(20, &both.s, both.s);
-    EXPECT_EQ(view(both.s), "text");
-    EXPECT_EQ(text(), "text");
 }
 
 } // namespace
