@@ -27,7 +27,7 @@ void convert_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 // The operand as it is, where its type is the wanted one.
 template <class T> void forward(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    eval_number<T, ANY>(dat_ptr, ret_dat);
+    eval_number<T>(dat_ptr, ret_dat);
     if (ret_dat->single && ret_dat->type == kind<T>::letter) [[likely]]
         return;
     if (rt_ctrl->rt_noterror) answer<T>(ret_dat, kind<T>::from(ret_dat));
@@ -38,7 +38,7 @@ template <class T, CHR *(*print)(CHR **, T)>
 void convert_number_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     T value = 0;
-    if (!read_in_place<T, ANY>(node_at(dat_ptr), &value)) return convert_text(dat_ptr, ret_dat);
+    if (!read_in_place(dat_ptr, &value)) return convert_text(dat_ptr, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
     answer_text(ret_dat);
@@ -63,7 +63,7 @@ HANDLER(fval) { numeric<same_float>::run<CAST>(dat_ptr, ret_dat); }
 HANDLER(fval_i)
 {
     SLO value = 0;
-    if (!read_in_place<SLO, ANY>(node_at(dat_ptr), &value)) return convert<DFL>(dat_ptr, ret_dat);
+    if (!read_in_place(dat_ptr, &value)) return convert<DFL>(dat_ptr, ret_dat);
     ret_dat->disable_ptr = 1;
     if (rt_ctrl->rt_noterror) answer<DFL>(ret_dat, static_cast<DFL>(value));
 }
