@@ -9,6 +9,7 @@
 //     at_once<kinds>     the number where all operands stand in place and nothing is out of the
 //                        way; false otherwise, and then nothing has been done
 //     compute<kinds>     the number for operands of other kinds; `ret_dat` is an owning slot
+//     make<kinds>        only where some kinds have other forms than the usual: the variant
 // So every form is a short road with one test, and the way out of it is the general handler, run as
 // if nothing had been chosen.
 #pragma once
@@ -174,14 +175,25 @@ template <class op, operand_kind... kinds> constexpr variant forms_of()
     return made;
 }
 
+template <class op, operand_kind... kinds> constexpr variant make_variant()
+{
+    if constexpr (requires { op::template make<kinds...>(); })
+        return op::template make<kinds...>();
+    else
+        return forms_of<op, kinds...>();
+}
+
 // The row of an operation.
 template <class op> constexpr variant_row forms(fcall generic, fcall fast)
 {
-    variant_row row = {.general = {generic, fast}, .operands = {op::wants[0], op::wants[1]}};
-    if constexpr (op::wants[1].letter == 0)
-        row.variants = by_one<[]<operand_kind a>() { return forms_of<op, a>(); }>.data();
-    else
-        row.variants =
-            by_two<[]<operand_kind a, operand_kind b>() { return forms_of<op, a, b>(); }>.data();
+    variant_row row = {.general = {generic, fast}, .operands = {op::wants[0]}};
+    if constexpr (std::size(op::wants) == 1) {
+        row.variants = by_one<[]<operand_kind a>() { return make_variant<op, a>(); }>.data();
+    } else {
+        row.operands[1] = op::wants[1];
+        row.variants = by_two<[]<operand_kind a, operand_kind b>() {
+                           return make_variant<op, a, b>();
+                       }>.data();
+    }
     return row;
 }

@@ -109,11 +109,20 @@ template <> struct kind<DFL> {
     static DFL from(const kestrin_data *d) { return to_fval(d); }
 };
 
+// A text is only read where it stands.
+template <> struct kind<const CHR *> {
+    static constexpr UCH letter = 'S';
+    static const CHR *in(const kestrin_data *d) { return d->svalue; }
+    static constexpr fcall constant = func__dummy_s;
+    static constexpr fcall typed_read = func__getval_s;
+};
+
 // How the operands of a slot are fetched: by a cast, or as values of a type that is proved.
 enum operands { CAST, PROVED };
 
 template <class T> T constant_of(const ULO *node)
 {
+    if constexpr (std::is_same_v<T, const CHR *>) return reinterpret_cast<const CHR *>(node + 2);
     T value;
     memcpy(&value, node + 1, sizeof value);
     return value;
@@ -188,7 +197,7 @@ template <operands how, class T, operand_kind kind_ = ANY>
 {
     if constexpr (kind_ == ANY) {
         return fetch_any<how, T>(word, ret_dat);
-    } else if constexpr (kind_ == NUMBER) {
+    } else if constexpr (kind_ == HANDED) {
         return handed<T>(word, ret_dat);
     } else if constexpr (kind_ == EXPRESSION) {
         eval(word, ret_dat);
@@ -226,7 +235,7 @@ template <class T, operand_kind kind_ = ANY>
 void eval_number(const ULO *word, kestrin_data *ret_dat)
 {
     T value = 0;
-    if constexpr (kind_ == NUMBER) {
+    if constexpr (kind_ == HANDED) {
         ret_dat->disable_ptr = 1;
         value = handed<T>(word, ret_dat);
     } else if (!read_in_place<T, kind_>(word, &value)) {
@@ -244,7 +253,7 @@ template <auto op, auto fault = nullptr> struct numeric;
 
 template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fault> {
     using result = R;
-    static constexpr wanted wants[] = {{kind<A>::letter, false}..., {}, {}};
+    static constexpr wanted wants[] = {{kind<A>::letter}...};
     static constexpr bool truth = false;
     static constexpr bool may_fault = !std::is_null_pointer_v<decltype(fault)>;
     template <class> static constexpr operand_kind unknown = ANY;

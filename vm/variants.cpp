@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "vm/handler.h"
+#include "vm/text.h"
 
 namespace {
 
@@ -14,8 +15,9 @@ const rows_by_handler &rows()
 {
     static const rows_by_handler *made = [] {
         auto *rows = new rows_by_handler;
-        for (const auto &family : {integer_variants, float_variants, compare_variants,
-                                   control_variants, variable_variants, array_variants})
+        for (const auto &family :
+             {integer_variants, float_variants, compare_variants, control_variants,
+              variable_variants, array_variants, cast_variants})
             for (const variant_row &row : family)
                 for (const fcall handler : row.general) rows->emplace(handler, &row);
         return rows;
@@ -47,9 +49,13 @@ bool gives(const variant *operand, wanted want)
 operand_kind kind_of(const ULO *word, const variant *operand, wanted want)
 {
     const ULO *node = node_at(word);
-    if (is_leaf(node))
-        return want.letter == 'F' ? kind_of_leaf<DFL>(node) : kind_of_leaf<SLO>(node);
-    return gives(operand, want) ? NUMBER : EXPRESSION;
+    if (!is_leaf(node)) return gives(operand, want) ? HANDED : EXPRESSION;
+    switch (want.letter) {
+    case 'I': return kind_of_leaf<SLO>(node);
+    case 'F': return kind_of_leaf<DFL>(node);
+    case 'S': return kind_of_leaf<const CHR *>(node);
+    default: return is_variable_read(node) ? VARIABLE : ANY;
+    }
 }
 
 template <class function> void put(ULO *node, function *handler)
@@ -59,10 +65,11 @@ template <class function> void put(ULO *node, function *handler)
 
 void make_it_hand(ULO *node, const variant *form)
 {
-    if (form->letter == 'F')
-        put(node, form->handing.real);
-    else
-        put(node, form->handing.integer);
+    switch (form->letter) {
+    case 'I': return put(node, form->handing.integer);
+    case 'F': return put(node, form->handing.real);
+    default: return put(node, form->handing.text);
+    }
 }
 
 // The row's variant for operands of these kinds.
@@ -89,9 +96,11 @@ const variant *specialise(ULO *node, const ULO *words, const variant *const *ope
     operand_kind kinds[2] = {kind_of(words, operands[0], row.operands[0]), EXPRESSION};
     if (row.operands[1].letter != 0) kinds[1] = kind_of(words + 1, operands[1], row.operands[1]);
     if (kinds[0] == ANY || kinds[1] == ANY) return nullptr;
-    if (variant_for(row, kinds).record == nullptr) kinds[1] = EXPRESSION;
+    if (variant_for(row, kinds).record == nullptr)
+        for (operand_kind &kind : kinds)
+            if (kind == HANDED) kind = EXPRESSION;
     for (int i = 0; i < 2; i++)
-        if (kinds[i] == NUMBER) make_it_hand(reinterpret_cast<ULO *>(words[i]), operands[i]);
+        if (kinds[i] == HANDED) make_it_hand(reinterpret_cast<ULO *>(words[i]), operands[i]);
     const variant &chosen = variant_for(row, kinds);
     put(node, chosen.record);
     return &chosen;

@@ -1,9 +1,9 @@
 // Variants of handlers for what their operands are. An operand is a plain variable, a constant, a
-// number that its node can hand on, or anything else, and the linker knows which: it puts into a
+// value that its node can hand on, or anything else, and the linker knows which: it puts into a
 // node the variant that asks nothing of its operands at run time.
 //
 // A node has one parent, which alone calls it. So the two may agree on another way than through the
-// record: the operand's node hands its number on in a register, or the parent's handler does the
+// record: the operand's node hands its value on in a register, or the parent's handler does the
 // work of both.
 #pragma once
 
@@ -15,21 +15,22 @@
 #include "kestrin/value.h"
 
 // VARIABLE: a read of a plain variable whose type is unknown or the operand's. CONSTANT: one of the
-// operand's type. NUMBER: a node that hands on a number of the operand's type. EXPRESSION: any
+// operand's type. HANDED: a node that hands on a value of the operand's type. EXPRESSION: any
 // other node with operands of its own, or a call. ANY: not looked at.
-enum operand_kind : UCH { VARIABLE, CONSTANT, NUMBER, EXPRESSION, ANY };
+enum operand_kind : UCH { VARIABLE, CONSTANT, HANDED, EXPRESSION, ANY };
 constexpr std::size_t operand_kinds = 4;
 
-// A handler that gives its number in a register.
+// A handler that gives its value in a register. A text stays as it is until the next evaluation.
 union handing_form {
     SLO (*integer)(const ULO *dat_ptr, kestrin_data *ret_dat) = nullptr;
     DFL (*real)(const ULO *dat_ptr, kestrin_data *ret_dat);
+    const CHR *(*text)(const ULO *dat_ptr, kestrin_data *ret_dat);
 };
 
 // The handlers of an operation for operands of certain kinds; those that it lacks are NULL.
 struct variant {
     fcall record = nullptr;    // leaves the result in the record: what any parent can call
-    CHR letter = 0;            // 'I' or 'F', if there is one of the following
+    CHR letter = 0;            // 'I', 'F' or 'S', if there is one of the following
     bool exact = false;        // they give the operation's own result, never a cast of another type
     handing_form handing = {}; // hands the result on, by `letter`; its caller lends an owning slot
     fcall assigning = nullptr; // stands in the node of a SETQ whose value the operation is
@@ -39,13 +40,13 @@ struct variant {
 
 // What an operand is wanted for.
 struct wanted {
-    CHR letter = 0;     // of the type to which it is read; 0: there is no such operand
+    CHR letter = 0;     // of the type to which it is read, 'V' any; 0: there is no such operand
     bool exact = false; // its own type matters as well
 };
 
 // Handlers, the generic and the fast one of an instruction, and their variants by the kinds of one
-// operand or of two that follow each other. Where a pair with a NUMBER has no variant, it is taken
-// for an EXPRESSION.
+// operand or of two that follow each other. Where there is no variant for an operand that is
+// HANDED, it is taken for an EXPRESSION.
 struct variant_row {
     fcall general[2] = {};
     UCH first = 0; // number of the operand word that the first letter is about
@@ -79,7 +80,7 @@ template <auto make> inline constexpr auto by_two = make_by_two<make>();
 
 // The rows of each file of handlers that has some.
 extern const std::span<const variant_row> integer_variants, float_variants, compare_variants,
-    control_variants, variable_variants, array_variants;
+    control_variants, variable_variants, array_variants, cast_variants;
 
 // Chooses the variant of a linked node, whose operand words are given with what this function has
 // returned for the first of them. Returns the variant, or NULL for a node that has none.

@@ -221,6 +221,7 @@ void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 template <class T> struct member {
     using result = T;
     static constexpr UCH letter = kind<T>::letter;
+    static constexpr wanted wants[] = {{'I'}};
 
     static bool read(const ULO *dat_ptr, SLO index, T *value)
     {
@@ -248,6 +249,13 @@ template <class T> struct member {
         const SLO index = fetch<CAST, SLO, at>(dat_ptr + 1, ret_dat);
         T value;
         return read(dat_ptr, index, &value) ? value : other(dat_ptr, ret_dat, index);
+    }
+
+    // In the record a member of another type stays what it is; a register takes a number only.
+    template <operand_kind at> static constexpr variant make()
+    {
+        return {
+            .record = &index_typed<letter, at>, .letter = letter, .handing = handing<member, at>()};
     }
 
     [[gnu::noinline]] static T other(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
@@ -342,22 +350,11 @@ HANDLER(indices)
 
 namespace {
 
-template <UCH letter, operand_kind at> constexpr variant index_forms()
-{
-    variant made = {.record = &index_typed<letter, at>};
-    if constexpr (letter == 'I' || letter == 'F') {
-        made.letter = letter;
-        made.handing = handing<member<std::conditional_t<letter == 'I', SLO, DFL>>, at>();
-    }
-    return made;
-}
-
-template <UCH letter> constexpr variant_row index_row(fcall typed)
-{
-    return {.general = {typed, typed},
-            .operands = {{'I'}},
-            .variants = by_one<[]<operand_kind at>() { return index_forms<letter, at>(); }>.data()};
-}
+constexpr variant_row index_texts_row = {
+    .general = {func__index_s, func__index_s},
+    .operands = {{'I'}},
+    .variants =
+        by_one<[]<operand_kind at>() { return variant{.record = &index_typed<'S', at>}; }>.data()};
 
 template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
 {
@@ -369,8 +366,11 @@ template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
 }
 
 constexpr variant_row rows[] = {
-    index_row<'I'>(func__index_i),   index_row<'F'>(func__index_f),   index_row<'S'>(func__index_s),
-    arsetq_row<'I'>(func__arsetq_i), arsetq_row<'F'>(func__arsetq_f),
+    forms<member<SLO>>(func__index_i, func__index_i),
+    forms<member<DFL>>(func__index_f, func__index_f),
+    index_texts_row,
+    arsetq_row<'I'>(func__arsetq_i),
+    arsetq_row<'F'>(func__arsetq_f),
 };
 
 } // namespace

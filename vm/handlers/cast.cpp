@@ -77,6 +77,25 @@ HANDLER(str_f) { convert_number_text<DFL, equ_fnum>(dat_ptr, ret_dat); }
 HANDLER(str_s) { convert_text(dat_ptr, ret_dat); }
 HANDLER(str_z) { convert_text(dat_ptr, ret_dat); }
 
+namespace {
+
+// The type of a plain variable, as a text that nobody has to make.
+const CHR *hand_type(const ULO *dat_ptr, kestrin_data *)
+{
+    static constexpr struct {
+        ULO length;
+        CHR text[8];
+    } names[] = {{1, "I"}, {1, "F"}, {1, "S"}, {1, "Z"}};
+    const ULO *node = node_at(dat_ptr);
+    const UCH type = variable(node[1])->type;
+    for (const auto &name : names)
+        if (static_cast<UCH>(name.text[0]) == type) return name.text;
+    if (rt_ctrl->rt_noterror) raise_unset_variable(node);
+    return names[0].text;
+}
+
+} // namespace
+
 // The type letter of the value; of member 0 for an array.
 HANDLER(type)
 {
@@ -87,3 +106,22 @@ HANDLER(type)
     call(node, ret_dat);
     if (rt_ctrl->rt_noterror) answer_type(ret_dat, ret_dat->type);
 }
+
+namespace {
+
+constexpr variant_row rows[] = {{.general = {func__type, func__type},
+                                 .operands = {{'V'}},
+                                 .variants = by_one<[]<operand_kind of>() {
+                                                 if constexpr (of == VARIABLE)
+                                                     return variant{
+                                                         .record = &func__type,
+                                                         .letter = 'S',
+                                                         .exact = true,
+                                                         .handing = {.text = &hand_type}};
+                                                 else
+                                                     return variant{.record = &func__type};
+                                             }>.data()}};
+
+} // namespace
+
+const std::span<const variant_row> cast_variants = rows;

@@ -154,7 +154,7 @@ template <class relation, class T> struct of_numbers {
     template <operand_kind a, operand_kind b> static constexpr variant make()
     {
         constexpr bool open = a == EXPRESSION || (a == VARIABLE && !stands_in_place(b));
-        if constexpr (open && b == NUMBER)
+        if constexpr (open && b == HANDED)
             return {}; // it is cast to what the first turns out to be
         else if constexpr (open)
             return {.record = &evaluated<b>};
@@ -163,16 +163,44 @@ template <class relation, class T> struct of_numbers {
     }
 };
 
-// The rows of the handlers that compare numbers.
-template <class relation, class T> constexpr variant_row row(fcall general, fcall typed)
-{
-    using op = of_numbers<relation, T>;
-    return {.general = {general, typed},
-            .operands = {op::wants[0], op::wants[1]},
-            .variants = by_two<[]<operand_kind a, operand_kind b>() {
-                            return op::template make<a, b>();
-                        }>.data()};
-}
+// The comparison of two texts that stand in place, or of one that is handed on with a constant.
+template <class relation> struct of_texts {
+    using result = SLO;
+    static constexpr wanted wants[] = {{'S', true}, {'S', true}};
+    static constexpr bool truth = true;
+
+    static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        comparison<relation>::texts(dat_ptr, ret_dat);
+    }
+
+    template <operand_kind a, operand_kind b> static bool at_once(const ULO *dat_ptr, SLO *value)
+    {
+        const CHR *first, *second;
+        if (!in_place<const CHR *, a>(dat_ptr, &first) ||
+            !in_place<const CHR *, b>(dat_ptr + 1, &second))
+            return false;
+        *value = relation::texts(first, second);
+        return true;
+    }
+
+    template <operand_kind, operand_kind>
+    static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        const CHR *first = handed<const CHR *>(dat_ptr, ret_dat);
+        return relation::texts(first, constant_of<const CHR *>(node_at(dat_ptr + 1)));
+    }
+
+    template <operand_kind a, operand_kind b> static constexpr variant make()
+    {
+        if constexpr (stands_in_place(b) && (stands_in_place(a) || (a == HANDED && b == CONSTANT)))
+            return forms_of<of_texts, a, b>();
+        else if constexpr (a == HANDED || b == HANDED)
+            return {};
+        else
+            return {.record = &general};
+    }
+};
 
 } // namespace
 
@@ -195,8 +223,9 @@ COMPARISONS(COMPARISON)
 
 namespace {
 #define ROWS(name, relation)                                                                       \
-    row<relation, SLO>(func__##name, func__##name##_i),                                            \
-        row<relation, DFL>(func__##name##_f, func__##name##_f),
+    forms<of_numbers<relation, SLO>>(func__##name, func__##name##_i),                              \
+        forms<of_numbers<relation, DFL>>(func__##name##_f, func__##name##_f),                      \
+        forms<of_texts<relation>>(func__##name##_s, func__##name##_s),
 constexpr variant_row rows[] = {COMPARISONS(ROWS)};
 } // namespace
 
