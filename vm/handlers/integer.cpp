@@ -1,5 +1,7 @@
 // Integer and boolean instructions. Arithmetic wraps at 64 bits.
 
+#include <bit>
+
 #include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/random.h"
@@ -10,8 +12,6 @@ SLO add(SLO a, SLO b) { return SLO(ULO(a) + ULO(b)); }
 SLO subtract(SLO a, SLO b) { return SLO(ULO(a) - ULO(b)); }
 SLO multiply(SLO a, SLO b) { return SLO(ULO(a) * ULO(b)); }
 SLO multiply_add(SLO a, SLO b, SLO c) { return SLO(ULO(a) * ULO(b) + ULO(c)); }
-SLO quotient(SLO a, SLO b) { return a / b; }
-SLO remainder_of(SLO a, SLO b) { return a % b; }
 SLO increment(SLO a) { return add(a, 1); }
 SLO decrement(SLO a) { return subtract(a, 1); }
 SLO negate(SLO a) { return SLO(0 - ULO(a)); }
@@ -23,6 +23,16 @@ SLO bit_not(SLO a) { return ~a; }
 SLO shift_right(SLO a, SLO n) { return a >> (n & 63); }
 SLO shift_left(SLO a, SLO n) { return SLO(ULO(a) << (n & 63)); }
 SLO logical_not(SLO a) { return a == 0; }
+
+// Division is slow, and most divide by a power of two. For such: `a` cut to a multiple of `b`.
+bool is_power_of_two(SLO b) { return b > 0 && (b & (b - 1)) == 0; }
+SLO whole_part(SLO a, SLO b) { return (a + (a < 0 ? b - 1 : 0)) & -b; }
+
+SLO quotient(SLO a, SLO b)
+{
+    return is_power_of_two(b) ? whole_part(a, b) >> std::countr_zero(ULO(b)) : a / b;
+}
+SLO remainder_of(SLO a, SLO b) { return is_power_of_two(b) ? a - whole_part(a, b) : a % b; }
 
 SLO random_integer(SLO m)
 {
