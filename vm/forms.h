@@ -175,25 +175,29 @@ template <class op, operand_kind... kinds> constexpr variant forms_of()
     return made;
 }
 
-template <class op, operand_kind... kinds> constexpr variant make_variant()
+template <class op> struct variant_maker {
+    template <operand_kind... kinds> constexpr variant operator()() const
+    {
+        if constexpr (requires { op::template make<kinds...>(); })
+            return op::template make<kinds...>();
+        else
+            return forms_of<op, kinds...>();
+    }
+};
+
+template <class op> constexpr auto make_variants()
 {
-    if constexpr (requires { op::template make<kinds...>(); })
-        return op::template make<kinds...>();
+    if constexpr (std::size(op::wants) == 1)
+        return by_one(variant_maker<op>());
     else
-        return forms_of<op, kinds...>();
+        return by_two(variant_maker<op>());
 }
+template <class op> inline constexpr auto variants_of = make_variants<op>();
 
 // The row of an operation.
 template <class op> constexpr variant_row forms(fcall generic, fcall fast)
 {
-    variant_row row = {.general = {generic, fast}, .operands = {op::wants[0]}};
-    if constexpr (std::size(op::wants) == 1) {
-        row.variants = by_one<[]<operand_kind a>() { return make_variant<op, a>(); }>.data();
-    } else {
-        row.operands[1] = op::wants[1];
-        row.variants = by_two<[]<operand_kind a, operand_kind b>() {
-                           return make_variant<op, a, b>();
-                       }>.data();
-    }
+    variant_row row = {.general = {generic, fast}, .variants = variants_of<op>.data()};
+    for (std::size_t i = 0; i < std::size(op::wants); i++) row.operands[i] = op::wants[i];
     return row;
 }

@@ -56,27 +56,29 @@ struct variant_row {
     const variant *variants = nullptr; // [first kind], or [first * operand_kinds + second]
 };
 
-// Tables of variants; `make` gives the one for the kinds that it is instantiated with.
-template <auto make> constexpr auto make_by_one()
+// Tables of variants; `make` gives the one for the kinds that it is called for.
+template <class F> constexpr auto by_one(F make)
 {
-    return [&]<std::size_t... i>(std::index_sequence<i...>)
+    std::array<variant, operand_kinds> made = {};
+    [&]<std::size_t... i>(std::index_sequence<i...>)
     {
-        return std::array<variant, sizeof...(i)>{make.template operator()<operand_kind(i)>()...};
+        ((made[i] = make.template operator()<operand_kind(i)>()), ...);
     }
     (std::make_index_sequence<operand_kinds>());
+    return made;
 }
-template <auto make> constexpr auto make_by_two()
+template <class F> constexpr auto by_two(F make)
 {
-    return [&]<std::size_t... i>(std::index_sequence<i...>)
+    std::array<variant, operand_kinds *operand_kinds> made = {};
+    [&]<std::size_t... i>(std::index_sequence<i...>)
     {
-        return std::array<variant, sizeof...(i)>{
-            make.template
-            operator()<operand_kind(i / operand_kinds), operand_kind(i % operand_kinds)>()...};
+        ((made[i] = make.template
+                    operator()<operand_kind(i / operand_kinds), operand_kind(i % operand_kinds)>()),
+         ...);
     }
     (std::make_index_sequence<operand_kinds * operand_kinds>());
+    return made;
 }
-template <auto make> inline constexpr auto by_one = make_by_one<make>();
-template <auto make> inline constexpr auto by_two = make_by_two<make>();
 
 // The rows of each file of handlers that has some.
 extern const std::span<const variant_row> integer_variants, float_variants, compare_variants,

@@ -350,25 +350,27 @@ HANDLER(indices)
 
 namespace {
 
-constexpr variant_row index_texts_row = {
-    .general = {func__index_s, func__index_s},
-    .operands = {{'I'}},
-    .variants =
-        by_one<[]<operand_kind at>() { return variant{.record = &index_typed<'S', at>}; }>.data()};
+constexpr auto index_text_variants =
+    by_one([]<operand_kind at>() { return variant{.record = &index_typed<'S', at>}; });
+
+template <UCH letter>
+constexpr auto arsetq_variants = by_two([]<operand_kind at, operand_kind from>() {
+    return variant{.record = &arsetq_typed<letter, at, from>};
+});
 
 template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
 {
     return {.general = {typed, typed},
             .operands = {{'I'}, {letter, true}},
-            .variants = by_two<[]<operand_kind at, operand_kind from>() {
-                            return variant{.record = &arsetq_typed<letter, at, from>};
-                        }>.data()};
+            .variants = arsetq_variants<letter>.data()};
 }
 
 constexpr variant_row rows[] = {
     forms<member<SLO>>(func__index_i, func__index_i),
     forms<member<DFL>>(func__index_f, func__index_f),
-    index_texts_row,
+    {.general = {func__index_s, func__index_s},
+     .operands = {{'I'}},
+     .variants = index_text_variants.data()},
     arsetq_row<'I'>(func__arsetq_i),
     arsetq_row<'F'>(func__arsetq_f),
 };

@@ -109,18 +109,14 @@ HANDLER(type)
 
 namespace {
 
-constexpr variant_row rows[] = {{.general = {func__type, func__type},
-                                 .operands = {{'V'}},
-                                 .variants = by_one<[]<operand_kind of>() {
-                                                 if constexpr (of == VARIABLE)
-                                                     return variant{
-                                                         .record = &func__type,
-                                                         .letter = 'S',
-                                                         .exact = true,
-                                                         .handing = {.text = &hand_type}};
-                                                 else
-                                                     return variant{.record = &func__type};
-                                             }>.data()}};
+constexpr auto type_variants = by_one([]<operand_kind of>() {
+    if (of != VARIABLE) return variant{.record = &func__type};
+    return variant{
+        .record = &func__type, .letter = 'S', .exact = true, .handing = {.text = &hand_type}};
+});
+
+constexpr variant_row rows[] = {
+    {.general = {func__type, func__type}, .operands = {{'V'}}, .variants = type_variants.data()}};
 
 } // namespace
 

@@ -106,31 +106,28 @@ HANDLER(exit)
 
 namespace {
 
-constexpr variant_row if_row = {.general = {func__if, func__if_j},
-                                .operands = {{'I'}},
-                                .together = &variant::choosing,
-                                .variants =
-                                    by_one<[]<operand_kind condition>() {
-                                        return variant{.record = &choose<operand<SLO, condition>>};
-                                    }>.data()};
+constexpr auto if_variants = by_one(
+    []<operand_kind condition>() { return variant{.record = &choose<operand<SLO, condition>>}; });
+constexpr auto while_variants = by_one([]<operand_kind condition>() {
+    return variant{.record = &repeat_while<operand<SLO, condition>>};
+});
+constexpr auto for_variants = by_two(
+    []<operand_kind by, operand_kind to>() { return variant{.record = &repeat_for<by, to>}; });
 
-constexpr variant_row while_row = {
-    .general = {func__while, func__while_j},
-    .operands = {{'I'}},
-    .together = &variant::looping,
-    .variants = by_one<[]<operand_kind condition>() {
-                    return variant{.record = &repeat_while<operand<SLO, condition>>};
-                }>.data()};
-
-// By increment and end.
-constexpr variant_row for_row = {.general = {func__for, func__for_j},
-                                 .first = 2,
-                                 .operands = {{'I'}, {'I'}},
-                                 .variants = by_two<[]<operand_kind by, operand_kind to>() {
-                                                 return variant{.record = &repeat_for<by, to>};
-                                             }>.data()};
-
-constexpr variant_row rows[] = {if_row, while_row, for_row};
+constexpr variant_row rows[] = {
+    {.general = {func__if, func__if_j},
+     .operands = {{'I'}},
+     .together = &variant::choosing,
+     .variants = if_variants.data()},
+    {.general = {func__while, func__while_j},
+     .operands = {{'I'}},
+     .together = &variant::looping,
+     .variants = while_variants.data()},
+    {.general = {func__for, func__for_j},
+     .first = 2, // by increment and end
+     .operands = {{'I'}, {'I'}},
+     .variants = for_variants.data()},
+};
 
 } // namespace
 

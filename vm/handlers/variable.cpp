@@ -75,14 +75,17 @@ HANDLER(alsetq_z) { func__setq_z(dat_ptr, ret_dat); }
 
 namespace {
 
+template <class T>
+constexpr auto setq_variants = by_one([]<operand_kind value>() {
+    return variant{.record = &assign_any<T, value>};
+});
+
 template <class T> constexpr variant_row setq_row(fcall setq, fcall alsetq)
 {
     return {.general = {setq, alsetq},
             .operands = {{kind<T>::letter, true}},
             .together = &variant::assigning,
-            .variants = by_one<[]<operand_kind kind_>() {
-                            return variant{.record = &assign_any<T, kind_>};
-                        }>.data()};
+            .variants = setq_variants<T>.data()};
 }
 
 constexpr variant_row rows[] = {setq_row<SLO>(func__setq_i, func__alsetq_i),
