@@ -59,13 +59,19 @@ struct operand_span {
     bool leads;   // operand 0 is the node of a variable that it sets
 };
 
+// What a parent may want to know of a node that has been linked.
+struct linked_node {
+    assigned_set assigned = 0;
+    const variant *form = nullptr; // other ways to call it
+};
+
 class linker {
 public:
     void link_image(ULO *p, ULO scope);
 
 private:
-    assigned_set link_operand(ULO *word);
-    assigned_set link_node(ULO *p);
+    linked_node link_operand(ULO *word);
+    linked_node link_node(ULO *p);
     operand_span link_instruction(ULO *p, ULO payload);
     operand_span link_call(ULO *p, ULO payload, CHR letter);
 
@@ -94,20 +100,20 @@ operand_span linker::link_call(ULO *p, ULO payload, CHR letter)
     return {p + 3, p[2], false, false};
 }
 
-// The target of an operand word, linked. Returns what it assigns.
-assigned_set linker::link_operand(ULO *word)
+// The target of an operand word, linked.
+linked_node linker::link_operand(ULO *word)
 {
     ULO *node = word + *word;
     *word = reinterpret_cast<ULO>(node);
     const fcall leaf = leaf_handler(image::letter_of(*node));
     if (leaf == nullptr) return link_node(node);
     set_handler(node, leaf);
-    return 0;
+    return {};
 }
 
 // Operands are linked from the last to the first: an argument that is passed by alias keeps its
 // value for the call, so it is copied where a later argument may assign the variable.
-assigned_set linker::link_node(ULO *p)
+linked_node linker::link_node(ULO *p)
 {
     check_stack(fatal_site::STACK_LINK);
     const CHR letter = image::letter_of(*p);
@@ -122,17 +128,21 @@ assigned_set linker::link_node(ULO *p)
         set_handler(p, row.func_ptr);
         operands = {p + 1, static_cast<ULO>(row.operands), false, false};
     }
-    assigned_set assigned = 0;
+    linked_node linked;
+    const variant *forms[looked_at] = {};
     for (ULO i = operands.count; i-- > 0;) {
-        assigned |= link_operand(operands.first + i);
+        const linked_node operand = link_operand(operands.first + i);
+        linked.assigned |= operand.assigned;
+        if (i < looked_at) forms[i] = operand.form;
         ULO *node = reinterpret_cast<ULO *>(operands.first[i]);
-        if (*node == reinterpret_cast<ULO>(func__getval_ptr) && (assigned & bit_of(node[1])))
+        if (*node == reinterpret_cast<ULO>(func__getval_ptr) && (linked.assigned & bit_of(node[1])))
             set_handler(node, func__getval);
     }
-    if (letter == 'T') set_handler(p, specialised(reinterpret_cast<fcall>(*p), operands.first));
-    if (operands.assigns) assigned |= bit_of(p[1]);
-    if (operands.leads) assigned |= bit_of(reinterpret_cast<const ULO *>(operands.first[0])[1]);
-    return assigned;
+    if (letter == 'T') linked.form = specialise(p, operands.first, forms);
+    if (operands.assigns) linked.assigned |= bit_of(p[1]);
+    if (operands.leads)
+        linked.assigned |= bit_of(reinterpret_cast<const ULO *>(operands.first[0])[1]);
+    return linked;
 }
 
 void linker::link_image(ULO *p, ULO scope)

@@ -61,17 +61,20 @@ inline void lend_again(kestrin_data *ret_dat)
 // Frees the array of a record and makes it single and undefined; its string stays as a buffer.
 void free_array_of(kestrin_data *d);
 
+inline bool owns_nothing(const kestrin_data *d)
+{
+    return d->svalue == nullptr && d->array.mix == nullptr && d->aready_tags == nullptr;
+}
+
 // free_kst_data() where there is something to free. For records that are about to end.
 inline void release(kestrin_data *d)
 {
-    if (d->svalue != nullptr || d->array.mix != nullptr || d->aready_tags != nullptr)
-        free_kst_data(d);
+    if (!owns_nothing(d)) free_kst_data(d);
 }
 // What free_kst_data() does to a record that lives on.
 inline void clear(kestrin_data *d)
 {
-    if (d->svalue != nullptr || d->array.mix != nullptr || d->aready_tags != nullptr)
-        free_kst_data(d);
+    if (!owns_nothing(d)) free_kst_data(d);
     d->single = 1;
     d->type = 0;
 }
@@ -106,11 +109,20 @@ template <> struct kind<DFL> {
     static DFL from(const kestrin_data *d) { return to_fval(d); }
 };
 
+// A text is only read where it stands.
+template <> struct kind<const CHR *> {
+    static constexpr UCH letter = 'S';
+    static const CHR *in(const kestrin_data *d) { return d->svalue; }
+    static constexpr fcall constant = func__dummy_s;
+    static constexpr fcall typed_read = func__getval_s;
+};
+
 // How the operands of a slot are fetched: by a cast, or as values of a type that is proved.
 enum operands { CAST, PROVED };
 
 template <class T> T constant_of(const ULO *node)
 {
+    if constexpr (std::is_same_v<T, const CHR *>) return reinterpret_cast<const CHR *>(node + 2);
     T value;
     memcpy(&value, node + 1, sizeof value);
     return value;
@@ -156,23 +168,47 @@ template <operands how, class T>
     return cast_result<T>(word, ret_dat);
 }
 
-template <operands how, class T, leaf_kind leaf = ANY>
+// The number of a constant, or of a plain variable that holds one of the type. False: look at it in
+// another way; nothing has been done.
+template <class T, operand_kind kind_>
+[[gnu::always_inline]] inline bool in_place(const ULO *word, T *value)
+{
+    const ULO *node = node_at(word);
+    if constexpr (kind_ == CONSTANT) {
+        *value = constant_of<T>(node);
+        return true;
+    } else {
+        const kestrin_data *v = variable(node[1]);
+        *value = kind<T>::in(v);
+        return v->type == kind<T>::letter;
+    }
+}
+
+// The number of a node that hands it on. `ret_dat` is an owning slot, for what the node evaluates.
+template <class T> [[gnu::always_inline]] inline T handed(const ULO *word, kestrin_data *ret_dat)
+{
+    check_stack(fatal_site::STACK_EVAL);
+    const ULO *node = node_at(word);
+    return reinterpret_cast<T (*)(const ULO *, kestrin_data *)>(node[0])(node + 1, ret_dat);
+}
+
+template <operands how, class T, operand_kind kind_ = ANY>
 [[gnu::always_inline]] inline T fetch(const ULO *word, kestrin_data *ret_dat)
 {
-    if constexpr (leaf == CONSTANT) {
-        return constant_of<T>(node_at(word));
-    } else if constexpr (leaf == VARIABLE) {
-        const kestrin_data *v = variable(node_at(word)[1]);
-        if (v->type == kind<T>::letter) [[likely]]
-            return kind<T>::in(v);
-        return cast_variable<T>(node_at(word));
-    } else if constexpr (leaf == EXPRESSION) {
+    if constexpr (kind_ == ANY) {
+        return fetch_any<how, T>(word, ret_dat);
+    } else if constexpr (kind_ == HANDED) {
+        return handed<T>(word, ret_dat);
+    } else if constexpr (kind_ == EXPRESSION) {
         eval(word, ret_dat);
         if (ret_dat->type == kind<T>::letter) [[likely]]
             return kind<T>::in(ret_dat);
         return cast_result<T>(word, ret_dat);
     } else {
-        return fetch_any<how, T>(word, ret_dat);
+        T value;
+        if (in_place<T, kind_>(word, &value)) [[likely]]
+            return value;
+        return cast_variable<T>(node_at(word));
     }
 }
 
@@ -185,75 +221,98 @@ template <class T> void answer(kestrin_data *ret_dat, T value)
 }
 
 // The number of a constant or a single variable, where it stands.
-template <class T, leaf_kind leaf> bool read_in_place(const ULO *node, T *value)
+template <class T, operand_kind kind_ = ANY> bool read_in_place(const ULO *word, T *value)
 {
-    const bool looked_at = leaf == ANY;
-    if (leaf == CONSTANT || (looked_at && is_node(node, kind<T>::constant))) {
-        *value = constant_of<T>(node);
-        return true;
-    }
-    if (leaf != VARIABLE && !(looked_at && is_node(node, kind<T>::typed_read))) return false;
-    const kestrin_data *v = variable(node[1]);
-    if (!v->single || v->type != kind<T>::letter) return false;
-    *value = kind<T>::in(v);
-    return true;
+    const ULO *node = node_at(word);
+    if (kind_ == CONSTANT || (kind_ == ANY && is_node(node, kind<T>::constant)))
+        return in_place<T, CONSTANT>(word, value);
+    if (kind_ == EXPRESSION || (kind_ == ANY && !is_node(node, kind<T>::typed_read))) return false;
+    return in_place<T, VARIABLE>(word, value) && variable(node[1])->single;
 }
 
 // Evaluates an operand that is proved a number into a record; it may be an array of them.
-template <class T, leaf_kind leaf> void eval_number(const ULO *word, kestrin_data *ret_dat)
+template <class T, operand_kind kind_ = ANY>
+void eval_number(const ULO *word, kestrin_data *ret_dat)
 {
     T value = 0;
-    if (!read_in_place<T, leaf>(node_at(word), &value))
-        eval(word, ret_dat);
-    else if (rt_ctrl->rt_noterror)
-        answer(ret_dat, value);
+    if constexpr (kind_ == HANDED) {
+        ret_dat->disable_ptr = 1;
+        value = handed<T>(word, ret_dat);
+    } else if (!read_in_place<T, kind_>(word, &value)) {
+        return eval(word, ret_dat);
+    }
+    if (rt_ctrl->rt_noterror) answer(ret_dat, value);
 }
 
 // -- Numeric instructions ----------------------------------------------------------------------
 
 // The signature of `op` says the rest: how many operands, how each is fetched, the result's letter.
-// `fault` takes the same operands and gives the error to raise, or rt_text::NONE.
+// `fault` takes the same operands and gives the error to raise, or rt_text::NONE. An operation in
+// the sense of vm/forms.h.
 template <auto op, auto fault = nullptr> struct numeric;
 
 template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fault> {
-    static constexpr std::size_t count = sizeof...(A);
+    using result = R;
+    static constexpr wanted wants[] = {{kind<A>::letter}...};
+    static constexpr bool truth = false;
+    static constexpr bool may_fault = !std::is_null_pointer_v<decltype(fault)>;
+    template <class> static constexpr operand_kind unknown = ANY;
+    using every = std::index_sequence_for<A...>;
 
     // Braces fetch left to right.
-    template <operands how, leaf_kind... leaves, std::size_t... i>
+    template <operands how, operand_kind... kinds, std::size_t... i>
     [[gnu::always_inline]] static std::tuple<A...>
     fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat, std::index_sequence<i...>)
     {
-        constexpr leaf_kind kinds[] = {leaves..., ANY, ANY, ANY};
-        return std::tuple<A...>{fetch<how, A, kinds[i]>(dat_ptr + i, ret_dat)...};
+        return std::tuple<A...>{fetch<how, A, kinds>(dat_ptr + i, ret_dat)...};
     }
 
-    template <operands how, leaf_kind... leaves>
-    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    // False with an error pending; a fault raises one.
+    static bool are_good(const std::tuple<A...> &args, const ULO *dat_ptr)
+    {
+        if (!rt_ctrl->rt_noterror) [[unlikely]]
+            return false;
+        if constexpr (may_fault) {
+            const rt_text found = std::apply(fault, args);
+            if (found != rt_text::NONE) raise_error(found, dat_ptr);
+            return found == rt_text::NONE;
+        }
+        return true;
+    }
+
+    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        const auto args =
-            fetch_all<how, leaves...>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
-        if (!rt_ctrl->rt_noterror) [[unlikely]]
-            return;
-        if constexpr (!std::is_null_pointer_v<decltype(fault)>) {
-            const rt_text found = std::apply(fault, args);
-            if (found != rt_text::NONE) [[unlikely]]
-                return raise_error(found, dat_ptr);
-        }
-        answer<R>(ret_dat, std::apply(op, args));
+        const auto args = fetch_all<how, unknown<A>...>(dat_ptr, ret_dat, every());
+        if (are_good(args, dat_ptr)) [[likely]]
+            answer<R>(ret_dat, std::apply(op, args));
+    }
+    static void general(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
+
+    template <operand_kind... kinds> static R compute(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        const auto args = fetch_all<CAST, kinds...>(dat_ptr, ret_dat, every());
+        if (may_fault && !are_good(args, dat_ptr)) [[unlikely]]
+            return 0;
+        return std::apply(op, args);
     }
 
-    // The variants of a handler of one or two operands.
-    template <operands how> static constexpr variant_row variants(fcall general)
+    template <operand_kind... kinds> static bool at_once(const ULO *dat_ptr, R *value)
     {
-        constexpr CHR letters[] = {kind<A>::letter..., 0};
-        if constexpr (count == 1)
-            return vary<1>(general, 0, letters[0], 0,
-                           []<leaf_kind first, leaf_kind>() { return &run<how, first>; });
-        else
-            return vary<2>(
-                general, 0, letters[0], letters[1],
-                []<leaf_kind first, leaf_kind second>() { return &run<how, first, second>; });
+        return all_in_place<kinds...>(dat_ptr, value, every());
+    }
+
+    template <operand_kind... kinds, std::size_t... i>
+    [[gnu::always_inline]] static bool all_in_place(const ULO *dat_ptr, R *value,
+                                                    std::index_sequence<i...>)
+    {
+        std::tuple<A...> args;
+        if (!(in_place<A, kinds>(dat_ptr + i, &std::get<i>(args)) && ...)) return false;
+        if constexpr (may_fault)
+            if (std::apply(fault, args) != rt_text::NONE) [[unlikely]]
+                return false;
+        *value = std::apply(op, args);
+        return true;
     }
 };
 
@@ -261,8 +320,3 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
 #define HANDLERS(name, ...)                                                                        \
     HANDLER(name) { __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat); }                           \
     HANDLER(name##_j) { __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat); }
-
-// The same with variants: the rows for the linker's table.
-#define VARIANTS(name, ...)                                                                        \
-    __VA_ARGS__::template variants<CAST>(func__##name),                                            \
-        __VA_ARGS__::template variants<PROVED>(func__##name##_j),

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "vm/handler.h"
+#include "vm/text.h"
 
 namespace {
 
@@ -14,15 +15,17 @@ const rows_by_handler &rows()
 {
     static const rows_by_handler *made = [] {
         auto *rows = new rows_by_handler;
-        for (const auto &family : {integer_variants, float_variants, compare_variants,
-                                   control_variants, variable_variants, array_variants})
-            for (const variant_row &row : family) rows->emplace(row.general, &row);
+        for (const auto &family :
+             {integer_variants, float_variants, compare_variants, control_variants,
+              variable_variants, array_variants, cast_variants})
+            for (const variant_row &row : family)
+                for (const fcall handler : row.general) rows->emplace(handler, &row);
         return rows;
     }();
     return *made;
 }
 
-template <class T> leaf_kind kind_of_leaf(const ULO *node)
+template <class T> operand_kind kind_of_leaf(const ULO *node)
 {
     if (is_node(node, kind<T>::constant)) return CONSTANT;
     if (is_node(node, func__getval) || is_node(node, kind<T>::typed_read)) return VARIABLE;
@@ -38,23 +41,67 @@ bool is_leaf(const ULO *node)
     return false;
 }
 
-leaf_kind kind_of(const ULO *word, CHR letter)
+bool gives(const variant *operand, wanted want)
+{
+    return operand != nullptr && operand->letter == want.letter && (operand->exact || !want.exact);
+}
+
+operand_kind kind_of(const ULO *word, const variant *operand, wanted want)
 {
     const ULO *node = node_at(word);
-    if (!is_leaf(node)) return EXPRESSION;
-    return letter == 'F' ? kind_of_leaf<DFL>(node) : kind_of_leaf<SLO>(node);
+    if (!is_leaf(node)) return gives(operand, want) ? HANDED : EXPRESSION;
+    switch (want.letter) {
+    case 'I': return kind_of_leaf<SLO>(node);
+    case 'F': return kind_of_leaf<DFL>(node);
+    case 'S': return kind_of_leaf<const CHR *>(node);
+    default: return is_variable_read(node) ? VARIABLE : ANY;
+    }
+}
+
+template <class function> void put(ULO *node, function *handler)
+{
+    node[0] = reinterpret_cast<ULO>(handler);
+}
+
+void make_it_hand(ULO *node, const variant *form)
+{
+    switch (form->letter) {
+    case 'I': return put(node, form->handing.integer);
+    case 'F': return put(node, form->handing.real);
+    default: return put(node, form->handing.text);
+    }
+}
+
+// The row's variant for operands of these kinds.
+const variant &variant_for(const variant_row &row, const operand_kind *kinds)
+{
+    if (row.operands[1].letter == 0) return row.variants[kinds[0]];
+    return row.variants[kinds[0] * operand_kinds + kinds[1]];
 }
 
 } // namespace
 
-fcall specialised(fcall general, const ULO *operand_words)
+const variant *specialise(ULO *node, const ULO *words, const variant *const *operands)
 {
-    const auto found = rows().find(general);
-    if (found == rows().end()) return general;
+    const auto found = rows().find(reinterpret_cast<fcall>(node[0]));
+    if (found == rows().end()) return nullptr;
     const variant_row &row = *found->second;
-    const leaf_kind first = kind_of(operand_words + row.first, row.letters[0]);
-    if (first == ANY) return general;
-    if (row.letters[1] == 0) return row.variants[first];
-    const leaf_kind second = kind_of(operand_words + row.first + 1, row.letters[1]);
-    return second == ANY ? general : row.variants[first * leaf_kinds + second];
+    words += row.first;
+    operands += row.first;
+    if (row.together != nullptr && gives(operands[0], row.operands[0]) &&
+        operands[0]->*row.together != nullptr) {
+        put(node, operands[0]->*row.together);
+        return nullptr;
+    }
+    operand_kind kinds[2] = {kind_of(words, operands[0], row.operands[0]), EXPRESSION};
+    if (row.operands[1].letter != 0) kinds[1] = kind_of(words + 1, operands[1], row.operands[1]);
+    if (kinds[0] == ANY || kinds[1] == ANY) return nullptr;
+    if (variant_for(row, kinds).record == nullptr)
+        for (operand_kind &kind : kinds)
+            if (kind == HANDED) kind = EXPRESSION;
+    for (int i = 0; i < 2; i++)
+        if (kinds[i] == HANDED) make_it_hand(reinterpret_cast<ULO *>(words[i]), operands[i]);
+    const variant &chosen = variant_for(row, kinds);
+    put(node, chosen.record);
+    return &chosen;
 }

@@ -1,8 +1,13 @@
-// Variants of handlers for what their operands are. An operand is a plain variable, a constant or
-// an expression, and the linker knows which: it puts the variant that asks nothing of it at run
-// time in the place of the handler that the table names.
+// Variants of handlers for what their operands are. An operand is a plain variable, a constant, a
+// value that its node can hand on, or anything else, and the linker knows which: it puts into a
+// node the variant that asks nothing of its operands at run time.
+//
+// A node has one parent, which alone calls it. So the two may agree on another way than through the
+// record: the operand's node hands its value on in a register, or the parent's handler does the
+// work of both.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <span>
 #include <utility>
@@ -10,39 +15,76 @@
 #include "kestrin/value.h"
 
 // VARIABLE: a read of a plain variable whose type is unknown or the operand's. CONSTANT: one of the
-// operand's type. EXPRESSION: a node with operands of its own, or a call. ANY: not looked at.
-enum leaf_kind : UCH { VARIABLE, CONSTANT, EXPRESSION, ANY };
-constexpr std::size_t leaf_kinds = 3;
+// operand's type. HANDED: a node that hands on a value of the operand's type. EXPRESSION: any
+// other node with operands of its own, or a call. ANY: not looked at.
+enum operand_kind : UCH { VARIABLE, CONSTANT, HANDED, EXPRESSION, ANY };
+constexpr std::size_t operand_kinds = 4;
 
-// A handler and its variants, for one operand or for two that follow each other.
-struct variant_row {
-    fcall general;
-    UCH first;      // number of the operand word that the first letter is about
-    CHR letters[2]; // types of the operands, 'I' or 'F'; 0: there is one only
-    fcall variants[leaf_kinds * leaf_kinds]; // [first kind], or [first * leaf_kinds + second]
+// A handler that gives its value in a register. A text stays as it is until the next evaluation.
+union handing_form {
+    SLO (*integer)(const ULO *dat_ptr, kestrin_data *ret_dat) = nullptr;
+    DFL (*real)(const ULO *dat_ptr, kestrin_data *ret_dat);
+    const CHR *(*text)(const ULO *dat_ptr, kestrin_data *ret_dat);
 };
 
-// Makes a row; `variant` gives the handler for the kinds that it is instantiated with.
-template <std::size_t operands, class F>
-constexpr variant_row vary(fcall general, UCH first, CHR letter, CHR second_letter, F variant)
+// The handlers of an operation for operands of certain kinds; those that it lacks are NULL.
+struct variant {
+    fcall record = nullptr;    // leaves the result in the record: what any parent can call
+    CHR letter = 0;            // 'I', 'F' or 'S', if there is one of the following
+    bool exact = false;        // they give the operation's own result, never a cast of another type
+    handing_form handing = {}; // hands the result on, by `letter`; its caller lends an owning slot
+    fcall assigning = nullptr; // stands in the node of a SETQ whose value the operation is
+    fcall choosing = nullptr;  // in the node of an IF whose condition it is
+    fcall looping = nullptr;   // in the node of a WHILE
+};
+
+// What an operand is wanted for.
+struct wanted {
+    CHR letter = 0;     // of the type to which it is read, 'V' any; 0: there is no such operand
+    bool exact = false; // its own type matters as well
+};
+
+// Handlers, the generic and the fast one of an instruction, and their variants by the kinds of one
+// operand or of two that follow each other. Where there is no variant for an operand that is
+// HANDED, it is taken for an EXPRESSION.
+struct variant_row {
+    fcall general[2] = {};
+    UCH first = 0; // number of the operand word that the first letter is about
+    wanted operands[2] = {};
+    // The handler, among those of the first operand's variant, that does the work of both nodes.
+    fcall variant::*together = nullptr;
+    const variant *variants = nullptr; // [first kind], or [first * operand_kinds + second]
+};
+
+// Tables of variants; `make` gives the one for the kinds that it is called for.
+template <class F> constexpr auto by_one(F make)
 {
-    variant_row row = {general, first, {letter, second_letter}, {}};
+    std::array<variant, operand_kinds> made = {};
     [&]<std::size_t... i>(std::index_sequence<i...>)
     {
-        if constexpr (operands == 1)
-            ((row.variants[i] = variant.template operator()<leaf_kind(i), ANY>()), ...);
-        else
-            ((row.variants[i] = variant.template
-                                operator()<leaf_kind(i / leaf_kinds), leaf_kind(i % leaf_kinds)>()),
-             ...);
+        ((made[i] = make.template operator()<operand_kind(i)>()), ...);
     }
-    (std::make_index_sequence < operands == 1 ? leaf_kinds : leaf_kinds * leaf_kinds > ());
-    return row;
+    (std::make_index_sequence<operand_kinds>());
+    return made;
+}
+template <class F> constexpr auto by_two(F make)
+{
+    std::array<variant, operand_kinds *operand_kinds> made = {};
+    [&]<std::size_t... i>(std::index_sequence<i...>)
+    {
+        ((made[i] = make.template
+                    operator()<operand_kind(i / operand_kinds), operand_kind(i % operand_kinds)>()),
+         ...);
+    }
+    (std::make_index_sequence<operand_kinds * operand_kinds>());
+    return made;
 }
 
 // The rows of each file of handlers that has some.
 extern const std::span<const variant_row> integer_variants, float_variants, compare_variants,
-    control_variants, variable_variants, array_variants;
+    control_variants, variable_variants, array_variants, cast_variants;
 
-// The variant of a handler for the linked operands at these words, or the handler itself.
-fcall specialised(fcall general, const ULO *operand_words);
+// Chooses the variant of a linked node, whose operand words are given with what this function has
+// returned for the first of them. Returns the variant, or NULL for a node that has none.
+constexpr std::size_t looked_at = 4;
+const variant *specialise(ULO *node, const ULO *words, const variant *const *operands);

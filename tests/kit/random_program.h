@@ -70,7 +70,10 @@ private:
     std::string value(int depth)
     {
         if (depth <= 0 || one_in(4)) return leaf();
-        switch (below(17)) {
+        switch (below(19)) {
+        case 17: return division(depth);
+        case 18:
+            return "(== (TYPE " + value(depth - 1) + ") " + pick("\"I\"", "\"S\"", "\"F\"") + ")";
         case 0: return operation(pick("IADD", "-", "*", "IAND", "<<", "AND", "||"), 2, depth);
         case 1: return operation(pick("+.", "FSUB", "*.", "FDIV", "POW"), 2, depth);
         case 2: return operation(pick("==", "<", ">=", "NOTEQUAL"), 2, depth);
@@ -109,6 +112,13 @@ private:
         std::string text = "(" + name;
         for (int i = 0; i < operands; i++) text += " " + value(depth - 1);
         return text + ")";
+    }
+
+    // By constants: the smallest integer divided by -1 would end the test.
+    std::string division(int depth)
+    {
+        return "(" + pick("/", "IMOD") + " " + value(depth - 1) + " " +
+               pick("2", "8", "1", "3", "-2", "0", "4611686018427387904") + ")";
     }
 
     std::string source()

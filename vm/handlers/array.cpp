@@ -6,6 +6,7 @@
 // looks at the class first and takes the generic road where it differs.
 
 #include "kestrin/strings.h"
+#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/places.h"
 #include "vm/text.h"
@@ -71,9 +72,13 @@ template <class T, UCH letter_, fatal_site places, fatal_site tags> struct numbe
     {
         place(array, index) = kind<T>::in(source);
     }
+    static T get(const kestrin_data *array, ULO index)
+    {
+        return reinterpret_cast<const T *>(array->array.ival)[index];
+    }
     static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
     {
-        kind<T>::in(ret_dat) = reinterpret_cast<const T *>(array->array.ival)[index];
+        kind<T>::in(ret_dat) = get(array, index);
     }
 };
 
@@ -140,7 +145,7 @@ template <UCH letter> void store_typed(const ULO *dat_ptr, SLO index, const kest
     array->aready_tags[place] = letter;
 }
 
-template <UCH letter, leaf_kind at = ANY, leaf_kind from = ANY>
+template <UCH letter, operand_kind at = ANY, operand_kind from = ANY>
 void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
@@ -198,7 +203,7 @@ void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
     if (ret_dat->type == 0) raise_at(rt_text::GETVAL_BEFORE_USE, dat_ptr);
 }
 
-template <UCH letter, leaf_kind at = ANY>
+template <UCH letter, operand_kind at = ANY>
 void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
@@ -211,6 +216,54 @@ void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
         return load_typed<letter>(ret_dat, array, ULO(index));
     load(dat_ptr, ret_dat, index);
 }
+
+// A member of a number array in a register.
+template <class T> struct member {
+    using result = T;
+    static constexpr UCH letter = kind<T>::letter;
+    static constexpr wanted wants[] = {{'I'}};
+
+    static bool read(const ULO *dat_ptr, SLO index, T *value)
+    {
+        const kestrin_data *array = variable(dat_ptr[0]);
+        if (index <= 0 || ULO(index) >= array->indices_numb || array->arraytype != letter ||
+            array->aready_tags[index] == 0) [[unlikely]]
+            return false;
+        *value = member_class<letter>::get(array, ULO(index));
+        return true;
+    }
+
+    static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        index_typed<letter>(dat_ptr, ret_dat);
+    }
+
+    template <operand_kind at> static bool at_once(const ULO *dat_ptr, T *value)
+    {
+        SLO index;
+        return in_place<SLO, at>(dat_ptr + 1, &index) && read(dat_ptr, index, value);
+    }
+
+    template <operand_kind at> static T compute(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        const SLO index = fetch<CAST, SLO, at>(dat_ptr + 1, ret_dat);
+        T value;
+        return read(dat_ptr, index, &value) ? value : other(dat_ptr, ret_dat, index);
+    }
+
+    // In the record a member of another type stays what it is; a register takes a number only.
+    template <operand_kind at> static constexpr variant make()
+    {
+        return {
+            .record = &index_typed<letter, at>, .letter = letter, .handing = handing<member, at>()};
+    }
+
+    [[gnu::noinline]] static T other(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
+    {
+        if (rt_ctrl->rt_noterror) load(dat_ptr, ret_dat, index);
+        return rt_ctrl->rt_noterror ? kind<T>::from(ret_dat) : 0;
+    }
+};
 
 bool all_set(const kestrin_data *array, ULO n)
 {
@@ -297,22 +350,29 @@ HANDLER(indices)
 
 namespace {
 
-template <UCH letter> constexpr variant_row index_variants(fcall general)
-{
-    return vary<1>(general, 0, 'I', 0,
-                   []<leaf_kind at, leaf_kind>() { return &index_typed<letter, at>; });
-}
+constexpr auto index_text_variants =
+    by_one([]<operand_kind at>() { return variant{.record = &index_typed<'S', at>}; });
 
-template <UCH letter> constexpr variant_row arsetq_variants(fcall general)
+template <UCH letter>
+constexpr auto arsetq_variants = by_two([]<operand_kind at, operand_kind from>() {
+    return variant{.record = &arsetq_typed<letter, at, from>};
+});
+
+template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
 {
-    return vary<2>(general, 0, 'I', letter,
-                   []<leaf_kind at, leaf_kind from>() { return &arsetq_typed<letter, at, from>; });
+    return {.general = {typed, typed},
+            .operands = {{'I'}, {letter, true}},
+            .variants = arsetq_variants<letter>.data()};
 }
 
 constexpr variant_row rows[] = {
-    index_variants<'I'>(func__index_i),   index_variants<'F'>(func__index_f),
-    index_variants<'S'>(func__index_s),   arsetq_variants<'I'>(func__arsetq_i),
-    arsetq_variants<'F'>(func__arsetq_f),
+    forms<member<SLO>>(func__index_i, func__index_i),
+    forms<member<DFL>>(func__index_f, func__index_f),
+    {.general = {func__index_s, func__index_s},
+     .operands = {{'I'}},
+     .variants = index_text_variants.data()},
+    arsetq_row<'I'>(func__arsetq_i),
+    arsetq_row<'F'>(func__arsetq_f),
 };
 
 } // namespace

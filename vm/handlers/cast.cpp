@@ -27,7 +27,7 @@ void convert_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 // The operand as it is, where its type is the wanted one.
 template <class T> void forward(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    eval_number<T, ANY>(dat_ptr, ret_dat);
+    eval_number<T>(dat_ptr, ret_dat);
     if (ret_dat->single && ret_dat->type == kind<T>::letter) [[likely]]
         return;
     if (rt_ctrl->rt_noterror) answer<T>(ret_dat, kind<T>::from(ret_dat));
@@ -38,7 +38,7 @@ template <class T, CHR *(*print)(CHR **, T)>
 void convert_number_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     T value = 0;
-    if (!read_in_place<T, ANY>(node_at(dat_ptr), &value)) return convert_text(dat_ptr, ret_dat);
+    if (!read_in_place(dat_ptr, &value)) return convert_text(dat_ptr, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
     answer_text(ret_dat);
@@ -63,7 +63,7 @@ HANDLER(fval) { numeric<same_float>::run<CAST>(dat_ptr, ret_dat); }
 HANDLER(fval_i)
 {
     SLO value = 0;
-    if (!read_in_place<SLO, ANY>(node_at(dat_ptr), &value)) return convert<DFL>(dat_ptr, ret_dat);
+    if (!read_in_place(dat_ptr, &value)) return convert<DFL>(dat_ptr, ret_dat);
     ret_dat->disable_ptr = 1;
     if (rt_ctrl->rt_noterror) answer<DFL>(ret_dat, static_cast<DFL>(value));
 }
@@ -77,6 +77,25 @@ HANDLER(str_f) { convert_number_text<DFL, equ_fnum>(dat_ptr, ret_dat); }
 HANDLER(str_s) { convert_text(dat_ptr, ret_dat); }
 HANDLER(str_z) { convert_text(dat_ptr, ret_dat); }
 
+namespace {
+
+// The type of a plain variable, as a text that nobody has to make.
+const CHR *hand_type(const ULO *dat_ptr, kestrin_data *)
+{
+    static constexpr struct {
+        ULO length;
+        CHR text[8];
+    } names[] = {{1, "I"}, {1, "F"}, {1, "S"}, {1, "Z"}};
+    const ULO *node = node_at(dat_ptr);
+    const UCH type = variable(node[1])->type;
+    for (const auto &name : names)
+        if (static_cast<UCH>(name.text[0]) == type) return name.text;
+    if (rt_ctrl->rt_noterror) raise_unset_variable(node);
+    return names[0].text;
+}
+
+} // namespace
+
 // The type letter of the value; of member 0 for an array.
 HANDLER(type)
 {
@@ -87,3 +106,18 @@ HANDLER(type)
     call(node, ret_dat);
     if (rt_ctrl->rt_noterror) answer_type(ret_dat, ret_dat->type);
 }
+
+namespace {
+
+constexpr auto type_variants = by_one([]<operand_kind of>() {
+    if (of != VARIABLE) return variant{.record = &func__type};
+    return variant{
+        .record = &func__type, .letter = 'S', .exact = true, .handing = {.text = &hand_type}};
+});
+
+constexpr variant_row rows[] = {
+    {.general = {func__type, func__type}, .operands = {{'V'}}, .variants = type_variants.data()}};
+
+} // namespace
+
+const std::span<const variant_row> cast_variants = rows;

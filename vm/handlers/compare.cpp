@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/text.h"
 
@@ -98,30 +99,6 @@ template <class relation> struct comparison {
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 
-    // The comparison for a first operand that is likely a T; another type takes the generic way.
-    template <class T, leaf_kind first = ANY, leaf_kind second = ANY>
-    static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        ret_dat->disable_ptr = 1;
-        T value = 0;
-        if (!read_in_place<T, first>(node_at(dat_ptr), &value)) {
-            if constexpr (first == VARIABLE) return generic(dat_ptr, ret_dat);
-            eval(dat_ptr, ret_dat);
-            if (!rt_ctrl->rt_noterror) return;
-            if (ret_dat->type != kind<T>::letter) return by_type(ret_dat, dat_ptr + 1, ret_dat);
-            value = kind<T>::in(ret_dat);
-        }
-        const T other = fetch<CAST, T, second>(dat_ptr + 1, ret_dat);
-        if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(value, other));
-    }
-
-    template <class T> static constexpr variant_row variants(fcall general)
-    {
-        return vary<2>(
-            general, 0, kind<T>::letter, kind<T>::letter,
-            []<leaf_kind first, leaf_kind second>() { return &numbers<T, first, second>; });
-    }
-
     static SLO texts_of(const CHR *a, const CHR *b) { return relation::texts(a, b); }
     static void texts(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
@@ -136,20 +113,103 @@ template <class relation> struct comparison {
     }
 };
 
+// The comparison for a first operand that is likely a T; another type takes the generic way.
+template <class relation, class T> struct of_numbers {
+    using result = SLO;
+    static constexpr wanted wants[] = {{kind<T>::letter, true}, {kind<T>::letter}};
+    static constexpr bool truth = true;
+
+    static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        comparison<relation>::generic(dat_ptr, ret_dat);
+    }
+
+    template <operand_kind a, operand_kind b> static bool at_once(const ULO *dat_ptr, SLO *value)
+    {
+        T first, second;
+        if (!in_place<T, a>(dat_ptr, &first) || !in_place<T, b>(dat_ptr + 1, &second)) return false;
+        *value = relation::numbers(first, second);
+        return true;
+    }
+
+    template <operand_kind a, operand_kind b>
+    static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        const T first = fetch<CAST, T, a>(dat_ptr, ret_dat);
+        return relation::numbers(first, fetch<CAST, T, b>(dat_ptr + 1, ret_dat));
+    }
+
+    // For a first operand whose type is open until it has been evaluated.
+    template <operand_kind b = ANY> static void evaluated(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        eval(dat_ptr, ret_dat);
+        if (!rt_ctrl->rt_noterror) return;
+        if (ret_dat->type != kind<T>::letter) [[unlikely]]
+            return comparison<relation>::by_type(ret_dat, dat_ptr + 1, ret_dat);
+        const T first = kind<T>::in(ret_dat), second = fetch<CAST, T, b>(dat_ptr + 1, ret_dat);
+        if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(first, second));
+    }
+
+    template <operand_kind a, operand_kind b> static constexpr variant make()
+    {
+        constexpr bool open = a == EXPRESSION || (a == VARIABLE && !stands_in_place(b));
+        if constexpr (open && b == HANDED)
+            return {}; // it is cast to what the first turns out to be
+        else if constexpr (open)
+            return {.record = &evaluated<b>};
+        else
+            return forms_of<of_numbers, a, b>();
+    }
+};
+
+// The comparison of two texts that stand in place, or of one that is handed on with a constant.
+template <class relation> struct of_texts {
+    using result = SLO;
+    static constexpr wanted wants[] = {{'S', true}, {'S', true}};
+    static constexpr bool truth = true;
+
+    static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        comparison<relation>::texts(dat_ptr, ret_dat);
+    }
+
+    template <operand_kind a, operand_kind b> static bool at_once(const ULO *dat_ptr, SLO *value)
+    {
+        const CHR *first, *second;
+        if (!in_place<const CHR *, a>(dat_ptr, &first) ||
+            !in_place<const CHR *, b>(dat_ptr + 1, &second))
+            return false;
+        *value = relation::texts(first, second);
+        return true;
+    }
+
+    template <operand_kind, operand_kind>
+    static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        const CHR *first = handed<const CHR *>(dat_ptr, ret_dat);
+        return relation::texts(first, constant_of<const CHR *>(node_at(dat_ptr + 1)));
+    }
+
+    template <operand_kind a, operand_kind b> static constexpr variant make()
+    {
+        if constexpr (stands_in_place(b) && (stands_in_place(a) || (a == HANDED && b == CONSTANT)))
+            return forms_of<of_texts, a, b>();
+        else if constexpr (a == HANDED || b == HANDED)
+            return {};
+        else
+            return {.record = &general};
+    }
+};
+
 } // namespace
 
 #define COMPARISON(name, relation)                                                                 \
     HANDLER(name) { comparison<relation>::generic(dat_ptr, ret_dat); }                             \
-    HANDLER(name##_i) { comparison<relation>::numbers<SLO>(dat_ptr, ret_dat); }                    \
-    HANDLER(name##_f) { comparison<relation>::numbers<DFL>(dat_ptr, ret_dat); }                    \
+    HANDLER(name##_i) { of_numbers<relation, SLO>::evaluated(dat_ptr, ret_dat); }                  \
+    HANDLER(name##_f) { of_numbers<relation, DFL>::evaluated(dat_ptr, ret_dat); }                  \
     HANDLER(name##_s) { comparison<relation>::texts(dat_ptr, ret_dat); }                           \
     HANDLER(name##_z) { comparison<relation>::nils(dat_ptr, ret_dat); }
-
-// The rows of the handlers that compare numbers.
-#define COMPARISON_VARIANTS(name, relation)                                                        \
-    comparison<relation>::variants<SLO>(func__##name),                                             \
-        comparison<relation>::variants<SLO>(func__##name##_i),                                     \
-        comparison<relation>::variants<DFL>(func__##name##_f),
 
 #define COMPARISONS(X)                                                                             \
     X(equal, equal)                                                                                \
@@ -162,7 +222,11 @@ template <class relation> struct comparison {
 COMPARISONS(COMPARISON)
 
 namespace {
-constexpr variant_row rows[] = {COMPARISONS(COMPARISON_VARIANTS)};
+#define ROWS(name, relation)                                                                       \
+    forms<of_numbers<relation, SLO>>(func__##name, func__##name##_i),                              \
+        forms<of_numbers<relation, DFL>>(func__##name##_f, func__##name##_f),                      \
+        forms<of_texts<relation>>(func__##name##_s, func__##name##_s),
+constexpr variant_row rows[] = {COMPARISONS(ROWS)};
 } // namespace
 
 const std::span<const variant_row> compare_variants = rows;

@@ -4,9 +4,8 @@
 // run that may absorb them sets the machine going again.
 
 #include "kestrin/strings.h"
+#include "vm/forms.h"
 #include "vm/handler.h"
-
-namespace {
 
 void answer_zero(kestrin_data *ret_dat)
 {
@@ -14,7 +13,6 @@ void answer_zero(kestrin_data *ret_dat)
     answer<SLO>(ret_dat, 0);
 }
 
-// Takes back a BREAK. False if something else is pending.
 bool absorb_break()
 {
     if (rt_ctrl->rt_error_code != UNWIND_BREAK) return false;
@@ -23,42 +21,13 @@ bool absorb_break()
     return true;
 }
 
+namespace {
+
 void unwind(UCH mark)
 {
     if (!rt_ctrl->rt_noterror) return;
     rt_ctrl->rt_noterror = 0;
     rt_ctrl->rt_error_code = mark;
-}
-
-template <operands how, leaf_kind leaf = ANY> void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    // A slot that borrows still does so for the branch, which may answer by an alias.
-    const UCH owning = ret_dat->disable_ptr;
-    ret_dat->disable_ptr = 1;
-    const SLO condition = fetch<how, SLO, leaf>(dat_ptr, ret_dat);
-    if (!owning) {
-        clear(ret_dat);
-        ret_dat->disable_ptr = 0;
-    }
-    eval(dat_ptr + (condition != 0 ? 1 : 2), ret_dat);
-}
-
-template <operands how, leaf_kind leaf = ANY>
-void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    if (!rt_ctrl->rt_noterror) return;
-    ret_dat->disable_ptr = 1;
-    for (;;) {
-        const SLO condition = fetch<how, SLO, leaf>(dat_ptr, ret_dat);
-        // A BREAK in the body is seen here too: the fetch above has done nothing then.
-        if (!rt_ctrl->rt_noterror) {
-            if (!absorb_break()) return;
-            break;
-        }
-        if (condition == 0) break;
-        eval(dat_ptr + 1, ret_dat);
-    }
-    answer_zero(ret_dat);
 }
 
 void set_control(kestrin_data *control, SLO value)
@@ -76,31 +45,30 @@ SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
 
 // True where the loop has ended well. Words: variable, start, increment, end, body. The increment
 // is evaluated twice a round, for its sign and for the step: programs can see its side effects.
-template <operands how, leaf_kind by, leaf_kind to>
-bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <operand_kind by, operand_kind to> bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     kestrin_data *control = variable(node_at(dat_ptr)[1]);
-    SLO current = fetch<how, SLO>(dat_ptr + 1, ret_dat);
+    SLO current = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
     for (;;) {
         if (!rt_ctrl->rt_noterror) return false;
         set_control(control, current);
-        const SLO step = fetch<how, SLO, by>(dat_ptr + 2, ret_dat);
-        const SLO end = fetch<how, SLO, to>(dat_ptr + 3, ret_dat);
+        const SLO step = fetch<CAST, SLO, by>(dat_ptr + 2, ret_dat);
+        const SLO end = fetch<CAST, SLO, to>(dat_ptr + 3, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
         if (step < 0 ? end > current : end < current) return true;
         eval(dat_ptr + 4, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
         current = read_control(dat_ptr, control, ret_dat);
-        current += fetch<how, SLO, by>(dat_ptr + 2, ret_dat);
+        current += fetch<CAST, SLO, by>(dat_ptr + 2, ret_dat);
     }
 }
 
-template <operands how, leaf_kind by = ANY, leaf_kind to = ANY>
+template <operand_kind by = ANY, operand_kind to = ANY>
 void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
-    if (count_up<how, by, to>(dat_ptr, ret_dat) || absorb_break()) answer_zero(ret_dat);
+    if (count_up<by, to>(dat_ptr, ret_dat) || absorb_break()) answer_zero(ret_dat);
 }
 
 } // namespace
@@ -114,15 +82,15 @@ HANDLER(progn)
     }
 }
 
-HANDLER(if) { choose<CAST>(dat_ptr, ret_dat); }
-HANDLER(if_j) { choose<PROVED>(dat_ptr, ret_dat); }
-HANDLER(while) { repeat_while<CAST>(dat_ptr, ret_dat); }
-HANDLER(while_j) { repeat_while<PROVED>(dat_ptr, ret_dat); }
+HANDLER(if) { choose<operand<SLO, ANY>>(dat_ptr, ret_dat); }
+HANDLER(if_j) { choose<operand<SLO, ANY>>(dat_ptr, ret_dat); }
+HANDLER(while) { repeat_while<operand<SLO, ANY>>(dat_ptr, ret_dat); }
+HANDLER(while_j) { repeat_while<operand<SLO, ANY>>(dat_ptr, ret_dat); }
 HANDLER(for)
 {
-    repeat_for<CAST>(dat_ptr, ret_dat);
+    repeat_for(dat_ptr, ret_dat);
 }
-HANDLER(for_j) { repeat_for<PROVED>(dat_ptr, ret_dat); }
+HANDLER(for_j) { repeat_for(dat_ptr, ret_dat); }
 
 HANDLER(break)
 {
@@ -138,29 +106,27 @@ HANDLER(exit)
 
 namespace {
 
-template <operands how> constexpr variant_row if_variants(fcall general)
-{
-    return vary<1>(general, 0, 'I', 0,
-                   []<leaf_kind leaf, leaf_kind>() { return &choose<how, leaf>; });
-}
-
-template <operands how> constexpr variant_row while_variants(fcall general)
-{
-    return vary<1>(general, 0, 'I', 0,
-                   []<leaf_kind leaf, leaf_kind>() { return &repeat_while<how, leaf>; });
-}
-
-// By increment and end.
-template <operands how> constexpr variant_row for_variants(fcall general)
-{
-    return vary<2>(general, 2, 'I', 'I',
-                   []<leaf_kind by, leaf_kind to>() { return &repeat_for<how, by, to>; });
-}
+constexpr auto if_variants = by_one(
+    []<operand_kind condition>() { return variant{.record = &choose<operand<SLO, condition>>}; });
+constexpr auto while_variants = by_one([]<operand_kind condition>() {
+    return variant{.record = &repeat_while<operand<SLO, condition>>};
+});
+constexpr auto for_variants = by_two(
+    []<operand_kind by, operand_kind to>() { return variant{.record = &repeat_for<by, to>}; });
 
 constexpr variant_row rows[] = {
-    if_variants<CAST>(func__if),       if_variants<PROVED>(func__if_j),
-    while_variants<CAST>(func__while), while_variants<PROVED>(func__while_j),
-    for_variants<CAST>(func__for),     for_variants<PROVED>(func__for_j),
+    {.general = {func__if, func__if_j},
+     .operands = {{'I'}},
+     .together = &variant::choosing,
+     .variants = if_variants.data()},
+    {.general = {func__while, func__while_j},
+     .operands = {{'I'}},
+     .together = &variant::looping,
+     .variants = while_variants.data()},
+    {.general = {func__for, func__for_j},
+     .first = 2, // by increment and end
+     .operands = {{'I'}, {'I'}},
+     .variants = for_variants.data()},
 };
 
 } // namespace

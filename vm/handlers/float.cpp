@@ -4,6 +4,7 @@
 #include <cmath>
 #include <complex>
 
+#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/random.h"
 
@@ -90,7 +91,8 @@ FIXED_VALUE(pi, 0x400921FB54442D18)
 #undef FIXED_VALUE
 
 namespace {
-constexpr variant_row rows[] = {FLOAT_INSTRUCTIONS(VARIANTS)};
+#define ROW(name, ...) forms<__VA_ARGS__>(func__##name, func__##name##_j),
+constexpr variant_row rows[] = {FLOAT_INSTRUCTIONS(ROW)};
 } // namespace
 
 const std::span<const variant_row> float_variants = rows;

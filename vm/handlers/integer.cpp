@@ -1,5 +1,8 @@
 // Integer and boolean instructions. Arithmetic wraps at 64 bits.
 
+#include <bit>
+
+#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/random.h"
 
@@ -9,8 +12,6 @@ SLO add(SLO a, SLO b) { return SLO(ULO(a) + ULO(b)); }
 SLO subtract(SLO a, SLO b) { return SLO(ULO(a) - ULO(b)); }
 SLO multiply(SLO a, SLO b) { return SLO(ULO(a) * ULO(b)); }
 SLO multiply_add(SLO a, SLO b, SLO c) { return SLO(ULO(a) * ULO(b) + ULO(c)); }
-SLO quotient(SLO a, SLO b) { return a / b; }
-SLO remainder_of(SLO a, SLO b) { return a % b; }
 SLO increment(SLO a) { return add(a, 1); }
 SLO decrement(SLO a) { return subtract(a, 1); }
 SLO negate(SLO a) { return SLO(0 - ULO(a)); }
@@ -23,6 +24,16 @@ SLO shift_right(SLO a, SLO n) { return a >> (n & 63); }
 SLO shift_left(SLO a, SLO n) { return SLO(ULO(a) << (n & 63)); }
 SLO logical_not(SLO a) { return a == 0; }
 
+// Division is slow, and most divide by a power of two. For such: `a` cut to a multiple of `b`.
+bool is_power_of_two(SLO b) { return b > 0 && (b & (b - 1)) == 0; }
+SLO whole_part(SLO a, SLO b) { return (a + (a < 0 ? b - 1 : 0)) & -b; }
+
+SLO quotient(SLO a, SLO b)
+{
+    return is_power_of_two(b) ? whole_part(a, b) >> std::countr_zero(ULO(b)) : a / b;
+}
+SLO remainder_of(SLO a, SLO b) { return is_power_of_two(b) ? a - whole_part(a, b) : a % b; }
+
 SLO random_integer(SLO m)
 {
     return static_cast<SLO>(static_cast<DFL>(m) * draw(m < 0) / largest_draw);
@@ -31,16 +42,36 @@ SLO random_integer(SLO m)
 template <rt_text text> rt_text zero_divisor(SLO, SLO b) { return b == 0 ? text : rt_text::NONE; }
 
 // AND and OR evaluate the second operand only if the first leaves the result open.
-template <operands how, bool decided_by, leaf_kind a = ANY, leaf_kind b = ANY>
-void decide(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    ret_dat->disable_ptr = 1;
-    const bool first = fetch<how, SLO, a>(dat_ptr, ret_dat) != 0;
-    if (!rt_ctrl->rt_noterror) return;
-    if (first == decided_by) return answer<SLO>(ret_dat, decided_by);
-    const bool second = fetch<how, SLO, b>(dat_ptr + 1, ret_dat) != 0;
-    if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, second);
-}
+template <bool decided_by> struct decide {
+    using result = SLO;
+    static constexpr wanted wants[] = {{'I'}, {'I'}};
+    static constexpr bool truth = true;
+
+    template <operand_kind a, operand_kind b, operands how = CAST>
+    static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        const bool first = fetch<how, SLO, a>(dat_ptr, ret_dat) != 0;
+        if (!rt_ctrl->rt_noterror || first == decided_by) return decided_by;
+        return fetch<how, SLO, b>(dat_ptr + 1, ret_dat) != 0;
+    }
+
+    template <operand_kind a, operand_kind b> static bool at_once(const ULO *dat_ptr, SLO *value)
+    {
+        SLO first, second;
+        if (!in_place<SLO, a>(dat_ptr, &first) || !in_place<SLO, b>(dat_ptr + 1, &second))
+            return false;
+        *value = ((first != 0) == decided_by ? first : second) != 0;
+        return true;
+    }
+
+    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        const SLO value = compute<ANY, ANY, how>(dat_ptr, ret_dat);
+        if (rt_ctrl->rt_noterror) answer(ret_dat, value);
+    }
+    static void general(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
+};
 
 } // namespace
 
@@ -66,26 +97,15 @@ INTEGER_INSTRUCTIONS(HANDLERS)
 HANDLERS(ima, numeric<multiply_add>)
 HANDLERS(irnd, numeric<random_integer>)
 
-HANDLER(and) { decide<CAST, false>(dat_ptr, ret_dat); }
-HANDLER(and_j) { decide<PROVED, false>(dat_ptr, ret_dat); }
-HANDLER(or) { decide<CAST, true>(dat_ptr, ret_dat); }
-HANDLER(or_j) { decide<PROVED, true>(dat_ptr, ret_dat); }
+HANDLERS(and, decide<false>)
+HANDLERS(or, decide<true>)
 
 namespace {
 
-template <operands how, bool decided_by> constexpr variant_row deciding(fcall general)
-{
-    return vary<2>(general, 0, 'I', 'I', []<leaf_kind first, leaf_kind second>() {
-        return &decide<how, decided_by, first, second>;
-    });
-}
+#define ROW(name, ...) forms<__VA_ARGS__>(func__##name, func__##name##_j),
 
-constexpr variant_row rows[] = {
-    INTEGER_INSTRUCTIONS(VARIANTS) deciding<CAST, false>(func__and),
-    deciding<PROVED, false>(func__and_j),
-    deciding<CAST, true>(func__or),
-    deciding<PROVED, true>(func__or_j),
-};
+constexpr variant_row rows[] = {INTEGER_INSTRUCTIONS(ROW) ROW(and, decide<false>)
+                                    ROW(or, decide<true>)};
 
 } // namespace
 

@@ -2,14 +2,10 @@
 // the type pass makes of them. Words of the node: slot number, value operand.
 
 #include "kestrin/strings.h"
+#include "vm/forms.h"
 #include "vm/handler.h"
 
 namespace {
-
-bool owns_nothing(const kestrin_data *d)
-{
-    return d->svalue == nullptr && d->array.mix == nullptr && d->aready_tags == nullptr;
-}
 
 // An array, also one that a FOR over its name has made single.
 bool holds_array(const kestrin_data *d) { return d->indices_numb > 1; }
@@ -21,21 +17,19 @@ void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
     target->value = source->value;
 }
 
+} // namespace
+
 // Both single and of the proved type: type and value are all there is. Else the generic road.
-template <class T, leaf_kind leaf = ANY>
-void assign_number(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <class T, operand_kind kind_> void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    eval_number<T, leaf>(dat_ptr + 1, ret_dat);
+    eval_number<T, kind_>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     kestrin_data *target = variable(dat_ptr[0]);
-    if (!ret_dat->single || ret_dat->type != kind<T>::letter || holds_array(target))
-        return copy_kst_data(target, ret_dat, 0);
-    if (target->svalue != nullptr && target->svalue != ret_dat->svalue)
-        free_string(&target->svalue);
-    set_number(target, kind<T>::letter, ret_dat);
+    if (ret_dat->single && ret_dat->type == kind<T>::letter && owns_nothing(target))
+        set_number(target, kind<T>::letter, ret_dat);
+    else
+        copy_kst_data(target, ret_dat, 0);
 }
-
-} // namespace
 
 HANDLER(setq)
 {
@@ -48,8 +42,8 @@ HANDLER(setq)
         copy_kst_data(target, ret_dat, 0);
 }
 
-HANDLER(setq_i) { assign_number<SLO>(dat_ptr, ret_dat); }
-HANDLER(setq_f) { assign_number<DFL>(dat_ptr, ret_dat); }
+HANDLER(setq_i) { assign_any<SLO>(dat_ptr, ret_dat); }
+HANDLER(setq_f) { assign_any<DFL>(dat_ptr, ret_dat); }
 
 HANDLER(setq_s)
 {
@@ -81,18 +75,21 @@ HANDLER(alsetq_z) { func__setq_z(dat_ptr, ret_dat); }
 
 namespace {
 
-template <class T> constexpr variant_row setq_variants(fcall general)
+template <class T>
+constexpr auto setq_variants = by_one([]<operand_kind value>() {
+    return variant{.record = &assign_any<T, value>};
+});
+
+template <class T> constexpr variant_row setq_row(fcall setq, fcall alsetq)
 {
-    return vary<1>(general, 0, kind<T>::letter, 0,
-                   []<leaf_kind leaf, leaf_kind>() { return &assign_number<T, leaf>; });
+    return {.general = {setq, alsetq},
+            .operands = {{kind<T>::letter, true}},
+            .together = &variant::assigning,
+            .variants = setq_variants<T>.data()};
 }
 
-constexpr variant_row rows[] = {
-    setq_variants<SLO>(func__setq_i),
-    setq_variants<DFL>(func__setq_f),
-    setq_variants<SLO>(func__alsetq_i),
-    setq_variants<DFL>(func__alsetq_f),
-};
+constexpr variant_row rows[] = {setq_row<SLO>(func__setq_i, func__alsetq_i),
+                                setq_row<DFL>(func__setq_f, func__alsetq_f)};
 
 } // namespace
 

@@ -1,0 +1,203 @@
+// The forms of an operation on numbers: the handlers that leave its result in the record, hand it
+// on in a register, or do the work of the SETQ, IF or WHILE around it as well. vm/variants.h says
+// where the linker puts them.
+//
+// An operation is a class with
+//     result, wants      its number's type, and what it wants of its operands
+//     truth              whether it serves as a condition
+//     general            its handler, which takes operands of any kind
+//     at_once<kinds>     the number where all operands stand in place and nothing is out of the
+//                        way; false otherwise, and then nothing has been done
+//     compute<kinds>     the number for operands of other kinds; `ret_dat` is an owning slot
+//     make<kinds>        only where some kinds have other forms than the usual: the variant
+// So every form is a short road with one test, and the way out of it is the general handler, run as
+// if nothing had been chosen.
+#pragma once
+
+#include "vm/handler.h"
+
+constexpr bool stands_in_place(operand_kind kind_)
+{
+    return kind_ == VARIABLE || kind_ == CONSTANT;
+}
+
+// -- Where a number comes from -----------------------------------------------------------------
+
+// Each gives the number or, where it is `quiet`, may refuse without having done anything.
+
+// An operand word.
+template <class T, operand_kind kind_> struct operand {
+    static constexpr bool quiet = stands_in_place(kind_);
+    static bool get(const ULO *word, [[maybe_unused]] kestrin_data *ret_dat, T *value)
+    {
+        if constexpr (quiet) {
+            return in_place<T, kind_>(word, value);
+        } else {
+            *value = fetch<CAST, T, kind_>(word, ret_dat);
+            return true;
+        }
+    }
+};
+
+// The words of an operation.
+template <class op, operand_kind... kinds> struct operation {
+    using T = typename op::result;
+    static constexpr bool quiet = (stands_in_place(kinds) && ...);
+    [[gnu::always_inline]] static bool get(const ULO *dat_ptr,
+                                           [[maybe_unused]] kestrin_data *ret_dat, T *value)
+    {
+        if constexpr (quiet) {
+            return op::template at_once<kinds...>(dat_ptr, value);
+        } else {
+            *value = op::template compute<kinds...>(dat_ptr, ret_dat);
+            return true;
+        }
+    }
+};
+
+// An operand word whose node is an operation.
+template <class operation> struct inner {
+    static constexpr bool quiet = operation::quiet;
+    [[gnu::always_inline]] static bool get(const ULO *word, kestrin_data *ret_dat,
+                                           typename operation::T *value)
+    {
+        return operation::get(node_at(word) + 1, ret_dat, value);
+    }
+};
+
+// -- What is done with it ----------------------------------------------------------------------
+
+template <class op, operand_kind... kinds> void record(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    using numbers = operation<op, kinds...>;
+    ret_dat->disable_ptr = 1;
+    typename op::result value;
+    if (!numbers::get(dat_ptr, ret_dat, &value)) [[unlikely]]
+        return op::general(dat_ptr, ret_dat);
+    if (rt_ctrl->rt_noterror) [[likely]]
+        answer(ret_dat, value);
+}
+
+template <class op> [[gnu::noinline]] auto hand_generally(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    op::general(dat_ptr, ret_dat);
+    return rt_ctrl->rt_noterror ? kind<typename op::result>::from(ret_dat) : 0;
+}
+template <class op, operand_kind... kinds> auto hand(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    typename op::result value;
+    if (!operation<op, kinds...>::get(dat_ptr, ret_dat, &value)) [[unlikely]]
+        return hand_generally<op>(dat_ptr, ret_dat);
+    return value;
+}
+
+// SETQ of a value that is likely a T.
+template <class T, operand_kind kind_ = ANY>
+void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat);
+
+template <class T, class source> void assign(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    if constexpr (!source::quiet) ret_dat->disable_ptr = 1;
+    T value;
+    if (!source::get(dat_ptr + 1, ret_dat, &value)) [[unlikely]]
+        return assign_any<T>(dat_ptr, ret_dat);
+    if (!rt_ctrl->rt_noterror) [[unlikely]]
+        return;
+    answer(ret_dat, value);
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (!owns_nothing(target)) [[unlikely]]
+        return copy_kst_data(target, ret_dat, 0);
+    answer(target, value);
+}
+
+template <class source> void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    // A slot that borrows still does so for the branch, which may answer by an alias.
+    const UCH owning = ret_dat->disable_ptr;
+    if constexpr (!source::quiet) ret_dat->disable_ptr = 1;
+    SLO condition;
+    if (!source::get(dat_ptr, ret_dat, &condition)) [[unlikely]]
+        return choose<operand<SLO, ANY>>(dat_ptr, ret_dat);
+    if (!source::quiet && !owning) {
+        clear(ret_dat);
+        ret_dat->disable_ptr = 0;
+    }
+    eval(dat_ptr + (condition != 0 ? 1 : 2), ret_dat);
+}
+
+void answer_zero(kestrin_data *ret_dat);
+// Takes back a BREAK. False if something else is pending.
+bool absorb_break();
+
+template <class source> void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    if (!rt_ctrl->rt_noterror) return;
+    ret_dat->disable_ptr = 1;
+    for (;;) {
+        SLO condition;
+        if (!source::get(dat_ptr, ret_dat, &condition)) [[unlikely]]
+            condition = fetch<CAST, SLO>(dat_ptr, ret_dat);
+        // A BREAK in the body is seen here too: nothing has been fetched then.
+        if (!rt_ctrl->rt_noterror) {
+            if (!absorb_break()) return;
+            break;
+        }
+        if (condition == 0) break;
+        eval(dat_ptr + 1, ret_dat);
+    }
+    answer_zero(ret_dat);
+}
+
+// -- Tables ------------------------------------------------------------------------------------
+
+template <class op, operand_kind... kinds> constexpr handing_form handing()
+{
+    if constexpr (std::is_same_v<typename op::result, DFL>)
+        return {.real = &hand<op, kinds...>};
+    else
+        return {.integer = &hand<op, kinds...>};
+}
+
+template <class op, operand_kind... kinds> constexpr variant forms_of()
+{
+    using T = typename op::result;
+    using source = inner<operation<op, kinds...>>;
+    variant made = {.record = &record<op, kinds...>,
+                    .letter = kind<T>::letter,
+                    .exact = true,
+                    .handing = handing<op, kinds...>()};
+    if constexpr (op::truth) {
+        made.choosing = &choose<source>;
+        made.looping = &repeat_while<source>;
+    } else {
+        made.assigning = &assign<T, source>;
+    }
+    return made;
+}
+
+template <class op> struct variant_maker {
+    template <operand_kind... kinds> constexpr variant operator()() const
+    {
+        if constexpr (requires { op::template make<kinds...>(); })
+            return op::template make<kinds...>();
+        else
+            return forms_of<op, kinds...>();
+    }
+};
+
+template <class op> constexpr auto make_variants()
+{
+    if constexpr (std::size(op::wants) == 1)
+        return by_one(variant_maker<op>());
+    else
+        return by_two(variant_maker<op>());
+}
+template <class op> inline constexpr auto variants_of = make_variants<op>();
+
+// The row of an operation.
+template <class op> constexpr variant_row forms(fcall generic, fcall fast)
+{
+    variant_row row = {.general = {generic, fast}, .variants = variants_of<op>.data()};
+    for (std::size_t i = 0; i < std::size(op::wants); i++) row.operands[i] = op::wants[i];
+    return row;
+}
