@@ -89,6 +89,7 @@ def check(paths, kestrin):
                        stdout=subprocess.DEVNULL)
         subprocess.run(["tar", "xzf", "kst_tut.tgz"], cwd=directory, check=True)
         environment = {**ENVIRONMENT, "HOME": top,
+                       "ASAN_OPTIONS": "check_printf=0",  # formats are the engine's business
                        "PATH": os.path.dirname(os.path.abspath(kestrin)) + ":/usr/bin:/bin"}
         for path in paths:
             for number, kind, text, expected in examples(path):

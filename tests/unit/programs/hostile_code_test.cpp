@@ -62,6 +62,7 @@ void take_limits()
     setrlimit(RLIMIT_AS, &memory);
 #endif
     signal(SIGXFSZ, SIG_IGN);
+    signal(SIGPIPE, SIG_IGN);
     const int nowhere = open("/dev/null", O_RDWR);
     for (int fd = 0; fd < 64; fd++) dup2(nowhere, fd); // what is inherited, too
     if (chdir("/proc/self") != 0) _exit(1);            // nothing can be made or removed there
