@@ -6,9 +6,6 @@
 #include "kestrin/strings.h"
 #include "strings/fatal.h"
 
-// Published too; without the dynamic initialisation that another unit has to reckon with.
-extern constinit thread_local strings_state *strings_tls;
-
 // The text of the string library's own sites.
 extern const CHR *strings_fault_text;
 
