@@ -25,12 +25,7 @@ void free_strings(CHR **places, ULO from, ULO to)
 
 void free_members(kestrin_data *places, ULO from, ULO to)
 {
-    for (ULO i = from; i < to; i++) {
-        if (places[i].indices_numb < 2)
-            free_string(&places[i].svalue);
-        else
-            free_kst_data(&places[i]);
-    }
+    for (ULO i = from; i < to; i++) release(&places[i]);
 }
 
 void free_array(kestrin_data *d)

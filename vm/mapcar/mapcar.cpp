@@ -167,6 +167,7 @@ void evaluate(const CHR *operand, evaluation *e)
 {
     rt_control *rt = rt_ctrl;
     if (rt->rt_scope_table == nullptr) rt->rt_scope_table = lut_make_view(the_engine.func_lut);
+    const ULO known = rt->rt_scope_table == nullptr ? 0 : rt->rt_scope_table->lut_count;
     if (rt->rt_scope_table != nullptr) rt->rt_scope_table->lut_scope++;
     const bool ready =
         is_bytecode(operand) ? take_bytecode(operand, e) : compile_source(operand, e);
@@ -176,7 +177,7 @@ void evaluate(const CHR *operand, evaluation *e)
         set_empty(&e->value);
     if (rt->rt_scope_table == nullptr) return;
     rt->rt_scope_table->lut_scope--;
-    lut_prune(rt->rt_scope_table);
+    if (rt->rt_scope_table->lut_count != known) lut_prune(rt->rt_scope_table);
 }
 
 // -- The answer --------------------------------------------------------------------------------
