@@ -67,7 +67,7 @@ std::string_view trimmed(std::string_view text) { return left_trimmed(right_trim
 brackets::brackets(std::string_view text)
 {
     if (text.size() >= UINT32_MAX) fatal(fatal_site::MEMORY_NEW);
-    close_.resize(text.size());
+    close_.assign(text.size(), static_cast<std::uint32_t>(text.size()));
     std::vector<std::uint32_t> open;
     ULO i = 0;
     while (i < text.size()) {
@@ -88,7 +88,6 @@ brackets::brackets(std::string_view text)
         i++;
     }
     if (i != text.size() || !open.empty()) balanced_ = false;
-    for (std::uint32_t o : open) close_[o] = static_cast<std::uint32_t>(text.size());
 }
 
 std::string_view token_walk::next()

@@ -16,8 +16,8 @@ std::string_view left_trimmed(std::string_view text);
 std::string_view right_trimmed(std::string_view text);
 std::string_view trimmed(std::string_view text);
 
-// For each opening parenthesis outside quotes its closing one; one that never closes reaches the
-// end.
+// For each opening parenthesis outside quotes its closing one. One that never closes reaches the
+// end, and so does one in quotes, which a walk may come upon that began inside them.
 class brackets {
 public:
     explicit brackets(std::string_view text);

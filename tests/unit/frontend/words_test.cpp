@@ -169,6 +169,8 @@ TEST_F(words, squeezing)
         {"(PROGN (DEFUN F (PROGN (PROGN A B))) (F))", "(PROGN (DEFUN F (PROGN A B)) (F))", 1},
         {"(PROGN \"(PROGN \" (PROGN \"a) b\"))", "(PROGN \"(PROGN \" \"a) b\")", 1},
         {"(PROGN (PROGN))", "(PROGN)", 1},
+        // out of balance: a walk that began in quotes meets a parenthesis in them, once
+        {"(DEFUN F \"x (A))", "(DEFUN F (x ()))", 0},
     };
     for (const auto &c : cases) {
         ULO count = 0;
