@@ -148,6 +148,7 @@ template <UCH letter> void store_typed(const ULO *dat_ptr, SLO index, const kest
 template <UCH letter, operand_kind at = ANY, operand_kind from = ANY>
 void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
+    if constexpr (at == HANDED) ret_dat->disable_ptr = 1; // what hands on wants an owning slot
     const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
     if constexpr (letter == 'I')
