@@ -2,9 +2,11 @@
 // the most. The system library sees only formats that are safe for the value; where the conversion
 // and the value's type differ, the value is converted.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "vm/handler.h"
@@ -12,47 +14,78 @@
 
 namespace {
 
-// The conversion of a format, as the system library reads it.
-struct conversion {
-    CHR letter = 0;       // 0: none, or cut off at the end
-    bool is_safe = true;  // no width or precision from the arguments, no position, nothing stored
-    bool is_wide = false; // of wide characters
-    ULO long_double = 0;  // place of an L in the format, 0 if none
+// What a value becomes under a conversion.
+enum class print_as : UCH { INTEGER, FLOAT, TEXT, OWN };
+
+// A row of the table of conversions: all that the system library may be asked. Sizes stand between
+// blanks; the empty one is always allowed. Some letters the library takes for another size or
+// conversion than they look, and reads what was never passed: they are in no row.
+struct conversion_row {
+    std::string_view letters;
+    print_as number, text;         // what a number and a text, or nil, are printed as
+    std::string_view number_sizes; // for numbers
+    std::string_view text_sizes;   // for texts and nil
+    std::string_view types;        // of the values that it takes
 };
 
-bool one_of(CHR c, const CHR *letters) { return c != 0 && strchr(letters, c) != nullptr; }
+constexpr std::string_view any_size = " hh h l ll q j z t L ", short_size = " hh h ";
+constexpr std::string_view double_size = " hh h l j z t L ";
 
-// Digits of a width or precision from `i` on. False if the number is beyond what a result can hold.
-bool skip_number(std::string_view format, ULO *i)
+constexpr conversion_row conversions[] = {
+    {"diouxXbB", print_as::INTEGER, print_as::INTEGER, any_size, any_size, "IFSZ"},
+    {"eEfFgGaA", print_as::FLOAT, print_as::FLOAT, double_size, double_size, "IFSZ"},
+    {"c", print_as::INTEGER, print_as::INTEGER, any_size, short_size, "IFSZ"},
+    {"C", print_as::INTEGER, print_as::INTEGER, any_size, "", "IF"},
+    {"s", print_as::TEXT, print_as::TEXT, "", short_size, "SZ"},
+    {"p", print_as::INTEGER, print_as::TEXT, any_size, any_size, "IFSZ"},
+    {"m", print_as::OWN, print_as::OWN, "", "", "IFSZ"},
+};
+
+bool one_of(CHR c, std::string_view letters) { return letters.find(c) != letters.npos; }
+
+// Cuts a width or precision off. False if the number is beyond what a result can hold.
+bool take_number(std::string_view *rest)
 {
     ULO value = 0;
-    for (; *i < format.size() && format[*i] >= '0' && format[*i] <= '9'; ++*i) {
-        value = value * 10 + ULO(format[*i] - '0');
+    for (; !rest->empty() && one_of(rest->front(), "0123456789"); rest->remove_prefix(1)) {
+        value = value * 10 + ULO(rest->front() - '0');
         if (value > INT32_MAX) return false;
     }
     return true;
 }
 
-conversion read_conversion(std::string_view format)
+bool take_flags_and_width(std::string_view *rest)
 {
-    conversion found;
-    ULO i = format.find('%');
-    if (i == format.npos) return found;
-    i++;
-    while (i < format.size() && one_of(format[i], "-+ #0'I")) i++;
-    if (!skip_number(format, &i)) found.is_safe = false;
-    if (i < format.size() && format[i] == '.') {
-        i++;
-        if (!skip_number(format, &i)) found.is_safe = false;
-    }
-    for (; i < format.size() && one_of(format[i], "hlqjztL"); i++) {
-        if (format[i] == 'L') found.long_double = i;
-        if (format[i] == 'l') found.is_wide = true;
-    }
-    if (i < format.size()) found.letter = format[i];
-    if (one_of(found.letter, "n*$") || found.letter == 0) found.is_safe = false;
-    found.is_wide = one_of(found.letter, "CS") || (found.is_wide && one_of(found.letter, "cs"));
-    return found;
+    rest->remove_prefix(std::min(rest->find_first_not_of("-+ #0'I"), rest->size()));
+    if (!take_number(rest)) return false;
+    if (rest->empty() || rest->front() != '.') return true;
+    rest->remove_prefix(1);
+    return take_number(rest);
+}
+
+bool allows_size(std::string_view sizes, std::string_view size)
+{
+    return size.empty() || sizes.find(" " + std::string(size) + " ") != sizes.npos;
+}
+
+// The conversion behind a percent sign, if the table allows it for a value of the type.
+struct conversion {
+    print_as as;
+    std::string_view size; // a part of the format
+};
+
+std::optional<conversion> read_conversion(std::string_view behind, UCH type)
+{
+    const bool is_number = type == 'I' || type == 'F';
+    if (!take_flags_and_width(&behind)) return {};
+    const auto end = std::min(behind.find_first_not_of("hlqjztL"), behind.size());
+    const std::string_view size = behind.substr(0, end);
+    if (end == behind.size()) return {};
+    for (const conversion_row &row : conversions)
+        if (one_of(behind[end], row.letters) && one_of(static_cast<CHR>(type), row.types) &&
+            allows_size(is_number ? row.number_sizes : row.text_sizes, size))
+            return conversion{is_number ? row.number : row.text, size};
+    return {};
 }
 
 // The letter by which a number is tested for a string conversion: the first one behind the % that
@@ -60,7 +93,6 @@ conversion read_conversion(std::string_view format)
 CHR tested_letter(std::string_view format)
 {
     auto i = format.find('%');
-    if (i == format.npos) return ' ';
     while (i + 1 < format.size() && !one_of(format[i], "diouxXeEfgcsSpn")) i++;
     return format[i];
 }
@@ -98,19 +130,16 @@ template <class T> bool print(CHR **targ, const CHR *format, T value)
     return true;
 }
 
-bool print_number(kestrin_data *d, const CHR *format, const conversion &c)
+// A float is a double, whatever the size says.
+bool print_float(kestrin_data *d, std::string_view format, std::string_view size)
 {
-    if (!one_of(c.letter, "eEfFgGaA")) return print(&d->svalue, format, to_ival(d));
-    if (c.long_double == 0) return print(&d->svalue, format, to_fval(d));
     std::string plain(format);
-    plain.erase(c.long_double, 1);
+    if (size == "L") plain.erase(ULO(size.data() - format.data()), 1);
     return print(&d->svalue, plain.c_str(), to_fval(d));
 }
 
-// A number's conversion gets what the text is as a number.
-bool print_text(kestrin_data *d, const CHR *format, const conversion &c)
+bool print_text(kestrin_data *d, const CHR *format)
 {
-    if (c.letter != 0 && c.letter != 's' && c.letter != 'p') return print_number(d, format, c);
     scratch value;
     if (d->type == 'S') {
         std::swap(value.s, d->svalue);
@@ -118,6 +147,17 @@ bool print_text(kestrin_data *d, const CHR *format, const conversion &c)
     }
     const CHR *text = d->type == 'Z' ? "`NIL'" : value.s == nullptr ? "" : value.s;
     return print(&d->svalue, format, text);
+}
+
+// The value's own type does not matter here: it is cast to what the conversion prints.
+bool print_value(kestrin_data *d, const CHR *format, const conversion &c)
+{
+    switch (c.as) {
+    case print_as::INTEGER: return print(&d->svalue, format, to_ival(d));
+    case print_as::FLOAT: return print_float(d, view(format), c.size);
+    case print_as::TEXT: return print_text(d, format);
+    default: return print(&d->svalue, format, SLO(0)); // reads nothing
+    }
 }
 
 void raise_format_error(rt_text text, const ULO *dat_ptr, const CHR *format)
@@ -138,14 +178,15 @@ rt_text format_value(kestrin_data *d, const CHR *format)
         equ(&d->svalue, nullptr);
         return rt_text::NONE;
     }
+    if (first == text.npos) {
+        equ(&d->svalue, format);
+        return rt_text::NONE;
+    }
     const bool is_number = d->type == 'I' || d->type == 'F';
     const format_faults faults = faults_of(d->type);
     if (is_number && one_of(tested_letter(text), "sS")) return faults.string_conversion;
-    const conversion c = read_conversion(text);
-    if (first != text.npos && (!c.is_safe || (!is_number && c.is_wide))) return faults.failed;
-    const CHR *plain = format == nullptr ? "" : format;
-    const bool done = is_number ? print_number(d, plain, c) : print_text(d, plain, c);
-    return done ? rt_text::NONE : faults.failed;
+    const auto found = read_conversion(text.substr(first + 1), d->type);
+    return found && print_value(d, format, *found) ? rt_text::NONE : faults.failed;
 }
 
 // Leaves the printed text in `ret_dat`. False if an error is pending.
