@@ -113,14 +113,18 @@ template <class T, class source> void assign(const ULO *dat_ptr, kestrin_data *r
 template <class source> void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     // A slot that borrows still does so for the branch, which may answer by an alias.
-    const UCH owning = ret_dat->disable_ptr;
+    // The record's own type too, for a branch that leaves the record as it was.
+    const UCH owning = ret_dat->disable_ptr, type = ret_dat->type;
     if constexpr (!source::quiet) ret_dat->disable_ptr = 1;
     SLO condition;
     if (!source::get(dat_ptr, ret_dat, &condition)) [[unlikely]]
         return choose<operand<SLO, ANY>>(dat_ptr, ret_dat);
-    if (!source::quiet && !owning) {
-        clear(ret_dat);
-        ret_dat->disable_ptr = 0;
+    if constexpr (!source::quiet) {
+        if (!owning) {
+            clear(ret_dat);
+            ret_dat->disable_ptr = 0;
+        }
+        ret_dat->type = type;
     }
     eval(dat_ptr + (condition != 0 ? 1 : 2), ret_dat);
 }

@@ -50,6 +50,19 @@ inline void eval(const ULO *operand_word, kestrin_data *ret_dat)
     call(node_at(operand_word), ret_dat);
 }
 
+// Evaluates an operand whose value is wanted. A node may leave its record as it was, such as a
+// PROGN of nothing: what stood there before is not its value, so the record is undefined until
+// then.
+inline void call_for_value(const ULO *node, kestrin_data *ret_dat)
+{
+    ret_dat->type = 0;
+    call(node, ret_dat);
+}
+inline void eval_value(const ULO *operand_word, kestrin_data *ret_dat)
+{
+    call_for_value(node_at(operand_word), ret_dat);
+}
+
 // Before a record is lent a second time: what a variable read may have left in a borrowing slot is
 // not ours to write over.
 void forget_alias(kestrin_data *ret_dat);
@@ -162,7 +175,7 @@ template <operands how, class T>
         return cast_variable<T>(node);
     }
     if (is_node(node, kind<T>::constant)) return constant_of<T>(node);
-    call(node, ret_dat);
+    call_for_value(node, ret_dat);
     if (ret_dat->type == kind<T>::letter) [[likely]]
         return kind<T>::in(ret_dat);
     return cast_result<T>(word, ret_dat);
@@ -200,7 +213,7 @@ template <operands how, class T, operand_kind kind_ = ANY>
     } else if constexpr (kind_ == HANDED) {
         return handed<T>(word, ret_dat);
     } else if constexpr (kind_ == EXPRESSION) {
-        eval(word, ret_dat);
+        eval_value(word, ret_dat);
         if (ret_dat->type == kind<T>::letter) [[likely]]
             return kind<T>::in(ret_dat);
         return cast_result<T>(word, ret_dat);

@@ -48,7 +48,7 @@ CHR *show_nuls(CHR **targ, const CHR *source);
 // Evaluates an operand as text into an owning slot.
 inline void eval_text(const ULO *word, kestrin_data *slot)
 {
-    eval(word, slot);
+    eval_value(word, slot);
     if (!slot->single || slot->type != 'S') make_text(word, slot);
 }
 

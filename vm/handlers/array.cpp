@@ -151,6 +151,7 @@ void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
     if constexpr (at == HANDED) ret_dat->disable_ptr = 1; // what hands on wants an owning slot
     const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
+    ret_dat->type = 0;   // the index is not the value
     if constexpr (letter == 'I')
         eval_number<SLO, from>(dat_ptr + 2, ret_dat);
     else if constexpr (letter == 'F')

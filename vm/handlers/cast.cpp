@@ -10,12 +10,19 @@ SLO same_integer(SLO a) { return a; }
 DFL same_float(DFL a) { return a; }
 CHR *same_text(CHR **targ, const CHR *source) { return equ(targ, source); }
 
+// Casts what the operand has left in the record.
+template <class T> void answer_cast(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    const T value = cast_result<T>(dat_ptr, ret_dat);
+    if (rt_ctrl->rt_noterror) answer<T>(ret_dat, value);
+}
+
 // The operand as it comes, then converted by its own type.
 template <class T> void convert(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
-    eval(dat_ptr, ret_dat);
-    if (rt_ctrl->rt_noterror) answer<T>(ret_dat, kind<T>::from(ret_dat));
+    eval_value(dat_ptr, ret_dat);
+    answer_cast<T>(dat_ptr, ret_dat);
 }
 
 void convert_text(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -27,10 +34,11 @@ void convert_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 // The operand as it is, where its type is the wanted one.
 template <class T> void forward(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
+    ret_dat->type = 0;
     eval_number<T>(dat_ptr, ret_dat);
     if (ret_dat->single && ret_dat->type == kind<T>::letter) [[likely]]
         return;
-    if (rt_ctrl->rt_noterror) answer<T>(ret_dat, kind<T>::from(ret_dat));
+    answer_cast<T>(dat_ptr, ret_dat);
 }
 
 // A number that stands in place is printed at once.
@@ -103,7 +111,7 @@ HANDLER(type)
     const ULO *node = node_at(dat_ptr);
     if (is_variable_read(node) && rt_ctrl->rt_noterror && variable(node[1])->type != 0)
         return answer_type(ret_dat, variable(node[1])->type);
-    call(node, ret_dat);
+    call_for_value(node, ret_dat);
     if (rt_ctrl->rt_noterror) answer_type(ret_dat, ret_dat->type);
 }
 

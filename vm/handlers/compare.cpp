@@ -58,7 +58,7 @@ template <class relation> struct comparison {
 
     static void with_nil(const ULO *word, kestrin_data *ret_dat)
     {
-        eval(word, ret_dat);
+        eval_value(word, ret_dat);
         if (!rt_ctrl->rt_noterror) return;
         answer<SLO>(ret_dat, ret_dat->type == 'Z' ? relation::nils : relation::nil_other);
     }
@@ -81,7 +81,7 @@ template <class relation> struct comparison {
         case 'S':
             if (first != ret_dat) return with_text(first->svalue, word, ret_dat);
             return with_own_text(word, ret_dat);
-        default: return;
+        default: raise_error(rt_text::RETURN_IVAL, word - 1);
         }
     }
 
@@ -95,7 +95,7 @@ template <class relation> struct comparison {
             if (!rt_ctrl->rt_noterror) return;
             if (v->type != 0) return by_type(v, dat_ptr + 1, ret_dat);
         }
-        call(node, ret_dat);
+        call_for_value(node, ret_dat);
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 
@@ -108,7 +108,7 @@ template <class relation> struct comparison {
     static void nils(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        eval(dat_ptr, ret_dat);
+        eval_value(dat_ptr, ret_dat);
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 };
@@ -143,7 +143,7 @@ template <class relation, class T> struct of_numbers {
     template <operand_kind b = ANY> static void evaluated(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        eval(dat_ptr, ret_dat);
+        eval_value(dat_ptr, ret_dat);
         if (!rt_ctrl->rt_noterror) return;
         if (ret_dat->type != kind<T>::letter) [[unlikely]]
             return comparison<relation>::by_type(ret_dat, dat_ptr + 1, ret_dat);

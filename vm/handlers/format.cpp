@@ -194,7 +194,7 @@ bool str_fmt(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const held_operand<const CHR *, CAST> held(dat_ptr, dat_ptr + 2, ret_dat, false);
     ret_dat->disable_ptr = 1;
-    eval(dat_ptr + 1, ret_dat);
+    eval_value(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return false;
     scratch own;
     const CHR *format = held.get(ret_dat);
