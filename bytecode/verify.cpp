@@ -1,6 +1,30 @@
 // The verifier. It goes through the code on its own, as the linker and the machine will read it,
 // and accepts what both can rely on. Each word of the code has at most one owner: without that,
 // linking one node could change the numbers of another after they were found good.
+//
+// All that is read of an image once it has passed, and what makes it good:
+//
+// clang-format off
+//   linker    header, UDF table, main node    read_layout(), verify_udfs(): inside the image
+//             letter, row, slot               verify_node(), read_instruction(), read_extension()
+//             operand count and table         verify_operands(): words of this node alone
+//             number of a UDF                 read_call(): in scope, or in the linked global set
+//             kinds of operands, for variants taken from the handlers just linked
+//   run       slots of the root               a frame of that size, or the memory report
+//   call      image, arguments passed         read_call(): each has a slot; the call itself writes
+//                                             no more records than the frame has
+//             argument by alias (P)           verify_node(): in a call only; sets_variable(): a
+//                                             function assigns none of its formal arguments
+//   leaf      number of a variable            verify_variable(): below the slots
+//             length and bytes of a text      verify_string(): inside, a NUL and fill behind
+//   SETQ ...  number of the variable, word 1  read_instruction(): below the slots, not lent
+//   INDEX ... number of the array, word 1     read_instruction(): below the slots
+//   FOR       node and number of its variable verify_operands(): a variable's node, not lent
+//   reads in place (text, TYPE, INDICES)      the leaf passed, and is told by its handler
+//   fused     words of the inner node         that node passed, and no other node holds it
+//   typed     the type that was proved        nothing: each handler looks at the value's own type
+//   errors    debug text, names in it         verify_debug_text(): ends inside; a name may lack
+// clang-format on
 
 #include "bytecode/verify.h"
 
@@ -177,8 +201,9 @@ bool verifier::read_extension(ULO p, operand_table *operands) const
     return found.func_ptr != nullptr && found.operands >= 0;
 }
 
-// An argument that is lent must not become a variable of the function that is called, which assigns
-// those: beyond the formal arguments only what no slot takes is let through.
+// Each formal argument that a call passes has a slot. One that is lent must not become a variable
+// of the function that is called, which assigns those: beyond the formal arguments only what no
+// slot takes is let through.
 bool verifier::read_call(ULO p, const function &f, operand_table *operands) const
 {
     if (image::payload_of(code_[p]) != image::instruction(defun_, 0) || p + 2 >= f.end)
@@ -192,6 +217,7 @@ bool verifier::read_call(ULO p, const function &f, operand_table *operands) cons
         called = scope_[number];
     }
     *operands = {p + 3, passed, true, false};
+    if (passed > 0 && called.arguments > called.slots) return false;
     return passed <= called.arguments || called.slots <= called.arguments;
 }
 

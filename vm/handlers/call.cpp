@@ -73,7 +73,7 @@ HANDLER(defun)
     check_call_depth();
     const ULO *image = node_at(dat_ptr);
     const ULO slots = image_slots(image), passed = dat_ptr[1];
-    const ULO arguments = std::min(image_arguments(image), passed);
+    const ULO arguments = std::min({image_arguments(image), passed, slots});
     const ULO *words = dat_ptr + 2;
 
     kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;

@@ -83,14 +83,16 @@ TEST_F(Verify, NodesOneByOne)
     EXPECT_FALSE(passes(shared));
 }
 
-// An image of a UDF with 2 slots, the first of them an argument, in a root that calls it.
-kit::code with_function(const kit::code &body, const kit::code &main_node, ULO udfs = 1)
+// An image of a UDF, by default with 2 slots, the first of them an argument, in a root that calls
+// it.
+kit::code with_function(const kit::code &body, const kit::code &main_node, ULO udfs = 1,
+                        ULO slots = 2, ULO arguments = 1)
 {
     const ULO size = 4 + body.size();
     kit::code words = {image::code('U', 4 + udfs + udfs * size), 1, 0, udfs};
     for (ULO i = 0; i < udfs; i++) words.push_back(udfs - i + i * size);
     for (ULO i = 0; i < udfs; i++) {
-        words.insert(words.end(), {image::code('U', 4), 2, 1, 0});
+        words.insert(words.end(), {image::code('U', 4), slots, arguments, 0});
         words.insert(words.end(), body.begin(), body.end());
     }
     words.insert(words.end(), main_node.begin(), main_node.end());
@@ -112,6 +114,11 @@ TEST_F(Verify, FunctionsAndCalls)
          with_function({call(ISA_FOR), 5, 6, 6, 6, 6, 'V', 0, 'Z', 'Z', 'Z', 'Z'}, {'Z'})},
         {"variable lent as another's", false,
          with_function({'Z'}, {local, 0, 2, 2, 3, 'P', 0, 'P', 0})},
+        {"argument without a slot", false,
+         with_function({'Z'}, {local, 0, 2, 2, 2, 'Z', 'Z'}, 1, 1, 2)},
+        {"argument without a slot, not passed", true, with_function({'Z'}, {local, 0, 0}, 1, 1, 2)},
+        {"argument beyond all slots", true,
+         with_function({'Z'}, {local, 0, 2, 2, 2, 'Z', 'Z'}, 1, 0, 0)},
         {"other row", false, with_function({'Z'}, {local + 128 * 8, 0, 0})},
         {"other slot", false, with_function({'Z'}, {local + 128, 0, 0})},
         {"node of the parent", false, with_function({call(ISA_INEG), 1}, {'Z'})},
