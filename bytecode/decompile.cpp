@@ -29,10 +29,9 @@ constexpr std::string_view udf_prefix = "Udf_", global_prefix = "Extern_", varia
 constexpr std::string_view unknown_code = "(Unknown_Code";
 constexpr const CHR *unused_udf = "' is removed from the target because this UDF is not used.\n";
 
-// Names are written wherever they are used, and made-up ones grow with each scope. Code that is not
-// trusted may have none longer and may not nest its functions deeper, lest a small file fill the
-// memory.
-constexpr ULO longest_untrusted = 255, deepest_untrusted = 200;
+// Bounds of code that another compiler made: of a name's length, and of nested functions, as
+// made-up names grow with each scope.
+constexpr ULO longest_name = 255, deepest_scope = 200;
 
 struct visible_udf {
     std::string name;
@@ -110,11 +109,12 @@ private:
     ULO walk_operands(ULO from, std::string_view before, std::string_view behind);
     bool write_operand(ULO entry, std::string_view before, std::string_view behind);
     bool test_operand(ULO entry, ULO *target) const;
+    bool is_own() const { return request_.origin == code_origin::OWN; }
     bool is_usable(std::string_view name) const
     {
-        return !name.empty() && (request_.trusted || name.size() <= longest_untrusted);
+        return !name.empty() && (is_own() || name.size() <= longest_name);
     }
-    bool is_trusted() const { return request_.trusted && is_good_; }
+    bool is_trusted() const { return request_.origin != code_origin::FOREIGN && is_good_; }
     void complain(const cop &found);
     void add_message(std::string line);
     std::string_view variable_name(ULO number) const;
@@ -389,7 +389,7 @@ image_layout decompiler::claim_image(ULO entry, ULO depth)
 {
     image_layout image = {};
     ULO start = 0;
-    if (!request_.trusted && depth > deepest_untrusted) return image;
+    if (!is_own() && depth > deepest_scope) return image;
     const bool is_sound = code_.follow(entry, code_.size(), &start) &&
                           read_layout(code_, start, code_.size(), &image) &&
                           claims_.take(start, image.debug_end - start);

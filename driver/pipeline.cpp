@@ -216,7 +216,7 @@ void compile_global_functions(const session *s)
               message::SET_COMPILED_DISABLED);
     if (s->mode != DISK_SHOW_DEBUG_INFO) return;
     say(message::DECOMPILING_SET);
-    if (!list_decompiled(s, the_engine.global_udf_code, ENTIRE, true))
+    if (!list_decompiled(s, the_engine.global_udf_code, ENTIRE, code_origin::OWN))
         die(message::SET_NOT_DECOMPILED);
 }
 
@@ -228,7 +228,7 @@ void compile_program(session *s)
     list_code(s, s->prog_text, s->is_on(SWITCH_COMPILED), message::COMPILED_DISABLED);
     if (s->mode != DISK_SHOW_DEBUG_INFO) return;
     say(message::DECOMPILING);
-    if (!list_decompiled(s, s->prog_text, ENTIRE, true)) die(message::NOT_DECOMPILED);
+    if (!list_decompiled(s, s->prog_text, ENTIRE, code_origin::OWN)) die(message::NOT_DECOMPILED);
 }
 
 // The set first: the program's code refers to it.

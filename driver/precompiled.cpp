@@ -57,16 +57,20 @@ bool checksum_fits(const session *s, std::string_view contents)
     return false;
 }
 
-void list_precompiled(const session *s, bool trusted)
+void list_precompiled(const session *s, bool is_sound)
 {
+    const auto list = [&](decompile_mode mode) {
+        const code_origin origin = is_sound ? code_origin::VERIFIED : code_origin::FOREIGN;
+        is_sound = list_decompiled(s, s->prog_text, mode, origin) && is_sound;
+    };
     say(message::DECOMPILING);
-    trusted = list_decompiled(s, s->prog_text, ENTIRE, trusted);
+    list(ENTIRE);
     if (s->is_on(SWITCH_DECOMPILED)) {
         say(message::DECOMPILING_EFFECTIVE);
-        trusted = list_decompiled(s, s->prog_text, EFFECTIVE, trusted);
+        list(EFFECTIVE);
     } else
         say(message::DECOMPILED_DISABLED);
-    if (!trusted) die(message::FILE_FOREIGN);
+    if (!is_sound) die(message::FILE_FOREIGN);
 }
 
 // -- Writing -----------------------------------------------------------------------------------
@@ -91,7 +95,7 @@ void minimise(const session *s, CHR **code)
     request.code = *code;
     request.size = len(*code);
     request.mode = MINIMISED;
-    request.trusted = true;
+    request.origin = code_origin::OWN;
     request.arg_prefix = "";
     scratch text, messages;
     const bool done = kestrin_decompile(request, &text.s, &messages.s);
@@ -128,20 +132,20 @@ std::string with_header(std::string_view bytecode)
 
 } // namespace
 
-bool list_decompiled(const session *s, const CHR *code, decompile_mode mode, bool trusted)
+bool list_decompiled(const session *s, const CHR *code, decompile_mode mode, code_origin origin)
 {
     decompile_request request = {};
     request.code = code;
     request.size = len(code);
     request.with_offsets = mode == ENTIRE;
     request.mode = mode;
-    request.trusted = trusted;
+    request.origin = origin;
     scratch text, messages;
     const bool done = kestrin_decompile(request, &text.s, &messages.s);
     progn_squeeze(&text.s);
     print_warnings(view(messages.s));
     kestrin_print(view(text.s), style_of(*s));
-    return done && trusted;
+    return done;
 }
 
 bool is_precompiled(std::string_view contents)
@@ -155,15 +159,15 @@ void load_precompiled(session *s, std::string_view contents)
     if (s->mode == DISK_COMPILE || s->mode == DISK_COMPILE_MINIMISED)
         die(message::OPTION_NOT_APPLICABLE, s->argv[1]);
     if (!is_our_architecture(contents[1])) die(message::FILE_OTHER_MACHINE);
-    bool trusted = checksum_fits(s, contents);
+    bool is_sound = checksum_fits(s, contents);
     assign(&s->prog_text, contents.substr(header_size));
     if (image::letter_of(word_at(contents, header_size)) != 'U') die(message::FILE_CORRUPTED);
     if (!verify_bytecode(view(s->prog_text))) {
         if (s->mode != DISK_SHOW_DEBUG_INFO) die(message::FILE_CORRUPTED);
-        trusted = false;
+        is_sound = false;
     }
     if (s->words_behind_file() > 0) die(message::NO_ARGUMENTS_ALLOWED);
-    if (s->mode == DISK_SHOW_DEBUG_INFO) list_precompiled(s, trusted);
+    if (s->mode == DISK_SHOW_DEBUG_INFO) list_precompiled(s, is_sound);
 }
 
 void write_precompiled(const session *s)

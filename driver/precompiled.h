@@ -15,8 +15,8 @@ bool is_precompiled(std::string_view contents);
 void load_precompiled(session *s, std::string_view contents);
 
 // Decompiles compiled code, a counted string, and lists it with the decompiler's messages; the
-// entire code is listed with offsets. Returns whether the code was trusted and made sense.
-bool list_decompiled(const session *s, const CHR *code, decompile_mode mode, bool trusted);
+// entire code is listed with offsets. Returns whether it made sense.
+bool list_decompiled(const session *s, const CHR *code, decompile_mode mode, code_origin origin);
 
 // Writes the program with its global functions to the disk, beside its source. A file that can't be
 // written gives no message.

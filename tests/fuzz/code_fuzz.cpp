@@ -12,7 +12,8 @@ void try_input(std::string_view bytes)
     input in = {bytes};
     const UCH how = in.byte();
     const auto mode = static_cast<decompile_mode>(how % 3);
-    const std::string text = kit::decompiled(in.rest, mode, how & 8, how & 4).text;
+    const std::string text =
+        kit::decompiled(in.rest, mode, static_cast<code_origin>(how / 8 % 3), how & 4).text;
     require(text.starts_with('('));
     kit::squeezed(text);
     if (!verify_bytecode(in.rest)) return;
@@ -21,6 +22,6 @@ void try_input(std::string_view bytes)
     const code_words words(in.rest);
     require(read_layout(words, 0, words.size(), &root));
     require(!debug_text(words, root).empty() ||
-            kit::decompiled(in.rest, ENTIRE, true, true).is_good);
+            kit::decompiled(in.rest, ENTIRE, code_origin::OWN, true).is_good);
     kit::passed(in.rest, [](CHR **code) { kestrin_link(*code); });
 }

@@ -132,7 +132,7 @@ struct saved_run {
     }
 };
 
-void decompile(evaluation *e)
+void decompile(evaluation *e, code_origin origin)
 {
     if (!the_engine.mapcar_with_decompiler) return;
     scratch messages;
@@ -141,7 +141,7 @@ void decompile(evaluation *e)
     request.size = len(e->compiled.s);
     request.with_offsets = true;
     request.mode = ENTIRE;
-    request.trusted = true;
+    request.origin = origin;
     if (kestrin_decompile(request, &e->decompiled.s, &messages.s)) {
         progn_squeeze(&e->decompiled.s);
         return;
@@ -151,14 +151,14 @@ void decompile(evaluation *e)
                                  .append(" \"Translation of the compiled bytecode has failed.\")"));
 }
 
-void link_and_run(evaluation *e)
+void link_and_run(evaluation *e, code_origin origin)
 {
     equ(&e->linked.s, e->compiled.s);
     kestrin_link(e->linked.s);
     const saved_run saved;
     if (!kestrin_run(reinterpret_cast<const ULO *>(e->linked.s), &e->value, 1))
         set_empty(&e->value);
-    decompile(e);
+    decompile(e, origin);
     saved.restore(&e->captured.s);
 }
 
@@ -169,10 +169,10 @@ void evaluate(const CHR *operand, evaluation *e)
     if (rt->rt_scope_table == nullptr) rt->rt_scope_table = lut_make_view(the_engine.func_lut);
     const ULO known = rt->rt_scope_table == nullptr ? 0 : rt->rt_scope_table->lut_count;
     if (rt->rt_scope_table != nullptr) rt->rt_scope_table->lut_scope++;
-    const bool ready =
-        is_bytecode(operand) ? take_bytecode(operand, e) : compile_source(operand, e);
+    const bool is_code = is_bytecode(operand);
+    const bool ready = is_code ? take_bytecode(operand, e) : compile_source(operand, e);
     if (ready)
-        link_and_run(e);
+        link_and_run(e, is_code ? code_origin::VERIFIED : code_origin::OWN);
     else
         set_empty(&e->value);
     if (rt->rt_scope_table == nullptr) return;

@@ -20,7 +20,7 @@ using Decompile = kit::with_passes<testing::Test>;
 kit::listing listed(const std::string &text, UCH debug_level, decompile_mode mode = ENTIRE,
                     bool with_offsets = false)
 {
-    return kit::decompiled(kit::bytes_of(kit::compiled(text, debug_level)), mode, true,
+    return kit::decompiled(kit::bytes_of(kit::compiled(text, debug_level)), mode, code_origin::OWN,
                            with_offsets);
 }
 
@@ -136,12 +136,12 @@ TEST_F(Decompile, GoesOnOverForeignCode)
     const ULO beyond = isa_count + 5, u = image::code('U', 4);
     const ULO local = image::code('L', 48), global = image::code('G', 48);
     const std::string isa = "Isa_Cop_" + std::to_string(beyond);
-    const bool trusted = true;
+    const code_origin trusted = code_origin::OWN, foreign = code_origin::FOREIGN;
     const struct {
         const char *name;
         kit::code node;
-        bool trusted;
-        std::string text, foreign; // the instruction complained of, "?" for unknown code
+        code_origin origin;
+        std::string text, complaint; // the instruction complained of, "?" for unknown code
     } cases[] = {
         {"unknown letter", {'q'}, trusted, "(Unknown_Code)", "?"},
         {"image as a node", {u, 0, 0, 0, 'Z'}, trusted, "(Unknown_Code)", "?"},
@@ -151,17 +151,17 @@ TEST_F(Decompile, GoesOnOverForeignCode)
          trusted,
          "(IsaExt_Cop_1 NIL)",
          "IsaExt_Cop_1"},
-        {"missing operand", {call(ISA_IADD), 2, 0, 'I', 7}, false, "(IADD 7)", "IADD"},
+        {"missing operand", {call(ISA_IADD), 2, 0, 'I', 7}, foreign, "(IADD 7)", "IADD"},
         {"unknown operand", {call(ISA_LEN), 1, 'q'}, trusted, "(LEN (Unknown_Code))", "?"},
         {"one too many",
          {call(ISA_INEG), 2, 2, 'Z', 'Z'},
-         false,
+         foreign,
          "(INEG NIL (COMMENTS NIL))",
          "INEG"},
         {"the same, trusted", {call(ISA_INEG), 2, 2, 'Z', 'Z'}, trusted, "(INEG NIL)", ""},
         {"call of nothing", {local, 3, 0}, trusted, "(Unknown_Code)", "?"},
-        {"global call", {global, 0, 1, 1, 'Z'}, false, "(Extern_Udf_1 NIL)", ""},
-        {"its bad operand", {global, 0, 1, 9, 'Z'}, false, "(Extern_Udf_1)", ""},
+        {"global call", {global, 0, 1, 1, 'Z'}, foreign, "(Extern_Udf_1 NIL)", ""},
+        {"its bad operand", {global, 0, 1, 9, 'Z'}, foreign, "(Extern_Udf_1)", ""},
         {"operand that is its own",
          {call(ISA_PROGN), 2, 2, 1, 'Z'},
          trusted,
@@ -172,16 +172,16 @@ TEST_F(Decompile, GoesOnOverForeignCode)
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
         const kit::listing listing =
-            kit::decompiled(kit::bytes_of(root_of(c.node)), MINIMISED, c.trusted);
+            kit::decompiled(kit::bytes_of(root_of(c.node)), MINIMISED, c.origin);
         EXPECT_EQ("(PROGN " + c.text + ")", listing.text);
-        const std::string told = c.foreign == "?"
+        const std::string told = c.complaint == "?"
                                      ? "Unknown corrupted code `(Unknown_Code)' is found"
                                      : "The specified precompiled file is precompiled for other " +
-                                           std::string(c.foreign[3] == 'E' ? "ISAext" : "ISA") +
-                                           " COP `(" + c.foreign + ")'";
-        EXPECT_EQ(c.foreign.empty() ? "" : "ERROR: " + told + ", trying to continue anyway...\n",
+                                           std::string(c.complaint[3] == 'E' ? "ISAext" : "ISA") +
+                                           " COP `(" + c.complaint + ")'";
+        EXPECT_EQ(c.complaint.empty() ? "" : "ERROR: " + told + ", trying to continue anyway...\n",
                   listing.messages);
-        EXPECT_EQ(c.foreign.empty() && c.text != "(Extern_Udf_1)", listing.is_good);
+        EXPECT_EQ(c.complaint.empty() && c.text != "(Extern_Udf_1)", listing.is_good);
     }
 }
 
@@ -198,7 +198,7 @@ TEST_F(Decompile, ListsWinOverTables)
     bytes.replace(place, own.size(),
                   "NEG\xFE"
                   "965\xFE");
-    const kit::listing listing = kit::decompiled(bytes, ENTIRE, false);
+    const kit::listing listing = kit::decompiled(bytes, ENTIRE, code_origin::FOREIGN);
     EXPECT_EQ("(PROGN (PROGN (NEG X)))", listing.text);
     EXPECT_TRUE(listing.is_good) << listing.messages;
 }
@@ -209,7 +209,7 @@ TEST_F(Decompile, ListsWinOverTables)
 kit::code again(const kit::code &words, bool with_offsets = false)
 {
     const kit::listing listing =
-        kit::decompiled(kit::bytes_of(words), ENTIRE, true, with_offsets, "");
+        kit::decompiled(kit::bytes_of(words), ENTIRE, code_origin::OWN, with_offsets, "");
     EXPECT_TRUE(listing.is_good) << listing.messages;
     return kit::program(kit::squeezed(listing.text));
 }
@@ -224,7 +224,8 @@ bool comes_back(const std::string &source)
     const kit::code settled = again(plain);
     EXPECT_EQ(settled, again(settled)) << source;
     EXPECT_EQ(settled, again(debug, true)) << source;
-    const kit::listing untrusted = kit::decompiled(kit::bytes_of(plain), ENTIRE, false);
+    const kit::listing untrusted =
+        kit::decompiled(kit::bytes_of(plain), ENTIRE, code_origin::FOREIGN);
     if (untrusted.is_good) {
         EXPECT_EQ(untrusted.text, kit::decompiled(kit::bytes_of(plain)).text);
     }
@@ -272,23 +273,25 @@ TEST_F(Decompile, AnyWordsGiveText)
         if (!words.empty()) words[0] = image::code('U', 4 + random() % 8);
         const std::string_view bytes = kit::bytes_of(words);
         const auto mode = static_cast<decompile_mode>(random() % 3);
-        const kit::listing listing = kit::decompiled(
-            bytes.substr(0, bytes.size() - (bytes.empty() ? 0 : random() % 8)), mode, i % 2, i % 3);
+        const kit::listing listing =
+            kit::decompiled(bytes.substr(0, bytes.size() - (bytes.empty() ? 0 : random() % 8)),
+                            mode, static_cast<code_origin>(i % 3), i % 2);
         ASSERT_TRUE(listing.text.starts_with("(PROGN "));
     }
 }
 
 // Long names and deep definitions would let a small file fill the memory.
-TEST_F(Decompile, UntrustedCodeHasLimits)
+TEST_F(Decompile, OnlyOwnCodeIsWithoutLimits)
 {
     std::string deep = "(TIME)";
     for (int i = 0; i < 250; i++) deep = "(PROGN (DEFUN F " + deep + ") (F))";
     const std::string name(300, 'N');
     const kit::code nested = kit::compiled(deep), named = kit::compiled("(PROGN " + name + ")", 1);
-    for (const bool trusted : {false, true}) {
-        EXPECT_EQ(trusted, kit::decompiled(kit::bytes_of(nested), ENTIRE, trusted).is_good);
-        EXPECT_EQ("(PROGN (PROGN " + (trusted ? name : "Var_1") + "))",
-                  kit::decompiled(kit::bytes_of(named), ENTIRE, trusted).text);
+    for (const auto origin : {code_origin::OWN, code_origin::VERIFIED, code_origin::FOREIGN}) {
+        const bool is_own = origin == code_origin::OWN;
+        EXPECT_EQ(is_own, kit::decompiled(kit::bytes_of(nested), ENTIRE, origin).is_good);
+        EXPECT_EQ("(PROGN (PROGN " + (is_own ? name : "Var_1") + "))",
+                  kit::decompiled(kit::bytes_of(named), ENTIRE, origin).text);
     }
 }
 
@@ -298,9 +301,9 @@ TEST_F(Decompile, SharedNodesAreWrittenOnce)
     kit::code node;
     for (int i = 0; i < 60; i++) node.insert(node.end(), {call(ISA_IADD), 2, 1});
     node.push_back('Z');
-    for (const bool trusted : {false, true})
+    for (const auto origin : {code_origin::OWN, code_origin::FOREIGN})
         EXPECT_GT(10000u,
-                  kit::decompiled(kit::bytes_of(root_of(node)), ENTIRE, trusted).text.size());
+                  kit::decompiled(kit::bytes_of(root_of(node)), ENTIRE, origin).text.size());
 }
 
 } // namespace
