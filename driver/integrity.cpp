@@ -38,7 +38,7 @@ void list_refused(const session *s)
 {
     if (!s->verbose) return;
     if (s->is_on(SWITCH_MODIFIED_SRC))
-        kestrin_print(view(s->prog_text), style_of(*s));
+        kestrin_print_form(view(s->prog_text), style_of(*s));
     else
         say(message::INTEGRITY_PRINT_DISABLED);
 }

@@ -153,6 +153,12 @@ listing_style style_of(const session &s)
     return {s.is_on(SWITCH_TERM_WIDE) ? wide : 79, s.is_on(SWITCH_DUMPED_SRC)};
 }
 
+void kestrin_print_form(std::string_view form, const listing_style &style)
+{
+    layout(form, style).run();
+    fflush(stdout);
+}
+
 void kestrin_print(std::string_view text, const listing_style &style)
 {
     print_separator(style);

@@ -15,5 +15,7 @@ listing_style style_of(const session &s);
 // Lists source text between separators: as it stands if it fits the width, else laid out form by
 // form. What is laid out is a source of the same program again.
 void kestrin_print(std::string_view text, const listing_style &style);
+// Lists one form plain: laid out, without separators and raw text.
+void kestrin_print_form(std::string_view form, const listing_style &style);
 // Lists the dump of bytecode between separators.
 void kestrin_printcode(const CHR *code, const listing_style &style);

@@ -19,6 +19,13 @@ std::string listed(const std::string &text, const listing_style &style)
     return testing::internal::GetCapturedStdout();
 }
 
+std::string listed_plain(const std::string &text, ULO width)
+{
+    testing::internal::CaptureStdout();
+    kestrin_print_form(text, {width, true});
+    return testing::internal::GetCapturedStdout();
+}
+
 std::string random_string(std::mt19937 &random)
 {
     const char *pieces[] = {"a",    " ",    "\n", "\"",   "\\",   "(",        ")",
@@ -71,6 +78,7 @@ TEST_F(Listing, IsASourceOfTheSameProgramInsideItsWidth)
             const std::string whole = listed(text, {width, false}), dashes(width, '-');
             const std::string source = whole.substr(width + 1, whole.size() - 2 * (width + 1));
             EXPECT_EQ(whole, dashes + "\n" + source + dashes + "\n");
+            EXPECT_EQ(source, listed_plain(text, width));
             std::string joined, raw;
             join_lines(&joined, source, false);
             EXPECT_EQ(prepared("(PROGN " + joined + ")"), text);
