@@ -279,11 +279,11 @@ ULO decompiler::walk_operands(ULO from, std::string_view before, std::string_vie
 
 // -- Calls -------------------------------------------------------------------------------------
 
-// A UDF: the first words of the node are its number and the number of its operands.
 void decompiler::write_call(ULO p, CHR letter)
 {
-    if (!claims_.take(p + 1, 2)) return write_unknown_code(p);
-    const ULO number = code_[p + 1], count = code_[p + 2];
+    const image::node_words words = image::words_of_call();
+    if (!claims_.take(p + 1, words.operands - 1)) return write_unknown_code(p);
+    const ULO number = code_[p + words.udf], count = code_[p + words.count];
     if (letter == 'L' && number >= visible_.size()) return write_unknown_code(p);
     out_.append("(");
     if (letter == 'L') {
@@ -295,7 +295,7 @@ void decompiler::write_call(ULO p, CHR letter)
     else
         out_.append(global_prefix).append(function_->prefix).append(std::to_string(number + 1));
     for (ULO i = 0; i < count; i++) {
-        if (write_operand(p + 3 + i, " ", "")) continue;
+        if (write_operand(p + words.operands + i, " ", "")) continue;
         is_good_ = false;
         break;
     }
@@ -324,20 +324,15 @@ cop decompiler::find_cop(ULO p, CHR letter) const
 // False if one of them is missing.
 bool decompiler::write_cop_operands(ULO p, const cop &found, ULO *behind)
 {
-    ULO first = p + 1, count = found.operands < 0 ? 0 : ULO(found.operands);
-    const bool has_variable =
-        found.operands >= 0 && (word_groups(found.name) & variable_first) != 0;
-    if (found.operands == -1 || has_variable) {
-        if (!claims_.take(first, 1)) return false;
-        const ULO word = code_[first++];
-        if (found.operands == -1)
-            count = word;
-        else if (count > 0) {
-            count--;
-            out_.append(" ");
-            write_target(word);
-        }
+    const image::node_words words =
+        image::words_of_instruction(found.operands, word_groups(found.name) & variable_first);
+    const ULO first = p + words.operands;
+    if (!claims_.take(p + 1, words.operands - 1)) return false;
+    if (words.variable != 0 && found.operands > 0) {
+        out_.append(" ");
+        write_target(code_[p + words.variable]);
     }
+    const ULO count = words.count != 0 ? code_[p + words.count] : words.declared;
     for (ULO i = 0; i < count; i++)
         if (!write_operand(first + i, " ", "")) return false;
     *behind = first + count;

@@ -51,14 +51,6 @@ void set_handler(ULO *word, fcall handler)
     *word = reinterpret_cast<ULO>(handler == nullptr ? no_handler : handler);
 }
 
-// Where the operands of a node are, and what else it says.
-struct operand_span {
-    ULO *first;
-    ULO count;
-    bool assigns; // word 1 is the number of a variable that the node sets
-    bool leads;   // operand 0 is the node of a variable that it sets
-};
-
 // What a parent may want to know of a node that has been linked.
 struct linked_node {
     assigned_set assigned = 0;
@@ -72,32 +64,43 @@ public:
 private:
     linked_node link_operand(ULO *word);
     linked_node link_node(ULO *p);
-    operand_span link_instruction(ULO *p, ULO payload);
-    operand_span link_call(ULO *p, ULO payload, CHR letter);
+    image::node_words link_instruction(ULO *p, ULO payload, group_set groups);
+    image::node_words link_extension(ULO *p, ULO payload);
+    image::node_words link_call(ULO *p, ULO payload, CHR letter);
 
     std::vector<ULO> udf_table_; // addresses of the images in scope
 };
 
-operand_span linker::link_instruction(ULO *p, ULO payload)
+image::node_words linker::link_instruction(ULO *p, ULO payload, group_set groups)
 {
     const isa_row &row = isa_table[image::row_of(payload)];
-    const group_set groups = word_groups(view(*row.mnemonic));
     set_handler(p, row.slots[image::slot_of(payload)]);
-    if (row.operands < 0) return {p + 2, p[1], false, false};
-    const ULO operands = static_cast<ULO>(row.operands);
-    if (groups & variable_first) {
-        const bool assigns = !(groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX)));
-        return {p + 2, operands - 1, assigns, false};
-    }
-    return {p + 1, operands, false, (groups & in(GROUP_FOR)) != 0};
+    return image::words_of_instruction(row.operands, groups & variable_first);
 }
 
-operand_span linker::link_call(ULO *p, ULO payload, CHR letter)
+image::node_words linker::link_extension(ULO *p, ULO payload)
 {
+    const INSTRUCTION_STRU &row = isaext_table[image::row_of(payload)];
+    set_handler(p, row.func_ptr);
+    return image::words_of_instruction(row.operands, false);
+}
+
+image::node_words linker::link_call(ULO *p, ULO payload, CHR letter)
+{
+    const image::node_words words = image::words_of_call();
     set_handler(p, isa_table[image::row_of(payload)].slots[0]);
     const auto *global = reinterpret_cast<const ULO *>(the_engine.global_udf_code);
-    p[1] = letter == 'L' ? udf_table_[p[1]] : global[image::UDF_TABLE + p[1]];
-    return {p + 3, p[2], false, false};
+    ULO *udf = p + words.udf;
+    *udf = letter == 'L' ? udf_table_[*udf] : global[image::UDF_TABLE + *udf];
+    return words;
+}
+
+// The variable that a linked node sets itself.
+assigned_set set_by(const ULO *p, group_set groups, const image::node_words &words)
+{
+    if (groups & assigns) return bit_of(p[words.variable]);
+    if (groups & sets_variable) return bit_of(reinterpret_cast<const ULO *>(p[words.operands])[1]);
+    return 0;
 }
 
 // The target of an operand word, linked.
@@ -118,30 +121,29 @@ linked_node linker::link_node(ULO *p)
     check_stack(fatal_site::STACK_LINK);
     const CHR letter = image::letter_of(*p);
     const ULO payload = image::payload_of(*p);
-    operand_span operands = {};
-    if (letter == 'T')
-        operands = link_instruction(p, payload);
+    group_set groups = 0;
+    image::node_words words;
+    if (letter == 'T') {
+        groups = groups_of(isa_table[image::row_of(payload)]);
+        words = link_instruction(p, payload, groups);
+    } else if (letter == 't')
+        words = link_extension(p, payload);
     else if (letter == 'L' || letter == 'G')
-        operands = link_call(p, payload, letter);
-    else if (letter == 't') {
-        const INSTRUCTION_STRU &row = isaext_table[image::row_of(payload)];
-        set_handler(p, row.func_ptr);
-        operands = {p + 1, static_cast<ULO>(row.operands), false, false};
-    }
+        words = link_call(p, payload, letter);
+    ULO *const operands = p + words.operands;
     linked_node linked;
     const variant *forms[looked_at] = {};
-    for (ULO i = operands.count; i-- > 0;) {
-        const linked_node operand = link_operand(operands.first + i);
+    for (ULO i = words.count != 0 ? p[words.count] : words.declared; i-- > 0;) {
+        const linked_node operand = link_operand(operands + i);
         linked.assigned |= operand.assigned;
         if (i < looked_at) forms[i] = operand.form;
-        ULO *node = reinterpret_cast<ULO *>(operands.first[i]);
+        ULO *node = reinterpret_cast<ULO *>(operands[i]);
         if (*node == reinterpret_cast<ULO>(func__getval_ptr) && (linked.assigned & bit_of(node[1])))
             set_handler(node, func__getval);
     }
-    if (letter == 'T') linked.form = specialise(p, operands.first, forms);
-    if (operands.assigns) linked.assigned |= bit_of(p[1]);
-    if (operands.leads)
-        linked.assigned |= bit_of(reinterpret_cast<const ULO *>(operands.first[0])[1]);
+    if (letter != 'T') return linked;
+    linked.form = specialise(p, operands, forms);
+    linked.assigned |= set_by(p, groups, words);
     return linked;
 }
 

@@ -13,7 +13,7 @@
 //   run       slots of the root               a frame of that size, or the memory report
 //   call      image, arguments passed         read_call(): each has a slot; the call itself writes
 //                                             no more records than the frame has
-//             argument by alias (P)           verify_node(): in a call only; sets_variable(): a
+//             argument by alias (P)           verify_node(): in a call only; sets_variable_at(): a
 //                                             function assigns none of its formal arguments
 //   leaf      number of a variable            verify_variable(): below the slots
 //             length and bytes of a text      verify_string(): inside, a NUL and fill behind
@@ -52,21 +52,12 @@ struct function {
     ULO first_writable; // slots below may alias a variable of the caller
 };
 
-// Operands of a node: the words of the table, and what the node asks of them.
+// Operands of a node, and what the node asks of them.
 struct operand_table {
-    ULO first, count;
-    bool lends;      // variables may be passed by alias
-    bool sets_first; // operand 0 is the variable that the node assigns
+    image::node_words words;
+    bool lends = false;      // variables may be passed by alias
+    bool sets_first = false; // operand 0 is the variable that the node sets
 };
-
-group_set groups_of(const isa_row &row) { return word_groups(view(*row.mnemonic)); }
-
-ULO row_of_defun()
-{
-    ULO row = 0;
-    while (row < isa_count && !(groups_of(isa_table[row]) & in(GROUP_DEFUN))) row++;
-    return row;
-}
 
 class verifier {
 public:
@@ -84,11 +75,11 @@ private:
     bool read_extension(ULO p, operand_table *operands) const;
     bool read_call(ULO p, const function &f, operand_table *operands) const;
     bool verify_operands(ULO p, const function &f, const operand_table &operands);
-    bool sets_variable(ULO p, const function &f) const;
+    bool sets_variable_at(ULO p, const function &f) const;
 
     code_words code_;
     word_claims claims_;
-    const ULO defun_ = row_of_defun();
+    const ULO defun_ = row_of_group(GROUP_DEFUN);
     std::vector<signature> scope_; // UDFs by number
 };
 
@@ -163,7 +154,7 @@ bool verifier::verify_string(ULO p, const function &f)
 // -- Calls -------------------------------------------------------------------------------------
 
 // Whether the variable numbered in word `p` may be assigned.
-bool verifier::sets_variable(ULO p, const function &f) const
+bool verifier::sets_variable_at(ULO p, const function &f) const
 {
     return code_[p] >= f.first_writable && code_[p] < f.slots;
 }
@@ -176,20 +167,12 @@ bool verifier::read_instruction(ULO p, const function &f, operand_table *operand
     if (slot >= std::size(row.slots) || row.slots[slot] == nullptr) return false;
     const group_set groups = groups_of(row);
     if (groups & in(GROUP_DEFUN)) return false;
-    const bool has_word = row.operands < 0 || (groups & variable_first) != 0;
-    if (has_word && p + 1 >= f.end) return false;
-    if (row.operands < 0) {
-        *operands = {p + 2, code_[p + 1], false, false};
-        return true;
-    }
-    const ULO count = static_cast<ULO>(row.operands);
-    if (groups & variable_first) {
-        const bool reads = (groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX))) != 0;
-        *operands = {p + 2, count - 1, false, false};
-        return count > 0 && (reads ? code_[p + 1] < f.slots : sets_variable(p + 1, f));
-    }
-    *operands = {p + 1, count, false, (groups & in(GROUP_FOR)) != 0};
-    return true;
+    operands->words = image::words_of_instruction(row.operands, groups & variable_first);
+    operands->sets_first = groups & in(GROUP_FOR);
+    const ULO variable = p + operands->words.variable;
+    if (variable == p) return true;
+    if (variable >= f.end) return false;
+    return groups & reads_array ? code_[variable] < f.slots : sets_variable_at(variable, f);
 }
 
 bool verifier::read_extension(ULO p, operand_table *operands) const
@@ -197,7 +180,7 @@ bool verifier::read_extension(ULO p, operand_table *operands) const
     const ULO payload = image::payload_of(code_[p]), row = image::row_of(payload);
     if (row >= isaext_count || image::slot_of(payload) != 0) return false;
     const INSTRUCTION_STRU &found = isaext_table[row];
-    *operands = {p + 1, static_cast<ULO>(found.operands), false, false};
+    operands->words = image::words_of_instruction(found.operands, false);
     return found.func_ptr != nullptr && found.operands >= 0;
 }
 
@@ -206,9 +189,11 @@ bool verifier::read_extension(ULO p, operand_table *operands) const
 // slot takes is let through.
 bool verifier::read_call(ULO p, const function &f, operand_table *operands) const
 {
-    if (image::payload_of(code_[p]) != image::instruction(defun_, 0) || p + 2 >= f.end)
-        return false;
-    const ULO number = code_[p + 1], passed = code_[p + 2];
+    const image::node_words words = image::words_of_call();
+    *operands = {words, true, false};
+    if (image::payload_of(code_[p]) != image::instruction(defun_, 0)) return false;
+    if (p + words.count >= f.end) return false;
+    const ULO number = code_[p + words.udf], passed = code_[p + words.count];
     signature called = {};
     if (image::letter_of(code_[p]) == 'G') {
         if (!find_global(number, &called)) return false;
@@ -216,24 +201,26 @@ bool verifier::read_call(ULO p, const function &f, operand_table *operands) cons
         if (number >= scope_.size()) return false;
         called = scope_[number];
     }
-    *operands = {p + 3, passed, true, false};
     if (passed > 0 && called.arguments > called.slots) return false;
     return passed <= called.arguments || called.slots <= called.arguments;
 }
 
 bool verifier::verify_operands(ULO p, const function &f, const operand_table &operands)
 {
-    if (operands.first > f.end || operands.count > f.end - operands.first) return false;
-    if (!claims_.take(p, operands.first + operands.count - p)) return false;
-    for (ULO i = 0; i < operands.count; i++) {
+    const image::node_words &words = operands.words;
+    const ULO first = p + words.operands;
+    if (first > f.end) return false; // a count lies ahead of the first operand
+    const ULO count = words.count != 0 ? code_[p + words.count] : words.declared;
+    if (count > f.end - first || !claims_.take(p, words.operands + count)) return false;
+    for (ULO i = 0; i < count; i++) {
         ULO node = 0;
-        if (!code_.follow(operands.first + i, f.end, &node)) return false;
+        if (!code_.follow(first + i, f.end, &node)) return false;
         if (!verify_node(node, f, operands.lends)) return false;
         if (i > 0 || !operands.sets_first) continue;
-        if (!is_variable(image::letter_of(code_[node])) || !sets_variable(node + 1, f))
+        if (!is_variable(image::letter_of(code_[node])) || !sets_variable_at(node + 1, f))
             return false;
     }
-    return operands.count > 0 || !operands.sets_first;
+    return count > 0 || !operands.sets_first;
 }
 
 // The node at word `p`, which lies in the image. `lent`: it is an argument of a call.

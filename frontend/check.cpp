@@ -66,10 +66,6 @@ struct form {
     group_set groups;
 };
 
-constexpr group_set has_target =
-    in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ) | in(GROUP_FOR);
-constexpr group_set reads_array = in(GROUP_INDEX) | in(GROUP_ALINDEX);
-
 std::string_view inside(std::string_view text)
 {
     return text.size() < 2 ? std::string_view() : text.substr(1, text.size() - 2);
@@ -314,7 +310,7 @@ SLO checker::write_token(std::string_view token)
 SLO checker::write_arguments(const form &f, level where, bool terminators, ULO *written)
 {
     int places = places_without_terminator(f.groups);
-    const bool targeted = (f.groups & has_target) != 0;
+    const bool targeted = (f.groups & sets_variable) != 0;
     const level below = where != NESTED && (f.groups & in(GROUP_PROGN)) ? STATEMENT : NESTED;
     *written = targeted;
     for (ULO i = f.first + targeted; i < f.last; i++) {
@@ -342,7 +338,7 @@ SLO checker::write_form(form *f, level where, bool terminators)
     if ((f->groups & reads_array) && check_array(*f) == FAILED) return FAILED;
     const ULO from = out_.size();
     out_.append("(").append(f->name);
-    if ((f->groups & has_target) && write_target(*f) == FAILED) return FAILED;
+    if ((f->groups & sets_variable) && write_target(*f) == FAILED) return FAILED;
     ULO written = 0;
     if (write_arguments(*f, where, terminators, &written) == FAILED) return FAILED;
     out_.append(")");

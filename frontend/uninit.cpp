@@ -38,7 +38,6 @@ private:
     names order_;
 };
 
-constexpr group_set assigns = in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ);
 constexpr group_set may_stop =
     in(GROUP_WHILE) | in(GROUP_AND) | in(GROUP_AND_2) | in(GROUP_OR) | in(GROUP_OR_2);
 

@@ -4,7 +4,6 @@
 
 #include <unordered_map>
 
-#include "frontend/isa.h"
 #include "strings/scratch.h"
 
 namespace {
@@ -49,6 +48,15 @@ const instruction_word *find_word(std::string_view mnemonic)
     if (words == nullptr) make_index();
     const auto found = words->find(mnemonic);
     return found == words->end() ? nullptr : &found->second;
+}
+
+group_set groups_of(const isa_row &row) { return word_groups(view(*row.mnemonic)); }
+
+ULO row_of_group(group g)
+{
+    ULO row = 0;
+    while (row < isa_count && !(groups_of(isa_table[row]) & in(g))) row++;
+    return row;
 }
 
 void forget_words()
