@@ -19,6 +19,7 @@
 #include "frontend/words.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
+#include "vm/debug_text.h"
 #include "vm/image.h"
 #include "vm/machine.h"
 #include "vm/stack.h"

@@ -6,15 +6,9 @@
 #include <cstdlib>
 #include <string>
 
-namespace {
+#include "vm/debug_text.h"
 
-// Cuts the text up to `end` off, and the end itself.
-std::string_view take_until(std::string_view *text, CHR end)
-{
-    const std::string_view field = text->substr(0, text->find(end));
-    text->remove_prefix(field.size() < text->size() ? field.size() + 1 : field.size());
-    return field;
-}
+namespace {
 
 SLO number_of(std::string_view field) { return atol(std::string(field).c_str()); }
 
@@ -51,13 +45,6 @@ used_names take_used_names(std::string_view *text)
     read_cops(text, &names.isa);
     read_cops(text, &names.isaext);
     return names;
-}
-
-std::string_view take_word(std::string_view *text)
-{
-    const auto from = text->find_first_not_of(' ');
-    text->remove_prefix(from == text->npos ? text->size() : from);
-    return take_until(text, ' ');
 }
 
 std::string_view own_name(std::string_view scoped)

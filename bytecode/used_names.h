@@ -22,8 +22,5 @@ struct used_names {
 // Splits the three lists off; `*text` is what follows them. A text without lists stays as it is.
 used_names take_used_names(std::string_view *text);
 
-// Cuts the first word off `*text`; empty when there is none left.
-std::string_view take_word(std::string_view *text);
-
 // The last part of a scoped name: STEP of Main:FACT:STEP.
 std::string_view own_name(std::string_view scoped);

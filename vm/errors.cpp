@@ -6,11 +6,11 @@
 
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
+#include "vm/debug_text.h"
 #include "vm/engine.h"
 #include "vm/handler.h"
+#include "vm/image.h"
 #include "vm/machine.h"
-
-engine the_engine = {};
 
 namespace {
 
@@ -31,33 +31,16 @@ constexpr UCH last_free_code = 248;
 // Debug text of an image in linked form; empty if it was compiled without.
 std::string_view debug_text(const ULO *image)
 {
-    const ULO *behind_table = image + 4 + image_udfs(image);
-    const ULO *next = image_udfs(image) > 0 ? node_at(image + 4) : image_main_node(image);
-    if (behind_table == next) return {};
-    return reinterpret_cast<const CHR *>(behind_table);
-}
-
-// Cuts the first word off `rest`.
-std::string_view take_word(std::string_view *rest)
-{
-    const auto from = rest->find_first_not_of(' ');
-    if (from == std::string_view::npos) {
-        *rest = {};
-        return {};
-    }
-    const auto to = rest->find(' ', from);
-    const std::string_view word = rest->substr(from, to - from);
-    *rest = to == std::string_view::npos ? std::string_view() : rest->substr(to);
-    return word;
+    const ULO *table = image + image::UDF_TABLE, *text = table + image_udfs(image);
+    const ULO *next = image_udfs(image) > 0 ? node_at(table) : image_main_node(image);
+    if (text == next) return {};
+    return reinterpret_cast<const CHR *>(text);
 }
 
 // The root's debug text has three lists of used names in front.
 std::string_view drop_lists(std::string_view text)
 {
-    for (int i = 0; i < 3 && !text.empty() && text.front() == '('; i++) {
-        const auto end = text.find(')');
-        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-    }
+    for (int i = 0; i < 3 && text.starts_with('('); i++) take_until(&text, ')');
     return text;
 }
 

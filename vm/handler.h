@@ -13,6 +13,7 @@
 
 #include "kestrin/value.h"
 #include "vm/errors.h"
+#include "vm/image.h"
 #include "vm/leaf.h"
 #include "vm/machine.h"
 #include "vm/stack.h"
@@ -31,9 +32,9 @@ inline bool is_node(const ULO *node, fcall handler)
     return node[0] == reinterpret_cast<ULO>(handler);
 }
 inline const ULO *image_main_node(const ULO *image) { return node_at(image); }
-inline ULO image_slots(const ULO *image) { return image[1]; }
-inline ULO image_arguments(const ULO *image) { return image[2]; }
-inline ULO image_udfs(const ULO *image) { return image[3]; }
+inline ULO image_slots(const ULO *image) { return image[image::SLOTS]; }
+inline ULO image_arguments(const ULO *image) { return image[image::ARGUMENTS]; }
+inline ULO image_udfs(const ULO *image) { return image[image::UDFS]; }
 
 inline kestrin_data *variable(ULO number) { return &rt_ctrl->rt_frame[number]; }
 

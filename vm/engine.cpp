@@ -1,0 +1,3 @@
+#include "vm/engine.h"
+
+engine the_engine = {};
