@@ -64,8 +64,8 @@ void start_engine(session *s)
 }
 
 // Switches that are told as notes, not in the list.
-void tell_switch_note(const session *s, message note, print_switch which, const CHR *on,
-                      const CHR *off)
+void tell_switch_note(const session *s, message_of<const CHR *, const CHR *, int> note,
+                      print_switch which, const CHR *on, const CHR *off)
 {
     say(note, s->is_on(which) ? on : off, switch_variable(which), int(s->switches[which]));
 }
@@ -98,7 +98,7 @@ void start_language(session *s)
 // -- Preparation -------------------------------------------------------------------------------
 
 // Lists a text in a talking run if the switches allow it, else says that it is disabled.
-void list_text(const session *s, const CHR *text, bool allowed, message disabled)
+void list_text(const session *s, const CHR *text, bool allowed, message_of<> disabled)
 {
     if (!s->verbose) return;
     if (allowed)
@@ -190,7 +190,7 @@ void prove_types(session *s)
 
 // -- Code --------------------------------------------------------------------------------------
 
-void list_code(const session *s, const CHR *code, bool allowed, message disabled)
+void list_code(const session *s, const CHR *code, bool allowed, message_of<> disabled)
 {
     if (!s->verbose) return;
     if (allowed)
@@ -199,7 +199,7 @@ void list_code(const session *s, const CHR *code, bool allowed, message disabled
         say(disabled);
 }
 
-void tell_size(const session *s, message which, const CHR *code)
+void tell_size(const session *s, message_of<ULO, const CHR *> which, const CHR *code)
 {
     tell(s, which, len(code), len(code) == 1 ? "" : "s");
 }

@@ -53,7 +53,7 @@ std::string argument_text(const CHR *word)
     }
 }
 
-void tell_pattern(const session *s, message pattern)
+void tell_pattern(const session *s, message_of<const CHR *, const CHR *> pattern)
 {
     tell(s, pattern, std::string(mnemonic(ISA_PROGN)).c_str(),
          std::string(mnemonic(ISA_SETQ)).c_str());

@@ -27,7 +27,7 @@ void print(message which, va_list arguments)
 
 } // namespace
 
-void say(message which, ...)
+void print_message(message which, ...)
 {
     va_list arguments;
     va_start(arguments, which);
@@ -35,7 +35,7 @@ void say(message which, ...)
     va_end(arguments);
 }
 
-void die(message which, ...)
+void print_message_and_exit(message which, ...)
 {
     fflush(stdout); // what was said before stands before
     va_list arguments;

@@ -2,7 +2,10 @@
 // way from the file to the run. Strings live as long as the process.
 #pragma once
 
+#include <algorithm>
+#include <initializer_list>
 #include <string_view>
+#include <type_traits>
 
 #include "kestrin/types.h"
 
@@ -37,16 +40,66 @@ enum class message {
 #undef MESSAGE
 };
 
-// Prints a message on its stream. Arguments as its text wants them.
-void say(message which, ...);
-// The same in a talking run; nothing in a quiet one.
-template <class... A> void tell(const session *s, message which, A... arguments)
+inline constexpr std::string_view message_texts[] = {
+#define MESSAGE(id, stream, flush, text) text,
+#include "driver/messages.def"
+#undef MESSAGE
+};
+
+// What a text writes for an argument of this type; empty if no text takes such a one.
+template <class A> constexpr std::string_view conversion_of()
 {
-    if (s->verbose) say(which, arguments...);
+    if (std::is_convertible_v<A, const CHR *>) return "%s";
+    if (std::is_same_v<A, int>) return "%d";
+    if (std::is_same_v<A, unsigned>) return "%u";
+    if (std::is_same_v<A, ULO>) return "%lu";
+    return {};
+}
+
+// True if the text has these conversions in this order and no other.
+constexpr bool has_conversions(std::string_view text,
+                               std::initializer_list<std::string_view> conversions)
+{
+    for (std::string_view conversion : conversions) {
+        text.remove_prefix(std::min(text.find('%'), text.size()));
+        if (conversion.empty() || !text.starts_with(conversion)) return false;
+        text.remove_prefix(conversion.size());
+    }
+    return text.find('%') == text.npos;
+}
+
+// A message whose text takes arguments of these types: any other does not compile.
+template <class... A> struct message_of {
+    message id;
+    consteval message_of(message which) : id(which)
+    {
+        if (!has_conversions(message_texts[static_cast<int>(which)], {conversion_of<A>()...}))
+            arguments_do_not_fit_the_text();
+    }
+    static void arguments_do_not_fit_the_text(); // no constant, hence an error; never defined
+};
+
+// Prints a message on its stream; the arguments are those that its text takes.
+void print_message(message which, ...);
+[[noreturn]] void print_message_and_exit(message which, ...);
+
+template <class... A> void say(message_of<std::type_identity_t<A>...> which, A... arguments)
+{
+    print_message(which.id, arguments...);
+}
+// The same in a talking run; nothing in a quiet one.
+template <class... A>
+void tell(const session *s, message_of<std::type_identity_t<A>...> which, A... arguments)
+{
+    if (s->verbose) print_message(which.id, arguments...);
+}
+// The same, then ends the process with status 1.
+template <class... A>
+[[noreturn]] void die(message_of<std::type_identity_t<A>...> which, A... arguments)
+{
+    print_message_and_exit(which.id, arguments...);
 }
 // Prints the warnings of a pass as they are, if there are any.
 void print_warnings(std::string_view warnings);
-// The same, then ends the process with status 1.
-[[noreturn]] void die(message which, ...);
 // Prints the syntax error that a pass has left and ends the process with status 1.
 [[noreturn]] void die_of_syntax_error();
