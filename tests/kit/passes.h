@@ -74,7 +74,7 @@ inline typed_text typed(const std::string &squeezed_text, const std::string &typ
 // The project's own programs below these folders, their lines joined, in no fixed order.
 inline std::vector<std::string> own_programs(std::initializer_list<const char *> folders)
 {
-    const auto root = std::filesystem::absolute(__FILE__).parent_path() / "../..";
+    const std::filesystem::path root = KESTRIN_SOURCES;
     std::vector<std::string> programs;
     for (const char *folder : folders)
         for (const auto &file : std::filesystem::recursive_directory_iterator(root / folder)) {
