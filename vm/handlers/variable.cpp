@@ -30,6 +30,8 @@ template <class T, operand_kind kind_> void assign_any(const ULO *dat_ptr, kestr
     else
         copy_kst_data(target, ret_dat, 0);
 }
+template void assign_any<SLO>(const ULO *dat_ptr, kestrin_data *ret_dat);
+template void assign_any<DFL>(const ULO *dat_ptr, kestrin_data *ret_dat);
 
 HANDLER(setq)
 {
