@@ -6,15 +6,18 @@
 #include "vm/text.h"
 #include "vm/versions.h"
 
-// KESTRIN_BUILD_HOST comes from the build: system, host and kernel.
+// Facts of the build, which its builder can set. KESTRIN_BUILT_ON: system, host and kernel.
 #if defined(__clang__)
 #define COMPILER __VERSION__
 #else
 #define COMPILER "GNU C++ " __VERSION__
 #endif
+#if !defined(KESTRIN_BUILT_AT)
+#define KESTRIN_BUILT_AT __DATE__
+#endif
 
-const CHR compiled_on[] = KESTRIN_BUILD_HOST;
-const CHR compiled_by[] = COMPILER ", 64-bit executable, " __DATE__;
+const CHR compiled_on[] = KESTRIN_BUILT_ON;
+const CHR compiled_by[] = COMPILER ", 64-bit executable, " KESTRIN_BUILT_AT;
 
 namespace {
 
