@@ -18,10 +18,10 @@ import unittest
 INSTALLED = """
 bin/kestrin
 include/kestrin/ckst_udf.h
-lib/cmake/kestrin/kestrin-config.cmake
-lib/cmake/kestrin/kestrin-config-version.cmake
-lib/libkestrin.a
-lib/pkgconfig/kestrin.pc
+LIB/cmake/kestrin/kestrin-config.cmake
+LIB/cmake/kestrin/kestrin-config-version.cmake
+LIB/libkestrin.a
+LIB/pkgconfig/kestrin.pc
 share/bash-completion/completions/kestrin
 share/doc/kestrin/changelog.gz
 share/doc/kestrin/copyright
@@ -47,6 +47,14 @@ def run(*command, directory=None, **environment):
     return done.stdout
 
 
+def library_folder():
+    """Below the prefix: what the build was told, and in a package what Debian's multiarch wants."""
+    if OPTIONS.package:
+        return "lib/" + run("c++", "-print-multiarch").strip()
+    with open(os.path.join(OPTIONS.build, "CMakeCache.txt"), encoding="utf-8") as cache:
+        return re.search(r"^CMAKE_INSTALL_LIBDIR:\w+=(.*)$", cache.read(), re.M)[1]
+
+
 class Installed(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -58,6 +66,7 @@ class Installed(unittest.TestCase):
         else:
             run("cmake", "--install", OPTIONS.build, "--prefix", "/usr", DESTDIR=cls.top)
         cls.prefix = os.path.join(cls.top, "usr")
+        cls.libraries = os.path.join(cls.prefix, library_folder())
         cls.path = os.path.join(cls.prefix, "bin") + ":" + os.environ["PATH"]
         run("kestrin", "-h", directory=cls.top, PATH=cls.path)
         run("tar", "xzf", "kst_tut.tgz", directory=cls.top)
@@ -71,9 +80,9 @@ class Installed(unittest.TestCase):
         self.assertTrue(counted and int(counted[1]) > 5, said)
 
     def test_files_are_in_their_places(self):
-        missing = [name for name in INSTALLED
-                   if not os.path.isfile(os.path.join(self.prefix, name))]
-        self.assertEqual(missing, [])
+        places = [os.path.join(self.libraries, name[4:]) if name.startswith("LIB/") else
+                  os.path.join(self.prefix, name) for name in INSTALLED]
+        self.assertEqual([name for name in places if not os.path.isfile(name)], [])
 
     def test_installed_scripts_run(self):
         documents = os.path.join(self.prefix, "share/doc/kestrin")
@@ -93,7 +102,7 @@ class Installed(unittest.TestCase):
 
     def build(self, unit, program):
         words = run("pkg-config", "--cflags", "--libs", "--static", "kestrin",
-                    PKG_CONFIG_PATH=os.path.join(self.prefix, "lib/pkgconfig")).split()
+                    PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig")).split()
         run("c++", *self.flags.split(), unit, *words, "-o", program, directory=self.top)
 
     def test_the_default_unit_is_a_program_again(self):
@@ -129,7 +138,7 @@ class Installed(unittest.TestCase):
             self.skipTest("not asked for")
         build = os.path.join(self.top, "make")
         run("make", "-j2", f"OUT={build}", f"CXXFLAGS={self.flags}", directory=self.kit,
-            PKG_CONFIG_PATH=os.path.join(self.prefix, "lib/pkgconfig"))
+            PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig"))
         self.run_units(build)
 
     def test_the_shell_completes_options_and_programs(self):
