@@ -34,6 +34,12 @@ share/kestrin/ckst_udf.cpp
 share/man/man1/kestrin.1.gz
 share/man/man3/ckst_udf.3.gz
 """.split()
+EXECUTABLE = """
+bin/kestrin
+share/doc/kestrin/kestrin.run
+share/doc/kestrin/examples/number.kst
+share/doc/kestrin/examples/extension/run_examples
+""".split()
 WARNINGS = "-Wall -Wextra -Werror"
 OPTIONS = argparse.Namespace()
 
@@ -64,6 +70,7 @@ class Installed(unittest.TestCase):
         if OPTIONS.package:
             run("dpkg-deb", "-x", OPTIONS.package, cls.top)
         else:
+            os.umask(0o022)
             run("cmake", "--install", OPTIONS.build, "--prefix", "/usr", DESTDIR=cls.top)
         cls.prefix = os.path.join(cls.top, "usr")
         cls.libraries = os.path.join(cls.prefix, library_folder())
@@ -83,6 +90,15 @@ class Installed(unittest.TestCase):
         places = [os.path.join(self.libraries, name[4:]) if name.startswith("LIB/") else
                   os.path.join(self.prefix, name) for name in INSTALLED]
         self.assertEqual([name for name in places if not os.path.isfile(name)], [])
+
+    def test_modes_are_those_of_a_system(self):
+        wrong = []
+        for folder, folders, files in os.walk(self.prefix):
+            for path in (os.path.join(folder, name) for name in folders + files):
+                runs = os.path.isdir(path) or os.path.relpath(path, self.prefix) in EXECUTABLE
+                if os.stat(path).st_mode & 0o7777 != (0o755 if runs else 0o644):
+                    wrong.append(path)
+        self.assertEqual(wrong, [])
 
     def test_installed_scripts_run(self):
         documents = os.path.join(self.prefix, "share/doc/kestrin")
