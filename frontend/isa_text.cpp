@@ -106,12 +106,19 @@ CHR *new_string(std::string_view text)
     return assign(&string, text);
 }
 
+template <class T> T *allocate(ULO count, fatal_site site)
+{
+    void *block = calloc(count, sizeof(T));
+    if (block == nullptr) fatal(site, "Out of memory.");
+    return static_cast<T *>(block);
+}
+
 void free_isa()
 {
     if (isa_is_built_in()) return;
     for (ULO i = 0; i < isa_count; i++) {
         free_string(isa_table[i].mnemonic);
-        delete isa_table[i].mnemonic;
+        free(isa_table[i].mnemonic);
         CHR *letters = const_cast<CHR *>(isa_table[i].op_type);
         free_string(&letters);
     }
@@ -122,7 +129,8 @@ void free_isa()
 void read_isa_row(isa_row *row, std::string_view text)
 {
     const row_text read = take_signature(&text);
-    row->mnemonic = new CHR *(new_string(read.name));
+    row->mnemonic = allocate<CHR *>(1, fatal_site::ISA_SET_CELLS);
+    *row->mnemonic = new_string(read.name);
     row->operands = read.operands;
     row->ret_type = read.ret_type;
     row->op_type = new_string(read.letters);
@@ -154,13 +162,6 @@ void read_isaext_row(INSTRUCTION_STRU *row, std::string_view text)
             take_handler(&text)};
     if (row->fnc_name == nullptr || row->op_type == nullptr)
         fatal(fatal_site::ISAEXT_SET_ROWS, "Out of memory.");
-}
-
-void *allocate_rows(ULO count, ULO size, fatal_site site)
-{
-    void *rows = calloc(count, size);
-    if (rows == nullptr) fatal(site, "Out of memory.");
-    return rows;
 }
 
 } // namespace
@@ -244,8 +245,7 @@ void _internal_ISA_COPs_set(const CHR *table)
     std::string_view rest = view(table);
     const ULO count = count_lists(rest);
     if (count == 0) return;
-    auto *rows =
-        static_cast<isa_row *>(allocate_rows(count, sizeof(isa_row), fatal_site::ISA_SET_ROWS));
+    auto *rows = allocate<isa_row>(count, fatal_site::ISA_SET_ROWS);
     for (ULO i = 0; i < count; i++) read_isa_row(&rows[i], take_row(&rest));
     isa_table = rows;
     isa_count = count;
@@ -261,8 +261,7 @@ void _internal_ISAext_COPs_set(const CHR *table)
     std::string_view rest = view(table);
     const ULO count = count_lists(rest);
     if (count == 0) return;
-    auto *rows = static_cast<INSTRUCTION_STRU *>(
-        allocate_rows(count, sizeof(INSTRUCTION_STRU), fatal_site::ISAEXT_SET_ROWS));
+    auto *rows = allocate<INSTRUCTION_STRU>(count, fatal_site::ISAEXT_SET_ROWS);
     for (ULO i = 0; i < count; i++) read_isaext_row(&rows[i], take_row(&rest));
     isaext_table = rows;
     isaext_count = count;
