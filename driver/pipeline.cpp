@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <new>
 #include <string>
 #include <unistd.h>
 
@@ -53,7 +52,7 @@ void guard_against_reentry()
 
 void start_engine(session *s)
 {
-    std::set_new_handler([] { fatal(fatal_site::MEMORY_NEW); });
+    report_failing_new();
     setup_quarne_thread_safe_functionality_for_local_thread();
     engine_open = 0;
     bind_isaext();

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <unistd.h>
 
 const CHR *const memory_fault_text = "Kestrin memory allocation fault / out of memory.";
@@ -56,6 +57,11 @@ void fprint_error_info(const CHR *text, const CHR *module, const CHR *function, 
         perror(line);
     }
     fflush(stderr);
+}
+
+void report_failing_new()
+{
+    std::set_new_handler([] { fatal(fatal_site::MEMORY_NEW); });
 }
 
 void fatal(fatal_site site, const CHR *text, const CHR *syscall)

@@ -23,6 +23,11 @@ extern char **saved_argv;
 void fprint_error_info(const CHR *text, const CHR *module, const CHR *function, ULO location,
                        const CHR *syscall);
 
+// Makes a failing `new` end in the report too. So it does from the start of the process, as a
+// unit's main may call the library ahead of _Main_; _Main_ sees to it again, in case that main has
+// set a handler of its own.
+[[gnu::constructor(101)]] void report_failing_new();
+
 // Reports with the module, function and location of the row, then ends the process with status 1.
 [[noreturn]] void fatal(fatal_site site, const CHR *text = memory_fault_text,
                         const CHR *syscall = nullptr);

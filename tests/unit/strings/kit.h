@@ -9,19 +9,10 @@
 
 #include "strings/scratch.h"
 #include "strings/state.h"
+#include "tests/kit/sanitizers.h"
 
 using namespace std::string_literals;
 using namespace std::string_view_literals;
-
-// The sanitizer's allocator knows exact sizes and cannot work within a limit on memory.
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define ADDRESS_SANITIZER 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-#define ADDRESS_SANITIZER 1
-#endif
 
 struct text : scratch {
     explicit text(std::string_view bytes) { assign(&s, bytes); }
