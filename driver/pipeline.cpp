@@ -119,20 +119,10 @@ void list_program(const session *s)
     list_text(s, s->prog_text, s->is_on(SWITCH_MODIFIED_SRC), message::PROGRAM_PRINT_DISABLED);
 }
 
-// The program's file as it is. It is read once, so that it may be a pipe.
-struct raw_file {
-    std::string contents;
-    bool was_read = false;
-};
-
-// A file that could not be read is tried again, for the report.
 void read_source(session *s, const raw_file &file)
 {
     tell(s, message::READING_SOURCE, s->file());
-    if (file.was_read)
-        read_from_text(&s->prog_text, s->file(), file.contents);
-    else
-        read_from_file(&s->prog_text, s->file());
+    read_from_raw(&s->prog_text, s->file(), file);
     if (!notempty(s->prog_text)) die(message::NO_CODE);
 }
 
@@ -317,10 +307,13 @@ void enter_instructions()
 raw_file read_program_file(const session *s)
 {
     tell(s, message::CHECKING_PRECOMPILED, s->file());
-    raw_file file;
-    const CHR *failed_call = nullptr;
-    file.was_read = read_raw(&file.contents, s->file(), &failed_call);
-    return file;
+    return read_raw(s->file());
+}
+
+// What can't be read is a source, whose stage reports it: the file is never read again.
+bool is_stored_program(const raw_file &file)
+{
+    return file.failed_call == nullptr && is_precompiled(file.contents);
 }
 
 // The road of a precompiled program, from its file to linked code.
@@ -361,7 +354,7 @@ void run_session()
     scan_options(s);
     start_language(s);
     const raw_file file = read_program_file(s);
-    if (is_precompiled(file.contents))
+    if (is_stored_program(file))
         prepare_precompiled(s, file.contents);
     else
         prepare_source(s, file);

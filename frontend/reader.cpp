@@ -42,22 +42,28 @@ ULO clean_line(std::string *line, bool *in_string)
     exit(1);
 }
 
+[[noreturn]] void report_failure(const CHR *path, const raw_file &file)
+{
+    const std::string text =
+        std::string("Failed while ") + file.failed_call + "ing file `" + path + "'.";
+    errno = file.error;
+    fatal(fatal_site::READ_FROM_FILE, text.c_str(), file.failed_call);
+}
+
 } // namespace
 
-bool read_raw(std::string *contents, const CHR *path, const CHR **failed_call)
+raw_file read_raw(const CHR *path)
 {
-    *failed_call = "open";
-    const int file = open(path, O_RDONLY);
-    if (file < 0) return false;
-    *failed_call = "read";
     static CHR buffer[65536];
+    raw_file raw;
+    const int file = open(path, O_RDONLY);
+    if (file < 0) return {"", "open", errno};
     ssize_t got;
     while ((got = read(file, buffer, sizeof buffer)) > 0)
-        contents->append(buffer, static_cast<ULO>(got));
-    const int error = errno;
+        raw.contents.append(buffer, static_cast<ULO>(got));
+    if (got < 0) raw.failed_call = "read", raw.error = errno;
     close(file);
-    errno = error;
-    return got == 0;
+    return raw;
 }
 
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes)
@@ -78,27 +84,13 @@ ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes)
     return 0;
 }
 
-void read_from_text(CHR **targ, const CHR *path, std::string_view contents)
+void read_from_raw(CHR **targ, const CHR *path, const raw_file &file)
 {
+    if (file.failed_call != nullptr) report_failure(path, file);
     std::string joined;
-    const ULO refused = join_lines(&joined, contents, false);
+    const ULO refused = join_lines(&joined, file.contents, false);
     if (refused != 0) refuse_line(path, refused);
     assign(targ, joined);
 }
 
-void read_from_file(CHR **targ, const CHR *path)
-{
-    std::string contents;
-    const CHR *failed_call = nullptr;
-    if (!read_raw(&contents, path, &failed_call)) {
-        const int error = errno;
-        const std::string text = std::string("Failed while ")
-                                     .append(failed_call)
-                                     .append("ing file `")
-                                     .append(path)
-                                     .append("'.");
-        errno = error;
-        fatal(fatal_site::READ_FROM_FILE, text.c_str(), failed_call);
-    }
-    read_from_text(targ, path, contents);
-}
+void read_from_file(CHR **targ, const CHR *path) { read_from_raw(targ, path, read_raw(path)); }

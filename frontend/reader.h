@@ -6,19 +6,22 @@
 
 #include "kestrin/types.h"
 
-// Reads the whole file into `*contents`. Returns false with errno set if it can't be opened or
-// read;
-// `*failed_call` then names the system call.
-bool read_raw(std::string *contents, const CHR *path, const CHR **failed_call);
+// A file as it is, read once, so that it may be a pipe.
+struct raw_file {
+    std::string contents;             // as far as they were read
+    const CHR *failed_call = nullptr; // "open" or "read"; NULL: none failed
+    int error = 0;                    // errno of the call that failed
+};
+raw_file read_raw(const CHR *path);
 
 // Joins the lines of a source text, each followed by one blank; comments are gone and control bytes
 // outside string constants are blanks. `carry_quotes`: a string constant may go on in the next
 // line. Returns the number of the line, from 1, that ends inside a string where none may; else 0.
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes);
 
-// Replaces `*targ` by the reader text of a file with these contents. Ends the process with a
-// message that names the path if a line ends inside a string.
-void read_from_text(CHR **targ, const CHR *path, std::string_view contents);
+// Replaces `*targ` by the reader text of a file. Ends the process with a report that names the path
+// if it could not be read, and with a message if a line ends inside a string.
+void read_from_raw(CHR **targ, const CHR *path, const raw_file &file);
 
-// The same for a file that is still to be read; one that can't be ends the process with a report.
+// The same for a file that is still to be read.
 void read_from_file(CHR **targ, const CHR *path);
