@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <mutex>
 #include <string>
 #include <unistd.h>
@@ -43,6 +44,14 @@ time_point start;     // of what the next time report is about
 std::mutex singleton; // taken once and never released
 
 // -- Start -------------------------------------------------------------------------------------
+
+// A file gets the lowest number that is free: without these, what a program opens first would get
+// its output.
+void fill_standard_descriptors()
+{
+    for (int number = 0; number <= 2; number++)
+        if (fcntl(number, F_GETFD) < 0) (void)open("/dev/null", O_RDWR);
+}
 
 void guard_against_reentry()
 {
@@ -368,6 +377,7 @@ void run_session()
 
 int _Main_(int argc, char **argv)
 {
+    fill_standard_descriptors();
     guard_against_reentry();
     the_session.argc = argc;
     the_session.argv = argv;
