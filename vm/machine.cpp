@@ -7,6 +7,7 @@
 
 #include "kestrin/strings.h"
 #include "strings/state.h"
+#include "terminal/keypress.h"
 #include "vm/handler.h"
 #include "vm/stack.h"
 
@@ -45,6 +46,7 @@ struct thread_blocks {
     rt_control control;
     strings_state strings;
     chunk_end root; // where the list of chunks begins
+    interrupt_handler former_interrupt;
 };
 
 constinit thread_local thread_blocks *blocks = nullptr;
@@ -107,9 +109,10 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
     if (blocks != nullptr) return;
     blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
     if (blocks == nullptr) fatal(fatal_site::THREAD_SETUP);
-    *blocks = {initial_control, {}, {nullptr, nullptr, first_chunk}};
+    *blocks = {initial_control, {}, {nullptr, nullptr, first_chunk}, nullptr};
     rt_ctrl = &blocks->control;
     strings_tls = &blocks->strings;
+    former_interrupt_handler = &blocks->former_interrupt;
 }
 
 void cleanup_quarne_thread_safe_functionality_for_local_thread()
@@ -122,6 +125,7 @@ void cleanup_quarne_thread_safe_functionality_for_local_thread()
     free_chunks(&blocks->root);
     rt_ctrl = nullptr;
     strings_tls = nullptr;
+    former_interrupt_handler = nullptr;
     free(blocks);
     blocks = nullptr;
 }
