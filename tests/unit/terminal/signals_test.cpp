@@ -1,0 +1,229 @@
+// Signals around a wait for a key. So that no moment is missed, a signal follows each system call
+// of term_keypressed() once: the calls come here first.
+#include <array>
+#include <csignal>
+#include <dlfcn.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+
+#include "terminal/keypress.h"
+#include "terminal/terminal.h"
+#include "tests/unit/terminal/kit.h"
+
+namespace {
+
+int calls_left = 0; // until the signal comes
+int coming = 0;     // its number
+
+template <class Call> Call *real(const char *name)
+{
+    return reinterpret_cast<Call *>(dlsym(RTLD_NEXT, name));
+}
+
+template <class Result> Result followed(Result result)
+{
+    if (calls_left == 0 || --calls_left > 0) return result;
+    const int fault = errno;
+    kill(getpid(), coming);
+    errno = fault;
+    return result;
+}
+
+} // namespace
+
+#define FOLLOWED(result, name, parameters, arguments)                                              \
+    extern "C" result name parameters                                                              \
+    {                                                                                              \
+        static const auto call = real<result parameters>(#name);                                   \
+        return followed(call arguments);                                                           \
+    }
+FOLLOWED(int, tcdrain, (int fd), (fd))
+FOLLOWED(int, tcgetattr, (int fd, termios *state), (fd, state))
+FOLLOWED(int, tcsetattr, (int fd, int how, const termios *state), (fd, how, state))
+FOLLOWED(int, sigaction, (int number, const struct sigaction *action, struct sigaction *former),
+         (number, action, former))
+FOLLOWED(sighandler_t, signal, (int number, sighandler_t handler), (number, handler))
+FOLLOWED(int, pthread_sigmask, (int how, const sigset_t *set, sigset_t *former), (how, set, former))
+FOLLOWED(int, select, (int count, fd_set *in, fd_set *out, fd_set *other, timeval *limit),
+         (count, in, out, other, limit))
+FOLLOWED(ssize_t, read, (int fd, void *bytes, size_t size), (fd, bytes, size))
+
+namespace {
+
+struct signals : no_window {
+    pty window;
+    termios before = window.state();
+
+    // The pseudo-terminal is opened ahead of the moments that count.
+    pid_t start(const std::function<int()> &program) const
+    {
+        return window.start([&program] {
+            const rlimit none{0, 0};
+            setrlimit(RLIMIT_CORE, &none);
+            term_init(nullptr);
+            return program();
+        });
+    }
+
+    void await_raw(bool raw) const
+    {
+        for (int i = 0; i < 1000 && is_raw() != raw; i++) usleep(2000);
+        EXPECT_EQ(raw, is_raw());
+    }
+
+    bool is_raw() const { return !(window.state().c_lflag & ICANON); }
+
+    void expect_former_state(const std::string &where) const
+    {
+        const termios after = window.state();
+        EXPECT_EQ(before.c_lflag, after.c_lflag) << where;
+        EXPECT_EQ(before.c_oflag, after.c_oflag) << where;
+        EXPECT_TRUE(std::equal(before.c_cc, before.c_cc + NCCS, after.c_cc)) << where;
+    }
+};
+
+// How a process ended: its status, or the signal's number below 0.
+int end_of(pid_t child)
+{
+    int status = 0;
+    EXPECT_EQ(child, waitpid(child, &status, 0));
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+constexpr int WITHOUT_SIGNAL = 42;
+
+volatile sig_atomic_t handled = 0;
+
+} // namespace
+
+TEST_F(signals, FindNoMomentThatLeavesTheTerminalRaw)
+{
+    for (int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
+        int moments = 0;
+        for (int end = 0; end != WITHOUT_SIGNAL; moments++) {
+            end = end_of(start([&] {
+                coming = number;
+                calls_left = moments + 1;
+                term_keypressed(5);
+                return calls_left > 0 ? WITHOUT_SIGNAL : 0;
+            }));
+            const std::string where = std::to_string(number) + " behind call " +
+                                      std::to_string(moments + 1) + ": " + std::to_string(end);
+            // Alone in its session a process is not stopped. SIGINT outside of the wait is the
+            // system's.
+            const bool interrupted = number == SIGINT && end == 1;
+            EXPECT_TRUE(end == WITHOUT_SIGNAL || interrupted ||
+                        end == (number == SIGTSTP ? 0 : -number))
+                << where;
+            expect_former_state(where);
+        }
+        EXPECT_LT(15, moments);
+    }
+}
+
+TEST_F(signals, EndAWaitAsTheyEndTheProcess)
+{
+    for (int number : {SIGTERM, SIGHUP, SIGQUIT}) {
+        const pid_t child = start([] { return int(term_keypressed(1)); });
+        await_raw(true);
+        kill(child, number);
+        EXPECT_EQ(-number, end_of(child));
+        expect_former_state("");
+    }
+}
+
+TEST_F(signals, StopAWaitAndLetItGoOn)
+{
+    // A process group that is not alone in its session can be stopped.
+    const pid_t session = start([] {
+        const pid_t child = fork();
+        if (child == 0) {
+            setpgid(0, 0);
+            signal(SIGTTOU, SIG_IGN);
+            tcsetpgrp(0, getpid());
+            signal(SIGTTOU, SIG_DFL);
+            _exit(term_keypressed(1) == 'k' && term_keypressed(15000000) == 'l' ? 0 : 1);
+        }
+        for (int stops = 0; stops < 2; stops++) {
+            int status = 0;
+            waitpid(child, &status, WUNTRACED);
+            termios state;
+            tcgetattr(0, &state);
+            if (!WIFSTOPPED(status) || WSTOPSIG(status) != SIGTSTP) return 2;
+            if (!(state.c_lflag & ICANON) || !(state.c_lflag & ECHO)) return 3;
+            kill(child, SIGCONT);
+        }
+        return status_of(child);
+    });
+    for (const char *key : {"k", "l"}) {
+        await_raw(true);
+        usleep(20000);
+        window.type("\x1a"); // the key that stops
+        usleep(100000);
+        await_raw(true);
+        window.type(key);
+        usleep(20000);
+    }
+    EXPECT_EQ(0, end_of(session));
+    expect_former_state("");
+}
+
+// What a unit or the parent has set up holds during the wait and behind it.
+TEST_F(signals, KeepToWhatWasSetUp)
+{
+    const pid_t child = start([] {
+        signal(SIGHUP, SIG_IGN);
+        signal(SIGTERM, [](int) { handled = handled + 1; });
+        sigset_t blocked, now;
+        sigemptyset(&blocked);
+        sigaddset(&blocked, SIGQUIT);
+        sigprocmask(SIG_SETMASK, &blocked, nullptr);
+        if (term_keypressed(1) != 'k' || handled != 1) return 1;
+        struct sigaction action;
+        for (auto [number, handler] :
+             {std::pair{SIGHUP, SIG_IGN}, std::pair{SIGTSTP, SIG_DFL}, std::pair{SIGQUIT, SIG_DFL},
+              std::pair{SIGCONT, SIG_DFL}, std::pair{SIGINT, SIG_DFL}}) {
+            sigaction(number, nullptr, &action);
+            if (action.sa_handler != handler) return 2;
+        }
+        raise(SIGTERM);
+        sigprocmask(SIG_BLOCK, nullptr, &now);
+        for (int number = 1; number < SIGRTMIN; number++)
+            if (sigismember(&now, number) != (number == SIGQUIT)) return 3;
+        return handled == 2 ? 0 : 4;
+    });
+    await_raw(true);
+    for (int number : {SIGHUP, SIGQUIT, SIGTERM, SIGCONT}) {
+        usleep(20000);
+        kill(child, number);
+    }
+    usleep(50000);
+    await_raw(true);
+    window.type("k");
+    EXPECT_EQ(0, end_of(child));
+    expect_former_state("");
+}
+
+// A handler of the unit's that returns, without restarting what it interrupts.
+TEST_F(signals, DoNotShortenAWait)
+{
+    const pid_t child = start([] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval often = {{0, 30000}, {0, 30000}};
+        setitimer(ITIMER_REAL, &often, nullptr);
+        timespec from, to;
+        clock_gettime(CLOCK_MONOTONIC, &from);
+        const UCH none = term_keypressed(200000);
+        clock_gettime(CLOCK_MONOTONIC, &to);
+        const long gone = (to.tv_sec - from.tv_sec) * 1000 + (to.tv_nsec - from.tv_nsec) / 1000000;
+        if (none != 0 || gone < 199) return 1;
+        return term_keypressed(1) == 'k' ? 0 : 2;
+    });
+    usleep(400000);
+    await_raw(true);
+    window.type("k");
+    EXPECT_EQ(0, end_of(child));
+    expect_former_state("");
+}
