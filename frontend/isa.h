@@ -13,7 +13,7 @@ enum isa_id : ULO {
 #undef ROW
     ISA_ROWS
 };
-static_assert(ISA_MAPCAR == 222, "bytecode stores row numbers: new rows go to the end");
+static_assert(ISA_MAPCAR == 222, "units name the rows by their order: new ones go to the end");
 
 struct isa_row {
     CHR **mnemonic; // cell that holds the counted string; renaming writes the cell

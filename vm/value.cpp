@@ -38,7 +38,8 @@ void free_array(kestrin_data *d)
     free(d->aready_tags);
 }
 
-// The record's own value, member 0 of an array. Returns false when memory ran out.
+// The record's own value, member 0 of an array. A text that there is no memory for, if a fault hook
+// lets that pass, leaves the old one.
 void copy_single(kestrin_data *dest, const kestrin_data *source)
 {
     dest->type = source->type;

@@ -16,11 +16,12 @@
 // filled; letters of - alone leave it no choice but slot 0. A program that runs into an empty slot
 // ends by the fatal report.
 //
-// Rows stand one behind the other; bytecode stores their numbers, so a new row goes to the end.
-// Rows that differ in the name alone are aliases: a copy of IF's row under another name is an IF.
-// Names are in upper case, as programs are folded before a name is looked up; no program can call
-// another. The tables are tested when the first program is checked: a name with a byte that names
-// can't have, a name that occurs twice or a wrong letter is a syntax error with code 5.
+// Rows stand one behind the other. Bytecode stores their numbers, and a stored program runs only
+// with the tables that it was compiled for: any change of them, a new row at the end too, refuses
+// it. Rows that differ in the name alone are aliases: a copy of IF's row under another name is an
+// IF. Names are in upper case, as programs are folded before a name is looked up; no program can
+// call another. The tables are tested when the first program is checked: a name with a byte that
+// names can't have, a name that occurs twice or a wrong letter is a syntax error with code 5.
 //
 // The _set calls work ahead of _Main_ alone; later they end the process by the fatal report. Lists
 // and tables are counted strings (kestrin/strings.h). The thread must have been set up.

@@ -72,9 +72,10 @@ inline constexpr kestrin_data owning_slot = {1, 1, 0, 0, {0}, nullptr, 1, nullpt
 
 // Evaluate the operand of the operand word at `dat_ptr` and cast it. Floats are cut toward zero; a
 // text is read as far as it is a number, else 0; nil is 0, 0.0 and the empty string; numbers print
-// as equ_num() and equ_fnum() do; an array gives its member 0. While an error is pending they do
-// nothing, and `*targ` stays as it is, so it has to be initialised; so it does when the operand
-// fails. `targ` of ret_sval() is a target (kestrin/strings.h), freed by the caller.
+// as equ_num() and equ_fnum() do; an array gives its member 0. `*targ` has to be initialised: while
+// an error is pending they do nothing and leave it as it is. When the operand itself fails, a
+// number stays as it is, and the target of ret_sval() holds what the operand left: any text, or
+// NULL. `targ` of ret_sval() is a target (kestrin/strings.h), freed by the caller.
 void ret_ival(const ULO *dat_ptr, SLO *targ);
 void ret_fval(const ULO *dat_ptr, DFL *targ);
 void ret_sval(const ULO *dat_ptr, CHR **targ);
