@@ -160,7 +160,7 @@ public:
     quiet_faults &operator=(const quiet_faults &) = delete;
 
 private:
-    strings_state block{[] {}};
+    strings_state block{[] {}, nullptr, nullptr, nullptr};
     strings_state *outer = strings_tls;
 };
 

@@ -7,6 +7,7 @@
 
 #include "strings/block.h"
 #include "strings/scratch.h"
+#include "strings/state.h"
 
 // -- Dump --------------------------------------------------------------------------------------
 
@@ -34,6 +35,7 @@ constexpr auto dump_cells = [] {
 
 CHR *strdump(CHR **targ, const CHR *source)
 {
+    know_formats();
     CHR *fresh = nullptr;
     CHR *out = must_resize(&fresh, len(source) * sizeof(dump_cell), fatal_site::CAT);
     for (CHR c : view(source)) {

@@ -19,6 +19,7 @@
 
 #include "strings/block.h"
 #include "strings/scratch.h"
+#include "strings/state.h"
 
 namespace {
 
@@ -186,6 +187,7 @@ private:
 
 CHR *strraw(CHR **targ, const CHR *source)
 {
+    know_formats();
     const std::string_view text = view(source);
     if (text.find('\\') == std::string_view::npos) return equ(targ, source);
     if (source != *targ) must_resize(targ, text.size(), fatal_site::CAT);
@@ -225,6 +227,7 @@ const escape_text &escape_for(CHR c) { return escape_texts[static_cast<UCH>(c)];
 
 CHR *strunraw(CHR **targ, const CHR *source)
 {
+    know_formats();
     ULO size = 0;
     for (CHR c : view(source)) size += escape_for(c).size;
     if (size == len(source)) return equ(targ, source);

@@ -29,6 +29,11 @@ struct strings_state {
     // Called when an allocation fails by the functions that honour it; they then leave their target
     // as it was and return its old handle. NULL, as it is from the start: such a failure is fatal.
     void (*fault_hook)();
+    // How a byte is written by printf() in escapes, upper and lower case, and in dumps. NULL until
+    // the thread first calls strraw(), strunraw() or strdump(). NUL-terminated, never freed.
+    const CHR *raw_fmt_upper;
+    const CHR *raw_fmt_lower;
+    const CHR *dump_fmt;
 };
 
 // The calling thread's; NULL on a thread without set-up.

@@ -57,7 +57,7 @@ std::string random_text(std::mt19937 &random, const Piece (&pieces)[N], size_t l
 // A hook for the calling thread that counts its calls.
 struct counted_faults {
     static inline thread_local int calls;
-    strings_state block{[] { ++calls; }};
+    strings_state block{[] { ++calls; }, nullptr, nullptr, nullptr};
     counted_faults()
     {
         calls = 0;
