@@ -1,0 +1,157 @@
+// Any bytes as the choices of an image made from scratch. What the verifier accepts is linked and
+// run on its own and by MAPCAR, which decompiles it too. One input in two is new from the first
+// byte on, so that a run of the fuzzer is one over seeds as well. At its end it tells how many
+// images there were and how many of them ran.
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <unistd.h>
+
+#include "bytecode/verify.h"
+#include "kestrin/mapcar.h"
+#include "kestrin/unit.h"
+#include "tests/fuzz/fuzz.h"
+#include "tests/kit/code.h"
+#include "tests/kit/random_image.h"
+#include "tests/kit/runner.h"
+#include "vm/async_heap.h"
+#include "vm/engine.h"
+
+extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t room);
+
+// -- The extension unit: steps -----------------------------------------------------------------
+
+namespace {
+
+constexpr int most_steps = 100, steps_of_a_store = 8;
+int steps;
+
+// As EXIT does.
+void take_steps(int n)
+{
+    if ((steps -= n) > 0 || !rt_ctrl->rt_noterror) return;
+    rt_ctrl->rt_noterror = 0;
+    rt_ctrl->rt_error_code = UNWIND_EXIT;
+}
+
+void step(const ULO *, kestrin_data *ret_dat)
+{
+    if (!noterror()) return;
+    take_steps(1);
+    if (noterror()) answer<SLO>(ret_dat, steps);
+}
+
+void gate(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    ret_dat->disable_ptr = 1;
+    SLO value = 0;
+    ret_ival(dat_ptr, &value);
+    take_steps(steps_of_a_store);
+    if (noterror()) answer(ret_dat, value);
+}
+
+void mix(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    ret_dat->disable_ptr = 1;
+    SLO integer = 0;
+    DFL real = 0;
+    ret_ival(dat_ptr, &integer);
+    ret_fval(dat_ptr + 1, &real);
+    ret_sval(dat_ptr + 2, &ret_dat->svalue);
+    if (!noterror()) return;
+    left(&ret_dat->svalue, ret_dat->svalue, real > 0 ? 9 : ULO(integer & 15));
+    ret_dat->single = 1;
+    ret_dat->type = 'S';
+}
+
+const UCH mixed[] = "IFS", integer[] = "I";
+
+} // namespace
+
+extern const INSTRUCTION_STRU INSTRUCTION_SET[] = {
+    {"STEP", 0, 'I', nullptr, step}, {"GATE", 1, 'I', integer, gate}, {"MIX", 3, 'S', mixed, mix}};
+extern const ULO INSTRUCTIONS = 3;
+const CHR *VERSION_CKSTUDF___ = "";
+
+void startup_callback() {}
+void taskjob_end_callback(ULO) {}
+void user_io_callback(SLO id, CHR **text)
+{
+    if (id % 2 == 0) free_string(text);
+}
+
+// -- The runs ----------------------------------------------------------------------------------
+
+namespace {
+
+constexpr ULO globals = 3;
+ULO images, accepted;
+
+void start()
+{
+    bind_isaext();
+    const kit::code set = kit::program(
+        "(defun twice (progn (defun inner (cat $1 $2)) (step) (inner $2 $1)))"
+        "(defun none (time)) (defun pair (progn (arsetq p 1 $1) (arsetq p 2 $2) p)) nil");
+    assign(&the_engine.global_udf_code, kit::bytes_of(set));
+    kestrin_link(the_engine.global_udf_code);
+    kit::passed("(PROGN NIL)",
+                [](CHR **text) { kestrin_check(text, "Main", &the_engine.func_lut); });
+    the_engine.mapcar_with_decompiler = 1;
+    strings_tls->fault_hook = [] {}; // an index beyond all memory stores nothing
+    atexit([] { fprintf(stderr, "images: %lu, accepted: %lu\n", images, accepted); });
+}
+
+// The machine is as it was before the run.
+void check_machine(const kestrin_data *top)
+{
+    require(rt_ctrl->rt_noterror == 1 && rt_ctrl->rt_frame == nullptr);
+    require(rt_ctrl->frame_top == top);
+    while (async_heap_blocks > 0) delete_block(async_heap_tree->link1);
+}
+
+void run_by_mapcar(std::string_view bytes)
+{
+    kit::code node = {reinterpret_cast<ULO>(func__dummy_s), bytes.size()};
+    node.resize(2 + bytes.size() / sizeof(ULO) + 1);
+    memcpy(&node[2], bytes.data(), bytes.size());
+    const ULO operand = reinterpret_cast<ULO>(node.data());
+    kestrin_data value = owning_slot;
+    func__mapcar(&operand, &value);
+    require(!value.single && value.array.mix[MAPCAR_SYNTAX_CODE].value.ival == 0);
+    free_kst_data(&value);
+}
+
+} // namespace
+
+void try_input(std::string_view bytes)
+{
+    static const bool started = (start(), true);
+    require(started);
+    const kit::code words = kit::random_image(bytes, globals).words();
+    images++;
+    if (!verify_bytecode(kit::bytes_of(words))) return;
+    accepted++;
+    const kestrin_data *top = rt_ctrl->frame_top;
+    steps = most_steps;
+    kit::run_code(kit::bytes_of(words));
+    check_machine(top);
+    steps = most_steps;
+    run_by_mapcar(kit::bytes_of(words));
+    check_machine(top);
+}
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size,
+                                               std::size_t room, unsigned seed)
+{
+    if (seed % 2 == 0) return LLVMFuzzerMutate(data, size, room);
+    std::mt19937 random(seed);
+    const std::size_t wanted = std::min<std::size_t>(room, 8 + random() % 500);
+    for (std::size_t i = 0; i < wanted; i++) data[i] = static_cast<std::uint8_t>(random());
+    return wanted;
+}
+
+extern "C" const char *__asan_default_options()
+{
+    return "allocator_may_return_null=1:max_allocation_size_mb=64";
+}
