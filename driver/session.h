@@ -99,8 +99,6 @@ template <class... A>
 {
     print_message_and_exit(which.id, arguments...);
 }
-// Prints a message, then ends the process with status 1.
-[[noreturn]] void die(message which, ...);
 // Prints the warnings of a pass as they are, if there are any.
 void print_warnings(std::string_view warnings);
 // Prints the syntax error that a pass has left and ends the process with status 1.
