@@ -23,7 +23,7 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, st
 
 namespace {
 
-constexpr int most_steps = 100, steps_of_a_store = 8;
+constexpr int most_steps = 60, steps_of_a_store = 10;
 int steps;
 
 // As EXIT does.

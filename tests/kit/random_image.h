@@ -182,7 +182,7 @@ private:
         case 'Z': return put_code('Z');
         default:
             put_code('I');
-            return put(pick(ULO(1), 0, 2, 3, 127, 128, 200, ~ULO(0), 1 << 20, ULO(1) << 62));
+            return put(pick(ULO(1), 0, 2, 3, 127, 128, 200, ~ULO(0), 1 << 14, ULO(1) << 62));
         }
     }
 
