@@ -95,7 +95,7 @@ def judged(outcome, wanted):
     if outcome.status not in (0, 1):
         return "status %d" % outcome.status
     for name, data in outcome.written.items():
-        if data and data != wanted.written.get(name):
+        if data and data != wanted.written.get(name, data):
             return "half of a file"
     if (outcome.out, outcome.status) == (wanted.out, wanted.status):
         return True
