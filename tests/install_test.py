@@ -8,6 +8,7 @@ built by CMake (find_package) and by make (pkg-config), without the source tree,
 warnings as errors, and their programs are run.
 """
 import argparse
+import glob
 import os
 import re
 import subprocess
@@ -40,6 +41,19 @@ share/doc/kestrin/kestrin.run
 share/doc/kestrin/examples/number.kst
 share/doc/kestrin/examples/extension/run_examples
 """.split()
+# Data, functions and a type by names that the engine uses for itself.
+CLASHING = """
+#include <cstdlib>
+#include <string_view>
+int terminal, UP, BC, PC, ospeed, stack_floor, rt_ctrl, the_engine, isa_table, engine_open;
+std::string_view trimmed(std::string_view) { abort(); }
+void term_init(const char *) { abort(); }
+struct scratch { char *s; scratch(); ~scratch(); };
+inline scratch::scratch() { abort(); }
+inline scratch::~scratch() { abort(); }
+void make_a_scratch() { scratch one; }
+"""
+DEFINED_BY_UNITS = {"startup_callback", "taskjob_end_callback", "user_io_callback"}
 WARNINGS = "-Wall -Wextra -Werror"
 OPTIONS = argparse.Namespace()
 
@@ -120,6 +134,34 @@ class Installed(unittest.TestCase):
         words = run("pkg-config", "--cflags", "--libs", "--static", "kestrin",
                     PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig")).split()
         run("c++", *self.flags.split(), unit, *words, "-o", program, directory=self.top)
+
+    def test_the_library_shows_the_published_names_alone(self):
+        text = ""
+        for name in glob.glob(os.path.join(self.prefix, "include/kestrin/*.h")):
+            with open(name, encoding="utf-8") as header:
+                text += re.sub(r"//.*", "", header.read())
+        declared = re.findall(r"^(?:\[\[noreturn\]\] )?\w+ [^\n(]*?(\w+)\(", text, re.M)
+        functions = set(declared) - DEFINED_BY_UNITS
+        library = os.path.join(self.libraries, "libkestrin.a")
+        shown = set()
+        for line in run("nm", "-C", "-g", "--defined-only", library).splitlines():
+            kind, name = re.match(r"\S+ (\w) (.*)|", line).groups()
+            # Templates of the standard library are weak, and the same in every unit.
+            if name and not (kind in "VW" and "std::" in name):
+                shown.add(re.sub(r"\(.*", "", name))
+        self.assertEqual(shown - set(re.findall(r"\w+", text)), set())
+        self.assertEqual(functions - shown, set())
+        self.assertGreater(len(functions), 100)
+
+    def test_a_unit_may_have_the_engine_s_own_names(self):
+        default = os.path.join(self.prefix, "share/kestrin/ckst_udf.cpp")
+        with open(default, encoding="utf-8") as unit:
+            text = unit.read()
+        with open(os.path.join(self.top, "names.cpp"), "w", encoding="utf-8") as unit:
+            unit.write(CLASHING + text)
+        self.build("names.cpp", "names")
+        self.assertEqual(run("./names", "-q", "examples/hello.kst", directory=self.top),
+                         "Hello, world!\n")
 
     def test_the_default_unit_is_a_program_again(self):
         self.build(os.path.join(self.prefix, "share/kestrin/ckst_udf.cpp"), "again")

@@ -3,6 +3,7 @@
 
 #include "vm/leaf.h"
 
+#include "kestrin/mapcar.h" // publishes func__dummy_s
 #include "kestrin/strings.h"
 #include "vm/handler.h"
 

@@ -14,6 +14,8 @@
 
 #include "kestrin/types.h"
 
+#pragma GCC visibility push(default) // the library shows the names of these headers alone
+
 // Codes 1 to 16 are the engine's, 17 to 248 are free for users, 249 to 255 are reserved.
 enum : UCH {
     ECODE_RT__INT_DIVZERO = 1,
@@ -71,3 +73,5 @@ void rise_error_info_dbg(UCH errcode, const CHR *src_errtext, const ULO *dat_ptr
 UCH get_error_code();
 // A copy of the text as it stands, maybe empty; returns the target.
 CHR *get_error_text(CHR **targ_errtext);
+
+#pragma GCC visibility pop

@@ -30,6 +30,8 @@
 #include "kestrin/types.h"
 #include "kestrin/value.h"
 
+#pragma GCC visibility push(default) // the library shows the names of these headers alone
+
 // One instruction of an extension unit, a row of the ISAext.
 struct INSTRUCTION_STRU {
     const CHR *fnc_name; // NUL-terminated, in upper case
@@ -62,3 +64,5 @@ void _internal_ISAext_COPs_set(const CHR *table);
 // runs only where both texts without addresses are what they were when it was written.
 void _internal_ISA_COPs_get_(CHR **tab, UCH with_handlers);
 void _internal_ISAext_COPs_get_(CHR **tab, UCH with_handlers);
+
+#pragma GCC visibility pop

@@ -13,6 +13,8 @@
 #include "kestrin/types.h"
 #include "kestrin/value.h"
 
+#pragma GCC visibility push(default) // the library shows the names of these headers alone
+
 // Members of the answer, a mixed array of twelve places. Member 0 is the record's own value.
 enum : ULO {
     MAPCAR_OUTPUT = 0,      // 'S' what the code printed
@@ -46,3 +48,5 @@ void func__mapcar(const ULO *dat_ptr, kestrin_data *ret_dat);
 // The handler of a string constant: `dat_ptr + 1` is its counted string. `ret_dat` becomes an owned
 // copy of it; nothing happens while an error is pending.
 void func__dummy_s(const ULO *dat_ptr, kestrin_data *ret_dat);
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "kestrin/types.h"
 
+#pragma GCC visibility push(default) // the library shows the names of these headers alone
+
 // Number of parallel processing units configured, 1 here.
 ULO get_n_workunit();
 // Number of the current unit, from 0 and below get_n_workunit(); 0 here.
@@ -24,3 +26,5 @@ UCH am_I_in_the_QuarneSrv_module();
 UCH am_I_in_the_WORKUNIT_module();
 // 1 if the engine itself runs several threads; 0 here.
 UCH am_I_in_the_multithreaded_module();
+
+#pragma GCC visibility pop

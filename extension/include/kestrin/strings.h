@@ -22,6 +22,8 @@
 
 #include "kestrin/types.h"
 
+#pragma GCC visibility push(default) // the library shows the names of these headers alone
+
 // -- Lack of memory ----------------------------------------------------------------------------
 
 // What the library keeps for each thread.
@@ -180,3 +182,5 @@ CHR *alltrim_utf8(CHR **targ, const CHR *source);
 // Case change of all scripts whose pairs have equal length; the length never changes.
 CHR *upper_utf8(CHR **targ, const CHR *source);
 CHR *lower_utf8(CHR **targ, const CHR *source);
+
+#pragma GCC visibility pop

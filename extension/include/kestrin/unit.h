@@ -5,6 +5,8 @@
 #include "kestrin/isa.h"
 #include "kestrin/types.h"
 
+#pragma GCC visibility push(default) // the library shows the names of these headers alone
+
 // -- Defined by the engine ---------------------------------------------------------------------
 
 // Compiles and runs as the command line says and ends the process by exit(), with status 0 or 1; it
@@ -39,3 +41,5 @@ void taskjob_end_callback(ULO id_taskjob);
 // failure is an answer of your own, or an error by rise_error_info(). Programs count on the
 // requests "PWD" (the working directory) and "GetEnv NAME" (a variable's value, empty if unset).
 void user_io_callback(SLO usr_id, CHR **usr_buff);
+
+#pragma GCC visibility pop

@@ -29,6 +29,8 @@
 #include "kestrin/errors.h"
 #include "kestrin/types.h"
 
+#pragma GCC visibility push(default) // the library shows the names of these headers alone
+
 // A variable, an array member, an argument and a result alike.
 //
 // Member 0 of an array is the record's own value. Member k, from 1 below `indices_numb`, is
@@ -101,3 +103,5 @@ void free_kst_data(kestrin_data *ret_dat);
 // or a callback. Each does nothing if it has nothing to do. Lack of memory ends the process.
 void setup_quarne_thread_safe_functionality_for_local_thread();
 void cleanup_quarne_thread_safe_functionality_for_local_thread();
+
+#pragma GCC visibility pop
