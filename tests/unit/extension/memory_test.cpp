@@ -34,7 +34,9 @@ bool fails()
 
 } // namespace
 
-// In the place of the system's: `new` of the C++ library and the engine's own calls come here.
+// In the place of the system's: `new` of the C++ library and the engine's own calls come here,
+// so the names are visible.
+#pragma GCC visibility push(default)
 extern "C" {
 void *malloc(size_t size) noexcept { return fails() ? nullptr : __libc_malloc(size); }
 void *calloc(size_t count, size_t size) noexcept
@@ -46,6 +48,7 @@ void *realloc(void *block, size_t size) noexcept
     return fails() ? nullptr : __libc_realloc(block, size);
 }
 }
+#pragma GCC visibility pop
 
 namespace {
 
