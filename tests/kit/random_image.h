@@ -124,7 +124,7 @@ private:
     {
         const ULO start = here(), udfs = nesting > 0 ? up_to(3) : 0, known = scope_.size();
         function f = {{frame(is_root), is_root && one_in(4) ? 0 : up_to(4)}, is_root, !one_in(3)};
-        if (f.slots < f.arguments && !one_in(8)) f.slots += 4;
+        if (f.slots < f.arguments && !one_in(3)) f.slots += 4;
         starts_.push_back(start);
         if (!is_root) scope_.push_back(f);
         for (ULO i = 0; i < image::UDF_TABLE + udfs; i++) put(0);
