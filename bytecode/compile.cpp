@@ -1,5 +1,6 @@
-// The compiler: one walk over the text, nodes emitted into a vector of words as they are met. A
-// form is walked twice, first to count its operands, whose table precedes their bodies.
+// The compiler: one walk over the tree, nodes emitted into a vector of words as they are met. The
+// main node of a function goes to the words of its depth, so that a definition in the midst of it
+// is compiled beside it; all is laid out in its order at the end.
 //
 // Text behind the driver's bindings may be anything that a command-line word brought in. Code is
 // sound all the same: what can't be an operand becomes nil, and missing operands are filled in with
@@ -7,17 +8,16 @@
 
 #include "bytecode/compile.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <string>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "frontend/isa.h"
 #include "frontend/token.h"
 #include "frontend/varlist.h"
-#include "frontend/walk.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
@@ -28,15 +28,18 @@
 namespace {
 
 using words = std::vector<ULO>;
+using unit_index = ULO;
+constexpr unit_index NO_UNIT = ~ULO(0);
 
 // A list of names in the form that the debug text holds: framed by 0xFF, fields separated by 0xFE.
 class used_list {
 public:
-    void add(std::string_view name, std::initializer_list<SLO> fields)
+    void add(name_id name, std::initializer_list<SLO> fields)
     {
-        if (!seen_.emplace(name, true).second) return;
+        if (seen_.get(name)) return;
+        seen_.set(name, true);
         if (text_.empty()) text_.push_back('\xFF');
-        text_.append(name);
+        text_.append(names().text(name));
         for (SLO field : fields) text_.append("\xFE").append(std::to_string(field));
         text_.push_back('\xFF');
     }
@@ -44,25 +47,26 @@ public:
 
 private:
     std::string text_;
-    std::unordered_map<std::string, bool> seen_;
+    scoped<bool> seen_;
 };
 
-// A compiled function. Its parts stay apart until the whole image is laid out, so that the code of
-// a deeply nested definition is copied once and not once for each level.
+// A compiled function.
 struct unit {
+    ULO depth = 0, main_node = 0, main_words = 0; // in the words of its depth
+    ULO debug = 0, debug_words = 0;               // in the words of all debug texts
     ULO slots = 0, arguments = 0;
     ULO size = 0; // of its image, in words
-    std::vector<unit> udfs;
-    words debug, main_node;
+    ULO udfs = 0;
+    unit_index first_udf = NO_UNIT, last_udf = NO_UNIT, next = NO_UNIT;
 };
 
 // The function that is being compiled.
 struct context {
-    const std::string &name; // scoped
-    bool is_root;
-    varlist variables;
+    unit_index made;
+    ULO arguments;
     ULO udf_counter; // number of the next UDF defined here
-    std::vector<unit> udfs;
+    words *out;      // of its main node
+    bool is_root;
 };
 
 // An instruction or a call, before its operands are known.
@@ -79,40 +83,37 @@ struct call_node {
 
 class compiler {
 public:
-    compiler(std::string_view text, UCH debug_level)
-        : text_(text), brackets_(text), debug_level_(debug_level)
-    {
-    }
-    unit run(const std::string &name) { return compile_function(text_, name, 0, true); }
+    compiler(tree *t, UCH debug_level) : tree_(*t), debug_level_(debug_level) {}
+    void run(std::string_view name, CHR **code);
 
 private:
-    token_walk walk_form(std::string_view form) const
-    {
-        const ULO from = static_cast<ULO>(form.data() - text_.data()) + 1;
-        const ULO to = from + form.size() - 1;
-        return token_walk(text_, brackets_, from, to > from ? to - 1 : from);
-    }
-    unit compile_function(std::string_view form, const std::string &name, ULO udf_counter,
-                          bool top);
-    void define(token_walk walk, context *function);
-    bool is_definition(std::string_view token) const;
-    call_node find_call(std::string_view head);
-    void find_udf(std::string_view name, call_node *node);
-    bool find_global(std::string_view name, ULO *number);
-    ULO count_operands(token_walk walk, const call_node &node) const;
-    void emit_form(std::string_view form, context *function, words *out);
-    void emit_operands(token_walk walk, const call_node &node, context *function, words *out);
-    void emit_operand(std::string_view token, const call_node &node, context *function, words *out);
-    void emit_variable(std::string_view token, const call_node &node, context *function,
-                       words *out);
-    std::string debug_text(const context &function, bool top) const;
+    const node &at(node_index n) const { return tree_.nodes[n]; }
+    unit_index compile_function(node_index form, ULO udf_counter, bool is_root);
+    void define(node_index definition, context *function);
+    bool is_definition(const node &n) const;
+    call_node find_call(const node &form);
+    void find_udf(name_id name, call_node *node);
+    ULO find_global(name_id name);
+    ULO count_operands(node_index first, const call_node &call) const;
+    bool slot_of(const node &n, const context &function, ULO *slot) const;
+    void emit_form(const node &form, context *function);
+    void emit_operands(node_index first, const call_node &call, context *function);
+    void emit_operand(const node &n, const call_node &call, context *function);
+    void emit_variable(const node &n, const call_node &call, const context &function);
+    std::string debug_text() const;
+    void add_debug_text(unit_index function, std::string_view text);
+    ULO *lay_out(unit_index function, ULO *out) const;
 
-    std::string_view text_;
-    brackets brackets_;
+    tree &tree_;
     UCH debug_level_;
-    std::unordered_map<std::string_view, ULO> local_udfs_;
-    std::vector<std::string_view> local_names_; // of local_udfs_, in order of definition
-    std::unordered_map<std::string_view, ULO> global_udfs_;
+    std::string path_; // scoped name of the function
+    varlist variables_;
+    std::vector<unit> units_;
+    std::deque<words> main_nodes_; // by depth
+    ULO depth_ = 0;
+    words debug_;
+    scoped<ULO> local_udfs_, global_udfs_; // numbers from 1
+    std::vector<name_id> local_names_;     // in order of definition
     bool has_global_udfs_ = false;
     used_list used_global_, used_isa_, used_isaext_;
 };
@@ -154,22 +155,20 @@ void emit_integer(std::string_view token, words *out)
     out->push_back(static_cast<ULO>(atol(std::string(token).c_str())));
 }
 
-CHR read_letter(std::string_view token)
+CHR read_letter(CHR suffix)
 {
-    const CHR suffix = suffix_of(token);
-    return suffix != 0 && strchr("IFSZ", suffix) != nullptr ? static_cast<CHR>(suffix + 32) : 'V';
+    return slot_of_suffix(suffix) == 0 ? 'V' : static_cast<CHR>(suffix + 32);
 }
 
-bool slot_number(std::string_view token, const varlist &variables, ULO *slot)
+bool compiler::slot_of(const node &n, const context &function, ULO *slot) const
 {
-    if (token.front() == '$') {
-        const SLO number = atol(std::string(token.substr(1)).c_str());
+    if (n.kind == 'P') {
+        const SLO number = tree_.argument_number(n);
         *slot = static_cast<ULO>(number - 1);
-        return number > 0 && ULO(number) <= variables.arguments;
+        return number > 0 && ULO(number) <= function.arguments;
     }
-    const auto found = variables.numbers.find(token);
-    if (found == variables.numbers.end()) return false;
-    *slot = found->second;
+    if (!variables_.find(n, slot)) return false;
+    *slot += function.arguments;
     return true;
 }
 
@@ -182,7 +181,8 @@ ULO row_of_defun()
     return 0;
 }
 
-bool compiler::find_global(std::string_view name, ULO *number)
+// The number of a global function, from 1; 0 if there is none.
+ULO compiler::find_global(name_id name)
 {
     if (!has_global_udfs_) {
         has_global_udfs_ = true;
@@ -192,215 +192,239 @@ bool compiler::find_global(std::string_view name, ULO *number)
             const auto split = rest.find('\xFE'), end = rest.find('\xFF');
             if (split == rest.npos || end == rest.npos) break;
             const std::string digits(rest.substr(split + 1, end - split - 1));
-            global_udfs_.try_emplace(rest.substr(0, split), atol(digits.c_str()));
+            const name_id udf = names().enter(rest.substr(0, split));
+            if (global_udfs_.get(udf) == 0)
+                global_udfs_.set(udf, static_cast<ULO>(atol(digits.c_str())) + 1);
             rest.remove_prefix(end);
         }
     }
-    const auto found = global_udfs_.find(name);
-    if (found == global_udfs_.end()) return false;
-    *number = found->second;
-    return true;
+    return global_udfs_.get(name);
 }
 
-void compiler::find_udf(std::string_view name, call_node *node)
+void compiler::find_udf(name_id name, call_node *node)
 {
     static const ULO defun = row_of_defun();
-    const auto local = local_udfs_.find(name);
-    if (local != local_udfs_.end()) {
+    if (const ULO local = local_udfs_.get(name); local != 0) {
         node->letter = 'L';
-        node->udf = local->second;
-    } else if (find_global(name, &node->udf)) {
+        node->udf = local - 1;
+    } else if (const ULO global = find_global(name); global != 0) {
         node->letter = 'G';
+        node->udf = global - 1;
         if (debug_level_ > 0) used_global_.add(name, {SLO(node->udf)});
     } else
         return;
     node->code = image::code(node->letter, image::instruction(defun, 0));
 }
 
-call_node compiler::find_call(std::string_view head)
+call_node compiler::find_call(const node &form)
 {
     call_node node;
-    const ULO slot = slot_of_suffix(suffix_of(head));
-    head = without_suffix(head);
-    const instruction_word *found = find_word(head);
+    const instruction_word *found = word_of(form.name);
     if (found == nullptr) {
-        find_udf(head, &node);
+        find_udf(form.name == NO_NAME ? names().enter("") : form.name, &node);
         return node;
     }
+    const ULO slot = found->letter == 'T' ? slot_of_suffix(form.suffix) : 0;
     node.letter = found->letter;
     node.operands = found->operands;
-    node.code =
-        image::code(found->letter, image::instruction(found->row, found->letter == 'T' ? slot : 0));
+    node.code = image::code(found->letter, image::instruction(found->row, slot));
     node.variable_first = (found->groups & variable_first) != 0;
     node.leads_with_variable = (found->groups & in(GROUP_FOR)) != 0;
     node.assigns = found->groups != 0 && !(found->groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX)));
     if (debug_level_ == 1)
         (found->letter == 'T' ? used_isa_ : used_isaext_)
-            .add(head, {SLO(found->row), found->operands});
+            .add(form.name, {SLO(found->row), found->operands});
     return node;
 }
 
 // -- Operands ----------------------------------------------------------------------------------
 
-bool compiler::is_definition(std::string_view token) const
+bool compiler::is_definition(const node &n) const
 {
-    return token.front() == '(' && (word_groups(walk_form(token).next()) & in(GROUP_DEFUN)) != 0;
+    return n.kind == 'U' && n.suffix == 0 && (groups_of(word_of(n.name)) & in(GROUP_DEFUN)) != 0;
 }
 
 // Entries of the operand table. A definition leaves no code where it stands, but one that ends a
 // list of any number of operands leaves the empty string.
-ULO compiler::count_operands(token_walk walk, const call_node &node) const
+ULO compiler::count_operands(node_index first, const call_node &call) const
 {
     ULO count = 0;
     bool ends_in_definition = false;
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) {
-        ends_in_definition = is_definition(token);
+    for (node_index i = first; i != NO_NODE; i = at(i).next) {
+        ends_in_definition = is_definition(at(i));
         count += !ends_in_definition;
     }
-    if (ends_in_definition && node.operands < 0) count++;
-    const SLO declared = node.counted() ? 0 : node.operands - node.variable_first;
+    if (ends_in_definition && call.operands < 0) count++;
+    const SLO declared = call.counted() ? 0 : call.operands - call.variable_first;
     return declared > SLO(count) ? ULO(declared) : count;
 }
 
-void compiler::emit_variable(std::string_view token, const call_node &node, context *function,
-                             words *out)
+void compiler::emit_variable(const node &n, const call_node &call, const context &function)
 {
     ULO slot = 0;
-    if (!slot_number(token, function->variables, &slot)) return emit_nil(out);
-    const bool by_alias = node.letter == 'L' || node.letter == 'G';
-    out->push_back(image::code(by_alias ? 'P' : read_letter(token)));
-    out->push_back(slot);
+    if (!slot_of(n, function, &slot)) return emit_nil(function.out);
+    const bool by_alias = call.letter == 'L' || call.letter == 'G';
+    function.out->push_back(image::code(by_alias ? 'P' : read_letter(n.suffix)));
+    function.out->push_back(slot);
 }
 
-void compiler::emit_operand(std::string_view token, const call_node &node, context *function,
-                            words *out)
+void compiler::emit_operand(const node &n, const call_node &call, context *function)
 {
-    switch (kestrin_type1(token)) {
-    case 'U': return emit_form(token, function, out);
-    case 'F': return emit_float(token, out);
-    case 'I': return emit_integer(token, out);
-    case 'Z': return emit_nil(out);
-    case 'S': return emit_string(token, out);
-    default: return emit_variable(token, node, function, out);
+    switch (n.kind) {
+    case 'U': return emit_form(n, function);
+    case 'F': return emit_float(tree_.text_of(n), function->out);
+    case 'I': return emit_integer(tree_.text_of(n), function->out);
+    case 'Z': return emit_nil(function->out);
+    case 'S': return emit_string(tree_.text_of(n), function->out);
+    default: return emit_variable(n, call, *function);
     }
 }
 
-void compiler::emit_operands(token_walk walk, const call_node &node, context *function, words *out)
+void compiler::emit_operands(node_index first, const call_node &call, context *function)
 {
-    const ULO count = count_operands(walk, node), table = out->size();
-    if (node.counted()) out->at(table - 1) = count;
-    out->resize(table + count);
+    words &out = *function->out;
+    const ULO count = count_operands(first, call), table = out.size();
+    if (call.counted()) out[table - 1] = count;
+    out.resize(table + count);
     ULO entry = table;
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) {
-        if (is_definition(token)) {
-            define(walk_form(token), function);
+    for (node_index i = first; i != NO_NODE; i = at(i).next) {
+        if (is_definition(at(i))) {
+            define(i, function);
             continue;
         }
-        out->at(entry) = out->size() - entry;
+        out[entry] = out.size() - entry;
         entry++;
-        emit_operand(token, node, function, out);
+        emit_operand(at(i), call, function);
     }
     for (; entry < table + count; entry++) {
-        out->at(entry) = out->size() - entry;
-        node.operands < 0 ? emit_string("\"\"", out) : emit_nil(out);
+        out[entry] = out.size() - entry;
+        call.operands < 0 ? emit_string("\"\"", &out) : emit_nil(&out);
     }
 }
 
-void compiler::emit_form(std::string_view form, context *function, words *out)
+void compiler::emit_form(const node &form, context *function)
 {
     check_stack(fatal_site::STACK_COMPILE);
-    token_walk walk = walk_form(form);
-    const call_node node = find_call(walk.next());
+    words *out = function->out;
+    const call_node call = find_call(form);
+    node_index first = form.first;
     ULO slot = 0;
-    if (node.variable_first || node.leads_with_variable) {
-        token_walk ahead = walk;
-        const std::string_view token = ahead.next();
-        if (token.empty() || !slot_number(token, function->variables, &slot)) return emit_nil(out);
+    if (call.variable_first || call.leads_with_variable) {
+        if (first == NO_NODE || !slot_of(at(first), *function, &slot)) return emit_nil(out);
         // A UDF's argument may be lent by its caller: no checked text assigns one.
-        if (node.assigns && token.front() == '$' && !function->is_root) return emit_nil(out);
-        if (node.variable_first) walk = ahead;
+        if (call.assigns && at(first).kind == 'P' && !function->is_root) return emit_nil(out);
+        if (call.variable_first) first = at(first).next;
     }
-    if (node.letter == 0) return emit_nil(out);
-    out->push_back(node.code);
-    if (node.letter == 'L' || node.letter == 'G') out->push_back(node.udf);
-    if (node.variable_first) out->push_back(slot);
-    if (node.counted()) out->push_back(0);
-    emit_operands(walk, node, function, out);
+    if (call.letter == 0) return emit_nil(out);
+    out->push_back(call.code);
+    if (call.letter == 'L' || call.letter == 'G') out->push_back(call.udf);
+    if (call.variable_first) out->push_back(slot);
+    if (call.counted()) out->push_back(0);
+    emit_operands(first, call, function);
 }
 
 // -- Functions ---------------------------------------------------------------------------------
 
 // A definition: it goes to the UDFs of the function that it stands in.
-void compiler::define(token_walk walk, context *function)
+void compiler::define(node_index definition, context *function)
 {
-    walk.next(); // DEFUN
-    const std::string_view name = walk.next(), body = walk.next();
-    local_udfs_.try_emplace(name, function->udf_counter);
-    local_names_.push_back(name);
+    const node_index name = at(definition).first;
+    const node_index body = name == NO_NODE ? NO_NODE : at(name).next;
+    const ULO path_size = path_.size();
+    const name_id udf = names().enter(name == NO_NODE ? "" : tree_.token_of(at(name)));
+    path_.append(":").append(names().text(udf));
+    if (local_udfs_.get(udf) == 0) local_udfs_.set(udf, function->udf_counter + 1);
     function->udf_counter++;
+    local_names_.push_back(udf);
     const ULO scope = local_names_.size();
-    function->udfs.push_back(compile_function(body, function->name + ":" + std::string(name),
-                                              function->udf_counter, false));
+    const unit_index made = compile_function(body, function->udf_counter, false);
     for (; local_names_.size() > scope; local_names_.pop_back())
-        local_udfs_.erase(local_names_.back());
+        local_udfs_.set(local_names_.back(), 0);
+    path_.resize(path_size);
+    unit &parent = units_[function->made];
+    (parent.first_udf == NO_UNIT ? parent.first_udf : units_[parent.last_udf].next) = made;
+    parent.last_udf = made;
+    parent.udfs++;
+    parent.size += 1 + units_[made].size;
 }
 
-std::string compiler::debug_text(const context &function, bool top) const
+// The function's name and those of its variables.
+std::string compiler::debug_text() const
 {
-    if (debug_level_ == 0) return {};
-    std::string text;
-    if (top) text = used_global_.framed() + used_isa_.framed() + used_isaext_.framed();
-    text.append(function.name);
-    for (std::string_view name : function.variables.names)
-        text.append(" ").append(without_suffix(name));
+    std::string text = path_;
+    for (const name_id name : variables_.variables()) text.append(" ").append(names().text(name));
     return text;
 }
 
-unit compiler::compile_function(std::string_view form, const std::string &name, ULO udf_counter,
-                                bool top)
+void compiler::add_debug_text(unit_index function, std::string_view text)
+{
+    unit &made = units_[function];
+    made.debug = debug_.size();
+    if (!text.empty()) append_text_words(&debug_, text);
+    made.debug_words = debug_.size() - made.debug;
+    made.size += made.debug_words;
+}
+
+unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_root)
 {
     check_stack(fatal_site::STACK_COMPILE);
-    context function = {name, top, {}, udf_counter, {}};
-    const ULO from = static_cast<ULO>(form.data() - text_.data());
-    build_varlist(text_, brackets_, from, from + form.size(), &function.variables);
-    unit made;
-    emit_form(form, &function, &made.main_node);
-
-    const std::string debug_names = debug_text(function, top);
-    if (!debug_names.empty()) append_text_words(&made.debug, debug_names);
-    made.slots = function.variables.slots();
-    made.arguments = function.variables.arguments;
-    made.udfs = std::move(function.udfs);
-    made.size = image::UDF_TABLE + made.udfs.size() + made.debug.size() + made.main_node.size();
-    for (const unit &udf : made.udfs) made.size += udf.size;
+    if (form == NO_NODE || at(form).kind != 'U') form = tree_.opened(form, TYPED);
+    const unit_index made = units_.size();
+    units_.emplace_back();
+    units_[made].slots = variables_.build_varlist(tree_, form);
+    units_[made].arguments = variables_.arguments();
+    const std::string own_text = debug_level_ == 0 ? std::string() : debug_text();
+    if (!is_root) add_debug_text(made, own_text);
+    if (depth_ == main_nodes_.size()) main_nodes_.emplace_back();
+    context function = {made, variables_.arguments(), udf_counter, &main_nodes_[depth_], is_root};
+    const ULO from = function.out->size();
+    depth_++;
+    emit_form(at(form), &function);
+    depth_--;
+    variables_.leave();
+    unit &done = units_[made];
+    done.depth = depth_;
+    done.main_node = from;
+    done.main_words = function.out->size() - from;
+    done.size += image::UDF_TABLE + done.main_words;
+    if (is_root && debug_level_ != 0)
+        add_debug_text(made, used_global_.framed() + used_isa_.framed() + used_isaext_.framed() +
+                                 own_text);
     return made;
 }
 
-// Appends the image of a function to `out`.
-void lay_out(const unit &function, words *out)
+// Writes the image of a function and returns where it ends.
+ULO *compiler::lay_out(unit_index index, ULO *out) const
 {
     check_stack(fatal_site::STACK_COMPILE);
-    const ULO udfs = function.udfs.size();
-    out->insert(out->end(), {image::code('U', function.size - function.main_node.size()),
-                             function.slots, function.arguments, udfs});
-    ULO distance = udfs + function.debug.size(); // from the entry to the image
-    for (const unit &udf : function.udfs) {
-        out->push_back(distance);
-        distance += udf.size - 1;
+    const unit &function = units_[index];
+    *out++ = image::code('U', function.size - function.main_words);
+    *out++ = function.slots;
+    *out++ = function.arguments;
+    *out++ = function.udfs;
+    ULO distance = function.udfs + function.debug_words; // from the entry to the image
+    for (unit_index i = function.first_udf; i != NO_UNIT; i = units_[i].next) {
+        *out++ = distance;
+        distance += units_[i].size - 1;
     }
-    out->insert(out->end(), function.debug.begin(), function.debug.end());
-    for (const unit &udf : function.udfs) lay_out(udf, out);
-    out->insert(out->end(), function.main_node.begin(), function.main_node.end());
+    out = std::copy_n(debug_.data() + function.debug, function.debug_words, out);
+    for (unit_index i = function.first_udf; i != NO_UNIT; i = units_[i].next)
+        out = lay_out(i, out);
+    const ULO *main_node = main_nodes_[function.depth].data() + function.main_node;
+    return std::copy_n(main_node, function.main_words, out);
+}
+
+void compiler::run(std::string_view name, CHR **code)
+{
+    path_ = name;
+    const unit_index root = compile_function(tree_.root, 0, true);
+    mk_fst_buff(code, units_[root].size * sizeof(ULO));
+    lay_out(root, reinterpret_cast<ULO *>(*code));
 }
 
 } // namespace
 
-void kestrin_compile(CHR **source, UCH debug_level, const CHR *name)
+void kestrin_compile(tree *program, UCH debug_level, const CHR *name, CHR **code)
 {
-    compiler pass(view(*source), debug_level);
-    const unit main = pass.run(name == nullptr ? "Main" : name);
-    words image;
-    image.reserve(main.size);
-    lay_out(main, &image);
-    assign(source, {reinterpret_cast<const CHR *>(image.data()), image.size() * sizeof(ULO)});
+    compiler(program, debug_level).run(name == nullptr ? "Main" : name, code);
 }

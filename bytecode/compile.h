@@ -1,10 +1,12 @@
-// Pass One: prepared text becomes compiled bytecode, which holds no addresses and can be stored.
+// Pass One: a prepared program becomes compiled bytecode, which holds no addresses and can be
+// stored.
 #pragma once
 
+#include "frontend/tree.h"
 #include "kestrin/types.h"
 
-// Replaces `*source`, one parenthesised form of prepared text, by the function image of it. `name`
-// is the function name of the debug text, "Main" if NULL. `debug_level` 0 writes no debug text, 1
-// all of it, more the names without the lists of used instructions. Reports no errors: of text that
-// the checker would refuse it makes sound code without meaning.
-void kestrin_compile(CHR **source, UCH debug_level, const CHR *name);
+// Replaces `*code` by the function image of a program, one form. `name` is the function name of the
+// debug text, "Main" if NULL. `debug_level` 0 writes no debug text, 1 all of it, more the names
+// without the lists of used instructions. Reports no errors: of a program that the checker would
+// refuse it makes sound code without meaning.
+void kestrin_compile(tree *program, UCH debug_level, const CHR *name, CHR **code);

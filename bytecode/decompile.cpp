@@ -179,8 +179,7 @@ void decompiler::write_float(ULO bits)
     memcpy(&value, &bits, sizeof value);
     scratch print;
     equ_fnum(&print.s, value);
-    argument_set arguments;
-    if (kestrin_type(view(print.s), &out_, &arguments) != 0) return;
+    if (kestrin_type(view(print.s), &out_) != 0) return;
     std::string_view wanted = view(rt_ctrl->rt_run_text);
     wanted.remove_prefix(wanted.rfind(' ') + 1);
     out_.append(wanted);

@@ -29,16 +29,16 @@ void copy_functions(const lut *known)
 
 void fill_from_instructions()
 {
-    scratch text;
-    assign(&text.s, wrapped("1"));
-    if (kestrin_check(&text.s, "UDFs_CFG", &remembered) < 0) die_of_syntax_error();
+    tree t;
+    if (kestrin_check(&t, &t.root, wrapped("1"), 0, "UDFs_CFG", &remembered) < 0)
+        die_of_syntax_error();
 }
 
 void list_refused(const session *s)
 {
     if (!s->verbose) return;
     if (s->is_on(SWITCH_MODIFIED_SRC))
-        kestrin_print_form(view(s->prog_text), style_of(*s));
+        kestrin_print_form(s->program.written(), style_of(*s));
     else
         say(message::INTEGRITY_PRINT_DISABLED);
 }
@@ -58,9 +58,8 @@ void check_integrity(const session *s)
 {
     if (isa_is_built_in()) return;
     tell(s, message::CHECKING_INTEGRITY);
-    scratch text;
-    equ(&text.s, s->prog_text);
-    if (kestrin_check(&text.s, "Main_Modified", &remembered) < 0) {
+    tree t;
+    if (kestrin_check(&t, &t.root, s->program.written(), 0, "Main_Modified", &remembered) < 0) {
         list_refused(s);
         die_of_syntax_error();
     }

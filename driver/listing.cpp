@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include "frontend/tree.h"
 #include "frontend/walk.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
@@ -44,63 +45,59 @@ std::string escaped(std::string_view raw)
 
 class layout {
 public:
-    layout(std::string_view text, const listing_style &style)
-        : text_(text), brackets_(text), width_(style.width)
+    layout(std::string_view text, const listing_style &style) : width_(style.width)
     {
+        tree_.read_tokens(text);
     }
     void run()
     {
-        token_walk walk(text_, brackets_, 0, text_.size());
-        for (auto token = walk.next(); !token.empty(); token = walk.next()) print(token, 0);
+        for (node_index i = tree_.nodes[tree_.root].first; i != NO_NODE; i = tree_.nodes[i].next)
+            print(i, 0);
     }
 
 private:
-    void print(std::string_view token, ULO indent);
-    void print_elements(token_walk walk, ULO indent);
+    std::string_view token(node_index n) const { return tree_.text_of(tree_.nodes[n]); }
+    bool is_form(node_index n) const { return n != NO_NODE && tree_.nodes[n].kind == 'U'; }
+    void print(node_index n, ULO indent);
+    void print_elements(node_index n, ULO indent);
     void print_atom(std::string_view atom, ULO indent);
     void break_string(std::string_view raw, ULO indent);
 
-    std::string_view text_;
-    brackets brackets_;
+    tree tree_;
     ULO width_;
 };
 
 // One token at an indent.
-void layout::print(std::string_view token, ULO indent)
+void layout::print(node_index n, ULO indent)
 {
     check_stack(fatal_site::STACK_PRINT);
-    if (token.size() + indent <= width_) return print_line(indent, token);
-    if (token.front() != '(') return print_atom(token, indent);
-    const ULO from = ULO(token.data() - text_.data()) + 1, to = from + token.size() - 1;
-    token_walk walk(text_, brackets_, from, to - 1);
-    print_line(indent, std::string("(").append(walk.next()));
-    print_elements(walk, indent + 2);
+    if (token(n).size() + indent <= width_) return print_line(indent, token(n));
+    if (!is_form(n)) return print_atom(token(n), indent);
+    const name_id word = tree_.nodes[n].name;
+    print_line(indent, std::string("(").append(word == NO_NAME ? "" : names().text(word)));
+    print_elements(tree_.nodes[n].first, indent + 2);
     print_line(indent, ")");
 }
 
-bool is_form(std::string_view token) { return !token.empty() && token.front() == '('; }
-
 // The elements of a form behind its first: forms on lines of their own, atoms joined as far as they
 // fit.
-void layout::print_elements(token_walk walk, ULO indent)
+void layout::print_elements(node_index n, ULO indent)
 {
-    std::string_view token = walk.next();
-    while (!token.empty()) {
-        if (is_form(token)) {
-            print(token, indent);
-            token = walk.next();
+    while (n != NO_NODE) {
+        const node_index first = n;
+        n = tree_.nodes[n].next;
+        if (is_form(first)) {
+            print(first, indent);
             continue;
         }
-        std::string_view next = walk.next();
-        std::string joined(token);
+        std::string joined(token(first));
         bool alone = true;
-        while (!next.empty() && !is_form(next) && joined.size() + next.size() + indent < width_) {
-            joined.append(" ").append(next);
-            next = walk.next();
+        for (; n != NO_NODE && !is_form(n); n = tree_.nodes[n].next) {
+            if (joined.size() + token(n).size() + indent >= width_) break;
+            joined.append(" ").append(token(n));
             alone = false;
         }
-        alone ? print_atom(token, indent) : print_line(indent, joined);
-        token = next;
+        alone ? print_atom(joined, indent) : print_line(indent, joined);
     }
 }
 

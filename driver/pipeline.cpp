@@ -20,12 +20,13 @@
 #include "driver/usage.h"
 #include "frontend/check.h"
 #include "frontend/forms.h"
+#include "frontend/groups.h"
 #include "frontend/isa.h"
 #include "frontend/justify.h"
 #include "frontend/reader.h"
 #include "frontend/squeeze.h"
 #include "frontend/uninit.h"
-#include "frontend/words.h"
+#include "frontend/walk.h"
 #include "kestrin/strings.h"
 #include "kestrin/unit.h"
 #include "strings/fatal.h"
@@ -106,33 +107,35 @@ void start_language(session *s)
 // -- Preparation -------------------------------------------------------------------------------
 
 // Lists a text in a talking run if the switches allow it, else says that it is disabled.
-void list_text(const session *s, const CHR *text, bool allowed, message_of<> disabled)
+template <class Text>
+void list_text(const session *s, Text text, bool allowed, message_of<> disabled)
 {
     if (!s->verbose) return;
     if (allowed)
-        kestrin_print(view(text), style_of(*s));
+        kestrin_print(text(), style_of(*s));
     else
         say(disabled);
 }
 
 void list_global_functions(const session *s)
 {
-    if (len(the_engine.global_udf_text) == 0) return;
-    list_text(s, the_engine.global_udf_code,
+    if (s->definitions.empty()) return;
+    list_text(s, [s] { return set_text(s); },
               s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
               message::SET_PRINT_DISABLED);
 }
 
 void list_program(const session *s)
 {
-    list_text(s, s->prog_text, s->is_on(SWITCH_MODIFIED_SRC), message::PROGRAM_PRINT_DISABLED);
+    list_text(s, [s] { return s->program.written(); }, s->is_on(SWITCH_MODIFIED_SRC),
+              message::PROGRAM_PRINT_DISABLED);
 }
 
 void read_source(session *s, const raw_file &file)
 {
     tell(s, message::READING_SOURCE, s->file());
-    read_from_raw(&s->prog_text, s->file(), file);
-    if (!notempty(s->prog_text)) die(message::NO_CODE);
+    s->source = read_from_raw(s->file(), file, &s->program.file);
+    if (left_trimmed(s->source).empty()) die(message::NO_CODE);
 }
 
 void reset_time(session *s, fatal_site site)
@@ -147,10 +150,13 @@ void reset_time(session *s, fatal_site site)
 ULO check_source(session *s)
 {
     tell(s, message::CHECKING_SOURCE);
-    const SLO wanted = kestrin_check(&s->prog_text, "Main", &the_engine.func_lut);
+    tree *t = &s->program;
+    const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
+    const SLO wanted =
+        kestrin_check(t, &t->root, wrapped(s->source), wrapper, "Main", &the_engine.func_lut);
     if (wanted < 0) die_of_syntax_error();
     if (ULO(wanted) != s->words_behind_file())
-        die(message::ARGUMENTS_DIFFER, s->prog_text, ULO(wanted), wanted == 1 ? "" : "s");
+        die(message::ARGUMENTS_DIFFER, t->written().c_str(), ULO(wanted), wanted == 1 ? "" : "s");
     return ULO(wanted);
 }
 
@@ -158,20 +164,20 @@ void bind_surroundings(session *s, ULO arguments)
 {
     bind_terminal(s);
     if (arguments > 0) bind_arguments(s);
-    if (!is_one_form(view(s->prog_text))) wrap_program(s);
+    if (!is_one_form(s->program)) wrap_program(s);
 }
 
 void squeeze_program(session *s)
 {
     const std::string progn(mnemonic(ISA_PROGN));
     tell(s, message::SQUEEZING, progn.c_str());
-    const ULO removed = progn_squeeze(&s->prog_text);
+    const ULO removed = progn_squeeze(&s->program);
     tell(s, message::SQUEEZED, progn.c_str(), removed);
     if (s->verbose) {
         say(message::LOOKING_FOR_UNSET);
-        print_warnings(kst_uninit_check("Main", view(s->prog_text)));
+        print_warnings(kst_uninit_check("Main", s->program));
     }
-    if (!is_executable_form(view(s->prog_text))) wrap_program(s);
+    if (!is_executable_form(s->program)) wrap_program(s);
 }
 
 // The types of the global functions are where the program's begin.
@@ -179,10 +185,8 @@ void prove_types(session *s)
 {
     list_program(s);
     tell(s, message::RESOLVING);
-    equ(&s->prog_text_untyped, s->prog_text);
-    scratch types;
-    equ(&types.s, the_engine.global_udf_types);
-    kestrin_justify(&s->prog_text, &types.s);
+    if (s->is_storing()) s->stored_program = s->program.written();
+    kestrin_justify(&s->program, the_engine.global_udf_types, nullptr);
     list_program(s);
 }
 
@@ -203,12 +207,12 @@ void tell_size(const session *s, message_of<ULO, const CHR *> which, const CHR *
 }
 
 // The global function set always exists as code, be it empty.
-void compile_global_functions(const session *s)
+void compile_global_functions(session *s)
 {
     tell(s, message::COMPILING_SET);
-    std::string text(view(the_engine.global_udf_code));
-    assign(&the_engine.global_udf_code, wrapped(text.append(" NIL")));
-    kestrin_compile(&the_engine.global_udf_code, s->switches[SWITCH_DEBUGINFO], "UDFs_CFG");
+    close_set(s);
+    kestrin_compile(&s->set, s->switches[SWITCH_DEBUGINFO], "UDFs_CFG",
+                    &the_engine.global_udf_code);
     tell_size(s, message::SET_SIZE, the_engine.global_udf_code);
     list_code(s, the_engine.global_udf_code, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_COMPILED),
               message::SET_COMPILED_DISABLED);
@@ -221,7 +225,7 @@ void compile_global_functions(const session *s)
 void compile_program(session *s)
 {
     tell(s, message::COMPILING);
-    kestrin_compile(&s->prog_text, s->switches[SWITCH_DEBUGINFO], nullptr);
+    kestrin_compile(&s->program, s->switches[SWITCH_DEBUGINFO], nullptr, &s->prog_text);
     tell_size(s, message::PROGRAM_SIZE, s->prog_text);
     list_code(s, s->prog_text, s->is_on(SWITCH_COMPILED), message::COMPILED_DISABLED);
     if (s->mode != DISK_SHOW_DEBUG_INFO) return;
@@ -343,14 +347,14 @@ void prepare_source(session *s, const raw_file &file)
     list_global_functions(s);
     read_source(s, file);
     reset_time(s, fatal_site::USAGE_SOURCE);
-    wrap_program(s);
+    tell_wrapping(s);
     remember_functions(s);
     const ULO arguments = check_source(s);
     bind_surroundings(s, arguments);
     squeeze_program(s);
     check_integrity(s);
     prove_types(s);
-    if (s->mode == DISK_COMPILE || s->mode == DISK_COMPILE_MINIMISED) write_precompiled(s);
+    if (s->is_storing()) write_precompiled(s);
     compile_global_functions(s);
     compile_program(s);
     link_all(s);

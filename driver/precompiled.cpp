@@ -76,14 +76,12 @@ void list_precompiled(const session *s, bool is_sound)
 // -- Writing -----------------------------------------------------------------------------------
 
 // Typed and compiled together, global functions and program, from their untyped text.
-void compile_whole(const session *s, CHR **text)
+void compile_whole(const session *s, tree *whole, CHR **code)
 {
     say(message::DISK_RESOLVING);
-    scratch types;
-    assign(&types.s, "\xFF");
-    kestrin_justify(text, &types.s);
+    kestrin_justify(whole, nullptr, nullptr);
     say(message::DISK_COMPILING);
-    kestrin_compile(text, s->switches[SWITCH_DEBUGINFO], nullptr);
+    kestrin_compile(whole, s->switches[SWITCH_DEBUGINFO], nullptr, code);
 }
 
 // Drops every function that nothing calls: the code is compiled a second time from its
@@ -106,8 +104,9 @@ void minimise(const session *s, CHR **code)
     } else
         say(message::DISK_DECOMPILED_DISABLED);
     if (!done) die(message::FILE_NOT_TRANSLATED);
-    equ(code, text.s);
-    compile_whole(s, code);
+    tree whole;
+    whole.read(view(text.s), CHECKED);
+    compile_whole(s, &whole, code);
 }
 
 std::string file_name(std::string name)
@@ -156,7 +155,7 @@ bool is_precompiled(std::string_view contents)
 
 void load_precompiled(session *s, std::string_view contents)
 {
-    if (s->mode == DISK_COMPILE || s->mode == DISK_COMPILE_MINIMISED)
+    if (s->is_storing())
         die(message::OPTION_NOT_APPLICABLE, s->argv[1]);
     if (!is_our_architecture(contents[1])) die(message::FILE_OTHER_MACHINE);
     bool is_sound = checksum_fits(s, contents);
@@ -175,12 +174,12 @@ void write_precompiled(const session *s)
     const std::string progn(mnemonic(ISA_PROGN));
     say(message::DISK_CREATING);
     say(message::DISK_PREPARING, progn.c_str());
-    scratch code;
-    std::string text(view(the_engine.global_udf_text));
-    assign(&code.s, wrapped(text.append(" ").append(view(s->prog_text_untyped))));
+    tree whole;
+    whole.read(wrapped(s->stored_set + " " + s->stored_program), CHECKED);
     say(message::DISK_SQUEEZING, progn.c_str());
-    progn_squeeze(&code.s);
-    compile_whole(s, &code.s);
+    progn_squeeze(&whole);
+    scratch code;
+    compile_whole(s, &whole, &code.s);
     if (s->mode == DISK_COMPILE_MINIMISED) minimise(s, &code.s);
     write_whole(file_name(s->file()), with_header(view(code.s)));
 }

@@ -15,13 +15,19 @@
 
 namespace {
 
-// Puts "(PROGN", the assignments and ")" around the program.
+// Puts "(PROGN", the assignments and ")" around the program. What a command-line word has brought
+// out of balance is woven in as text.
 void put_in_front(session *s, const std::string &assignments)
 {
+    tree *t = &s->program;
     std::string text = "(";
-    text.append(mnemonic(ISA_PROGN)).append(assignments).append(" ");
-    text.append(view(s->prog_text)).append(")");
-    assign(&s->prog_text, text);
+    text.append(mnemonic(ISA_PROGN)).append(assignments);
+    const node_index form = t->settled ? t->add_checked(text + ")") : NO_NODE;
+    if (form == NO_NODE) return t->read(text.append(" ").append(t->written()).append(")"), CHECKED);
+    node_index last = t->nodes[form].first;
+    while (t->nodes[last].next != NO_NODE) last = t->nodes[last].next;
+    t->nodes[last].next = t->root;
+    t->root = form;
 }
 
 void append_assignment(std::string *text, std::string_view target, std::string_view value)
@@ -42,8 +48,7 @@ std::string quoted_raw(const CHR *string)
 std::string argument_text(const CHR *word)
 {
     std::string text;
-    argument_set none;
-    switch (kestrin_type(word, &text, &none)) {
+    switch (kestrin_type(word, &text)) {
     case 'V':
     case 'P': return quoted(word);
     case 0:
@@ -61,10 +66,15 @@ void tell_pattern(const session *s, message_of<const CHR *, const CHR *> pattern
 
 } // namespace
 
-void wrap_program(session *s)
+void tell_wrapping(const session *s)
 {
     tell(s, message::PATTERN_1, std::string(mnemonic(ISA_PROGN)).c_str());
-    assign(&s->prog_text, wrapped(view(s->prog_text)));
+}
+
+void wrap_program(session *s)
+{
+    tell_wrapping(s);
+    wrap(&s->program);
 }
 
 void bind_terminal(session *s)

@@ -1,11 +1,12 @@
-// The profile stage. The set is built as one PROGN, so that squeezing and the type pass treat it
-// like a program, and is then stripped to its definitions.
+// The profile stage. The set is built as one PROGN with two values behind the definitions, so that
+// squeezing and the type pass treat it like a program, and is then stripped to its definitions.
 
 #include "driver/profile.h"
 
 #include <fcntl.h>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 #include "frontend/check.h"
 #include "frontend/isa.h"
@@ -22,9 +23,6 @@
 #include "vm/machine.h"
 
 namespace {
-
-// What the wrapper adds behind the definitions.
-constexpr std::string_view values = " 0 1)";
 
 bool can_open(const CHR *path)
 {
@@ -63,19 +61,9 @@ bool is_definition(std::string_view form)
     return false;
 }
 
-void append_to_index(std::string_view form, ULO number)
-{
-    scratch name;
-    assign(&name.s, first_token(behind_first_token(inside(form))));
-    upper(&name.s, name.s);
-    std::string index(view(the_engine.global_udf_index));
-    index.append(view(name.s)).append("\xFE").append(std::to_string(number)).append("\xFF");
-    assign(&the_engine.global_udf_index, index);
-}
-
-// One form of the profile. False if the loop is to end: with a syntax error left, or at a form
-// without an element.
-bool take_form(std::string_view form, std::string *set, ULO *number)
+// One form of the profile, which stands at `place` in its text. False if the loop is to end: with a
+// syntax error left, or at a form without an element.
+bool take_form(session *s, std::string_view form, SLO place, std::vector<node_index> *definitions)
 {
     const std::string shown(form);
     if (form.front() != '(') die(message::NOT_A_FUNCTION, shown.c_str());
@@ -83,25 +71,38 @@ bool take_form(std::string_view form, std::string *set, ULO *number)
     if (!kestrin_head(&word, inside(form)) || word.empty()) return false;
     if (!is_definition(form))
         die(message::NOT_A_DEFINITION, shown.c_str(), std::string(mnemonic(ISA_DEFUN)).c_str());
-    scratch checked;
-    assign(&checked.s, form);
-    if (kestrin_check(&checked.s, "UDFs_CFG", &the_engine.func_lut) < 0) return false;
-    if (!notempty(checked.s)) return true;
-    set->append(" ").append(view(checked.s));
-    append_to_index(view(checked.s), (*number)++);
+    node_index root = NO_NODE;
+    if (kestrin_check(&s->set, &root, form, place, "UDFs_CFG", &the_engine.func_lut) < 0)
+        return false;
+    if (root != NO_NODE) definitions->push_back(root);
     return true;
 }
 
-// All forms, checked, as the inside of a PROGN.
-void take_forms(std::string_view rest, std::string *set)
+// All forms, checked.
+std::vector<node_index> take_forms(session *s, std::string_view text)
 {
-    ULO number = 0;
-    std::string_view form;
+    std::vector<node_index> definitions;
+    std::string_view rest = trimmed(text), form;
     while (!rest.empty() && kestrin_head(&form, rest) && !form.empty()) {
-        if (!take_form(form, set, &number)) break;
+        if (!take_form(s, form, form.data() - text.data(), &definitions)) break;
         if (!kestrin_tail(&rest, rest)) break;
     }
     if (rt_ctrl->rt_run_flag != 0) die_of_syntax_error();
+    return definitions;
+}
+
+// The names with their numbers, as the compiler looks them up.
+void make_index(const tree &set, const std::vector<node_index> &definitions)
+{
+    std::string index = "\xFF";
+    scratch name;
+    for (ULO number = 0; number < definitions.size(); number++) {
+        const node &definition = set.nodes[definitions[number]];
+        assign(&name.s, set.token_of(set.nodes[definition.first]));
+        upper(&name.s, name.s);
+        index.append(view(name.s)).append("\xFE").append(std::to_string(number)).append("\xFF");
+    }
+    assign(&the_engine.global_udf_index, index);
 }
 
 // The functions survive all pruning and are visible to every later check.
@@ -111,50 +112,67 @@ void keep_functions_for_good()
     for (ULO i = 0; table != nullptr && i < table->lut_count; i++) table->lut_entries[i]->scope = 0;
 }
 
-// Takes the PROGN and the two values off again.
-void strip_wrapper(CHR **text)
+// Makes the definitions, in a row, and what is behind them the arguments of the set's PROGN.
+void make_set(tree *set, const std::vector<node_index> &definitions, std::string_view behind)
 {
-    const ULO head = mnemonic(ISA_PROGN).size() + 2;
-    leftr(text, rightl(text, *text, head), values.size());
+    set->root = set->add_checked(std::string("(").append(mnemonic(ISA_PROGN)).append(behind));
+    node_index next = set->nodes[set->root].first;
+    for (ULO i = definitions.size(); i > 0; i--) {
+        set->nodes[definitions[i - 1]].next = next;
+        next = definitions[i - 1];
+    }
+    set->nodes[set->root].first = next;
 }
 
-void squeeze_set(const session *s)
+// Takes the PROGN and the two values off again.
+std::vector<node_index> strip_wrapper(tree *set)
+{
+    std::vector<node_index> definitions;
+    for (node_index i = set->nodes[set->root].first; i != NO_NODE; i = set->nodes[i].next)
+        definitions.push_back(i);
+    definitions.resize(definitions.size() - 2);
+    return definitions;
+}
+
+void squeeze_set(session *s)
 {
     const std::string progn(mnemonic(ISA_PROGN));
     tell(s, message::SQUEEZING_SET, progn.c_str());
-    const ULO removed = progn_squeeze(&the_engine.global_udf_text);
+    const ULO removed = progn_squeeze(&s->set);
     tell(s, message::SQUEEZED, progn.c_str(), removed);
     if (!s->verbose) return;
     say(message::LOOKING_FOR_UNSET_IN_SET);
-    print_warnings(kst_uninit_check("UDFs_CFG", view(the_engine.global_udf_text)));
-}
-
-void type_set(const session *s)
-{
-    equ(&the_engine.global_udf_code, the_engine.global_udf_text);
-    strip_wrapper(&the_engine.global_udf_text);
-    tell(s, message::RESOLVING_SET);
-    assign(&the_engine.global_udf_types, "\xFF");
-    kestrin_justify(&the_engine.global_udf_code, &the_engine.global_udf_types);
-    strip_wrapper(&the_engine.global_udf_code);
+    print_warnings(kst_uninit_check("UDFs_CFG", s->set));
 }
 
 } // namespace
+
+std::string set_text(const session *s)
+{
+    std::string text;
+    for (const node_index definition : s->definitions) {
+        if (!text.empty()) text.push_back(' ');
+        s->set.write(definition, &text);
+    }
+    return text;
+}
+
+void close_set(session *s) { make_set(&s->set, s->definitions, " NIL)"); }
 
 void load_profile(session *s)
 {
     if (!can_open(s->cfg_profile_path)) return;
     tell(s, message::READING_PROFILE, s->cfg_profile_path);
-    scratch text;
-    read_from_file(&text.s, s->cfg_profile_path);
-    alltrim(&text.s, text.s);
+    const std::string text = read_from_file(s->cfg_profile_path, &s->set.file);
     tell(s, message::CHECKING_PROFILE);
-    if (len(text.s) == 0) return;
-    assign(&the_engine.global_udf_index, "\xFF");
-    std::string set = std::string("(").append(mnemonic(ISA_PROGN));
-    take_forms(view(text.s), &set);
+    if (trimmed(text).empty()) return;
+    s->definitions = take_forms(s, text);
+    make_index(s->set, s->definitions);
     keep_functions_for_good();
-    assign(&the_engine.global_udf_text, set.append(values));
+    make_set(&s->set, s->definitions, " 0 1)");
     squeeze_set(s);
-    type_set(s);
+    if (s->is_storing()) s->stored_set = set_text(s);
+    tell(s, message::RESOLVING_SET);
+    kestrin_justify(&s->set, nullptr, &the_engine.global_udf_types);
+    s->definitions = strip_wrapper(&s->set);
 }

@@ -7,3 +7,8 @@
 // index, types; its functions stand in the table of known functions for good. A faulty profile ends
 // the process.
 void load_profile(session *s);
+
+// The definitions as a text.
+std::string set_text(const session *s);
+// Makes one program of the set, which may be empty, for the compiler.
+void close_set(session *s);

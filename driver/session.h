@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <string>
 #include <string_view>
 #include <type_traits>
 
+#include "frontend/tree.h"
 #include "kestrin/types.h"
 
 enum print_switch {
@@ -26,11 +28,17 @@ struct session {
     int first_arg_index; // argv index of the program file
     UCH switches[SWITCHES];
     CHR *cfg_profile_path;
-    CHR *prog_text; // source text, then compiled, then linked code
-    CHR *prog_text_untyped;
+    std::string source; // of the program, its lines joined
+    tree program;
+    tree set; // of the global functions
+    std::vector<node_index> definitions; // in it
+    std::string stored_set; // of -c: the global functions and the program ahead of the type pass
+    std::string stored_program;
+    CHR *prog_text; // the program as compiled, then linked code
 
     const CHR *file() const { return argv[first_arg_index]; }
     ULO words_behind_file() const { return ULO(argc - first_arg_index - 1); }
+    bool is_storing() const { return mode == DISK_COMPILE || mode == DISK_COMPILE_MINIMISED; }
     bool is_on(print_switch s) const { return switches[s] == 1; }
 };
 

@@ -1,5 +1,5 @@
-// The syntax checker. It walks a form's tokens once to drop comments and count arguments, and then
-// checks them in order, descending into nested forms; its output grows in one string.
+// The syntax checker. The text is parsed, comments left out, and the forms are checked in order;
+// what the tokens are is written into the nodes.
 //
 // The language has a UDF's body checked twice: first with any number of arguments allowed in the
 // UDF's own recursive calls, then with the true number. All else comes out the same both times, so
@@ -9,12 +9,13 @@
 #include "frontend/check.h"
 
 #include <algorithm>
+#include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "frontend/groups.h"
 #include "frontend/isa.h"
+#include "frontend/scoped.h"
 #include "frontend/self_check.h"
 #include "frontend/syntax.h"
 #include "frontend/token.h"
@@ -33,36 +34,63 @@ enum level { WHOLE_TEXT, UDF_BODY, STATEMENT, NESTED };
 // Operand counts below 0.
 constexpr SLO one_or_more = -1, still_open = -2;
 
-// A form in the output whose number of arguments is to be looked at again. `operands` is still_open
-// for a call of the function that is being defined.
+// A form whose number of arguments is to be looked at again. `operands` is still_open for a call of
+// the function that is being defined.
 struct second_look {
-    ULO from, to;
+    node_index form;
     SLO operands;
     ULO arguments;
-    std::string path;
+    ULO path; // where the form stands
 };
+
+// The formal arguments seen in one function: those from $1 on without a gap are but counted.
+class formal_arguments {
+public:
+    void add(ULO number)
+    {
+        if (number == row_ + 1)
+            row_++;
+        else if (number > row_)
+            others_.insert(number);
+    }
+    // Their number; 0 with the first one that is missed in `*gap`.
+    ULO count(ULO *gap);
+
+private:
+    ULO row_ = 0;
+    std::set<ULO> others_;
+};
+
+ULO formal_arguments::count(ULO *gap)
+{
+    for (const ULO number : others_) add(number);
+    *gap = others_.empty() || *others_.rbegin() <= row_ ? 0 : row_ + 1;
+    return *gap == 0 ? row_ : 0;
+}
 
 // The main text or a UDF on the way down.
 struct function_scope {
-    std::string path;
-    argument_set arguments;
+    ULO path;
+    formal_arguments arguments;
     std::vector<second_look> looks;
 };
 
+struct path_step {
+    ULO outer; // path
+    name_id name;
+};
+
 struct function {
-    SLO operands;
-    function_scope *open; // while `operands` is still_open
+    SLO operands = 0;
+    enum { NOT_LOOKED_UP, KNOWN, MISSING } state = NOT_LOOKED_UP;
+    function_scope *open = nullptr; // while `operands` is still_open
 };
 
 // A form on the way down.
 struct form {
-    std::string_view text; // with its parentheses, as it stood
-    std::string_view word; // its first token, as written
-    std::string name;      // and folded
-    std::string joined;    // owns the argument that a row of strings becomes
-    ULO first, last;       // its arguments, on the stack of tokens
-    SLO operands;
-    function_scope *open;
+    node_index index;
+    ULO arguments; // as written, with those that turn out to be comments
+    function called;
     group_set groups;
 };
 
@@ -93,143 +121,159 @@ int places_without_terminator(group_set groups)
 
 class checker {
 public:
-    checker(std::string_view text, std::string_view name, lut **table)
-        : text_(text), body_(inside(text)), brackets_(body_), table_(table)
+    checker(tree *t, std::string_view name, lut **table)
+        : tree_(*t), name_(name), table_(table), main_{0, {}, {}}
     {
-        main_.path = name;
     }
-    SLO run()
-    {
-        out_.reserve(text_.size() + 16);
-        return check_form(text_, WHOLE_TEXT, true);
-    }
-    const std::string &output() const { return out_; }
+    SLO run(std::string_view source, SLO place, node_index *root);
     void publish();
 
 private:
-    const std::string &path() const { return here_->path; }
+    node &at(node_index n) { return tree_.nodes[n]; }
+    std::string_view text(node_index n) { return tree_.text_of(at(n)); }
+    std::string path_text(ULO path) const;
+    std::string path() const { return path_text(here_->path); }
 
-    SLO check_form(std::string_view text, level where, bool terminators);
-    bool split(form *f);
-    bool is_comment_word(std::string_view word);
-    bool is_comment_form(std::string_view token);
-    void join_strings(form *f);
-    SLO refuse_unbalanced();
-    SLO look_up(form *f);
-    const function *find(const std::string &name);
+    SLO check_form(node_index n, level where, bool terminators);
+    SLO refuse_unbalanced(std::string_view body);
+    bool is_row_of_strings(node_index first);
+    SLO find_word(form *f);
+    void join_strings(node *form);
+    function find(name_id name);
     SLO check_count(const form &f);
     SLO check_array(const form &f);
-    SLO write_form(form *f, level where, bool terminators);
-    SLO write_target(const form &f);
-    SLO write_arguments(const form &f, level where, bool terminators, ULO *written);
-    SLO write_token(std::string_view token);
+    SLO write_form(const form &f, level where, bool terminators);
+    SLO check_target(const form &f);
+    SLO check_arguments(const form &f, level where, bool terminators, ULO *left);
+    UCH class_token(node *n);
+    SLO check_token(node *n);
+    SLO refuse_target(node_index form, node_index target, bool is_array);
     SLO define(const form &f, level where);
-    SLO define_body(std::string_view body, const std::string &name);
+    SLO define_body(node_index body, name_id name);
     SLO settle(const function_scope &scope, SLO operands);
     SLO count_formal_arguments();
 
-    std::string_view text_, body_;
-    brackets brackets_; // of body_
+    tree &tree_;
+    std::string_view name_;
     lut **table_;
     function_scope main_;
     function_scope *here_ = &main_;
-    std::string out_;
-    std::vector<std::string_view> tokens_; // arguments of all forms on the way down
-    std::unordered_map<std::string, function> functions_;
-    std::vector<std::string> defined_; // UDFs in force, in order
+    std::vector<path_step> paths_; // of all UDFs, from 1
+    scoped<function> functions_;
+    std::vector<name_id> defined_; // UDFs of the main text
     std::string folded_;
 };
 
-// -- Splitting a form --------------------------------------------------------------------------
-
-bool checker::is_comment_word(std::string_view word)
+std::string checker::path_text(ULO path) const
 {
-    if (word.empty() || word.front() == '(' || word.front() == '"') return false;
-    folded_.clear();
-    append_folded(&folded_, word);
-    return (word_groups(folded_) & in(GROUP_COMMENTS)) != 0;
+    if (path == 0) return std::string(name_);
+    const path_step &step = paths_[path - 1];
+    return path_text(step.outer).append(":").append(names().text(step.name));
 }
 
-bool checker::is_comment_form(std::string_view token)
-{
-    if (!is_list(token)) return false;
-    const std::string_view body = left_trimmed(inside(token));
-    return !body.empty() && body.front() != '(' && is_comment_word(first_token(body));
-}
-
-// Finds word and arguments, comment forms left out. False if the form itself is a comment.
-bool checker::split(form *f)
-{
-    const std::string_view body = inside(f->text);
-    const ULO from = static_cast<ULO>(body.data() - body_.data());
-    token_walk walk(body_, brackets_, from, from + body.size());
-    f->first = tokens_.size();
-    bool leading = true;
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) {
-        if (leading && is_comment_word(token)) return false;
-        leading = false;
-        if (is_comment_form(token)) continue;
-        if (f->word.empty())
-            f->word = token;
-        else
-            tokens_.push_back(token);
-    }
-    f->last = tokens_.size();
-    join_strings(f);
-    return !is_comment_word(f->word);
-}
-
-// A row of string constants in parentheses is the PROGN of the one joined string.
-void checker::join_strings(form *f)
-{
-    if (!is_string(f->word)) return;
-    if (!std::all_of(tokens_.begin() + static_cast<SLO>(f->first), tokens_.end(), is_string))
-        return;
-    f->joined.append("\"").append(inside(f->word));
-    for (ULO i = f->first; i < f->last; i++) f->joined.append(inside(tokens_[i]));
-    f->joined.append("\"");
-    tokens_.resize(f->first);
-    tokens_.push_back(f->joined);
-    f->last = tokens_.size();
-    f->word = mnemonic(ISA_PROGN);
-}
+// -- The whole text ----------------------------------------------------------------------------
 
 // The walk by which unbalanced text is refused: it finds the first token that does not end. A
 // comment is not looked at behind its word.
-SLO checker::refuse_unbalanced()
+SLO checker::refuse_unbalanced(std::string_view body)
 {
-    std::string_view rest = trimmed(body_), token;
+    std::string_view rest = trimmed(body), token;
     if (!kestrin_head(&token, rest)) return FAILED;
-    if (is_comment_word(token)) return 0;
+    append_folded(&folded_, token);
+    if (word_groups(folded_) & in(GROUP_COMMENTS)) return 0;
     while (!token.empty())
         if (!kestrin_tail(&rest, rest) || !kestrin_head(&token, rest)) return FAILED;
     return 0;
 }
 
-// -- Names and counts --------------------------------------------------------------------------
-
-const function *checker::find(const std::string &name)
+SLO checker::run(std::string_view source, SLO place, node_index *root)
 {
-    const auto known = functions_.find(name);
-    if (known != functions_.end()) return &known->second;
-    if (*table_ == nullptr) return nullptr;
-    scratch key;
-    assign(&key.s, name);
-    SLO operands = 0;
-    if (!lut_get(*table_, key.s, &operands)) return nullptr;
-    return &functions_.emplace(name, function{operands, nullptr}).first->second;
+    *root = NO_NODE;
+    if (!is_list(source)) return syntax_error<syntax::UNTERMINATED_FORM>(path(), source);
+    bool sound = true;
+    const node_index n = tree_.add_source(source, place, &sound);
+    if (!sound) return refuse_unbalanced(inside(source));
+    if (n == NO_NODE || at(n).kind == 'C') return 0;
+    const SLO result = check_form(n, WHOLE_TEXT, true);
+    *root = n;
+    return result;
 }
 
-SLO checker::look_up(form *f)
+// Enters the UDFs of the text's own level in the table of known functions.
+void checker::publish()
 {
-    if (f->word.empty()) return syntax_error<syntax::VOID_NAME>(path(), f->text);
-    append_folded(&f->name, f->word);
-    const function *found = find(f->name);
-    if (found == nullptr) return syntax_error<syntax::UNDEFINED_NAME>(path(), f->name, f->text);
-    f->operands = found->operands;
-    f->open = found->open;
-    f->groups = word_groups(f->name);
-    return 0;
+    if (*table_ == nullptr || defined_.empty()) return;
+    std::vector<lut_pair> fresh;
+    fresh.reserve(defined_.size());
+    for (const name_id name : defined_)
+        fresh.push_back({names().text(name), functions_.get(name).operands});
+    std::sort(fresh.begin(), fresh.end(),
+              [](const lut_pair &a, const lut_pair &b) { return a.key < b.key; });
+    lut_add_sorted(*table_, fresh.data(), fresh.size());
+}
+
+// -- Words and counts --------------------------------------------------------------------------
+
+bool checker::is_row_of_strings(node_index first)
+{
+    if (first == NO_NODE) return false;
+    for (node_index i = first; i != NO_NODE; i = at(i).next)
+        if (!is_string(text(i))) return false;
+    return true;
+}
+
+// A row of string constants in parentheses is the PROGN of the one joined string.
+void checker::join_strings(node *form)
+{
+    form->name = names().enter(mnemonic(ISA_PROGN));
+    node &first = at(form->first);
+    if (first.next == NO_NODE) return;
+    const ULO from = tree_.text.size();
+    tree_.text.append("\"");
+    for (node_index i = form->first; i != NO_NODE; i = at(i).next)
+        tree_.text.append(inside(std::string(text(i))));
+    tree_.text.append("\"");
+    first.text = static_cast<std::uint32_t>(from);
+    first.size = static_cast<std::uint32_t>(tree_.text.size() - from);
+    first.next = NO_NODE;
+}
+
+function checker::find(name_id name)
+{
+    function known = functions_.get(name);
+    if (known.state != function::NOT_LOOKED_UP) return known;
+    known.state = function::MISSING;
+    if (*table_ != nullptr) {
+        scratch key;
+        assign(&key.s, names().text(name));
+        if (lut_get(*table_, key.s, &known.operands)) known.state = function::KNOWN;
+    }
+    functions_.set(name, known);
+    return known;
+}
+
+// What the form calls. The word of a row of strings stands among its arguments until it is known
+// for one.
+SLO checker::find_word(form *f)
+{
+    node &n = at(f->index);
+    const std::string_view whole = tree_.text_of(n);
+    if (n.name == NO_NAME && is_row_of_strings(n.first)) join_strings(&n);
+    if (n.name == NO_NAME && n.first == NO_NODE)
+        return syntax_error<syntax::VOID_NAME>(path(), std::string(whole));
+    if (n.name == NO_NAME) {
+        folded_.clear();
+        append_folded(&folded_, text(n.first));
+        return syntax_error<syntax::UNDEFINED_NAME>(path(), folded_, whole);
+    }
+    if (const instruction_word *word = word_of(n.name); word != nullptr) {
+        f->groups = word->groups;
+        f->called.operands = word->operands;
+        return 0;
+    }
+    f->called = find(n.name);
+    if (f->called.state == function::KNOWN) return 0;
+    return syntax_error<syntax::UNDEFINED_NAME>(path(), names().text(n.name), whole);
 }
 
 SLO refuse_count(const std::string &path, SLO operands, ULO arguments, std::string_view text)
@@ -248,57 +292,42 @@ bool count_fits(SLO operands, ULO arguments)
 
 SLO checker::check_count(const form &f)
 {
-    const ULO arguments = f.last - f.first;
-    if (count_fits(f.operands, arguments)) return 0;
-    return refuse_count(path(), f.operands, arguments, f.text);
+    if (count_fits(f.called.operands, f.arguments)) return 0;
+    return refuse_count(path(), f.called.operands, f.arguments, text(f.index));
 }
 
 SLO checker::count_formal_arguments()
 {
-    ULO expected = 1;
-    for (ULO argument : here_->arguments)
-        if (argument != expected++)
-            return syntax_error<syntax::ARGUMENT_GAP>(path(), std::to_string(expected - 1));
-    return static_cast<SLO>(here_->arguments.size());
+    ULO gap = 0;
+    const ULO count = here_->arguments.count(&gap);
+    if (gap == 0) return static_cast<SLO>(count);
+    return syntax_error<syntax::ARGUMENT_GAP>(path(), std::to_string(gap));
 }
 
-// -- Writing a form ----------------------------------------------------------------------------
+// -- Tokens ------------------------------------------------------------------------------------
 
-SLO checker::check_array(const form &f)
+// Classes a token that stands in source and gives it its one spelling. 0 if it is refused.
+UCH checker::class_token(node *n)
 {
-    argument_set unused;
-    std::string name;
-    const UCH letter = kestrin_type(tokens_[f.first], &name, &unused);
-    if (letter == 'V' || letter == 'P') return 0;
-    if (letter == 0) name = tokens_[f.first];
-    return syntax_error<syntax::INVALID_ARRAY>(path(), name, f.text);
+    folded_.clear();
+    const UCH letter = kestrin_type(tree_.text_of(*n), &folded_);
+    n->kind = static_cast<CHR>(letter);
+    if (letter == 'V' || letter == 'P') n->name = names().enter(folded_);
+    return letter;
 }
 
-// The target of an assignment. A formal argument is one only in the text that the driver has
-// modified, and is not counted as a use.
-SLO checker::write_target(const form &f)
+SLO checker::check_token(node *n)
 {
-    argument_set unused;
-    std::string name;
-    const UCH letter = kestrin_type(tokens_[f.first], &name, &unused);
-    if (letter != 'V' && !(letter == 'P' && path() == "Main_Modified")) {
-        if (letter == 0) name = tokens_[f.first];
-        return syntax_error<syntax::INVALID_TARGET>(path(), name, f.text);
-    }
-    out_.append(" ").append(name);
-    return 0;
-}
-
-SLO checker::write_token(std::string_view token)
-{
-    out_.append(" ");
-    const UCH letter = kestrin_type(token, &out_, &here_->arguments);
+    const UCH letter = class_token(n);
     if (letter == 0) {
         std::string message(view(rt_ctrl->rt_run_text));
         if (!message.empty() && message[0] >= 'A' && message[0] <= 'Z') message[0] += 32;
         return syntax_error<syntax::TOKEN_REFUSED>(path(), message);
     }
+    if (letter == 'F') tree_.text.replace(n->text, n->size, folded_);
+    if (letter == 'P') here_->arguments.add(static_cast<ULO>(tree_.argument_number(*n)));
     const auto is_raw = [](CHR c) { return static_cast<UCH>(c) < 32; };
+    const std::string_view token = tree_.text_of(*n);
     if (letter == 'S' && std::any_of(token.begin() + 1, token.end(), is_raw)) {
         scratch shown;
         assign(&shown.s, inside(token));
@@ -307,101 +336,122 @@ SLO checker::write_token(std::string_view token)
     return 0;
 }
 
-SLO checker::write_arguments(const form &f, level where, bool terminators, ULO *written)
+SLO checker::refuse_target(node_index form, node_index target, bool is_array)
+{
+    const std::string_view shown = at(target).kind == 0 ? text(target) : std::string_view(folded_);
+    if (is_array) return syntax_error<syntax::INVALID_ARRAY>(path(), shown, text(form));
+    return syntax_error<syntax::INVALID_TARGET>(path(), shown, text(form));
+}
+
+SLO checker::check_array(const form &f)
+{
+    node *array = &at(at(f.index).first);
+    const UCH letter = class_token(array);
+    if (letter == 'V' || letter == 'P') return 0;
+    return refuse_target(f.index, at(f.index).first, true);
+}
+
+// The target of an assignment. A formal argument is one only in the text that the driver has
+// modified, and is not counted as a use.
+SLO checker::check_target(const form &f)
+{
+    node *target = &at(at(f.index).first);
+    const UCH letter = class_token(target);
+    if (letter == 'V') return 0;
+    if (letter == 'P' && here_ == &main_ && name_ == "Main_Modified") return 0;
+    return refuse_target(f.index, at(f.index).first, false);
+}
+
+// -- Forms -------------------------------------------------------------------------------------
+
+SLO checker::check_arguments(const form &f, level where, bool terminators, ULO *left)
 {
     int places = places_without_terminator(f.groups);
-    const bool targeted = (f.groups & sets_variable) != 0;
     const level below = where != NESTED && (f.groups & in(GROUP_PROGN)) ? STATEMENT : NESTED;
-    *written = targeted;
-    for (ULO i = f.first + targeted; i < f.last; i++) {
-        const std::string_view token = tokens_[i];
-        const ULO before = out_.size();
-        if (token.front() == '(') {
-            out_.append(" ");
-            if (check_form(token, below, terminators && places == 0) == FAILED) return FAILED;
-            if (out_.size() == before + 1) { // it was a comment after all
-                out_.resize(before);
-                continue;
-            }
-        } else if (write_token(token) == FAILED)
+    node_index before = NO_NODE, i = at(f.index).first;
+    *left = 0;
+    if (f.groups & sets_variable) {
+        *left = 1;
+        before = i;
+        i = at(i).next;
+    }
+    for (; i != NO_NODE; i = at(i).next) {
+        if (at(i).kind == 'C') { // it was a comment after all
+            (before == NO_NODE ? at(f.index).first : at(before).next) = at(i).next;
+            continue;
+        }
+        const bool is_form = at(i).kind == 'U';
+        if ((is_form ? check_form(i, below, terminators && places == 0) : check_token(&at(i))) ==
+            FAILED)
             return FAILED;
-        ++*written;
+        before = i;
+        ++*left;
         if (places > 0) places--;
     }
     return 0;
 }
 
-SLO checker::write_form(form *f, level where, bool terminators)
+SLO checker::write_form(const form &f, level where, bool terminators)
 {
-    if ((f->groups & (in(GROUP_BREAK) | in(GROUP_EXIT))) && !terminators)
-        return syntax_error<syntax::TERMINATOR_NESTED>(path(), f->text);
-    if ((f->groups & reads_array) && check_array(*f) == FAILED) return FAILED;
-    const ULO from = out_.size();
-    out_.append("(").append(f->name);
-    if ((f->groups & sets_variable) && write_target(*f) == FAILED) return FAILED;
-    ULO written = 0;
-    if (write_arguments(*f, where, terminators, &written) == FAILED) return FAILED;
-    out_.append(")");
-    if (f->operands == still_open)
-        f->open->looks.push_back({from, out_.size(), still_open, written, path()});
-    else if (written != f->last - f->first)
-        here_->looks.push_back({from, out_.size(), f->operands, written, path()});
+    if ((f.groups & (in(GROUP_BREAK) | in(GROUP_EXIT))) && !terminators)
+        return syntax_error<syntax::TERMINATOR_NESTED>(path(), text(f.index));
+    if ((f.groups & reads_array) && check_array(f) == FAILED) return FAILED;
+    if ((f.groups & sets_variable) && check_target(f) == FAILED) return FAILED;
+    ULO left = 0;
+    if (check_arguments(f, where, terminators, &left) == FAILED) return FAILED;
+    if (f.called.operands == still_open)
+        f.called.open->looks.push_back({f.index, still_open, left, here_->path});
+    else if (left != f.arguments)
+        here_->looks.push_back({f.index, f.called.operands, left, here_->path});
     return where == WHOLE_TEXT || where == UDF_BODY ? count_formal_arguments() : 0;
 }
 
-SLO checker::check_form(std::string_view text, level where, bool terminators)
+SLO checker::check_form(node_index n, level where, bool terminators)
 {
     check_stack(fatal_site::STACK_CHECK);
-    if (!is_list(text)) return syntax_error<syntax::UNTERMINATED_FORM>(path(), text);
-    if (where == WHOLE_TEXT && !brackets_.balanced() && refuse_unbalanced() == FAILED)
-        return FAILED;
-    form f = {};
-    f.text = text;
-    const ULO height = tokens_.size();
-    SLO result = 0;
-    if (split(&f)) {
-        if (look_up(&f) == FAILED || check_count(f) == FAILED) return FAILED;
-        result = f.groups & in(GROUP_DEFUN) ? define(f, where) : write_form(&f, where, terminators);
-    }
-    tokens_.resize(height);
-    return result;
+    form f = {n, 0, {}, 0};
+    if (find_word(&f) == FAILED) return FAILED;
+    for (node_index i = at(n).first; i != NO_NODE; i = at(i).next) f.arguments++;
+    if (check_count(f) == FAILED) return FAILED;
+    return f.groups & in(GROUP_DEFUN) ? define(f, where) : write_form(f, where, terminators);
 }
 
 // -- Definitions -------------------------------------------------------------------------------
 
 SLO checker::define(const form &f, level where)
 {
-    if (where == NESTED) return syntax_error<syntax::UDF_TOO_DEEP>(path(), f.text);
-    argument_set unused;
-    std::string name;
+    if (where == NESTED) return syntax_error<syntax::UDF_TOO_DEEP>(path(), text(f.index));
+    const node_index name = at(f.index).first, body = at(name).next;
     // The letter in front lets a name begin with what a variable's can't.
-    if (kestrin_type(std::string("U").append(tokens_[f.first]), &name, &unused) != 'V')
-        return syntax_error<syntax::UDF_NAME>(path(), f.text);
-    name.erase(0, 1);
-    if (find(name) != nullptr) return syntax_error<syntax::UDF_KNOWN>(path(), f.text);
-    return define_body(tokens_[f.first + 1], name);
+    folded_.clear();
+    if (kestrin_type(std::string("U").append(text(name)), &folded_) != 'V')
+        return syntax_error<syntax::UDF_NAME>(path(), text(f.index));
+    const name_id udf = names().enter(std::string_view(folded_).substr(1));
+    if (word_of(udf) != nullptr || find(udf).state == function::KNOWN)
+        return syntax_error<syntax::UDF_KNOWN>(path(), text(f.index));
+    at(f.index).name = names().enter(mnemonic(ISA_DEFUN));
+    at(name).name = udf;
+    at(name).kind = 'V';
+    return define_body(body, udf);
 }
 
-SLO checker::define_body(std::string_view body, const std::string &name)
+SLO checker::define_body(node_index body, name_id name)
 {
-    function_scope scope;
-    scope.path = std::string(path()).append(":").append(name);
+    paths_.push_back({here_->path, name});
+    if (at(body).kind != 'U') // a token, or a comment after all
+        return syntax_error<syntax::UNTERMINATED_FORM>(
+            path_text(paths_.size()), at(body).kind == 'C' ? std::string_view() : text(body));
+    function_scope scope = {paths_.size(), {}, {}};
     function_scope *outer = here_;
-    functions_[name] = {still_open, &scope};
-    defined_.push_back(name);
-    const ULO height = defined_.size();
-
-    out_.append("(").append(mnemonic(ISA_DEFUN)).append(" ").append(name).append(" ");
-    const ULO before = out_.size();
+    functions_.set(name, {still_open, function::KNOWN, &scope});
+    if (outer == &main_) defined_.push_back(name);
+    const ULO mark = functions_.mark();
     here_ = &scope;
-    SLO operands = check_form(body, UDF_BODY, true);
-    if (operands != FAILED && out_.size() == before)
-        operands = syntax_error<syntax::UNTERMINATED_FORM>(path(), "");
+    const SLO operands = check_form(body, UDF_BODY, true);
     here_ = outer;
-    for (; defined_.size() > height; defined_.pop_back()) functions_.erase(defined_.back());
+    functions_.undo(mark);
     if (operands == FAILED || settle(scope, operands) == FAILED) return FAILED;
-    functions_[name] = {operands, nullptr};
-    out_.append(")");
+    functions_.set(name, {operands, function::KNOWN, nullptr});
     return operands;
 }
 
@@ -413,35 +463,24 @@ SLO checker::settle(const function_scope &scope, SLO operands)
     for (const second_look &look : scope.looks) {
         const SLO wanted = look.operands == still_open ? operands : look.operands;
         if (count_fits(wanted, look.arguments)) continue;
-        if (first == nullptr || look.from < first->from) first = &look;
+        if (first == nullptr || look.form < first->form) first = &look;
     }
     if (first == nullptr) return 0;
     const SLO wanted = first->operands == still_open ? operands : first->operands;
-    const std::string text = out_.substr(first->from, first->to - first->from);
-    return refuse_count(first->path, wanted, first->arguments, text);
-}
-
-// Enters the UDFs of the text's own level in the table of known functions.
-void checker::publish()
-{
-    if (*table_ == nullptr) return;
-    std::sort(defined_.begin(), defined_.end());
-    std::vector<lut_pair> fresh;
-    fresh.reserve(defined_.size());
-    for (const std::string &name : defined_) fresh.push_back({name, functions_[name].operands});
-    lut_add_sorted(*table_, fresh.data(), fresh.size());
+    std::string written;
+    tree_.write(first->form, &written);
+    return refuse_count(path_text(first->path), wanted, first->arguments, written);
 }
 
 } // namespace
 
-SLO kestrin_check(CHR **text, std::string_view name, lut **table)
+SLO kestrin_check(tree *t, node_index *root, std::string_view source, SLO place,
+                  std::string_view name, lut **table)
 {
-    alltrim(text, *text);
     if (*table == nullptr && check_instruction_tables(table) == FAILED) return FAILED;
-    checker pass(view(*text), name, table);
-    const SLO result = pass.run();
-    if (result == FAILED) return FAILED;
-    pass.publish();
-    assign(text, pass.output());
+    checker pass(t, name, table);
+    place += static_cast<SLO>(source.size() - left_trimmed(source).size());
+    const SLO result = pass.run(trimmed(source), place, root);
+    if (result != FAILED) pass.publish();
     return result;
 }

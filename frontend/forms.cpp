@@ -1,4 +1,5 @@
-// The form tests of the driver and of mapcar, in one place.
+// The form tests of the driver and of mapcar, in one place. A program that is not settled is tested
+// as text.
 
 #include "frontend/forms.h"
 
@@ -6,21 +7,48 @@
 #include "frontend/walk.h"
 #include "frontend/words.h"
 
+namespace {
+
 bool is_one_form(std::string_view text)
 {
     return !text.empty() && text.front() == '(' && first_token(text).size() == text.size();
 }
 
-bool is_executable_form(std::string_view text)
+// Up to the next blank, parentheses or not.
+std::string_view first_word(std::string_view text)
 {
-    if (!is_one_form(text)) return false;
-    const std::string_view inside = left_trimmed(text.substr(1));
+    text = left_trimmed(text);
     ULO end = 0;
-    while (end < inside.size() && !is_blank(inside[end])) end++;
-    return !(word_groups(inside.substr(0, end)) & in(GROUP_DEFUN));
+    while (end < text.size() && !is_blank(text[end])) end++;
+    return text.substr(0, end);
+}
+
+} // namespace
+
+bool is_one_form(const tree &t)
+{
+    if (!t.settled) return is_one_form(std::string_view(t.text));
+    return t.root != NO_NODE && t.nodes[t.root].kind == 'U';
+}
+
+bool is_executable_form(const tree &t)
+{
+    if (!is_one_form(t)) return false;
+    const group_set groups = t.settled
+                                 ? groups_of(word_of(t.nodes[t.root].name))
+                                 : word_groups(first_word(std::string_view(t.text).substr(1)));
+    return !(groups & in(GROUP_DEFUN));
 }
 
 std::string wrapped(std::string_view text)
 {
     return std::string("(").append(mnemonic(ISA_PROGN)).append(" ").append(text).append(")");
+}
+
+void wrap(tree *t)
+{
+    if (t->settled)
+        t->root = t->add_form(ISA_PROGN, t->root);
+    else
+        t->read(wrapped(t->text), CHECKED);
 }

@@ -4,9 +4,12 @@
 #include <string>
 #include <string_view>
 
-// Whether the text is one parenthesised form.
-bool is_one_form(std::string_view text);
+#include "frontend/tree.h"
+
+// Whether the program is one parenthesised form.
+bool is_one_form(const tree &t);
 // Whether it is one form that is no definition.
-bool is_executable_form(std::string_view text);
-// The text as the one argument list of a PROGN.
+bool is_executable_form(const tree &t);
+// The text as the arguments of a PROGN; the same for a program.
 std::string wrapped(std::string_view text);
+void wrap(tree *t);

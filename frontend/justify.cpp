@@ -3,42 +3,27 @@
 // knows what a recursive call yields, and a final sweep takes back each variable's suffix that the
 // table at the end does not confirm.
 //
-// The text is parsed once. A walk writes its findings into the nodes, and the last one that passes
-// a node is the one that counts. A definition inside a body that is walked again is not walked
-// again unless the type of a function that it calls from outside has changed since.
+// A walk writes its findings into the nodes, and the last one that passes a node is the one that
+// counts. A definition inside a body that is walked again is not walked again unless the type of a
+// function that it calls from outside has changed since.
 
 #include "frontend/justify.h"
 
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
-#include "frontend/isa.h"
-#include "frontend/token.h"
-#include "frontend/walk.h"
+#include "frontend/scoped.h"
 #include "frontend/words.h"
 #include "strings/scratch.h"
 #include "vm/stack.h"
 
 namespace {
 
-using node_index = std::uint32_t;
-constexpr node_index NONE = UINT32_MAX;
-
-struct node {
-    std::string_view token; // of a form: its mnemonic or function name
-    const instruction_word *word;
-    node_index first; // argument of a form
-    node_index next;  // argument of the same form
-    CHR kind;         // by kestrin_type1; 'U' a form
-    CHR suffix;       // 0: none
-};
-
 // -- Types of UDFs -----------------------------------------------------------------------------
 
 struct udf_type {
-    std::string_view name;
+    name_id name;
     UCH letter;
 };
 
@@ -50,172 +35,118 @@ struct finding {
 
 class type_context {
 public:
-    void push(std::string_view name, UCH letter)
+    void push(name_id name, UCH letter)
     {
-        added_.push_back(index_.try_emplace(name, list_.size()).second);
+        if (places_.get(name) == 0) places_.set(name, list_.size() + 1);
         list_.push_back({name, letter});
     }
     void cut(ULO size)
     {
-        for (; list_.size() > size; list_.pop_back(), added_.pop_back())
-            if (added_.back()) index_.erase(list_.back().name);
+        for (; list_.size() > size; list_.pop_back())
+            if (places_.get(list_.back().name) == list_.size()) places_.undo(places_.mark() - 1);
     }
     ULO size() const { return list_.size(); }
     // The place of a function, size() if it is not known.
-    ULO find(std::string_view name) const
+    ULO find(name_id name) const
     {
-        const auto found = index_.find(name);
-        return found == index_.end() ? list_.size() : found->second;
+        const ULO place = places_.get(name);
+        return place == 0 ? list_.size() : place - 1;
     }
     UCH letter(ULO place) const { return place < list_.size() ? list_[place].letter : 0; }
     const udf_type &at(ULO place) const { return list_[place]; }
 
 private:
     std::vector<udf_type> list_;
-    std::vector<bool> added_;
-    std::unordered_map<std::string_view, ULO> index_; // first place of each name
+    scoped<ULO> places_; // the first of each name, from 1
 };
 
-// One function being walked.
-struct function_tables {
-    std::unordered_map<std::string_view, UCH> types; // of variables; 'U' stays 'U'
-    std::unordered_set<std::string_view> arrays;     // targets of ARSETQ
+// The function being walked.
+struct walked_function {
     ULO base = 0; // functions of the context from here on are the definition's own
     std::vector<udf_type> *outer = nullptr;
 };
 
 class typist {
 public:
-    explicit typist(std::string_view text) : text_(text), brackets_(text) {}
-    UCH run(CHR **udf_types);
-    std::string output() const;
+    explicit typist(tree *t) : tree_(*t), nodes_(t->nodes) {}
+    UCH run(const CHR *udf_types, CHR **made);
 
 private:
-    node_index parse(std::string_view token);
-    node_index parse_arguments(token_walk walk);
     void read_context(const CHR *udf_types);
 
     UCH type_of(node_index n, bool deep);
     UCH type_token(node *n);
-    UCH type_form(node_index n, bool deep);
+    UCH type_form(node *n, bool deep);
     UCH type_progn(const node &n, bool deep);
     UCH type_setq(node *n, bool deep);
     UCH type_arsetq(node *n, bool deep);
     UCH type_index(node *n, bool deep);
     UCH type_alindex(node *n, bool deep);
     UCH type_defun(const node &n);
-    UCH walk_definition(std::string_view name, node_index body, std::vector<udf_type> *outer);
+    UCH walk_definition(name_id name, node_index body, std::vector<udf_type> *outer);
     UCH type_if(node *n, bool deep);
     UCH type_while(node *n, bool deep);
     UCH type_for(node *n, bool deep);
-    UCH type_instruction(node *n, bool deep);
+    UCH type_instruction(node *n, const instruction_word &word, bool deep);
     UCH type_call(const node &n, bool deep);
     UCH type_all(node_index first, bool deep);
 
+    name_id name_of(node *target) const;
     void assign(node *target, UCH letter);
     void make_unknown(node *target);
     bool still_holds(const finding &f) const;
-    void rely_on(std::string_view name, UCH letter);
+    void rely_on(name_id name, UCH letter);
     void sweep(node_index n);
-    void write(node_index n, std::string *out) const;
     node *argument(const node &n, ULO i);
 
-    std::string_view text_;
-    brackets brackets_;
-    std::vector<node> nodes_;
+    const tree &tree_;
+    std::vector<node> &nodes_;
     type_context context_;
-    function_tables *here_ = nullptr;
-    std::unordered_map<node_index, finding> findings_; // of definitions
+    walked_function *here_ = nullptr;
+    scoped<UCH> types_;   // of variables; 'U' stays 'U'
+    scoped<bool> arrays_; // targets of ARSETQ
+    std::unordered_map<node_index, finding> findings_; // of definitions in functions
     node absent_ = {};
 };
 
-// -- Text to nodes and back --------------------------------------------------------------------
-
-node_index typist::parse_arguments(token_walk walk)
-{
-    node_index first = NONE, last = NONE;
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) {
-        const node_index n = parse(token);
-        (last == NONE ? first : nodes_[last].next) = n;
-        last = n;
-    }
-    return first;
-}
-
-node_index typist::parse(std::string_view token)
-{
-    check_stack(fatal_site::STACK_JUSTIFY);
-    const node_index n = static_cast<node_index>(nodes_.size());
-    const CHR kind = static_cast<CHR>(kestrin_type1(token));
-    nodes_.push_back({token, nullptr, NONE, NONE, kind, 0});
-    if (kind != 'U') return n;
-    const ULO from = ULO(token.data() - text_.data()) + 1, to = from + token.size() - 1;
-    token_walk walk(text_, brackets_, from, to > from ? to - 1 : from);
-    nodes_[n].token = walk.next();
-    nodes_[n].word = find_word(nodes_[n].token);
-    const node_index first = parse_arguments(walk);
-    nodes_[n].first = first;
-    return n;
-}
-
-void append_suffix(std::string *out, CHR suffix)
-{
-    if (suffix == 0) return;
-    out->push_back('@');
-    out->push_back(suffix);
-}
-
-void typist::write(node_index index, std::string *out) const
-{
-    check_stack(fatal_site::STACK_JUSTIFY);
-    const node &n = nodes_[index];
-    if (n.kind == 'U') out->push_back('(');
-    out->append(n.token);
-    append_suffix(out, n.suffix);
-    if (n.kind != 'U') return;
-    for (node_index i = n.first; i != NONE; i = nodes_[i].next) {
-        out->push_back(' ');
-        write(i, out);
-    }
-    out->push_back(')');
-}
-
-std::string typist::output() const
-{
-    std::string out;
-    out.reserve(text_.size() + text_.size() / 4);
-    write(0, &out);
-    return out;
-}
-
 // -- Tables ------------------------------------------------------------------------------------
+
+// What is assigned is no variable in text that has not been checked.
+name_id typist::name_of(node *target) const
+{
+    if (target->name == NO_NAME)
+        target->name = names().enter(target->kind == 'U' ? "" : tree_.text_of(*target));
+    return target->name;
+}
 
 void typist::make_unknown(node *target)
 {
-    here_->types[target->token] = 'U';
+    types_.set(name_of(target), 'U');
     target->suffix = 0;
 }
 
 // An assignment of a known type: confirms the variable's row, makes it, or finds a second type.
 void typist::assign(node *target, UCH letter)
 {
-    const auto row = here_->types.try_emplace(target->token, letter).first;
-    if (row->second != letter) row->second = 'U';
-    const bool carries = row->second == letter && target->kind != 'P';
+    const name_id name = name_of(target);
+    const UCH known = types_.get(name);
+    const UCH row = known == 0 || known == letter ? letter : UCH('U');
+    if (row != known) types_.set(name, row);
+    const bool carries = row == letter && target->kind != 'P';
     target->suffix = carries ? static_cast<CHR>(letter) : CHR(0);
 }
 
 node *typist::argument(const node &n, ULO i)
 {
     node_index a = n.first;
-    for (; i > 0 && a != NONE; i--) a = nodes_[a].next;
-    if (a != NONE) return &nodes_[a];
+    for (; i > 0 && a != NO_NODE; i--) a = nodes_[a].next;
+    if (a != NO_NODE) return &nodes_[a];
     absent_ = {}; // an operand that is not there counts as nil
     absent_.kind = 'Z';
     return &absent_;
 }
 
-void typist::rely_on(std::string_view name, UCH letter)
+void typist::rely_on(name_id name, UCH letter)
 {
     if (here_->outer == nullptr) return;
     for (const udf_type &known : *here_->outer)
@@ -229,22 +160,22 @@ UCH typist::type_token(node *n)
 {
     n->suffix = 0;
     if (n->kind != 'V' && n->kind != 'P') return static_cast<UCH>(n->kind);
-    const auto row = here_->types.find(n->token);
-    if (row == here_->types.end()) return 'U';
-    if (row->second != 'U' && n->kind == 'V') n->suffix = static_cast<CHR>(row->second);
-    return row->second;
+    const UCH row = types_.get(n->name);
+    if (row == 0) return 'U';
+    if (row != 'U' && n->kind == 'V') n->suffix = static_cast<CHR>(row);
+    return row;
 }
 
 UCH typist::type_of(node_index n, bool deep)
 {
-    if (n == NONE) return 'Z';
-    return nodes_[n].kind == 'U' ? type_form(n, deep) : type_token(&nodes_[n]);
+    if (n == NO_NODE) return 'Z';
+    return nodes_[n].kind == 'U' ? type_form(&nodes_[n], deep) : type_token(&nodes_[n]);
 }
 
 UCH typist::type_all(node_index first, bool deep)
 {
     UCH last = 'U';
-    for (node_index i = first; i != NONE; i = nodes_[i].next) last = type_of(i, deep);
+    for (node_index i = first; i != NO_NODE; i = nodes_[i].next) last = type_of(i, deep);
     return last;
 }
 
@@ -252,10 +183,10 @@ UCH typist::type_all(node_index first, bool deep)
 UCH typist::type_progn(const node &n, bool deep)
 {
     UCH last = 'U', broken = 0;
-    for (node_index i = n.first; i != NONE; i = nodes_[i].next) {
+    for (node_index i = n.first; i != NO_NODE; i = nodes_[i].next) {
         last = type_of(i, deep);
-        const instruction_word *word = nodes_[i].word;
-        if (word != nullptr && (word->groups & in(GROUP_BREAK))) broken = last;
+        const bool is_form = nodes_[i].kind == 'U';
+        if (is_form && (groups_of(word_of(nodes_[i].name)) & in(GROUP_BREAK))) broken = last;
     }
     return broken != 0 ? broken : last;
 }
@@ -277,11 +208,11 @@ UCH typist::type_arsetq(node *n, bool deep)
 {
     node *target = argument(*n, 0);
     const node_index index = nodes_[n->first].next;
-    const node_index value = index == NONE ? NONE : nodes_[index].next;
+    const node_index value = index == NO_NODE ? NO_NODE : nodes_[index].next;
     const UCH index_type = type_of(index, deep), letter = type_of(value, deep);
-    here_->arrays.insert(target->token);
+    if (!arrays_.get(name_of(target))) arrays_.set(name_of(target), true);
     const bool copies_array =
-        value != NONE && nodes_[value].kind == 'V' && here_->arrays.count(nodes_[value].token);
+        value != NO_NODE && nodes_[value].kind == 'V' && arrays_.get(nodes_[value].name);
     if (copies_array || letter == 'U' || index_type != 'I') {
         make_unknown(target);
         return 'U';
@@ -312,7 +243,7 @@ UCH typist::type_alindex(node *n, bool deep)
 UCH typist::type_if(node *n, bool deep)
 {
     const node_index yes = nodes_[n->first].next;
-    const node_index no = yes == NONE ? NONE : nodes_[yes].next;
+    const node_index no = yes == NO_NODE ? NO_NODE : nodes_[yes].next;
     if (type_of(n->first, deep) == 'I') n->suffix = 'J';
     const UCH first = type_of(yes, deep), second = type_of(no, deep);
     return first == second ? first : 'U';
@@ -336,7 +267,7 @@ UCH typist::type_for(node *n, bool deep)
     node *control = argument(*n, 0);
     node_index part[4] = {};
     node_index at = n->first;
-    for (node_index &p : part) p = at = at == NONE ? NONE : nodes_[at].next;
+    for (node_index &p : part) p = at = at == NO_NODE ? NO_NODE : nodes_[at].next;
     const auto [start, increment, end, body] = part;
     // As an assignment of the start value would leave the variable.
     const UCH first = type_of(start, false);
@@ -347,7 +278,7 @@ UCH typist::type_for(node *n, bool deep)
     if (deep)
         for (node_index p : {increment, end, body}) type_of(p, false);
     const UCH start_type = type_of(start, false);
-    if (start_type != 'U' && here_->types[control->token] == start_type)
+    if (start_type != 'U' && types_.get(name_of(control)) == start_type)
         assign(control, start_type);
     else
         make_unknown(control);
@@ -376,17 +307,17 @@ CHR instruction_suffix(std::string_view letters, std::string_view actual)
     return declared == actual ? 'J' : CHR(0);
 }
 
-UCH typist::type_instruction(node *n, bool deep)
+UCH typist::type_instruction(node *n, const instruction_word &word, bool deep)
 {
     std::string actual; // short enough to stay off the heap
-    for (node_index i = n->first; i != NONE; i = nodes_[i].next)
+    for (node_index i = n->first; i != NO_NODE; i = nodes_[i].next)
         actual.push_back(static_cast<CHR>(type_of(i, deep)));
-    if (n->word->letter == 'T') {
-        const isa_row &row = isa_table[n->word->row];
+    if (word.letter == 'T') {
+        const isa_row &row = isa_table[word.row];
         n->suffix = instruction_suffix(view(row.op_type), actual);
         return row.ret_type;
     }
-    const INSTRUCTION_STRU &row = isaext_table[n->word->row];
+    const INSTRUCTION_STRU &row = isaext_table[word.row];
     n->suffix = instruction_suffix(operand_letters(row), actual);
     return row.ret_type;
 }
@@ -394,20 +325,20 @@ UCH typist::type_instruction(node *n, bool deep)
 UCH typist::type_call(const node &n, bool deep)
 {
     type_all(n.first, deep);
-    const ULO place = context_.find(n.token);
+    const ULO place = context_.find(n.name);
     const UCH letter = context_.letter(place);
-    if (place < here_->base || place == context_.size()) rely_on(n.token, letter);
+    if (place < here_->base || place == context_.size()) rely_on(n.name, letter);
     return letter == 0 ? 'U' : letter;
 }
 
-UCH typist::type_form(node_index index, bool deep)
+UCH typist::type_form(node *n, bool deep)
 {
     check_stack(fatal_site::STACK_JUSTIFY);
-    node *n = &nodes_[index];
     n->suffix = 0;
-    if (n->word == nullptr) return type_call(*n, deep);
-    const group_set groups = n->word->groups;
-    if (groups == 0 || n->first == NONE) return type_instruction(n, deep);
+    const instruction_word *word = word_of(n->name);
+    if (word == nullptr) return type_call(*n, deep);
+    const group_set groups = word->groups;
+    if (groups == 0 || n->first == NO_NODE) return type_instruction(n, *word, deep);
     if (groups & in(GROUP_PROGN)) return type_progn(*n, deep);
     if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ))) return type_setq(n, deep);
     if (groups & in(GROUP_ARSETQ)) return type_arsetq(n, deep);
@@ -417,7 +348,7 @@ UCH typist::type_form(node_index index, bool deep)
     if (groups & in(GROUP_IF)) return type_if(n, deep);
     if (groups & in(GROUP_WHILE)) return type_while(n, deep);
     if (groups & in(GROUP_FOR)) return type_for(n, deep);
-    return type_instruction(n, deep);
+    return type_instruction(n, *word, deep);
 }
 
 // -- Definitions -------------------------------------------------------------------------------
@@ -429,22 +360,25 @@ bool typist::still_holds(const finding &f) const
     return true;
 }
 
-// Both walks of a body, and its sweep. In the first one a recursive call is of unknown type.
-UCH typist::walk_definition(std::string_view name, node_index body, std::vector<udf_type> *outer)
+// Both walks of a body, and its sweep. In the first one a recursive call is of unknown type; the
+// second one knows the arrays of the first, but not its types.
+UCH typist::walk_definition(name_id name, node_index body, std::vector<udf_type> *outer)
 {
-    function_tables tables;
-    tables.base = context_.size();
-    tables.outer = outer;
-    function_tables *caller = here_;
-    here_ = &tables;
+    walked_function function = {context_.size(), outer};
+    walked_function *caller = here_;
+    here_ = &function;
+    types_.enter();
+    arrays_.enter();
     context_.push(name, 'U');
     const UCH first = type_of(body, true);
-    context_.cut(tables.base);
+    context_.cut(function.base);
     context_.push(name, first);
-    tables.types.clear();
+    types_.clear();
     const UCH second = type_of(body, true);
     sweep(body);
-    context_.cut(tables.base);
+    context_.cut(function.base);
+    types_.leave();
+    arrays_.leave();
     here_ = caller;
     return second;
 }
@@ -452,7 +386,12 @@ UCH typist::walk_definition(std::string_view name, node_index body, std::vector<
 UCH typist::type_defun(const node &n)
 {
     const node_index name = n.first, body = nodes_[name].next;
-    const std::string_view udf = nodes_[name].token;
+    const name_id udf = name_of(&nodes_[name]);
+    if (here_->outer == nullptr) { // of the whole text, which is walked once
+        std::vector<udf_type> outer;
+        context_.push(udf, walk_definition(udf, body, &outer));
+        return 'S';
+    }
     finding *found = &findings_[name];
     if (found->letter == 0 || !still_holds(*found)) {
         std::vector<udf_type> outer;
@@ -472,19 +411,19 @@ UCH typist::type_defun(const node &n)
 
 void typist::sweep(node_index index)
 {
-    if (index == NONE) return;
+    if (index == NO_NODE) return;
     check_stack(fatal_site::STACK_JUSTIFY);
     node &n = nodes_[index];
     if (n.kind == 'V' || n.kind == 'P') {
-        const auto row = here_->types.find(n.token);
-        if (row == here_->types.end() || row->second != UCH(n.suffix)) n.suffix = 0;
+        if (types_.get(n.name) != UCH(n.suffix)) n.suffix = 0;
         return;
     }
-    const group_set groups = n.word == nullptr ? 0 : n.word->groups;
+    if (n.kind != 'U') return;
+    const group_set groups = groups_of(word_of(n.name));
     if (groups & in(GROUP_DEFUN)) return; // its body has had its own
-    for (node_index i = n.first; i != NONE; i = nodes_[i].next) sweep(i);
+    for (node_index i = n.first; i != NO_NODE; i = nodes_[i].next) sweep(i);
     const bool needs_array = (groups & (in(GROUP_ARSETQ) | in(GROUP_INDEX))) != 0;
-    if (needs_array && n.first != NONE && nodes_[n.first].suffix == 0) n.suffix = 0;
+    if (needs_array && n.first != NO_NODE && nodes_[n.first].suffix == 0) n.suffix = 0;
 }
 
 // -- The whole text ----------------------------------------------------------------------------
@@ -496,38 +435,36 @@ void typist::read_context(const CHR *udf_types)
         rest.remove_prefix(1);
         const auto split = rest.find('\xFE'), end = rest.find('\xFF');
         if (split == rest.npos || end != split + 2) break;
-        context_.push(rest.substr(0, split), static_cast<UCH>(rest[split + 1]));
+        context_.push(names().enter(rest.substr(0, split)), static_cast<UCH>(rest[split + 1]));
         rest.remove_prefix(end);
     }
 }
 
-UCH typist::run(CHR **udf_types)
+UCH typist::run(const CHR *udf_types, CHR **made)
 {
-    read_context(*udf_types);
+    read_context(udf_types);
     const ULO known = context_.size();
-    parse(text_);
-    function_tables tables;
-    here_ = &tables;
-    const UCH letter = type_of(0, true);
-    sweep(0);
-    here_ = nullptr;
-    std::string text(view(*udf_types));
+    walked_function main;
+    here_ = &main;
+    const UCH letter = type_of(tree_.root, true);
+    sweep(tree_.root);
+    if (made == nullptr) return letter;
+    std::string text(view(udf_types));
     if (text.empty()) text = "\xFF";
     for (ULO i = known; i < context_.size(); i++) {
-        text.append(context_.at(i).name).append("\xFE");
+        text.append(names().text(context_.at(i).name)).append("\xFE");
         text.push_back(static_cast<CHR>(context_.at(i).letter));
         text.push_back('\xFF');
     }
-    ::assign(udf_types, text);
+    ::assign(made, text);
     return letter;
 }
 
 } // namespace
 
-UCH kestrin_justify(CHR **text, CHR **udf_types)
+UCH kestrin_justify(tree *t, const CHR *udf_types, CHR **made)
 {
-    typist pass(view(*text));
-    const UCH letter = pass.run(udf_types);
-    assign(text, pass.output());
+    const UCH letter = typist(t).run(udf_types, made);
+    t->settle(TYPED);
     return letter;
 }

@@ -11,7 +11,6 @@
 
 #include "frontend/walk.h"
 #include "strings/fatal.h"
-#include "strings/scratch.h"
 
 namespace {
 
@@ -66,14 +65,17 @@ raw_file read_raw(const CHR *path)
     return raw;
 }
 
-ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes)
+ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes, file_places *places)
 {
     joined->reserve(text.size() + 1);
     bool in_string = false;
     std::string line;
     for (ULO number = 1;; number++) {
         const auto end = text.find('\n');
-        line = trimmed(text.substr(0, end));
+        const std::string_view raw = text.substr(0, end);
+        line = trimmed(raw);
+        if (places != nullptr)
+            places->add_line(joined->size(), raw.size() - left_trimmed(raw).size());
         const ULO kept = clean_line(&line, &in_string);
         if (in_string && !carry_quotes) return number;
         joined->append(right_trimmed(std::string_view(line).substr(0, kept))).append(" ");
@@ -84,13 +86,16 @@ ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes)
     return 0;
 }
 
-void read_from_raw(CHR **targ, const CHR *path, const raw_file &file)
+std::string read_from_raw(const CHR *path, const raw_file &file, file_places *places)
 {
     if (file.failed_call != nullptr) report_failure(path, file);
     std::string joined;
-    const ULO refused = join_lines(&joined, file.contents, false);
+    const ULO refused = join_lines(&joined, file.contents, false, places);
     if (refused != 0) refuse_line(path, refused);
-    assign(targ, joined);
+    return joined;
 }
 
-void read_from_file(CHR **targ, const CHR *path) { read_from_raw(targ, path, read_raw(path)); }
+std::string read_from_file(const CHR *path, file_places *places)
+{
+    return read_from_raw(path, read_raw(path), places);
+}

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "frontend/places.h"
 #include "kestrin/types.h"
 
 // A file as it is, read once, so that it may be a pipe.
@@ -16,12 +17,14 @@ raw_file read_raw(const CHR *path);
 
 // Joins the lines of a source text, each followed by one blank; comments are gone and control bytes
 // outside string constants are blanks. `carry_quotes`: a string constant may go on in the next
-// line. Returns the number of the line, from 1, that ends inside a string where none may; else 0.
-ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes);
+// line. `places`, if not NULL, learns where the lines begin. Returns the number of the line, from
+// 1, that ends inside a string where none may; else 0.
+ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes,
+               file_places *places = nullptr);
 
-// Replaces `*targ` by the reader text of a file. Ends the process with a report that names the path
-// if it could not be read, and with a message if a line ends inside a string.
-void read_from_raw(CHR **targ, const CHR *path, const raw_file &file);
+// The reader text of a file. Ends the process with a report that names the path if it could not be
+// read, and with a message if a line ends inside a string.
+std::string read_from_raw(const CHR *path, const raw_file &file, file_places *places);
 
 // The same for a file that is still to be read.
-void read_from_file(CHR **targ, const CHR *path);
+std::string read_from_file(const CHR *path, file_places *places);

@@ -22,8 +22,7 @@ bool consists_of(std::string_view text, std::string_view letters)
 bool is_legal_name(std::string_view name)
 {
     std::string folded;
-    argument_set none;
-    return kestrin_type(std::string("U").append(name), &folded, &none) == 'V';
+    return kestrin_type(std::string("U").append(name), &folded) == 'V';
 }
 
 bool is_new(lut **table, std::string_view name, SLO operands)

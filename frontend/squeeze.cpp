@@ -1,15 +1,12 @@
-// Squeezing: one walk, in which the arguments of a nested PROGN are taken as if they stood in the
-// outer one. Text behind the driver's bindings may be anything that a command-line word brought in;
-// the walk stays inside the text whatever it is.
+// Squeezing: one walk, in which the arguments of a nested PROGN take its place in the outer one.
+// Text behind the driver's bindings may be anything that a command-line word brought in; the walk
+// comes to an end whatever it is.
 
 #include "frontend/squeeze.h"
 
 #include <string>
 
-#include "frontend/isa.h"
-#include "frontend/walk.h"
 #include "frontend/words.h"
-#include "kestrin/strings.h"
 #include "strings/scratch.h"
 #include "vm/stack.h"
 
@@ -17,121 +14,123 @@ namespace {
 
 class squeezer {
 public:
-    explicit squeezer(std::string_view text) : text_(text), brackets_(text)
-    {
-        out_.reserve(text.size() + 16);
-        prefix_.append("(").append(mnemonic(ISA_PROGN)).append(" ");
-    }
+    explicit squeezer(tree *t) : tree_(*t), progn_(names().enter(mnemonic(ISA_PROGN))) {}
     ULO run()
     {
-        squeeze(0, text_.size());
+        tree_.root = squeeze(tree_.root);
         return count_;
     }
-    const std::string &output() const { return out_; }
 
 private:
-    void squeeze(ULO from, ULO to);
-    void squeeze_definition(token_walk walk);
-    bool opens(std::string_view token) const { return token.starts_with(prefix_); }
-    token_walk walk_of(std::string_view form, ULO head) const
-    {
-        const ULO from = offset(form) + head, to = offset(form) + form.size();
-        return token_walk(text_, brackets_, from, to > from ? to - 1 : from);
-    }
-    bool has_one_argument(token_walk walk, ULO *count) const;
-    void write_arguments(token_walk walk, bool opens_progn, std::string_view separator);
-    void wrap_body(ULO from);
-    ULO offset(std::string_view part) const { return ULO(part.data() - text_.data()); }
+    node &at(node_index n) { return tree_.nodes[n]; }
+    group_set groups(node_index n) { return groups_of(word_of(at(n).name)); }
+    bool opens(node_index n);
+    void flatten(node_index progn);
+    void squeeze_arguments(node_index form);
+    node_index squeeze_definition(node_index form);
+    node_index squeeze(node_index n);
 
-    std::string_view text_;
-    brackets brackets_;
-    std::string prefix_; // how a PROGN to be opened begins
-    std::string out_;
+    tree &tree_;
+    name_id progn_;
     ULO count_ = 0;
 };
 
-// Whether a PROGN comes down to one argument, nested ones opened. `*count` goes up for each
-// argument.
-bool squeezer::has_one_argument(token_walk walk, ULO *count) const
+// Whether a node is a PROGN to be opened. The language goes by how it begins as a text.
+bool squeezer::opens(node_index n)
 {
-    check_stack(fatal_site::STACK_SQUEEZE);
-    for (auto token = walk.next(); !token.empty() && *count < 2; token = walk.next()) {
-        if (opens(token))
-            has_one_argument(walk_of(token, prefix_.size()), count);
-        else
-            ++*count;
-    }
-    return *count == 1;
+    if (at(n).kind != 'U') return false;
+    if (tree_.settled) return at(n).name == progn_ && at(n).first != NO_NODE;
+    const std::string prefix = std::string("(").append(mnemonic(ISA_PROGN)).append(" ");
+    return tree_.text_of(at(n)).starts_with(prefix);
 }
 
-void squeezer::write_arguments(token_walk walk, bool opens_progn, std::string_view separator)
+// Opens what is nested in a PROGN, however deep.
+void squeezer::flatten(node_index progn)
 {
-    check_stack(fatal_site::STACK_SQUEEZE);
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) {
-        if (opens_progn && opens(token)) {
-            count_++;
-            write_arguments(walk_of(token, prefix_.size()), true, separator);
+    node_index before = NO_NODE, n = at(progn).first;
+    while (n != NO_NODE) {
+        if (!opens(n)) {
+            before = n;
+            n = at(n).next;
             continue;
         }
-        out_.append(separator);
-        if (token.front() != '(')
-            out_.append(token);
-        else
-            squeeze(offset(token), offset(token) + token.size());
-    }
-}
-
-// A body that has become a bare token or a definition gets its PROGN back.
-void squeezer::wrap_body(ULO from)
-{
-    const std::string_view body = std::string_view(out_).substr(from);
-    const std::string_view word = body.empty() ? body : body.substr(1, body.find(' ', 1) - 1);
-    if (!body.empty() && body.front() == '(' && !(word_groups(word) & in(GROUP_DEFUN))) return;
-    out_.insert(from, prefix_);
-    out_.append(")");
-    count_--;
-}
-
-// All tokens but the last are the name, the last is the body.
-void squeezer::squeeze_definition(token_walk walk)
-{
-    out_.append("(").append(mnemonic(ISA_DEFUN));
-    std::string_view body = walk.next();
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) {
-        out_.append(" ").append(body);
-        body = token;
-    }
-    out_.append(" ");
-    const ULO from = out_.size();
-    squeeze(offset(body), offset(body) + body.size());
-    wrap_body(from);
-    out_.append(")");
-}
-
-// The form in text[from, to); its first and last byte are cut off without being looked at.
-void squeezer::squeeze(ULO from, ULO to)
-{
-    token_walk walk = walk_of(text_.substr(from, to - from), 1);
-    const std::string_view word = walk.next();
-    const group_set groups = word_groups(word);
-    if (groups & in(GROUP_DEFUN)) return squeeze_definition(walk);
-    const bool is_progn = (groups & in(GROUP_PROGN)) != 0;
-    ULO arguments = 0;
-    if (is_progn && has_one_argument(walk, &arguments)) {
         count_++;
-        return write_arguments(walk, true, "");
+        const node_index behind = at(n).next;
+        n = at(n).first;
+        for (node_index i = n; i != NO_NODE; i = at(i).next)
+            if (at(i).next == NO_NODE) {
+                at(i).next = behind;
+                break;
+            }
+        if (n == NO_NODE) n = behind;
+        (before == NO_NODE ? at(progn).first : at(before).next) = n;
     }
-    out_.append("(").append(word);
-    write_arguments(walk, is_progn, " ");
-    out_.append(")");
+}
+
+void squeezer::squeeze_arguments(node_index form)
+{
+    node_index before = NO_NODE;
+    for (node_index i = at(form).first; i != NO_NODE; i = at(i).next) {
+        if (at(i).kind == 'U') {
+            const node_index behind = at(i).next;
+            i = squeeze(i);
+            at(i).next = behind;
+            (before == NO_NODE ? at(form).first : at(before).next) = i;
+        }
+        before = i;
+    }
+}
+
+// All arguments but the last are the name, the last is the body. A body that has become a bare
+// token or a definition gets its PROGN back.
+node_index squeezer::squeeze_definition(node_index form)
+{
+    node_index before = NO_NODE, body = at(form).first;
+    while (body != NO_NODE && at(body).next != NO_NODE) {
+        if (at(body).kind == 'U') tree_.keep_as_it_stands(body);
+        before = body;
+        body = at(body).next;
+    }
+    body = squeeze(body);
+    at(body).next = NO_NODE;
+    if (at(body).kind != 'U' || (groups(body) & in(GROUP_DEFUN))) {
+        body = tree_.add_form(ISA_PROGN, body);
+        count_--;
+    }
+    (before == NO_NODE ? at(form).first : at(before).next) = body;
+    at(form).name = names().enter(mnemonic(ISA_DEFUN));
+    return form;
+}
+
+// Returns what stands in the form's place. What is no form is cut open as if it were one.
+node_index squeezer::squeeze(node_index n)
+{
+    check_stack(fatal_site::STACK_SQUEEZE);
+    if (n == NO_NODE || at(n).kind != 'U') n = tree_.opened(n, CHECKED);
+    if (groups(n) & in(GROUP_DEFUN)) return squeeze_definition(n);
+    const bool is_progn = (groups(n) & in(GROUP_PROGN)) != 0;
+    if (is_progn) flatten(n);
+    squeeze_arguments(n);
+    const node_index only = at(n).first;
+    if (!is_progn || only == NO_NODE || at(only).next != NO_NODE) return n;
+    count_++;
+    return only;
 }
 
 } // namespace
 
+ULO progn_squeeze(tree *t)
+{
+    const ULO count = squeezer(t).run();
+    t->settle(CHECKED);
+    return count;
+}
+
 ULO progn_squeeze(CHR **text)
 {
-    squeezer pass(view(*text));
-    const ULO count = pass.run();
-    assign(text, pass.output());
+    tree t;
+    t.read(view(*text), CHECKED);
+    const ULO count = progn_squeeze(&t);
+    assign(text, t.written());
     return count;
 }

@@ -42,14 +42,13 @@ UCH string_token(std::string_view token, std::string *out)
     return keep(out, token, 'S');
 }
 
-UCH argument_token(std::string_view token, std::string *out, argument_set *arguments)
+UCH argument_token(std::string_view token, std::string *out)
 {
     const std::string number(token.substr(1));
     const SLO value = all_of(number, digits) ? atol(number.c_str()) : 0;
     if (value <= 0) return refuse(syntax_error<syntax::ARGUMENT_COUNT>(token));
     const std::string print = std::to_string(value);
     if (print != number) return refuse(syntax_error<syntax::ARGUMENT_SPELLING>(token, print));
-    arguments->insert(static_cast<ULO>(value));
     return keep(out, token, 'P');
 }
 
@@ -146,11 +145,11 @@ bool is_plain_integer(std::string_view token)
 
 } // namespace
 
-UCH kestrin_type(std::string_view token, std::string *out, argument_set *arguments)
+UCH kestrin_type(std::string_view token, std::string *out)
 {
     if (token.empty()) return integer_token(token, std::string(), out);
     if (token.front() == '"') return string_token(token, out);
-    if (token.front() == '$') return argument_token(token, out, arguments);
+    if (token.front() == '$') return argument_token(token, out);
     if (is_plain_integer(token)) return keep(out, token, 'I');
     std::string folded;
     append_folded(&folded, token);

@@ -1,19 +1,15 @@
 // Token classes: what a token is and the one way in which it may be spelled.
 #pragma once
 
-#include <set>
 #include <string>
 #include <string_view>
 
 #include "kestrin/types.h"
 
-// The formal arguments seen so far in one function.
-using argument_set = std::set<ULO>;
-
 // The strict classifier. Returns 'S', 'P', 'Z', 'V', 'I' or 'F' and appends the token, folded where
-// its class folds, to `*out`; a formal argument is added to `*arguments`. Returns 0 for a refused
-// token, with a syntax error of code 2 left and `*out` as it was.
-UCH kestrin_type(std::string_view token, std::string *out, argument_set *arguments);
+// its class folds, to `*out`. Returns 0 for a refused token, with a syntax error of code 2 left and
+// `*out` as it was.
+UCH kestrin_type(std::string_view token, std::string *out);
 
 // The quick companion for text that is already checked: 'S', 'P', 'U' (a form), 'Z', 'V', 'F' or
 // 'I' by the token's first bytes. Never fails.

@@ -1,175 +1,158 @@
 // The initialisation analysis: one walk in evaluation order. What a branch or a loop's body assigns
-// is taken back behind it by undoing the additions to one set of names.
+// is taken back behind it.
 
 #include "frontend/uninit.h"
 
 #include <unordered_set>
-#include <vector>
 
-#include "frontend/token.h"
-#include "frontend/walk.h"
+#include "frontend/scoped.h"
 #include "frontend/words.h"
 #include "vm/stack.h"
 
 namespace {
-
-using names = std::vector<std::string_view>;
-
-// The names known to be assigned, in the order in which they became so.
-class known_names {
-public:
-    bool has(std::string_view name) const { return set_.count(name) != 0; }
-    void add(std::string_view name)
-    {
-        if (set_.insert(name).second) order_.push_back(name);
-    }
-    ULO mark() const { return order_.size(); }
-    // Takes back what has been added since, and returns it.
-    names undo(ULO mark)
-    {
-        names undone(order_.begin() + static_cast<SLO>(mark), order_.end());
-        for (std::string_view name : undone) set_.erase(name);
-        order_.resize(mark);
-        return undone;
-    }
-
-private:
-    std::unordered_set<std::string_view> set_;
-    names order_;
-};
 
 constexpr group_set may_stop =
     in(GROUP_WHILE) | in(GROUP_AND) | in(GROUP_AND_2) | in(GROUP_OR) | in(GROUP_OR_2);
 
 // One function.
 struct scope {
-    std::string path;
-    known_names known;
-    std::unordered_set<std::string_view> warned;
-    std::string warnings;
+    std::string path, warnings;
+    std::unordered_set<std::string> definitions; // paths
 };
 
 class analysis {
 public:
-    explicit analysis(std::string_view text) : text_(text), brackets_(text) {}
+    explicit analysis(const tree &t) : tree_(t) {}
     std::string run(std::string_view name)
     {
         scope main;
         main.path = name;
         here_ = &main;
-        read(text_);
-        here_ = nullptr;
+        read(tree_.root);
         return main.warnings;
     }
 
 private:
-    token_walk walk_form(std::string_view form) const
-    {
-        const ULO from = ULO(form.data() - text_.data()) + 1, to = from + form.size() - 1;
-        return token_walk(text_, brackets_, from, to > from ? to - 1 : from);
-    }
-    void read(std::string_view token);
-    void read_rest(token_walk walk);
-    void read_form(std::string_view form);
-    void read_variable(std::string_view name);
-    void read_assignment(token_walk walk);
-    void read_if(token_walk walk);
-    void read_for(token_walk walk);
-    void read_definition(token_walk walk);
+    node_index next(node_index n) const { return n == NO_NODE ? NO_NODE : tree_.nodes[n].next; }
+    void learn(node_index variable);
+    void read(node_index n);
+    void read_rest(node_index first);
+    void read_variable(name_id name);
+    void read_form(const node &form);
+    void read_assignment(node_index target);
+    void read_if(node_index condition);
+    void read_for(node_index target);
+    void read_definition(node_index name);
 
-    std::string_view text_;
-    brackets brackets_;
+    const tree &tree_;
     scope *here_ = nullptr;
+    scoped<bool> known_, warned_; // variables
 };
 
-void analysis::read_variable(std::string_view name)
+void analysis::read_variable(name_id name)
 {
-    if (here_->known.has(name) || !here_->warned.insert(name).second) return;
+    if (known_.get(name) || warned_.get(name)) return;
+    warned_.set(name, true);
     here_->warnings.append("*WARNING: In function `").append(here_->path);
-    here_->warnings.append("': variable/array `").append(name);
+    here_->warnings.append("': variable/array `").append(names().text(name));
     here_->warnings.append("' might be uninitialized before use!\n");
 }
 
-void analysis::read(std::string_view token)
+void analysis::read(node_index n)
 {
-    if (token.empty()) return;
-    const UCH kind = kestrin_type1(token);
-    if (kind == 'V') read_variable(token);
-    if (kind == 'U') read_form(token);
+    if (n == NO_NODE) return;
+    const node &token = tree_.nodes[n];
+    if (token.kind == 'V') read_variable(token.name);
+    if (token.kind == 'U') read_form(token);
 }
 
-void analysis::read_rest(token_walk walk)
+void analysis::read_rest(node_index first)
 {
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) read(token);
+    for (node_index i = first; i != NO_NODE; i = next(i)) read(i);
 }
 
-void analysis::read_assignment(token_walk walk)
+// A variable that is assigned from here on.
+void analysis::learn(node_index variable)
 {
-    const std::string_view target = walk.next();
-    read_rest(walk);
-    here_->known.add(target);
+    if (variable == NO_NODE || tree_.nodes[variable].kind != 'V') return;
+    const name_id name = tree_.nodes[variable].name;
+    if (!known_.get(name)) known_.set(name, true);
+}
+
+void analysis::read_assignment(node_index target)
+{
+    read_rest(next(target));
+    learn(target);
 }
 
 // Known afterwards is what both branches assign.
-void analysis::read_if(token_walk walk)
+void analysis::read_if(node_index condition)
 {
-    read(walk.next());
-    const ULO mark = here_->known.mark();
-    read(walk.next());
-    const names first = here_->known.undo(mark);
-    read(walk.next());
-    const names second = here_->known.undo(mark);
-    const std::unordered_set<std::string_view> also(second.begin(), second.end());
-    for (std::string_view name : first)
-        if (also.count(name)) here_->known.add(name);
+    read(condition);
+    const ULO mark = known_.mark();
+    read(next(condition));
+    std::vector<ULO> first;
+    for (ULO i = mark; i < known_.mark(); i++) first.push_back(known_.changed(i));
+    known_.undo(mark);
+    read(next(next(condition)));
+    std::unordered_set<ULO> second;
+    for (ULO i = mark; i < known_.mark(); i++) second.insert(known_.changed(i));
+    known_.undo(mark);
+    for (const ULO name : first)
+        if (second.count(name)) known_.set(name, true);
 }
 
-void analysis::read_for(token_walk walk)
+void analysis::read_for(node_index target)
 {
-    const std::string_view target = walk.next();
-    read(walk.next());
-    here_->known.add(target);
-    const ULO mark = here_->known.mark();
-    const std::string_view increment = walk.next(), end = walk.next(), body = walk.next();
-    for (std::string_view part : {end, body, increment}) read(part);
-    here_->known.undo(mark);
+    const node_index start = next(target), increment = next(start), end = next(increment);
+    read(start);
+    learn(target);
+    const ULO mark = known_.mark();
+    for (const node_index part : {end, next(end), increment}) read(part);
+    known_.undo(mark);
 }
 
-// A UDF has variables of its own.
-void analysis::read_definition(token_walk walk)
+// A UDF has variables of its own. Only a name that has been defined before can have left the same
+// warnings.
+void analysis::read_definition(node_index name)
 {
     scope *outer = here_;
     scope inner;
-    inner.path = outer->path + ":" + std::string(walk.next());
+    inner.path = outer->path + ":";
+    if (name != NO_NODE) inner.path.append(tree_.token_of(tree_.nodes[name]));
     here_ = &inner;
-    read(walk.next());
+    known_.enter();
+    warned_.enter();
+    read(next(name));
+    known_.leave();
+    warned_.leave();
     here_ = outer;
-    if (outer->warnings.find(inner.warnings) == std::string::npos)
+    const bool is_new = outer->definitions.insert(inner.path).second && tree_.settled;
+    if (is_new || outer->warnings.find(inner.warnings) == std::string::npos)
         outer->warnings.append(inner.warnings);
 }
 
-void analysis::read_form(std::string_view form)
+void analysis::read_form(const node &form)
 {
     check_stack(fatal_site::STACK_UNINIT);
-    token_walk walk = walk_form(form);
-    const group_set groups = word_groups(walk.next());
-    if (groups & assigns) return read_assignment(walk);
-    if (groups & in(GROUP_IF)) return read_if(walk);
-    if (groups & in(GROUP_FOR)) return read_for(walk);
-    if (groups & in(GROUP_DEFUN)) return read_definition(walk);
+    const group_set groups = groups_of(word_of(form.name));
+    if (groups & assigns) return read_assignment(form.first);
+    if (groups & in(GROUP_IF)) return read_if(form.first);
+    if (groups & in(GROUP_FOR)) return read_for(form.first);
+    if (groups & in(GROUP_DEFUN)) return read_definition(form.first);
     if (groups & may_stop) {
-        read(walk.next());
-        const ULO mark = here_->known.mark();
-        read_rest(walk);
-        here_->known.undo(mark);
+        read(form.first);
+        const ULO mark = known_.mark();
+        read_rest(next(form.first));
+        known_.undo(mark);
         return;
     }
-    read_rest(walk);
+    read_rest(form.first);
 }
 
 } // namespace
 
-std::string kst_uninit_check(std::string_view name, std::string_view text)
+std::string kst_uninit_check(std::string_view name, const tree &program)
 {
-    return analysis(text).run(name);
+    return analysis(program).run(name);
 }

@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
-// The warnings about a checked text, whole lines; empty if there are none. `name` begins the
+#include "frontend/tree.h"
+
+// The warnings about a checked program, whole lines; empty if there are none. `name` begins the
 // function path in them.
-std::string kst_uninit_check(std::string_view name, std::string_view text);
+std::string kst_uninit_check(std::string_view name, const tree &program);

@@ -1,9 +1,8 @@
-// The numbering of variables: one walk over the form, names by hash.
+// The numbering of variables: one walk over the form.
 
 #include "frontend/varlist.h"
 
 #include <cstdlib>
-#include <string>
 
 #include "frontend/token.h"
 #include "frontend/words.h"
@@ -14,36 +13,49 @@ namespace {
 // More formal arguments than this no text refers to by chance; a frame of them could not be taken.
 constexpr SLO most_arguments = SLO(1) << 32;
 
-void note_argument(std::string_view token, varlist *list)
-{
-    const SLO number = atol(std::string(token.substr(1)).c_str());
-    if (number > 0 && number <= most_arguments && ULO(number) > list->arguments)
-        list->arguments = ULO(number);
-}
+// A variable of each type has a number of its own.
+ULO key_of(const node &variable) { return ULO(variable.name) * 5 + slot_of_suffix(variable.suffix); }
 
-void walk_form(std::string_view text, const brackets &table, ULO from, ULO to, varlist *list)
+// What is no type's suffix is part of the token, but is not shown.
+name_id shown_name(const node &variable)
 {
-    check_stack(fatal_site::STACK_VARLIST);
-    token_walk walk(text, table, from + 1, to > from + 1 ? to - 1 : from + 1);
-    if (word_groups(without_suffix(walk.next())) & in(GROUP_DEFUN)) return;
-    for (auto token = walk.next(); !token.empty(); token = walk.next()) {
-        switch (kestrin_type1(token)) {
-        case 'U': walk_form(text, table, walk.start(), walk.start() + token.size(), list); break;
-        case 'P': note_argument(token, list); break;
-        case 'V':
-            if (list->numbers.try_emplace(token, list->names.size()).second)
-                list->names.push_back(token);
-            break;
-        default: break;
-        }
-    }
+    const std::string_view token = names().text(variable.name);
+    if (variable.suffix != 0 || suffix_of(token) == 0) return variable.name;
+    return names().enter(std::string(without_suffix(token)));
 }
 
 } // namespace
 
-ULO build_varlist(std::string_view text, const brackets &table, ULO from, ULO to, varlist *list)
+void varlist::walk_form(const tree &t, node_index form)
 {
-    walk_form(text, table, from, to, list);
-    for (auto &entry : list->numbers) entry.second += list->arguments;
-    return list->slots();
+    check_stack(fatal_site::STACK_VARLIST);
+    if (groups_of(word_of(t.nodes[form].name)) & in(GROUP_DEFUN)) return;
+    for (node_index i = t.nodes[form].first; i != NO_NODE; i = t.nodes[i].next) {
+        const node &n = t.nodes[i];
+        if (n.kind == 'U') walk_form(t, i);
+        if (n.kind == 'P') {
+            const SLO number = t.argument_number(n);
+            if (number > 0 && number <= most_arguments && ULO(number) > arguments_)
+                arguments_ = ULO(number);
+        }
+        if (n.kind != 'V' || numbers_.get(key_of(n)) != 0) continue;
+        variables_.push_back(shown_name(n));
+        numbers_.set(key_of(n), variables_.size());
+    }
+}
+
+ULO varlist::build_varlist(const tree &t, node_index form)
+{
+    numbers_.enter();
+    variables_.clear();
+    arguments_ = 0;
+    walk_form(t, form);
+    return arguments_ + variables_.size();
+}
+
+bool varlist::find(const node &variable, ULO *place) const
+{
+    const ULO number = variable.kind == 'V' ? numbers_.get(key_of(variable)) : 0;
+    *place = number - 1;
+    return number != 0;
 }

@@ -1,12 +1,9 @@
-// Walking the tokens of a text. A token is a word, up to the next blank outside quotes, or a
-// parenthesised list, which ends it. A pass makes the table of brackets of its text once; the walk
-// of a form's tokens then steps over nested lists without looking at them, so that a pass costs
-// time in proportion to the text, however deep its forms stand.
+// The tokens of a text. A token is a word, up to the next blank outside quotes, or a parenthesised
+// list, which ends it. Inside quotes the backslash hides the next byte and parentheses are plain
+// text; outside quotes a backslash is a plain byte.
 #pragma once
 
-#include <cstdint>
 #include <string_view>
-#include <vector>
 
 #include "kestrin/types.h"
 
@@ -16,39 +13,16 @@ std::string_view left_trimmed(std::string_view text);
 std::string_view right_trimmed(std::string_view text);
 std::string_view trimmed(std::string_view text);
 
-// For each opening parenthesis outside quotes its closing one. One that never closes reaches the
-// end, and so does one in quotes, which a walk may come upon that began inside them.
-class brackets {
-public:
-    explicit brackets(std::string_view text);
-    // Whether all parentheses and quotes of the text close and none is too many.
-    bool balanced() const { return balanced_; }
-    ULO close_of(ULO open) const { return close_[open]; }
+// Behind a string part whose opening quote stands at `at`; more than the text's size if it does not
+// close.
+ULO behind_quotes(std::string_view text, ULO at);
 
-private:
-    std::vector<std::uint32_t> close_;
-    bool balanced_ = true;
+// Where a token that begins at `from`, with no blank, ends.
+struct token_end {
+    ULO position;
+    bool sound; // no parenthesis too many, none and no quotes open at the end
 };
-
-// Walks the tokens of text[from, to), whose brackets are given. Stops at the end, and in unbalanced
-// text at a closing parenthesis too many.
-class token_walk {
-public:
-    token_walk(std::string_view text, const brackets &table, ULO from, ULO to)
-        : text_(text.substr(0, to)), table_(&table), position_(from)
-    {
-    }
-    // The next token; empty when there is none left.
-    std::string_view next();
-    // Where the last token starts in the text.
-    ULO start() const { return start_; }
-
-private:
-    std::string_view text_;
-    const brackets *table_;
-    ULO position_;
-    ULO start_ = 0;
-};
+token_end end_of_token(std::string_view text, ULO from);
 
 // The first token of a text and what follows it without leading blanks. Text that is out of balance
 // is split without a report; the token may then be empty where text is left.

@@ -1,53 +1,73 @@
-// The hash index over both instruction tables.
+// The index over both instruction tables. Every thread's names begin with the mnemonics in the
+// order of the tables, so that a mnemonic's number is its place in the list of words.
 
 #include "frontend/words.h"
 
-#include <unordered_map>
+#include <vector>
 
 #include "strings/scratch.h"
 
 namespace {
 
-using word_index = std::unordered_map<std::string_view, instruction_word>;
-
 // Never freed on purpose: it lives as long as the tables.
-word_index *words = nullptr;
+std::vector<instruction_word> &words = *new std::vector<instruction_word>;
 
 // Adds the group to all words of its string.
-void mark_members(group g)
+void mark_members(const name_table &known, group g)
 {
     std::string_view rest = view(group_string(g));
     while (!rest.empty()) {
         const auto end = rest.find(' ');
-        if (const auto found = words->find(rest.substr(0, end)); found != words->end())
-            found->second.groups |= in(g);
+        if (const name_id name = known.find(rest.substr(0, end)); name != NO_NAME)
+            words[name].groups |= in(g);
         rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
     }
 }
 
-void make_index()
+void add_word(name_table *known, std::string_view name, const instruction_word &word)
 {
-    build_groups();
-    bind_isaext();
-    words = new word_index;
-    words->reserve(2 * (isa_count + isaext_count));
-    for (ULO i = 0; i < isa_count; i++) {
-        const std::string_view name = view(*isa_table[i].mnemonic);
-        words->try_emplace(name, instruction_word{'T', i, isa_table[i].operands, 0});
+    if (known->enter(name) == words.size()) words.push_back(word);
+}
+
+void enter_words(name_table *known)
+{
+    const bool is_first = words.empty();
+    if (is_first) {
+        build_groups();
+        bind_isaext();
+        words.reserve(isa_count + isaext_count);
     }
+    for (ULO i = 0; i < isa_count; i++)
+        add_word(known, view(*isa_table[i].mnemonic), {'T', i, isa_table[i].operands, 0});
     for (ULO i = 0; i < isaext_count; i++)
-        words->try_emplace(isaext_table[i].fnc_name,
-                           instruction_word{'t', i, isaext_table[i].operands, 0});
-    for (unsigned g = 0; g < GROUPS; g++) mark_members(static_cast<group>(g));
+        add_word(known, isaext_table[i].fnc_name, {'t', i, isaext_table[i].operands, 0});
+    for (unsigned g = 0; is_first && g < GROUPS; g++)
+        mark_members(*known, static_cast<group>(g));
+}
+
+name_table &own_names()
+{
+    static thread_local name_table table;
+    return table;
 }
 
 } // namespace
 
+name_table &names()
+{
+    name_table &table = own_names();
+    if (table.count() == 0) enter_words(&table);
+    return table;
+}
+
+const instruction_word *word_of(name_id name)
+{
+    return name < words.size() ? &words[name] : nullptr;
+}
+
 const instruction_word *find_word(std::string_view mnemonic)
 {
-    if (words == nullptr) make_index();
-    const auto found = words->find(mnemonic);
-    return found == words->end() ? nullptr : &found->second;
+    return word_of(names().find(mnemonic));
 }
 
 group_set groups_of(const isa_row &row) { return word_groups(view(*row.mnemonic)); }
@@ -61,6 +81,6 @@ ULO row_of_group(group g)
 
 void forget_words()
 {
-    delete words;
-    words = nullptr;
+    words.clear();
+    own_names() = name_table();
 }

@@ -6,10 +6,9 @@
 #include "strings/lut.h"
 
 struct engine {
-    CHR *global_udf_text;  // global function set: untyped definitions
-    CHR *global_udf_index; // its names with their numbers
+    CHR *global_udf_index; // names of the global functions with their numbers
     CHR *global_udf_types; // type context that later texts start from
-    CHR *global_udf_code;  // typed text, then compiled, then linked bytecode
+    CHR *global_udf_code;  // compiled, then linked bytecode
     lut *func_lut;         // known functions of the main thread
     UCH mapcar_with_decompiler;
     UCH compile_with_debuginfo;

@@ -22,11 +22,11 @@ inline std::string_view bytes_of(const code &words)
 
 inline code compiled(const std::string &text, UCH debug_level = 0)
 {
-    scratch s;
-    assign(&s.s, text);
-    kestrin_compile(&s.s, debug_level, nullptr);
-    code words(len(s.s) / sizeof(ULO));
-    memcpy(words.data(), s.s, len(s.s));
+    scratch bytes;
+    tree t = read(text, TYPED);
+    kestrin_compile(&t, debug_level, nullptr, &bytes.s);
+    code words(len(bytes.s) / sizeof(ULO));
+    memcpy(words.data(), bytes.s, len(bytes.s));
     return words;
 }
 
@@ -34,7 +34,7 @@ inline code compiled(const std::string &text, UCH debug_level = 0)
 inline code prepared(const std::string &checked_text, UCH debug_level = 0)
 {
     std::string text = squeezed(checked_text);
-    if (!is_executable_form(text)) text = wrapped(text);
+    if (!is_executable_form(read(text))) text = wrapped(text);
     return compiled(typed(text).text, debug_level);
 }
 

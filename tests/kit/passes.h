@@ -28,6 +28,13 @@ template <class Test> struct with_passes : Test {
     void SetUp() override { start_passes(); }
 };
 
+inline tree read(std::string_view text, reading how = CHECKED)
+{
+    tree t;
+    t.read(text, how);
+    return t;
+}
+
 // What a pass leaves in the counted string that it is given.
 template <class Pass> std::string passed(std::string_view text, Pass pass)
 {
@@ -41,19 +48,20 @@ template <class Pass> std::string passed(std::string_view text, Pass pass)
 inline std::string checked(const std::string &text)
 {
     lut *known = nullptr;
-    bool refused = false;
-    const std::string left =
-        passed(text, [&](CHR **targ) { refused = kestrin_check(targ, "Main", &known) < 0; });
+    tree t;
+    const bool refused = kestrin_check(&t, &t.root, text, 0, "Main", &known) < 0;
     lut_free(&known);
     const std::string message(view(rt_ctrl->rt_run_text));
     rt_ctrl->rt_run_flag = 0;
     assign(&rt_ctrl->rt_run_text, "");
-    return refused ? "[" + message + "]" : left;
+    return refused ? "[" + message + "]" : t.written();
 }
 
 inline std::string squeezed(const std::string &checked_text)
 {
-    return passed(checked_text, progn_squeeze);
+    tree t = read(checked_text);
+    progn_squeeze(&t);
+    return t.written();
 }
 
 struct typed_text {
@@ -64,11 +72,12 @@ struct typed_text {
 
 inline typed_text typed(const std::string &squeezed_text, const std::string &types = "\xFF")
 {
-    typed_text t = {};
-    t.text = passed(squeezed_text, [&](CHR **text) {
-        t.types = passed(types, [&](CHR **own) { t.letter = kestrin_justify(text, own); });
-    });
-    return t;
+    typed_text typed = {};
+    tree t = read(squeezed_text);
+    typed.types = passed(
+        types, [&](CHR **context) { typed.letter = kestrin_justify(&t, *context, context); });
+    typed.text = t.written();
+    return typed;
 }
 
 // The project's own programs below these folders, their lines joined, in no fixed order.

@@ -77,7 +77,8 @@ inline outcome run_code(std::string_view compiled)
 inline outcome run_text(const std::string &squeezed_text, bool with_types)
 {
     const std::string text = with_types ? typed(squeezed_text).text : squeezed_text;
-    return run_code(passed(text, [](CHR **targ) { kestrin_compile(targ, 0, nullptr); }));
+    tree t = read(text, TYPED);
+    return run_code(passed("", [&](CHR **targ) { kestrin_compile(&t, 0, nullptr, targ); }));
 }
 
 } // namespace kit

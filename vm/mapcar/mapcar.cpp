@@ -66,35 +66,39 @@ void refuse(std::string_view text)
 
 // -- The roads to linked code ------------------------------------------------------------------
 
-void wrap(CHR **text) { assign(text, wrapped(view(*text))); }
+// Names that only a text of this call has.
+struct passing_names {
+    name_id known = names().count();
+    passing_names() = default;
+    ~passing_names() { names().cut(known); }
+    passing_names(const passing_names &) = delete;
+    passing_names &operator=(const passing_names &) = delete;
+};
 
-// Source text to checked and squeezed text. False if it is refused.
-bool prepare_source(const CHR *source, CHR **processed)
+// Checks and squeezes source text. False if it is refused.
+bool prepare_source(const CHR *source, tree *t)
 {
     std::string joined;
     join_lines(&joined, view(source), true);
-    assign(processed, wrapped(joined));
-    const SLO arguments = kestrin_check(processed, "Main_Mapcar", &rt_ctrl->rt_scope_table);
-    if (arguments != 0) {
-        if (arguments > 0) refuse("Argument references are not allowed here.");
-        equ(processed, nullptr);
-        return false;
-    }
-    if (!is_one_form(view(*processed))) wrap(processed);
-    progn_squeeze(processed);
-    if (!is_executable_form(view(*processed))) wrap(processed);
+    const SLO arguments = kestrin_check(t, &t->root, wrapped(joined), 0, "Main_Mapcar",
+                                        &rt_ctrl->rt_scope_table);
+    if (arguments > 0) refuse("Argument references are not allowed here.");
+    if (arguments != 0) return false;
+    if (!is_one_form(*t)) wrap(t);
+    progn_squeeze(t);
+    if (!is_executable_form(*t)) wrap(t);
     return true;
 }
 
 bool compile_source(const CHR *source, evaluation *e)
 {
-    if (!prepare_source(source, &e->processed.s)) return false;
-    scratch types;
-    equ(&types.s, the_engine.global_udf_types);
-    equ(&e->typed.s, e->processed.s);
-    kestrin_justify(&e->typed.s, &types.s);
-    equ(&e->compiled.s, e->typed.s);
-    kestrin_compile(&e->compiled.s, the_engine.compile_with_debuginfo, "Main_Mapcar");
+    const passing_names own;
+    tree t;
+    if (!prepare_source(source, &t)) return false;
+    assign(&e->processed.s, t.written());
+    kestrin_justify(&t, the_engine.global_udf_types, nullptr);
+    assign(&e->typed.s, t.written());
+    kestrin_compile(&t, the_engine.compile_with_debuginfo, "Main_Mapcar", &e->compiled.s);
     return true;
 }
 
@@ -135,6 +139,7 @@ struct saved_run {
 void decompile(evaluation *e, code_origin origin)
 {
     if (!the_engine.mapcar_with_decompiler) return;
+    const passing_names own;
     scratch messages;
     decompile_request request = {};
     request.code = e->compiled.s;

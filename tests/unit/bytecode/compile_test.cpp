@@ -107,8 +107,8 @@ TEST_F(bytecode, debug_text_by_level)
 TEST_F(bytecode, linked_words)
 {
     scratch text;
-    assign(&text.s, "(PROGN (DEFUN F (IVAL $1)) (F 41) (SETQ X 1))");
-    kestrin_compile(&text.s, 0, nullptr);
+    tree t = kit::read("(PROGN (DEFUN F (IVAL $1)) (F 41) (SETQ X 1))");
+    kestrin_compile(&t, 0, nullptr, &text.s);
     const auto *words = reinterpret_cast<const ULO *>(text.s);
     code expected(words, words + len(text.s) / sizeof(ULO));
     // References, the image that is called among them, and handlers; all else stays.

@@ -25,13 +25,12 @@ struct outcome {
 outcome check(const std::string &text, std::string_view name = "Main", lut **table = nullptr)
 {
     lut *own = nullptr;
-    scratch s;
-    assign(&s.s, text);
-    const SLO status = kestrin_check(&s.s, name, table == nullptr ? &own : table);
+    tree t;
+    const SLO status = kestrin_check(&t, &t.root, text, 0, name, table == nullptr ? &own : table);
     lut_free(&own);
     if (status < 0)
         return {status, rt_ctrl->rt_run_flag, std::string(view(rt_ctrl->rt_run_text)), ""};
-    return {status, 0, "", std::string(view(s.s))};
+    return {status, 0, "", t.written()};
 }
 
 using checker = kit::with_passes<testing::Test>;

@@ -75,7 +75,7 @@ using Uninitialised = kit::with_passes<testing::Test>;
 TEST_F(Uninitialised, VariablesAreWarnedAbout)
 {
     for (const auto &c : cases)
-        EXPECT_EQ(kst_uninit_check("Main", c.text), warnings(c.warned)) << c.text;
+        EXPECT_EQ(kst_uninit_check("Main", kit::read(c.text)), warnings(c.warned)) << c.text;
 }
 
 } // namespace

@@ -77,28 +77,6 @@ TEST_F(words, walkers)
     }
 }
 
-// A walk by the table of brackets finds what one head after the other finds, on balanced text.
-TEST_F(words, table_of_brackets_walks_like_heads)
-{
-    random_source source(30);
-    for (int i = 0; i < 20000; i++) {
-        const std::string text = source.garbage(12);
-        const brackets table(text);
-        std::vector<std::string_view> by_heads, by_table;
-        std::string_view rest = text, token;
-        bool sound = true;
-        while ((sound = kestrin_head(&token, rest)) && !token.empty()) {
-            by_heads.push_back(token);
-            ASSERT_TRUE(kestrin_tail(&rest, rest));
-        }
-        ASSERT_EQ(sound, table.balanced()) << text;
-        if (!sound) continue;
-        token_walk walk(text, table, 0, text.size());
-        for (auto t = walk.next(); !t.empty(); t = walk.next()) by_table.push_back(t);
-        ASSERT_EQ(by_heads, by_table) << text;
-    }
-}
-
 TEST_F(words, classes_of_tokens)
 {
     const struct {
@@ -121,10 +99,8 @@ TEST_F(words, classes_of_tokens)
         SCOPED_TRACE(c.token);
         _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set(c.utf8);
         std::string out = "before ";
-        argument_set arguments;
-        ASSERT_EQ(c.letter, kestrin_type(c.token, &out, &arguments));
+        ASSERT_EQ(c.letter, kestrin_type(c.token, &out));
         EXPECT_EQ("before " + (c.letter == 0 ? "" : c.folded), out);
-        EXPECT_EQ(c.letter == 'P', arguments.count(12) == 1);
         if (c.letter != 0) continue;
         EXPECT_EQ(2, rt_ctrl->rt_run_flag);
         EXPECT_TRUE(view(rt_ctrl->rt_run_text).ends_with(c.folded)) << rt_ctrl->rt_run_text;
@@ -141,10 +117,9 @@ TEST_F(words, accepted_tokens_are_canonical)
     for (int i = 0; i < 50000; i++) {
         std::string token, once, twice;
         for (ULO n = 1 + random() % 7; n > 0; n--) token += letters[random() % letters.size()];
-        argument_set arguments;
-        const UCH letter = kestrin_type(token, &once, &arguments);
+        const UCH letter = kestrin_type(token, &once);
         if (letter == 0) continue;
-        ASSERT_EQ(letter, kestrin_type(once, &twice, &arguments)) << token;
+        ASSERT_EQ(letter, kestrin_type(once, &twice)) << token;
         ASSERT_EQ(once, twice);
         ASSERT_EQ(letter, kestrin_type1(once)) << token;
         accepted++;

@@ -1,0 +1,37 @@
+// Where the bytes of a joined text stand in the file that it was read from.
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "kestrin/types.h"
+
+struct file_place {
+    ULO line, column; // from 1; columns count bytes
+};
+
+class file_places {
+public:
+    // The next line begins at byte `joined` of the joined text, with its byte `column` from 0.
+    void add_line(ULO joined, ULO column)
+    {
+        lines_.push_back(
+            {static_cast<std::uint32_t>(joined), static_cast<std::uint32_t>(column)});
+    }
+    void clear() { lines_.clear(); }
+    // The place of byte `joined`, which stands in a line.
+    file_place find(ULO joined) const
+    {
+        const auto behind = std::upper_bound(lines_.begin(), lines_.end(), joined,
+                                             [](ULO at, const line &l) { return at < l.joined; });
+        const line &found = behind[-1];
+        return {static_cast<ULO>(behind - lines_.begin()), found.column + joined - found.joined + 1};
+    }
+
+private:
+    struct line {
+        std::uint32_t joined, column;
+    };
+    std::vector<line> lines_;
+};

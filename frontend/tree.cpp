@@ -1,0 +1,403 @@
+// Parsing and writing of trees. A text in balance is parsed by descent alone. Where that meets a
+// parenthesis or a quote without its partner, a table of the text's brackets is made and the text
+// is parsed by it: a form then reaches to where the table says, whatever its inside looks like.
+
+#include "frontend/tree.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "frontend/forms.h"
+#include "frontend/token.h"
+#include "frontend/walk.h"
+#include "frontend/words.h"
+#include "strings/fatal.h"
+#include "vm/stack.h"
+
+namespace {
+
+// For each opening parenthesis outside quotes its closing one. One that never closes reaches the
+// end, and so does one in quotes, which a walk may come upon that began inside them.
+class brackets {
+public:
+    explicit brackets(std::string_view text)
+        : close_(text.size(), static_cast<std::uint32_t>(text.size()))
+    {
+        std::vector<std::uint32_t> open;
+        for (ULO i = 0; i < text.size(); i = text[i] == '"' ? behind_quotes(text, i) : i + 1) {
+            if (text[i] == '(') open.push_back(static_cast<std::uint32_t>(i));
+            if (text[i] != ')' || open.empty()) continue;
+            close_[open.back()] = static_cast<std::uint32_t>(i);
+            open.pop_back();
+        }
+    }
+    ULO close_of(ULO open) const { return close_[open]; }
+
+private:
+    std::vector<std::uint32_t> close_;
+};
+
+class parser {
+public:
+    // Parses what stands in the tree's text from `base` on.
+    parser(tree *t, reading how, ULO base, SLO place)
+        : nodes_(t->nodes), names_(names()), text_(std::string_view(t->text).substr(base)),
+          how_(how), base_(base), place_(place)
+    {
+        if (t->text.size() >= UINT32_MAX) fatal(fatal_site::MEMORY_NEW);
+    }
+    // By this table instead of by descent.
+    void go_by(const brackets *table)
+    {
+        table_ = table;
+        is_balanced_ = true;
+        is_plain_ = false;
+    }
+    node_index form(ULO open, ULO to, ULO *end);
+    node_index inside(ULO from, ULO to);
+    node_index tokens();
+    node_index atom(ULO from, ULO to, ULO *end);
+
+    bool is_balanced() const { return is_balanced_; }
+    // Whether what has been parsed would be written as it stands and parsed as it is.
+    bool is_plain() const { return is_plain_ && is_balanced_; }
+
+private:
+    node_index add(ULO at, CHR kind);
+    ULO end_of(ULO from, ULO to);
+    ULO skip_gap(ULO i, ULO to, ULO wanted);
+    bool take_word(node_index form, ULO *i, ULO to);
+    void enter_word(node *form, std::string_view word);
+    ULO take_arguments(node_index form, ULO i, ULO to);
+    void class_atom(node *n, std::string_view token);
+    bool is_comment_word(std::string_view word);
+    bool is_comment_form(ULO open);
+
+    std::vector<node> &nodes_;
+    name_table &names_;
+    std::string_view text_;
+    const brackets *table_ = nullptr;
+    reading how_;
+    ULO base_;
+    SLO place_;
+    bool is_balanced_ = true, is_plain_ = true;
+    std::string folded_;
+};
+
+node_index parser::add(ULO at, CHR kind)
+{
+    node n;
+    n.text = static_cast<std::uint32_t>(base_ + at);
+    n.kind = kind;
+    const SLO place = place_ + static_cast<SLO>(at);
+    if (how_ == SOURCE && place >= 0) n.place = static_cast<std::uint32_t>(place);
+    nodes_.push_back(n);
+    return static_cast<node_index>(nodes_.size() - 1);
+}
+
+// The end of the token that begins at `from`.
+ULO parser::end_of(ULO from, ULO to)
+{
+    if (table_ == nullptr) {
+        const token_end end = end_of_token(text_, from);
+        if (!end.sound && end.position == text_.size()) is_balanced_ = false;
+        return end.position;
+    }
+    ULO i = from;
+    while (i < to && !is_blank(text_[i]) && text_[i] != ')') {
+        if (text_[i] == '(') return std::min(table_->close_of(i) + 1, to);
+        i = text_[i] == '"' ? std::min(behind_quotes(text_.substr(0, to), i), to) : i + 1;
+    }
+    return i;
+}
+
+// The next token or the end of the form. A text that is to be settled has single blanks in front of
+// arguments and none elsewhere.
+ULO parser::skip_gap(ULO from, ULO to, ULO wanted)
+{
+    ULO i = from;
+    while (i < to && is_blank(text_[i])) i++;
+    if (i >= to || text_[i] == ')') wanted = 0;
+    if (i - from != wanted || (wanted == 1 && text_[from] != ' ')) is_plain_ = false;
+    return i;
+}
+
+bool parser::is_comment_word(std::string_view word)
+{
+    folded_.clear();
+    append_folded(&folded_, word);
+    return (word_groups(folded_) & in(GROUP_COMMENTS)) != 0;
+}
+
+// Whether the first word of the form at `open` makes it a comment.
+bool parser::is_comment_form(ULO open)
+{
+    ULO i = open + 1;
+    while (i < text_.size() && is_blank(text_[i])) i++;
+    if (i == text_.size() || text_[i] == '(' || text_[i] == '"' || text_[i] == ')') return false;
+    return is_comment_word(text_.substr(i, end_of_token(text_, i).position - i));
+}
+
+void parser::enter_word(node *form, std::string_view word)
+{
+    if (how_ == TYPED) {
+        form->suffix = suffix_of(word);
+        word = without_suffix(word);
+    } else if (how_ == CHECKED && word.find('@') != word.npos)
+        is_plain_ = false;
+    if (how_ != SOURCE) {
+        form->name = names_.enter(word);
+        return;
+    }
+    folded_.clear();
+    append_folded(&folded_, word);
+    form->name = names_.enter(folded_);
+}
+
+// The first word of a form. Comment forms in front of it are no part of source, and a row of
+// strings has none there. False if the form is a comment at once.
+bool parser::take_word(node_index form, ULO *i, ULO to)
+{
+    *i = skip_gap(*i, to, 0);
+    bool is_first = true;
+    while (how_ == SOURCE && *i < to && text_[*i] == '(' && is_comment_form(*i)) {
+        *i = skip_gap(end_of(*i, to), to, 0);
+        is_first = false;
+    }
+    if (*i >= to || text_[*i] == ')' || (how_ == SOURCE && text_[*i] == '"')) return true;
+    const ULO end = end_of(*i, to);
+    enter_word(&nodes_[form], text_.substr(*i, end - *i));
+    *i = end;
+    if (how_ != SOURCE || !(groups_of(word_of(nodes_[form].name)) & in(GROUP_COMMENTS)))
+        return true;
+    nodes_[form].kind = 'C';
+    return !is_first;
+}
+
+// Parses the tokens up to the end of the form and returns where that is.
+ULO parser::take_arguments(node_index form, ULO i, ULO to)
+{
+    node_index last = NO_NODE;
+    while (i = skip_gap(i, to, 1), i < to && text_[i] != ')') {
+        const node_index n = text_[i] == '(' ? this->form(i, to, &i) : atom(i, to, &i);
+        if (n == NO_NODE) continue;
+        (last == NO_NODE ? nodes_[form].first : nodes_[last].next) = n;
+        last = n;
+    }
+    return i;
+}
+
+// The form whose parenthesis stands at `open`; `*end` is behind it. NO_NODE for a comment in source.
+node_index parser::form(ULO open, ULO to, ULO *end)
+{
+    check_stack(fatal_site::STACK_CHECK);
+    const ULO last = table_ == nullptr ? to : std::min(table_->close_of(open) + 1, to) - 1;
+    const node_index n = add(open, 'U');
+    ULO i = open + 1;
+    if (!take_word(n, &i, last)) {
+        nodes_.resize(n);
+        *end = end_of(open, to);
+        return NO_NODE;
+    }
+    i = take_arguments(n, i, last);
+    if (table_ != nullptr)
+        i = last;
+    else if (i >= to)
+        is_balanced_ = false;
+    *end = std::min(i + 1, to);
+    nodes_[n].size = static_cast<std::uint32_t>(*end - open);
+    return n;
+}
+
+// What stands in text[from, to) as a form: its first and last byte are not looked at.
+node_index parser::inside(ULO from, ULO to)
+{
+    const node_index n = add(from, 'U');
+    nodes_[n].size = static_cast<std::uint32_t>(to - from);
+    ULO i = from + 1;
+    to = std::max(to, i + 1) - 1;
+    take_word(n, &i, to);
+    take_arguments(n, i, to);
+    return n;
+}
+
+node_index parser::tokens()
+{
+    const node_index n = add(0, 'U');
+    take_arguments(n, 0, text_.size());
+    return n;
+}
+
+node_index parser::atom(ULO from, ULO to, ULO *end)
+{
+    const node_index n = add(from, 0);
+    *end = end_of(from, to);
+    nodes_[n].size = static_cast<std::uint32_t>(*end - from);
+    if (how_ != SOURCE) class_atom(&nodes_[n], text_.substr(from, *end - from));
+    return n;
+}
+
+void parser::class_atom(node *n, std::string_view token)
+{
+    n->kind = static_cast<CHR>(kestrin_type1(token));
+    if (n->kind != 'V' && n->kind != 'P') return;
+    if (how_ == TYPED && slot_of_suffix(suffix_of(token)) != 0 && suffix_of(token) != 'J') {
+        n->suffix = suffix_of(token);
+        token = without_suffix(token);
+    } else if (token.find('@') != token.npos)
+        is_plain_ = false;
+    n->name = names_.enter(token);
+}
+
+} // namespace
+
+void tree::clear()
+{
+    text.clear();
+    nodes.clear();
+    root = NO_NODE;
+    settled = true;
+}
+
+void tree::read(std::string_view whole, reading how)
+{
+    clear();
+    text = whole;
+    if (text.empty()) return;
+    parser pass(this, how, 0, 0);
+    ULO end = 0;
+    if (text.front() == '(') {
+        root = pass.form(0, text.size(), &end);
+        settled = how != TYPED && pass.is_plain() && end == text.size();
+        if (pass.is_balanced()) return;
+        const brackets table(text);
+        nodes.clear();
+        pass.go_by(&table);
+        root = pass.inside(0, text.size());
+        return;
+    }
+    root = pass.atom(0, text.size(), &end);
+    settled = how != TYPED && pass.is_plain() && end == text.size();
+    nodes[root].size = static_cast<std::uint32_t>(text.size());
+    nodes[root].kind = static_cast<CHR>(kestrin_type1(text));
+}
+
+node_index tree::add_source(std::string_view source, SLO place, bool *sound)
+{
+    const ULO base = text.size();
+    text.append(source);
+    parser pass(this, SOURCE, base, place);
+    ULO end = 0;
+    const node_index n = pass.form(0, source.size(), &end);
+    *sound = pass.is_balanced() && end == source.size();
+    return n;
+}
+
+node_index tree::add_checked(std::string_view forms)
+{
+    const ULO base = text.size(), known = nodes.size();
+    text.append(forms);
+    parser pass(this, CHECKED, base, 0);
+    ULO end = 0;
+    const node_index n = pass.form(0, forms.size(), &end);
+    if (pass.is_plain() && end == forms.size()) return n;
+    text.resize(base);
+    nodes.resize(known);
+    return NO_NODE;
+}
+
+node_index tree::add_form(isa_id word, node_index first)
+{
+    node n;
+    n.kind = 'U';
+    n.name = names().enter(mnemonic(word));
+    n.first = first;
+    nodes.push_back(n);
+    return static_cast<node_index>(nodes.size() - 1);
+}
+
+node_index tree::opened(node_index atom, reading how)
+{
+    settled = false;
+    if (atom == NO_NODE) {
+        nodes.emplace_back().kind = 'U';
+        return static_cast<node_index>(nodes.size() - 1);
+    }
+    const brackets table(text);
+    parser pass(this, how, 0, 0);
+    pass.go_by(&table);
+    return pass.inside(nodes[atom].text, nodes[atom].text + nodes[atom].size);
+}
+
+void tree::keep_as_it_stands(node_index form)
+{
+    settled = false;
+    nodes[form].kind = 'S';
+    nodes[form].name = NO_NAME;
+}
+
+void tree::read_tokens(std::string_view tokens)
+{
+    clear();
+    text = tokens;
+    parser pass(this, CHECKED, 0, 0);
+    root = pass.tokens();
+    if (pass.is_balanced()) return;
+    const brackets table(text);
+    nodes.clear();
+    pass.go_by(&table);
+    root = pass.tokens();
+}
+
+std::string_view tree::token_of(const node &n) const
+{
+    if (!settled) return text_of(n);
+    if (n.name != NO_NAME) return names().text(n.name);
+    return n.kind == 'Z' ? "NIL" : text_of(n);
+}
+
+SLO tree::argument_number(const node &n) const
+{
+    return atol(std::string(text_of(n).substr(1)).c_str());
+}
+
+void tree::write(node_index index, std::string *out) const
+{
+    check_stack(fatal_site::STACK_PRINT);
+    const node &n = nodes[index];
+    if (n.kind == 'U') out->push_back('(');
+    if (n.name != NO_NAME)
+        out->append(names().text(n.name));
+    else if (n.kind == 'Z')
+        out->append("NIL");
+    else if (n.kind != 'U')
+        out->append(text_of(n));
+    if (n.suffix != 0) {
+        out->push_back('@');
+        out->push_back(n.suffix);
+    }
+    if (n.kind != 'U') return;
+    for (node_index i = n.first; i != NO_NODE; i = nodes[i].next) {
+        out->push_back(' ');
+        write(i, out);
+    }
+    out->push_back(')');
+}
+
+std::string tree::written() const
+{
+    if (!settled) return text;
+    std::string out;
+    if (root == NO_NODE) return out;
+    out.reserve(text.size() + text.size() / 4);
+    write(root, &out);
+    return out;
+}
+
+void tree::settle(reading how)
+{
+    if (settled) return;
+    std::string anew;
+    if (root != NO_NODE) write(root, &anew);
+    read(anew, how);
+}

@@ -1,0 +1,87 @@
+// A program as a tree. It is parsed once; the passes annotate and change the tree, and text is
+// written from it where text is wanted.
+//
+// The nodes stand in one list and refer to each other by number. A form is its first word and its
+// arguments:
+//
+//     (SETQ A 1)     form SETQ -- first --> A -- next --> 1
+//
+// Text that is out of balance, and text that the passes would not have written so, is parsed too,
+// in the one way in which a walk over its tokens takes it apart. Written anew it may be another
+// tree; then the tree is not settled, and a pass that has changed it writes and parses it again.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "frontend/isa.h"
+#include "frontend/names.h"
+#include "frontend/places.h"
+#include "kestrin/types.h"
+
+using node_index = std::uint32_t;
+constexpr node_index NO_NODE = UINT32_MAX;
+constexpr std::uint32_t NO_PLACE = UINT32_MAX;
+
+struct node {
+    std::uint32_t text = 0, size = 0; // where it stands in the tree's text: of a form all of it
+    node_index first = NO_NODE;          // argument of a form
+    node_index next = NO_NODE;           // argument of the same form
+    name_id name = NO_NAME;           // of a variable or argument; a form's first word
+    std::uint32_t place = NO_PLACE;   // in the joined text of its file
+    CHR kind = 0;   // by kestrin_type1; 'U' a form, 'C' one that is a comment, 0 not classed yet
+    CHR suffix = 0; // the type that is proved, as it is written behind '@'
+};
+
+// What a text is, and how it is parsed.
+enum reading : UCH {
+    SOURCE,  // to be checked: first words are folded, comments left out, tokens not classed
+    CHECKED, // the checker's, or what stands behind it unchecked
+    TYPED    // the type pass's: suffixes go into their nodes
+};
+
+class tree {
+public:
+    std::string text;
+    std::vector<node> nodes;
+    node_index root = NO_NODE;
+    bool settled = true;
+    file_places file; // of nodes that have a place
+
+    void clear();
+    // Makes this the tree of a text, which if it begins with a parenthesis is taken for one form,
+    // whatever its last byte is.
+    void read(std::string_view whole, reading how);
+    // Adds the tree of a further text; `place` is where the text stands in that of its file.
+    // `*sound` says whether it is one whole form in balance; source is parsed no further than to
+    // where it is not. Returns its root; NO_NODE for a comment.
+    node_index add_source(std::string_view source, SLO place, bool *sound);
+    // Adds the tree of checked text. NO_NODE if it is not settled.
+    node_index add_checked(std::string_view forms);
+    // A form of the tree's own, without text or place.
+    node_index add_form(isa_id word, node_index first);
+    // The inside of an atom parsed as that of a form, an empty one for NO_NODE.
+    node_index opened(node_index atom, reading how);
+
+    // Makes an atom of a form: its text is taken over byte for byte.
+    void keep_as_it_stands(node_index form);
+
+    // All tokens of a text as the arguments of a form without a word.
+    void read_tokens(std::string_view tokens);
+
+    std::string_view text_of(const node &n) const
+    {
+        return std::string_view(text).substr(n.text, n.size);
+    }
+    // A token as it is written, but for its suffix; where the tree is not settled, as it stands.
+    std::string_view token_of(const node &n) const;
+    // The n of a formal argument $n, as far as its token says one.
+    SLO argument_number(const node &n) const;
+    // Appends the node as text, one blank between tokens.
+    void write(node_index n, std::string *out) const;
+    // The whole text.
+    std::string written() const;
+    // A pass has changed the tree.
+    void settle(reading how);
+};
