@@ -13,6 +13,7 @@
 #include <cstring>
 #include <deque>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "frontend/isa.h"
@@ -27,9 +28,44 @@
 
 namespace {
 
-using words = std::vector<ULO>;
-using unit_index = ULO;
-constexpr unit_index NO_UNIT = ~ULO(0);
+using unit_index = std::uint32_t;
+constexpr unit_index NO_UNIT = UINT32_MAX;
+
+// Words that grow by reallocation, which moves a large block without touching it.
+class words {
+public:
+    words() = default;
+    ~words() { free_string(&block_); }
+    words(const words &) = delete;
+    words &operator=(const words &) = delete;
+    ULO size() const { return size_; }
+    ULO *data() { return reinterpret_cast<ULO *>(block_); }
+    ULO &operator[](ULO i) { return data()[i]; }
+    void push_back(ULO word)
+    {
+        resize(size_ + 1);
+        data()[size_ - 1] = word;
+    }
+    // What is added is to be written.
+    void resize(ULO size)
+    {
+        if (size > capacity_) {
+            capacity_ = std::max(size, 2 * capacity_ + 16);
+            mk_fst_buff(&block_, capacity_ * sizeof(ULO));
+        }
+        size_ = size;
+    }
+    // Hands the words over as a counted string.
+    void move_to(CHR **code)
+    {
+        mk_fst_buff(&block_, size_ * sizeof(ULO));
+        std::swap(*code, block_);
+    }
+
+private:
+    CHR *block_ = nullptr;
+    ULO size_ = 0, capacity_ = 0;
+};
 
 // A list of names in the form that the debug text holds: framed by 0xFF, fields separated by 0xFE.
 class used_list {
@@ -52,11 +88,11 @@ private:
 
 // A compiled function.
 struct unit {
-    ULO depth = 0, main_node = 0, main_words = 0; // in the words of its depth
-    ULO debug = 0, debug_words = 0;               // in the words of all debug texts
     ULO slots = 0, arguments = 0;
-    ULO size = 0; // of its image, in words
-    ULO udfs = 0;
+    ULO main_node = 0, main_words = 0;            // in the words of its depth
+    ULO size = 0;                                 // of its image, in words
+    std::uint32_t depth = 0, udfs = 0;
+    std::uint32_t debug = 0, debug_words = 0;     // in the words of all debug texts
     unit_index first_udf = NO_UNIT, last_udf = NO_UNIT, next = NO_UNIT;
 };
 
@@ -102,7 +138,7 @@ private:
     void emit_variable(const node &n, const call_node &call, const context &function);
     std::string debug_text() const;
     void add_debug_text(unit_index function, std::string_view text);
-    ULO *lay_out(unit_index function, ULO *out) const;
+    ULO *lay_out(unit_index function, ULO *out);
 
     tree &tree_;
     UCH debug_level_;
@@ -110,7 +146,7 @@ private:
     varlist variables_;
     std::vector<unit> units_;
     std::deque<words> main_nodes_; // by depth
-    ULO depth_ = 0;
+    std::uint32_t depth_ = 0;
     words debug_;
     scoped<ULO> local_udfs_, global_udfs_; // numbers from 1
     std::vector<name_id> local_names_;     // in order of definition
@@ -122,6 +158,7 @@ void append_text_words(words *out, std::string_view text)
 {
     const ULO from = out->size();
     out->resize(from + image::words_of_text(text.size()));
+    (*out)[out->size() - 1] = 0;
     if (!text.empty()) memcpy(out->data() + from, text.data(), text.size());
 }
 
@@ -152,7 +189,7 @@ void emit_float(std::string_view token, words *out)
 void emit_integer(std::string_view token, words *out)
 {
     out->push_back(image::code('I'));
-    out->push_back(static_cast<ULO>(atol(std::string(token).c_str())));
+    out->push_back(static_cast<ULO>(leading_number(token)));
 }
 
 CHR read_letter(CHR suffix)
@@ -221,7 +258,7 @@ call_node compiler::find_call(const node &form)
     call_node node;
     const instruction_word *found = word_of(form.name);
     if (found == nullptr) {
-        find_udf(form.name == NO_NAME ? names().enter("") : form.name, &node);
+        find_udf(form.name, &node);
         return node;
     }
     const ULO slot = found->letter == 'T' ? slot_of_suffix(form.suffix) : 0;
@@ -359,9 +396,9 @@ std::string compiler::debug_text() const
 void compiler::add_debug_text(unit_index function, std::string_view text)
 {
     unit &made = units_[function];
-    made.debug = debug_.size();
+    made.debug = static_cast<std::uint32_t>(debug_.size());
     if (!text.empty()) append_text_words(&debug_, text);
-    made.debug_words = debug_.size() - made.debug;
+    made.debug_words = static_cast<std::uint32_t>(debug_.size()) - made.debug;
     made.size += made.debug_words;
 }
 
@@ -369,7 +406,7 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_
 {
     check_stack(fatal_site::STACK_COMPILE);
     if (form == NO_NODE || at(form).kind != 'U') form = tree_.opened(form, TYPED);
-    const unit_index made = units_.size();
+    const auto made = static_cast<unit_index>(units_.size());
     units_.emplace_back();
     units_[made].slots = variables_.build_varlist(tree_, form);
     units_[made].arguments = variables_.arguments();
@@ -393,8 +430,8 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_
     return made;
 }
 
-// Writes the image of a function and returns where it ends.
-ULO *compiler::lay_out(unit_index index, ULO *out) const
+// Writes the image of a function up to its main node and returns where that is to stand.
+ULO *compiler::lay_out(unit_index index, ULO *out)
 {
     check_stack(fatal_site::STACK_COMPILE);
     const unit &function = units_[index];
@@ -408,18 +445,23 @@ ULO *compiler::lay_out(unit_index index, ULO *out) const
         distance += units_[i].size - 1;
     }
     out = std::copy_n(debug_.data() + function.debug, function.debug_words, out);
-    for (unit_index i = function.first_udf; i != NO_UNIT; i = units_[i].next)
-        out = lay_out(i, out);
-    const ULO *main_node = main_nodes_[function.depth].data() + function.main_node;
-    return std::copy_n(main_node, function.main_words, out);
+    for (unit_index i = function.first_udf; i != NO_UNIT; i = units_[i].next) {
+        const ULO *main_node = main_nodes_[units_[i].depth].data() + units_[i].main_node;
+        out = std::copy_n(main_node, units_[i].main_words, lay_out(i, out));
+    }
+    return out;
 }
 
 void compiler::run(std::string_view name, CHR **code)
 {
     path_ = name;
-    const unit_index root = compile_function(tree_.root, 0, true);
-    mk_fst_buff(code, units_[root].size * sizeof(ULO));
-    lay_out(root, reinterpret_cast<ULO *>(*code));
+    const unit &root = units_[compile_function(tree_.root, 0, true)];
+    words &image = main_nodes_[0]; // all of it the root's, which ends the image
+    image.resize(root.size);
+    ULO *main_node = image.data() + root.size - root.main_words;
+    memmove(main_node, image.data(), root.main_words * sizeof(ULO));
+    lay_out(0, image.data());
+    image.move_to(code);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 #include <unistd.h>
+#include <utility>
 
 #include "bytecode/compile.h"
 #include "bytecode/link.h"
@@ -153,7 +154,8 @@ ULO check_source(session *s)
     tree *t = &s->program;
     const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
     const SLO wanted =
-        kestrin_check(t, &t->root, wrapped(s->source), wrapper, "Main", &the_engine.func_lut);
+        kestrin_check(t, &t->root, wrapped(std::move(s->source)), wrapper, "Main",
+                                     &the_engine.func_lut);
     if (wanted < 0) die_of_syntax_error();
     if (ULO(wanted) != s->words_behind_file())
         die(message::ARGUMENTS_DIFFER, t->written().c_str(), ULO(wanted), wanted == 1 ? "" : "s");

@@ -72,7 +72,7 @@ bool take_form(session *s, std::string_view form, SLO place, std::vector<node_in
     if (!is_definition(form))
         die(message::NOT_A_DEFINITION, shown.c_str(), std::string(mnemonic(ISA_DEFUN)).c_str());
     node_index root = NO_NODE;
-    if (kestrin_check(&s->set, &root, form, place, "UDFs_CFG", &the_engine.func_lut) < 0)
+    if (kestrin_check(&s->set, &root, shown, place, "UDFs_CFG", &the_engine.func_lut) < 0)
         return false;
     if (root != NO_NODE) definitions->push_back(root);
     return true;

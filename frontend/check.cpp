@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "frontend/groups.h"
@@ -89,7 +90,6 @@ struct function {
 // A form on the way down.
 struct form {
     node_index index;
-    ULO arguments; // as written, with those that turn out to be comments
     function called;
     group_set groups;
 };
@@ -125,7 +125,7 @@ public:
         : tree_(*t), name_(name), table_(table), main_{0, {}, {}}
     {
     }
-    SLO run(std::string_view source, SLO place, node_index *root);
+    SLO run(std::string source, SLO place, node_index *root);
     void publish();
 
 private:
@@ -140,11 +140,12 @@ private:
     SLO find_word(form *f);
     void join_strings(node *form);
     function find(name_id name);
+    ULO count_arguments(node_index form, ULO most);
     SLO check_count(const form &f);
     SLO check_array(const form &f);
     SLO write_form(const form &f, level where, bool terminators);
     SLO check_target(const form &f);
-    SLO check_arguments(const form &f, level where, bool terminators, ULO *left);
+    SLO check_arguments(const form &f, level where, bool terminators, bool *lost_comment);
     UCH class_token(node *n);
     SLO check_token(node *n);
     SLO refuse_target(node_index form, node_index target, bool is_array);
@@ -186,13 +187,14 @@ SLO checker::refuse_unbalanced(std::string_view body)
     return 0;
 }
 
-SLO checker::run(std::string_view source, SLO place, node_index *root)
+SLO checker::run(std::string source, SLO place, node_index *root)
 {
     *root = NO_NODE;
     if (!is_list(source)) return syntax_error<syntax::UNTERMINATED_FORM>(path(), source);
+    const ULO from = tree_.text.size();
     bool sound = true;
-    const node_index n = tree_.add_source(source, place, &sound);
-    if (!sound) return refuse_unbalanced(inside(source));
+    const node_index n = tree_.add_source(std::move(source), place, &sound);
+    if (!sound) return refuse_unbalanced(inside(std::string_view(tree_.text).substr(from)));
     if (n == NO_NODE || at(n).kind == 'C') return 0;
     const SLO result = check_form(n, WHOLE_TEXT, true);
     *root = n;
@@ -228,13 +230,13 @@ void checker::join_strings(node *form)
     form->name = names().enter(mnemonic(ISA_PROGN));
     node &first = at(form->first);
     if (first.next == NO_NODE) return;
+    std::string joined = "\"";
+    for (node_index i = form->first; i != NO_NODE; i = at(i).next) joined.append(inside(text(i)));
+    joined.append("\"");
     const ULO from = tree_.text.size();
-    tree_.text.append("\"");
-    for (node_index i = form->first; i != NO_NODE; i = at(i).next)
-        tree_.text.append(inside(std::string(text(i))));
-    tree_.text.append("\"");
+    tree_.append_text(joined, first.text);
     first.text = static_cast<std::uint32_t>(from);
-    first.size = static_cast<std::uint32_t>(tree_.text.size() - from);
+    first.size = static_cast<std::uint32_t>(joined.size());
     first.next = NO_NODE;
 }
 
@@ -290,10 +292,20 @@ bool count_fits(SLO operands, ULO arguments)
     return operands < 0 || ULO(operands) == arguments;
 }
 
+// Arguments as written, with those that turn out to be comments; no more than `most`.
+ULO checker::count_arguments(node_index form, ULO most)
+{
+    ULO count = 0;
+    for (node_index i = at(form).first; i != NO_NODE && count < most; i = at(i).next) count++;
+    return count;
+}
+
 SLO checker::check_count(const form &f)
 {
-    if (count_fits(f.called.operands, f.arguments)) return 0;
-    return refuse_count(path(), f.called.operands, f.arguments, text(f.index));
+    const SLO operands = f.called.operands;
+    const ULO enough = operands < 0 ? 1 : static_cast<ULO>(operands) + 1;
+    if (count_fits(operands, count_arguments(f.index, enough))) return 0;
+    return refuse_count(path(), operands, count_arguments(f.index, ~ULO(0)), text(f.index));
 }
 
 SLO checker::count_formal_arguments()
@@ -364,20 +376,19 @@ SLO checker::check_target(const form &f)
 
 // -- Forms -------------------------------------------------------------------------------------
 
-SLO checker::check_arguments(const form &f, level where, bool terminators, ULO *left)
+SLO checker::check_arguments(const form &f, level where, bool terminators, bool *lost_comment)
 {
     int places = places_without_terminator(f.groups);
     const level below = where != NESTED && (f.groups & in(GROUP_PROGN)) ? STATEMENT : NESTED;
     node_index before = NO_NODE, i = at(f.index).first;
-    *left = 0;
     if (f.groups & sets_variable) {
-        *left = 1;
         before = i;
         i = at(i).next;
     }
     for (; i != NO_NODE; i = at(i).next) {
         if (at(i).kind == 'C') { // it was a comment after all
             (before == NO_NODE ? at(f.index).first : at(before).next) = at(i).next;
+            *lost_comment = true;
             continue;
         }
         const bool is_form = at(i).kind == 'U';
@@ -385,7 +396,6 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, ULO *
             FAILED)
             return FAILED;
         before = i;
-        ++*left;
         if (places > 0) places--;
     }
     return 0;
@@ -397,22 +407,19 @@ SLO checker::write_form(const form &f, level where, bool terminators)
         return syntax_error<syntax::TERMINATOR_NESTED>(path(), text(f.index));
     if ((f.groups & reads_array) && check_array(f) == FAILED) return FAILED;
     if ((f.groups & sets_variable) && check_target(f) == FAILED) return FAILED;
-    ULO left = 0;
-    if (check_arguments(f, where, terminators, &left) == FAILED) return FAILED;
-    if (f.called.operands == still_open)
-        f.called.open->looks.push_back({f.index, still_open, left, here_->path});
-    else if (left != f.arguments)
-        here_->looks.push_back({f.index, f.called.operands, left, here_->path});
+    bool lost_comment = false;
+    if (check_arguments(f, where, terminators, &lost_comment) == FAILED) return FAILED;
+    function_scope *open = f.called.operands == still_open ? f.called.open : here_;
+    if (lost_comment || f.called.operands == still_open)
+        open->looks.push_back({f.index, f.called.operands, count_arguments(f.index, ~ULO(0)), here_->path});
     return where == WHOLE_TEXT || where == UDF_BODY ? count_formal_arguments() : 0;
 }
 
 SLO checker::check_form(node_index n, level where, bool terminators)
 {
     check_stack(fatal_site::STACK_CHECK);
-    form f = {n, 0, {}, 0};
-    if (find_word(&f) == FAILED) return FAILED;
-    for (node_index i = at(n).first; i != NO_NODE; i = at(i).next) f.arguments++;
-    if (check_count(f) == FAILED) return FAILED;
+    form f = {n, {}, 0};
+    if (find_word(&f) == FAILED || check_count(f) == FAILED) return FAILED;
     return f.groups & in(GROUP_DEFUN) ? define(f, where) : write_form(f, where, terminators);
 }
 
@@ -443,9 +450,9 @@ SLO checker::define_body(node_index body, name_id name)
             path_text(paths_.size()), at(body).kind == 'C' ? std::string_view() : text(body));
     function_scope scope = {paths_.size(), {}, {}};
     function_scope *outer = here_;
+    const ULO mark = functions_.mark();
     functions_.set(name, {still_open, function::KNOWN, &scope});
     if (outer == &main_) defined_.push_back(name);
-    const ULO mark = functions_.mark();
     here_ = &scope;
     const SLO operands = check_form(body, UDF_BODY, true);
     here_ = outer;
@@ -474,13 +481,15 @@ SLO checker::settle(const function_scope &scope, SLO operands)
 
 } // namespace
 
-SLO kestrin_check(tree *t, node_index *root, std::string_view source, SLO place,
-                  std::string_view name, lut **table)
+SLO kestrin_check(tree *t, node_index *root, std::string source, SLO place, std::string_view name,
+                  lut **table)
 {
     if (*table == nullptr && check_instruction_tables(table) == FAILED) return FAILED;
     checker pass(t, name, table);
-    place += static_cast<SLO>(source.size() - left_trimmed(source).size());
-    const SLO result = pass.run(trimmed(source), place, root);
+    const ULO blanks = source.size() - left_trimmed(source).size();
+    source.resize(right_trimmed(source).size());
+    source.erase(0, std::min(blanks, source.size()));
+    const SLO result = pass.run(std::move(source), place + static_cast<SLO>(blanks), root);
     if (result != FAILED) pass.publish();
     return result;
 }

@@ -14,5 +14,5 @@
 // assigned) or "Main_Mapcar". `*table` is the table of known functions; NULL has it created and the
 // instruction tables tested. UDFs at the top of the text are entered in it in the current scope.
 // Returns the number of formal arguments that the text needs, or FAILED with the syntax error left.
-SLO kestrin_check(tree *t, node_index *root, std::string_view source, SLO place,
-                  std::string_view name, lut **table);
+SLO kestrin_check(tree *t, node_index *root, std::string source, SLO place, std::string_view name,
+                  lut **table);

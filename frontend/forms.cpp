@@ -40,9 +40,9 @@ bool is_executable_form(const tree &t)
     return !(groups & in(GROUP_DEFUN));
 }
 
-std::string wrapped(std::string_view text)
+std::string wrapped(std::string text)
 {
-    return std::string("(").append(mnemonic(ISA_PROGN)).append(" ").append(text).append(")");
+    return text.insert(0, std::string("(").append(mnemonic(ISA_PROGN)).append(" ")).append(")");
 }
 
 void wrap(tree *t)

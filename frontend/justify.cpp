@@ -37,7 +37,8 @@ class type_context {
 public:
     void push(name_id name, UCH letter)
     {
-        if (places_.get(name) == 0) places_.set(name, list_.size() + 1);
+        if (places_.get(name) == 0)
+            places_.set(name, static_cast<std::uint32_t>(list_.size() + 1));
         list_.push_back({name, letter});
     }
     void cut(ULO size)
@@ -49,7 +50,7 @@ public:
     // The place of a function, size() if it is not known.
     ULO find(name_id name) const
     {
-        const ULO place = places_.get(name);
+        const std::uint32_t place = places_.get(name);
         return place == 0 ? list_.size() : place - 1;
     }
     UCH letter(ULO place) const { return place < list_.size() ? list_[place].letter : 0; }
@@ -57,7 +58,7 @@ public:
 
 private:
     std::vector<udf_type> list_;
-    scoped<ULO> places_; // the first of each name, from 1
+    scoped<std::uint32_t> places_; // the first of each name, from 1
 };
 
 // The function being walked.
@@ -114,8 +115,7 @@ private:
 // What is assigned is no variable in text that has not been checked.
 name_id typist::name_of(node *target) const
 {
-    if (target->name == NO_NAME)
-        target->name = names().enter(target->kind == 'U' ? "" : tree_.text_of(*target));
+    if (target->name == NO_NAME) target->name = names().enter(tree_.text_of(*target));
     return target->name;
 }
 

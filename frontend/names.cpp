@@ -3,25 +3,40 @@
 
 #include "frontend/names.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace {
 
-std::uint32_t hash_of(std::string_view text)
+// Up to eight bytes as a word.
+ULO word_at(std::string_view text, ULO from)
 {
-    std::uint32_t hash = 2166136261;
-    for (CHR c : text) hash = (hash ^ static_cast<UCH>(c)) * 16777619;
-    return hash ^ hash >> 15;
+    ULO word = 0;
+    memcpy(&word, text.data() + from, std::min<ULO>(text.size() - from, sizeof word));
+    return word;
 }
 
 } // namespace
 
+name_table::entry name_table::entry_of(std::string_view text)
+{
+    entry made = {text.empty() ? 0 : word_at(text, 0), 0, static_cast<std::uint32_t>(text.size()), 0};
+    ULO hash = (made.head ^ text.size()) * 0x9E3779B97F4A7C15;
+    for (ULO i = 8; i < text.size(); i += 8)
+        hash = ((hash ^ hash >> 32) + word_at(text, i)) * 0x9E3779B97F4A7C15;
+    made.hash = static_cast<std::uint32_t>(hash >> 32);
+    return made;
+}
+
 // The place that holds the name, or the empty one where it belongs.
-ULO name_table::place_of(std::string_view name, std::uint32_t hash) const
+ULO name_table::place_of(std::string_view name, const entry &wanted) const
 {
     const ULO mask = places_.size() - 1;
-    ULO place = hash & mask;
+    ULO place = wanted.hash & mask;
     while (places_[place] != NO_NAME) {
-        const name_id found = places_[place];
-        if (entries_[found].hash == hash && text(found) == name) break;
+        const entry &found = entries_[places_[place]];
+        const bool begins_alike = found.head == wanted.head && found.size == wanted.size;
+        if (begins_alike && (wanted.size <= 8 || text(places_[place]) == name)) break;
         place = (place + 1) & mask;
     }
     return place;
@@ -31,31 +46,32 @@ void name_table::grow()
 {
     places_.assign(places_.empty() ? 1024 : 2 * places_.size(), NO_NAME);
     for (name_id name = 0; name < count(); name++)
-        places_[place_of(text(name), entries_[name].hash)] = name;
+        places_[place_of(text(name), entries_[name])] = name;
 }
 
 name_id name_table::enter(std::string_view name)
 {
     if (2 * entries_.size() >= places_.size()) grow();
-    const std::uint32_t hash = hash_of(name);
-    name_id *place = &places_[place_of(name, hash)];
+    entry made = entry_of(name);
+    name_id *place = &places_[place_of(name, made)];
     if (*place != NO_NAME) return *place;
     *place = count();
-    entries_.push_back({hash, static_cast<std::uint32_t>(name.size()), chars_.size()});
+    made.from = chars_.size();
+    entries_.push_back(made);
     chars_.append(name);
     return *place;
 }
 
 name_id name_table::find(std::string_view name) const
 {
-    return places_.empty() ? NO_NAME : places_[place_of(name, hash_of(name))];
+    return places_.empty() ? NO_NAME : places_[place_of(name, entry_of(name))];
 }
 
 void name_table::cut(name_id count_left)
 {
     while (count() > count_left) {
-        const entry &last = entries_.back();
-        places_[place_of(text(count() - 1), last.hash)] = NO_NAME;
+        const entry last = entries_.back();
+        places_[place_of(text(count() - 1), last)] = NO_NAME;
         chars_.resize(last.from);
         entries_.pop_back();
     }

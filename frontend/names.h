@@ -29,10 +29,12 @@ public:
 
 private:
     struct entry {
+        ULO head; // the first eight bytes
         std::uint32_t hash, size;
         ULO from; // in chars_
     };
-    ULO place_of(std::string_view text, std::uint32_t hash) const;
+    static entry entry_of(std::string_view text);
+    ULO place_of(std::string_view text, const entry &wanted) const;
     void grow();
 
     std::string chars_;

@@ -20,11 +20,12 @@ public:
             {static_cast<std::uint32_t>(joined), static_cast<std::uint32_t>(column)});
     }
     void clear() { lines_.clear(); }
-    // The place of byte `joined`, which stands in a line.
+    // The place of byte `joined`; line 0 if no line is known.
     file_place find(ULO joined) const
     {
         const auto behind = std::upper_bound(lines_.begin(), lines_.end(), joined,
                                              [](ULO at, const line &l) { return at < l.joined; });
+        if (behind == lines_.begin()) return {0, 0};
         const line &found = behind[-1];
         return {static_cast<ULO>(behind - lines_.begin()), found.column + joined - found.joined + 1};
     }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "frontend/walk.h"
@@ -57,6 +58,8 @@ raw_file read_raw(const CHR *path)
     raw_file raw;
     const int file = open(path, O_RDONLY);
     if (file < 0) return {"", "open", errno};
+    struct stat about = {};
+    if (fstat(file, &about) == 0) raw.contents.reserve(static_cast<ULO>(about.st_size));
     ssize_t got;
     while ((got = read(file, buffer, sizeof buffer)) > 0)
         raw.contents.append(buffer, static_cast<ULO>(got));
@@ -67,7 +70,7 @@ raw_file read_raw(const CHR *path)
 
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes, file_places *places)
 {
-    joined->reserve(text.size() + 1);
+    joined->reserve(text.size() + 32); // room for a wrapper
     bool in_string = false;
     std::string line;
     for (ULO number = 1;; number++) {

@@ -3,6 +3,7 @@
 // taken back.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "kestrin/types.h"
@@ -29,7 +30,7 @@ public:
     void set(ULO name, T value)
     {
         if (name >= entries_.size()) entries_.resize(name + name / 2 + 64);
-        changes_.push_back({name, entries_[name]});
+        changes_.push_back({static_cast<std::uint32_t>(name), entries_[name]});
         entries_[name] = {depth(), value};
     }
 
@@ -45,14 +46,14 @@ public:
 
 private:
     struct entry {
-        ULO depth = 0; // of the function that the value is of; 0: never set
+        std::uint32_t depth = 0; // of the function that the value is of; 0: never set
         T value = T();
     };
     struct change {
-        ULO name;
+        std::uint32_t name;
         entry old;
     };
-    ULO depth() const { return functions_.size() + 1; }
+    std::uint32_t depth() const { return static_cast<std::uint32_t>(functions_.size() + 1); }
 
     std::vector<entry> entries_;
     std::vector<change> changes_;

@@ -25,8 +25,8 @@ private:
     node &at(node_index n) { return tree_.nodes[n]; }
     group_set groups(node_index n) { return groups_of(word_of(at(n).name)); }
     bool opens(node_index n);
-    void flatten(node_index progn);
-    void squeeze_arguments(node_index form);
+    node_index open(node_index progn);
+    void squeeze_arguments(node_index form, bool opens_progn);
     node_index squeeze_definition(node_index form);
     node_index squeeze(node_index n);
 
@@ -44,40 +44,33 @@ bool squeezer::opens(node_index n)
     return tree_.text_of(at(n)).starts_with(prefix);
 }
 
-// Opens what is nested in a PROGN, however deep.
-void squeezer::flatten(node_index progn)
+// Puts what stands behind a nested PROGN behind its arguments. Returns the first of the row.
+node_index squeezer::open(node_index progn)
 {
-    node_index before = NO_NODE, n = at(progn).first;
-    while (n != NO_NODE) {
-        if (!opens(n)) {
-            before = n;
-            n = at(n).next;
-            continue;
-        }
-        count_++;
-        const node_index behind = at(n).next;
-        n = at(n).first;
-        for (node_index i = n; i != NO_NODE; i = at(i).next)
-            if (at(i).next == NO_NODE) {
-                at(i).next = behind;
-                break;
-            }
-        if (n == NO_NODE) n = behind;
-        (before == NO_NODE ? at(progn).first : at(before).next) = n;
-    }
+    count_++;
+    node_index last = at(progn).first;
+    if (last == NO_NODE) return at(progn).next;
+    while (at(last).next != NO_NODE) last = at(last).next;
+    at(last).next = at(progn).next;
+    return at(progn).first;
 }
 
-void squeezer::squeeze_arguments(node_index form)
+void squeezer::squeeze_arguments(node_index form, bool opens_progn)
 {
-    node_index before = NO_NODE;
-    for (node_index i = at(form).first; i != NO_NODE; i = at(i).next) {
-        if (at(i).kind == 'U') {
-            const node_index behind = at(i).next;
+    node_index before = NO_NODE, i = at(form).first;
+    while (i != NO_NODE) {
+        const bool is_opened = opens_progn && opens(i);
+        const node_index behind = at(i).next;
+        if (is_opened)
+            i = open(i);
+        else if (at(i).kind == 'U') {
             i = squeeze(i);
             at(i).next = behind;
-            (before == NO_NODE ? at(form).first : at(before).next) = i;
         }
+        (before == NO_NODE ? at(form).first : at(before).next) = i;
+        if (is_opened) continue;
         before = i;
+        i = behind;
     }
 }
 
@@ -109,8 +102,7 @@ node_index squeezer::squeeze(node_index n)
     if (n == NO_NODE || at(n).kind != 'U') n = tree_.opened(n, CHECKED);
     if (groups(n) & in(GROUP_DEFUN)) return squeeze_definition(n);
     const bool is_progn = (groups(n) & in(GROUP_PROGN)) != 0;
-    if (is_progn) flatten(n);
-    squeeze_arguments(n);
+    squeeze_arguments(n, is_progn);
     const node_index only = at(n).first;
     if (!is_progn || only == NO_NODE || at(only).next != NO_NODE) return n;
     count_++;

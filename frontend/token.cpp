@@ -54,9 +54,9 @@ UCH argument_token(std::string_view token, std::string *out)
 
 bool legal_in_name(CHR c)
 {
-    const UCH limit = names_are_utf8 ? 253 : 126;
     const UCH byte = static_cast<UCH>(c);
-    return byte > 32 && byte <= limit && std::string_view("\"():@").find(c) == std::string::npos;
+    if (c == '"' || c == '(' || c == ')' || c == ':' || c == '@') return false;
+    return byte > 32 && byte <= (names_are_utf8 ? 253 : 126);
 }
 
 UCH name_token(std::string_view token, std::string_view folded, std::string *out)
@@ -139,7 +139,8 @@ UCH number_token(std::string_view token, const std::string &folded, std::string 
 // What nearly all integers look like needs no second look.
 bool is_plain_integer(std::string_view token)
 {
-    return token.size() < 18 && all_of(token, digits) &&
+    const auto is_digit = [](CHR c) { return c >= '0' && c <= '9'; };
+    return token.size() < 18 && std::all_of(token.begin(), token.end(), is_digit) &&
            (token.front() != '0' || token.size() == 1);
 }
 
@@ -156,6 +157,14 @@ UCH kestrin_type(std::string_view token, std::string *out)
     if (folded == "NIL") return keep(out, folded, 'Z');
     if (starts_name(folded.front())) return name_token(token, folded, out);
     return number_token(token, folded, out);
+}
+
+SLO leading_number(std::string_view token)
+{
+    if (!is_plain_integer(token) || token.empty()) return atol(std::string(token).c_str());
+    SLO value = 0;
+    for (CHR c : token) value = value * 10 + (c - '0');
+    return value;
 }
 
 UCH kestrin_type1(std::string_view token)

@@ -15,6 +15,9 @@ UCH kestrin_type(std::string_view token, std::string *out);
 // 'I' by the token's first bytes. Never fails.
 UCH kestrin_type1(std::string_view token);
 
+// The number that a token begins with, as atol() reads it.
+SLO leading_number(std::string_view token);
+
 // Appends the text in upper case, by the mode of names in force.
 void append_folded(std::string *out, std::string_view text);
 

@@ -5,7 +5,7 @@
 #include "frontend/tree.h"
 
 #include <algorithm>
-#include <cstdlib>
+#include <utility>
 
 #include "frontend/forms.h"
 #include "frontend/token.h"
@@ -40,11 +40,12 @@ private:
 class parser {
 public:
     // Parses what stands in the tree's text from `base` on.
-    parser(tree *t, reading how, ULO base, SLO place)
+    parser(tree *t, reading how, ULO base)
         : nodes_(t->nodes), names_(names()), text_(std::string_view(t->text).substr(base)),
-          how_(how), base_(base), place_(place)
+          how_(how), base_(base)
     {
         if (t->text.size() >= UINT32_MAX) fatal(fatal_site::MEMORY_NEW);
+        nodes_.reserve(nodes_.size() + text_.size() / 3 + 8);
     }
     // By this table instead of by descent.
     void go_by(const brackets *table)
@@ -79,7 +80,6 @@ private:
     const brackets *table_ = nullptr;
     reading how_;
     ULO base_;
-    SLO place_;
     bool is_balanced_ = true, is_plain_ = true;
     std::string folded_;
 };
@@ -89,8 +89,6 @@ node_index parser::add(ULO at, CHR kind)
     node n;
     n.text = static_cast<std::uint32_t>(base_ + at);
     n.kind = kind;
-    const SLO place = place_ + static_cast<SLO>(at);
-    if (how_ == SOURCE && place >= 0) n.place = static_cast<std::uint32_t>(place);
     nodes_.push_back(n);
     return static_cast<node_index>(nodes_.size() - 1);
 }
@@ -164,8 +162,9 @@ bool parser::take_word(node_index form, ULO *i, ULO to)
         *i = skip_gap(end_of(*i, to), to, 0);
         is_first = false;
     }
-    if (*i >= to || text_[*i] == ')' || (how_ == SOURCE && text_[*i] == '"')) return true;
-    const ULO end = end_of(*i, to);
+    const bool is_wordless = *i >= to || text_[*i] == ')';
+    if (how_ == SOURCE && (is_wordless || text_[*i] == '"')) return true;
+    const ULO end = is_wordless ? *i : end_of(*i, to);
     enter_word(&nodes_[form], text_.substr(*i, end - *i));
     *i = end;
     if (how_ != SOURCE || !(groups_of(word_of(nodes_[form].name)) & in(GROUP_COMMENTS)))
@@ -255,6 +254,7 @@ void tree::clear()
 {
     text.clear();
     nodes.clear();
+    parts_.clear();
     root = NO_NODE;
     settled = true;
 }
@@ -264,7 +264,7 @@ void tree::read(std::string_view whole, reading how)
     clear();
     text = whole;
     if (text.empty()) return;
-    parser pass(this, how, 0, 0);
+    parser pass(this, how, 0);
     ULO end = 0;
     if (text.front() == '(') {
         root = pass.form(0, text.size(), &end);
@@ -282,14 +282,18 @@ void tree::read(std::string_view whole, reading how)
     nodes[root].kind = static_cast<CHR>(kestrin_type1(text));
 }
 
-node_index tree::add_source(std::string_view source, SLO place, bool *sound)
+node_index tree::add_source(std::string source, SLO place, bool *sound)
 {
-    const ULO base = text.size();
-    text.append(source);
-    parser pass(this, SOURCE, base, place);
+    const ULO base = text.size(), size = source.size();
+    if (base == 0)
+        text = std::move(source);
+    else
+        text.append(source);
+    parts_.push_back({base, place, true});
+    parser pass(this, SOURCE, base);
     ULO end = 0;
-    const node_index n = pass.form(0, source.size(), &end);
-    *sound = pass.is_balanced() && end == source.size();
+    const node_index n = pass.form(0, size, &end);
+    *sound = pass.is_balanced() && end == size;
     return n;
 }
 
@@ -297,7 +301,8 @@ node_index tree::add_checked(std::string_view forms)
 {
     const ULO base = text.size(), known = nodes.size();
     text.append(forms);
-    parser pass(this, CHECKED, base, 0);
+    parts_.push_back({base, 0, false});
+    parser pass(this, CHECKED, base);
     ULO end = 0;
     const node_index n = pass.form(0, forms.size(), &end);
     if (pass.is_plain() && end == forms.size()) return n;
@@ -319,14 +324,11 @@ node_index tree::add_form(isa_id word, node_index first)
 node_index tree::opened(node_index atom, reading how)
 {
     settled = false;
-    if (atom == NO_NODE) {
-        nodes.emplace_back().kind = 'U';
-        return static_cast<node_index>(nodes.size() - 1);
-    }
     const brackets table(text);
-    parser pass(this, how, 0, 0);
+    parser pass(this, how, 0);
     pass.go_by(&table);
-    return pass.inside(nodes[atom].text, nodes[atom].text + nodes[atom].size);
+    const node empty, &opened = atom == NO_NODE ? empty : nodes[atom];
+    return pass.inside(opened.text, opened.text + opened.size);
 }
 
 void tree::keep_as_it_stands(node_index form)
@@ -340,7 +342,7 @@ void tree::read_tokens(std::string_view tokens)
 {
     clear();
     text = tokens;
-    parser pass(this, CHECKED, 0, 0);
+    parser pass(this, CHECKED, 0);
     root = pass.tokens();
     if (pass.is_balanced()) return;
     const brackets table(text);
@@ -356,9 +358,32 @@ std::string_view tree::token_of(const node &n) const
     return n.kind == 'Z' ? "NIL" : text_of(n);
 }
 
+const tree::part *tree::part_of(ULO byte) const
+{
+    const auto behind = std::upper_bound(parts_.begin(), parts_.end(), byte,
+                                         [](ULO at, const part &p) { return at < p.from; });
+    return behind == parts_.begin() || !behind[-1].is_of_file ? nullptr : &behind[-1];
+}
+
+file_place tree::place_of(const node &n) const
+{
+    const part *found = n.size == 0 ? nullptr : part_of(n.text);
+    const SLO place = found == nullptr ? -1 : found->place + static_cast<SLO>(n.text - found->from);
+    return place < 0 ? file_place{0, 0} : file.find(static_cast<ULO>(place));
+}
+
+void tree::append_text(std::string_view own, ULO from)
+{
+    const part *found = part_of(from);
+    const part same = found == nullptr ? part{text.size(), 0, false}
+                                       : part{text.size(), found->place + SLO(from - found->from), true};
+    parts_.push_back(same);
+    text.append(own);
+}
+
 SLO tree::argument_number(const node &n) const
 {
-    return atol(std::string(text_of(n).substr(1)).c_str());
+    return leading_number(text_of(n).substr(1));
 }
 
 void tree::write(node_index index, std::string *out) const

@@ -22,14 +22,12 @@
 
 using node_index = std::uint32_t;
 constexpr node_index NO_NODE = UINT32_MAX;
-constexpr std::uint32_t NO_PLACE = UINT32_MAX;
 
 struct node {
     std::uint32_t text = 0, size = 0; // where it stands in the tree's text: of a form all of it
     node_index first = NO_NODE;          // argument of a form
     node_index next = NO_NODE;           // argument of the same form
-    name_id name = NO_NAME;           // of a variable or argument; a form's first word
-    std::uint32_t place = NO_PLACE;   // in the joined text of its file
+    name_id name = NO_NAME;           // of a variable or argument; a form's first word, if any
     CHR kind = 0;   // by kestrin_type1; 'U' a form, 'C' one that is a comment, 0 not classed yet
     CHR suffix = 0; // the type that is proved, as it is written behind '@'
 };
@@ -47,16 +45,15 @@ public:
     std::vector<node> nodes;
     node_index root = NO_NODE;
     bool settled = true;
-    file_places file; // of nodes that have a place
+    file_places file;
 
     void clear();
     // Makes this the tree of a text, which if it begins with a parenthesis is taken for one form,
     // whatever its last byte is.
     void read(std::string_view whole, reading how);
-    // Adds the tree of a further text; `place` is where the text stands in that of its file.
-    // `*sound` says whether it is one whole form in balance; source is parsed no further than to
-    // where it is not. Returns its root; NO_NODE for a comment.
-    node_index add_source(std::string_view source, SLO place, bool *sound);
+    // Adds the tree of source text, which stands at `place` in the joined text of its file. `*sound`
+    // says whether it is one whole form in balance. Returns its root; NO_NODE for a comment.
+    node_index add_source(std::string source, SLO place, bool *sound);
     // Adds the tree of checked text. NO_NODE if it is not settled.
     node_index add_checked(std::string_view forms);
     // A form of the tree's own, without text or place.
@@ -76,6 +73,10 @@ public:
     }
     // A token as it is written, but for its suffix; where the tree is not settled, as it stands.
     std::string_view token_of(const node &n) const;
+    // Where a node came from in its file; line 0 if it came from elsewhere.
+    file_place place_of(const node &n) const;
+    // Appends a text of the tree's own that stands for what stands at byte `from`.
+    void append_text(std::string_view own, ULO from);
     // The n of a formal argument $n, as far as its token says one.
     SLO argument_number(const node &n) const;
     // Appends the node as text, one blank between tokens.
@@ -84,4 +85,14 @@ public:
     std::string written() const;
     // A pass has changed the tree.
     void settle(reading how);
+
+private:
+    // Where a part of the text, up to the next part, stands in the joined text of the file.
+    struct part {
+        ULO from;
+        SLO place; // of its first byte
+        bool is_of_file;
+    };
+    const part *part_of(ULO byte) const;
+    std::vector<part> parts_;
 };

@@ -40,7 +40,7 @@ void varlist::walk_form(const tree &t, node_index form)
         }
         if (n.kind != 'V' || numbers_.get(key_of(n)) != 0) continue;
         variables_.push_back(shown_name(n));
-        numbers_.set(key_of(n), variables_.size());
+        numbers_.set(key_of(n), static_cast<std::uint32_t>(variables_.size()));
     }
 }
 
@@ -55,7 +55,7 @@ ULO varlist::build_varlist(const tree &t, node_index form)
 
 bool varlist::find(const node &variable, ULO *place) const
 {
-    const ULO number = variable.kind == 'V' ? numbers_.get(key_of(variable)) : 0;
-    *place = number - 1;
+    const std::uint32_t number = variable.kind == 'V' ? numbers_.get(key_of(variable)) : 0;
+    *place = ULO(number) - 1;
     return number != 0;
 }

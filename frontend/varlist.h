@@ -30,5 +30,5 @@ private:
 
     ULO arguments_ = 0;
     std::vector<name_id> variables_;
-    scoped<ULO> numbers_; // from 1
+    scoped<std::uint32_t> numbers_; // from 1
 };

@@ -1,16 +1,13 @@
 // The index over both instruction tables. Every thread's names begin with the mnemonics in the
-// order of the tables, so that a mnemonic's number is its place in the list of words.
+// order of the tables, so that a mnemonic's number is its place in the list of instruction_words.
 
 #include "frontend/words.h"
 
-#include <vector>
-
 #include "strings/scratch.h"
 
-namespace {
+std::vector<instruction_word> instruction_words;
 
-// Never freed on purpose: it lives as long as the tables.
-std::vector<instruction_word> &words = *new std::vector<instruction_word>;
+namespace {
 
 // Adds the group to all words of its string.
 void mark_members(const name_table &known, group g)
@@ -19,23 +16,23 @@ void mark_members(const name_table &known, group g)
     while (!rest.empty()) {
         const auto end = rest.find(' ');
         if (const name_id name = known.find(rest.substr(0, end)); name != NO_NAME)
-            words[name].groups |= in(g);
+            instruction_words[name].groups |= in(g);
         rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
     }
 }
 
 void add_word(name_table *known, std::string_view name, const instruction_word &word)
 {
-    if (known->enter(name) == words.size()) words.push_back(word);
+    if (known->enter(name) == instruction_words.size()) instruction_words.push_back(word);
 }
 
 void enter_words(name_table *known)
 {
-    const bool is_first = words.empty();
+    const bool is_first = instruction_words.empty();
     if (is_first) {
         build_groups();
         bind_isaext();
-        words.reserve(isa_count + isaext_count);
+        instruction_words.reserve(isa_count + isaext_count);
     }
     for (ULO i = 0; i < isa_count; i++)
         add_word(known, view(*isa_table[i].mnemonic), {'T', i, isa_table[i].operands, 0});
@@ -60,11 +57,6 @@ name_table &names()
     return table;
 }
 
-const instruction_word *word_of(name_id name)
-{
-    return name < words.size() ? &words[name] : nullptr;
-}
-
 const instruction_word *find_word(std::string_view mnemonic)
 {
     return word_of(names().find(mnemonic));
@@ -81,6 +73,6 @@ ULO row_of_group(group g)
 
 void forget_words()
 {
-    words.clear();
+    instruction_words.clear();
     own_names() = name_table();
 }

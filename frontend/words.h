@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string_view>
+#include <vector>
 
 #include "frontend/groups.h"
 #include "frontend/isa.h"
@@ -18,8 +19,12 @@ struct instruction_word {
 // indexed on the first call, after which the tables must stay as they are.
 const instruction_word *find_word(std::string_view mnemonic);
 
-// The same by its number among the thread's names.
-const instruction_word *word_of(name_id name);
+// The words by their numbers among the thread's names.
+extern std::vector<instruction_word> instruction_words;
+inline const instruction_word *word_of(name_id name)
+{
+    return name < instruction_words.size() ? &instruction_words[name] : nullptr;
+}
 
 // The groups of an ISA row.
 group_set groups_of(const isa_row &row);

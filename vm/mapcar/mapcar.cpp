@@ -80,7 +80,7 @@ bool prepare_source(const CHR *source, tree *t)
 {
     std::string joined;
     join_lines(&joined, view(source), true);
-    const SLO arguments = kestrin_check(t, &t->root, wrapped(joined), 0, "Main_Mapcar",
+    const SLO arguments = kestrin_check(t, &t->root, wrapped(std::move(joined)), 0, "Main_Mapcar",
                                         &rt_ctrl->rt_scope_table);
     if (arguments > 0) refuse("Argument references are not allowed here.");
     if (arguments != 0) return false;
