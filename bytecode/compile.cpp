@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -67,32 +67,14 @@ private:
     ULO size_ = 0, capacity_ = 0;
 };
 
-// A list of names in the form that the debug text holds: framed by 0xFF, fields separated by 0xFE.
-class used_list {
-public:
-    void add(name_id name, std::initializer_list<SLO> fields)
-    {
-        if (seen_.get(name)) return;
-        seen_.set(name, true);
-        if (text_.empty()) text_.push_back('\xFF');
-        text_.append(names().text(name));
-        for (SLO field : fields) text_.append("\xFE").append(std::to_string(field));
-        text_.push_back('\xFF');
-    }
-    std::string framed() const { return "(" + text_ + ")"; }
-
-private:
-    std::string text_;
-    scoped<bool> seen_;
-};
-
 // A compiled function.
 struct unit {
     ULO slots = 0, arguments = 0;
-    ULO main_node = 0, main_words = 0;            // in the words of its depth
-    ULO size = 0;                                 // of its image, in words
-    std::uint32_t depth = 0, udfs = 0;
-    std::uint32_t debug = 0, debug_words = 0;     // in the words of all debug texts
+    words *code = nullptr;                    // of its depth
+    ULO main_node = 0, main_words = 0;        // in them
+    ULO size = 0;                             // of its image, in words
+    std::uint32_t debug = 0, debug_words = 0; // in the words of all debug texts
+    std::uint32_t udfs = 0;
     unit_index first_udf = NO_UNIT, last_udf = NO_UNIT, next = NO_UNIT;
 };
 
@@ -101,7 +83,7 @@ struct context {
     unit_index made;
     ULO arguments;
     ULO udf_counter; // number of the next UDF defined here
-    words *out;      // of its main node
+    words *out;      // for its main node
     bool is_root;
 };
 
@@ -136,6 +118,8 @@ private:
     void emit_operands(node_index first, const call_node &call, context *function);
     void emit_operand(const node &n, const call_node &call, context *function);
     void emit_variable(const node &n, const call_node &call, const context &function);
+    void note_use(name_id name);
+    void append_used(CHR letter, std::string *text);
     std::string debug_text() const;
     void add_debug_text(unit_index function, std::string_view text);
     ULO *lay_out(unit_index function, ULO *out);
@@ -145,13 +129,15 @@ private:
     std::string path_; // scoped name of the function
     varlist variables_;
     std::vector<unit> units_;
-    std::deque<words> main_nodes_; // by depth
-    std::uint32_t depth_ = 0;
+    words root_; // main nodes of the root and, by depth, of all others
+    std::vector<std::unique_ptr<words>> nested_;
+    ULO depth_ = 0;
     words debug_;
     scoped<ULO> local_udfs_, global_udfs_; // numbers from 1
     std::vector<name_id> local_names_;     // in order of definition
     bool has_global_udfs_ = false;
-    used_list used_global_, used_isa_, used_isaext_;
+    std::vector<name_id> used_;
+    std::vector<bool> is_used_; // by name
 };
 
 void append_text_words(words *out, std::string_view text)
@@ -247,7 +233,7 @@ void compiler::find_udf(name_id name, call_node *node)
     } else if (const ULO global = find_global(name); global != 0) {
         node->letter = 'G';
         node->udf = global - 1;
-        if (debug_level_ > 0) used_global_.add(name, {SLO(node->udf)});
+        note_use(name);
     } else
         return;
     node->code = image::code(node->letter, image::instruction(defun, 0));
@@ -268,9 +254,7 @@ call_node compiler::find_call(const node &form)
     node.variable_first = (found->groups & variable_first) != 0;
     node.leads_with_variable = (found->groups & in(GROUP_FOR)) != 0;
     node.assigns = found->groups != 0 && !(found->groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX)));
-    if (debug_level_ == 1)
-        (found->letter == 'T' ? used_isa_ : used_isaext_)
-            .add(form.name, {SLO(found->row), found->operands});
+    if (debug_level_ == 1) note_use(form.name);
     return node;
 }
 
@@ -385,6 +369,36 @@ void compiler::define(node_index definition, context *function)
     parent.size += 1 + units_[made].size;
 }
 
+void compiler::note_use(name_id name)
+{
+    if (debug_level_ == 0) return;
+    if (name >= is_used_.size()) is_used_.resize(name + 64);
+    if (!is_used_[name]) used_.push_back(name);
+    is_used_[name] = true;
+}
+
+// The list of all global functions (G), ISA (T) or ISAext (t) instructions in use: framed by 0xFF,
+// fields separated by 0xFE.
+void compiler::append_used(CHR letter, std::string *text)
+{
+    text->push_back('(');
+    bool is_empty = true;
+    for (const name_id name : used_) {
+        const instruction_word *word = word_of(name);
+        if (letter != (word == nullptr ? 'G' : word->letter)) continue;
+        text->append(is_empty ? "\xFF" : "").append(names().text(name)).append("\xFE");
+        is_empty = false;
+        if (word == nullptr)
+            text->append(std::to_string(global_udfs_.get(name) - 1));
+        else
+            text->append(std::to_string(word->row))
+                .append("\xFE")
+                .append(std::to_string(word->operands));
+        text->push_back('\xFF');
+    }
+    text->push_back(')');
+}
+
 // The function's name and those of its variables.
 std::string compiler::debug_text() const
 {
@@ -412,21 +426,24 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_
     units_[made].arguments = variables_.arguments();
     const std::string own_text = debug_level_ == 0 ? std::string() : debug_text();
     if (!is_root) add_debug_text(made, own_text);
-    if (depth_ == main_nodes_.size()) main_nodes_.emplace_back();
-    context function = {made, variables_.arguments(), udf_counter, &main_nodes_[depth_], is_root};
-    const ULO from = function.out->size();
+    if (depth_ > nested_.size()) nested_.push_back(std::make_unique<words>());
+    words *code = is_root ? &root_ : nested_[depth_ - 1].get();
+    context function = {made, variables_.arguments(), udf_counter, code, is_root};
+    const ULO from = code->size();
     depth_++;
     emit_form(at(form), &function);
     depth_--;
     variables_.leave();
     unit &done = units_[made];
-    done.depth = depth_;
+    done.code = code;
     done.main_node = from;
-    done.main_words = function.out->size() - from;
+    done.main_words = code->size() - from;
     done.size += image::UDF_TABLE + done.main_words;
-    if (is_root && debug_level_ != 0)
-        add_debug_text(made, used_global_.framed() + used_isa_.framed() + used_isaext_.framed() +
-                                 own_text);
+    if (is_root && debug_level_ != 0) {
+        std::string text;
+        for (const CHR letter : {'G', 'T', 't'}) append_used(letter, &text);
+        add_debug_text(made, text.append(own_text));
+    }
     return made;
 }
 
@@ -446,7 +463,7 @@ ULO *compiler::lay_out(unit_index index, ULO *out)
     }
     out = std::copy_n(debug_.data() + function.debug, function.debug_words, out);
     for (unit_index i = function.first_udf; i != NO_UNIT; i = units_[i].next) {
-        const ULO *main_node = main_nodes_[units_[i].depth].data() + units_[i].main_node;
+        const ULO *main_node = units_[i].code->data() + units_[i].main_node;
         out = std::copy_n(main_node, units_[i].main_words, lay_out(i, out));
     }
     return out;
@@ -456,12 +473,11 @@ void compiler::run(std::string_view name, CHR **code)
 {
     path_ = name;
     const unit &root = units_[compile_function(tree_.root, 0, true)];
-    words &image = main_nodes_[0]; // all of it the root's, which ends the image
-    image.resize(root.size);
-    ULO *main_node = image.data() + root.size - root.main_words;
-    memmove(main_node, image.data(), root.main_words * sizeof(ULO));
-    lay_out(0, image.data());
-    image.move_to(code);
+    root_.resize(root.size); // the root's main node ends the image
+    ULO *main_node = root_.data() + root.size - root.main_words;
+    memmove(main_node, root_.data(), root.main_words * sizeof(ULO));
+    lay_out(0, root_.data());
+    root_.move_to(code);
 }
 
 } // namespace

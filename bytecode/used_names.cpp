@@ -3,14 +3,13 @@
 
 #include "bytecode/used_names.h"
 
-#include <cstdlib>
-#include <string>
+#include "frontend/token.h"
 
 #include "vm/debug_text.h"
 
 namespace {
 
-SLO number_of(std::string_view field) { return atol(std::string(field).c_str()); }
+SLO number_of(std::string_view field) { return leading_number(field); }
 
 // Calls `enter` with the name and the rest of each entry. The first of several entries counts.
 template <class F> void read_list(std::string_view *text, F enter)
@@ -26,11 +25,11 @@ template <class F> void read_list(std::string_view *text, F enter)
     }
 }
 
-void read_cops(std::string_view *text, std::unordered_map<ULO, listed_cop> *cops)
+void read_cops(std::string_view *text, numbered<listed_cop> *cops)
 {
     read_list(text, [cops](std::string_view name, std::string_view fields) {
         const ULO row = ULO(number_of(take_until(&fields, '\xFE')));
-        cops->try_emplace(row, listed_cop{name, number_of(fields)});
+        cops->add(row, listed_cop{name, number_of(fields)});
     });
 }
 
@@ -40,10 +39,13 @@ used_names take_used_names(std::string_view *text)
 {
     used_names names;
     read_list(text, [&names](std::string_view name, std::string_view number) {
-        names.global_udfs.try_emplace(ULO(number_of(number)), name);
+        names.global_udfs.add(ULO(number_of(number)), name);
     });
     read_cops(text, &names.isa);
     read_cops(text, &names.isaext);
+    names.global_udfs.sort();
+    names.isa.sort();
+    names.isaext.sort();
     return names;
 }
 

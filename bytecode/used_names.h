@@ -1,8 +1,8 @@
 // What the debug text of a root image says of the code's names: the lists in front of its own name.
 #pragma once
 
+#include <algorithm>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "kestrin/types.h"
@@ -12,11 +12,37 @@ struct listed_cop {
     SLO operands;
 };
 
+// Values by number; of several with one number the first counts.
+template <class T> class numbered {
+public:
+    void add(ULO number, T value) { entries_.push_back({number, value}); }
+    // Between the last add() and the first find().
+    void sort()
+    {
+        std::stable_sort(entries_.begin(), entries_.end(),
+                         [](const entry &a, const entry &b) { return a.number < b.number; });
+    }
+    // NULL if there is none.
+    const T *find(ULO number) const
+    {
+        const auto found =
+            std::lower_bound(entries_.begin(), entries_.end(), number,
+                             [](const entry &e, ULO wanted) { return e.number < wanted; });
+        return found == entries_.end() || found->number != number ? nullptr : &found->value;
+    }
+
+private:
+    struct entry {
+        ULO number;
+        T value;
+    };
+    std::vector<entry> entries_;
+};
+
 // Names by number, views into the text that they were read from.
 struct used_names {
-    std::unordered_map<ULO, std::string_view> global_udfs;
-    std::unordered_map<ULO, listed_cop> isa,
-        isaext; // by row; empty if the code was compiled without
+    numbered<std::string_view> global_udfs;
+    numbered<listed_cop> isa, isaext; // by row; empty if the code was compiled without
 };
 
 // Splits the three lists off; `*text` is what follows them. A text without lists stays as it is.

@@ -121,8 +121,9 @@ ULO progn_squeeze(tree *t)
 ULO progn_squeeze(CHR **text)
 {
     tree t;
-    t.read(view(*text), CHECKED);
-    const ULO count = progn_squeeze(&t);
+    t.read(view(*text), OUTLINE);
+    const ULO count = squeezer(&t).run();
+    t.settle(OUTLINE);
     assign(text, t.written());
     return count;
 }

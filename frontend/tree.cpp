@@ -141,7 +141,7 @@ void parser::enter_word(node *form, std::string_view word)
     if (how_ == TYPED) {
         form->suffix = suffix_of(word);
         word = without_suffix(word);
-    } else if (how_ == CHECKED && word.find('@') != word.npos)
+    } else if (how_ != SOURCE && word.find('@') != word.npos)
         is_plain_ = false;
     if (how_ != SOURCE) {
         form->name = names_.enter(word);
@@ -232,7 +232,7 @@ node_index parser::atom(ULO from, ULO to, ULO *end)
     const node_index n = add(from, 0);
     *end = end_of(from, to);
     nodes_[n].size = static_cast<std::uint32_t>(*end - from);
-    if (how_ != SOURCE) class_atom(&nodes_[n], text_.substr(from, *end - from));
+    if (how_ == CHECKED || how_ == TYPED) class_atom(&nodes_[n], text_.substr(from, *end - from));
     return n;
 }
 

@@ -36,7 +36,8 @@ struct node {
 enum reading : UCH {
     SOURCE,  // to be checked: first words are folded, comments left out, tokens not classed
     CHECKED, // the checker's, or what stands behind it unchecked
-    TYPED    // the type pass's: suffixes go into their nodes
+    TYPED,   // the type pass's: suffixes go into their nodes
+    OUTLINE  // the checker's, to be squeezed only: tokens are not classed
 };
 
 class tree {
