@@ -83,6 +83,7 @@ public:
         : request_(request), code_(std::string_view(request.code, request.size)),
           claims_(code_.size())
     {
+        out_.reserve(request.size); // about what it takes
     }
     bool run();
     std::string text() const;
@@ -503,6 +504,7 @@ void decompiler::compose(ULO number, bool top, std::string *text) const
 std::string decompiler::text() const
 {
     std::string text;
+    text.reserve(out_.size() + 64);
     const bool with_messages = !messages_.empty() && request_.mode != MINIMISED;
     if (with_messages) {
         text.append("(").append(mnemonic(ISA_PROGN)).append(" (").append(mnemonic(ISA_COMMENTS));

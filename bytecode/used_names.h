@@ -15,12 +15,13 @@ struct listed_cop {
 // Values by number; of several with one number the first counts.
 template <class T> class numbered {
 public:
-    void add(ULO number, T value) { entries_.push_back({number, value}); }
+    void add(ULO number, T value) { entries_.push_back({number, entries_.size(), value}); }
     // Between the last add() and the first find().
     void sort()
     {
-        std::stable_sort(entries_.begin(), entries_.end(),
-                         [](const entry &a, const entry &b) { return a.number < b.number; });
+        std::sort(entries_.begin(), entries_.end(), [](const entry &a, const entry &b) {
+            return a.number != b.number ? a.number < b.number : a.order < b.order;
+        });
     }
     // NULL if there is none.
     const T *find(ULO number) const
@@ -33,7 +34,7 @@ public:
 
 private:
     struct entry {
-        ULO number;
+        ULO number, order;
         T value;
     };
     std::vector<entry> entries_;

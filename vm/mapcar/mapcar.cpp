@@ -3,6 +3,7 @@
 // produced. Nothing that goes wrong in the code escapes: the caller's state is as it was
 // afterwards.
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <sys/time.h>
@@ -75,6 +76,15 @@ struct passing_names {
     passing_names &operator=(const passing_names &) = delete;
 };
 
+// A tree that is used again and again, so that a short text costs no allocation.
+tree &own_tree()
+{
+    static thread_local tree t;
+    if (t.nodes.capacity() > 1 << 16) t = tree(); // what a large text has left
+    t.clear();
+    return t;
+}
+
 // Checks and squeezes source text. False if it is refused.
 bool prepare_source(const CHR *source, tree *t)
 {
@@ -93,7 +103,7 @@ bool prepare_source(const CHR *source, tree *t)
 bool compile_source(const CHR *source, evaluation *e)
 {
     const passing_names own;
-    tree t;
+    tree &t = own_tree();
     if (!prepare_source(source, &t)) return false;
     assign(&e->processed.s, t.written());
     kestrin_justify(&t, the_engine.global_udf_types, nullptr);
@@ -148,7 +158,10 @@ void decompile(evaluation *e, code_origin origin)
     request.mode = ENTIRE;
     request.origin = origin;
     if (kestrin_decompile(request, &e->decompiled.s, &messages.s)) {
-        progn_squeeze(&e->decompiled.s);
+        tree &t = own_tree();
+        t.read(view(e->decompiled.s), OUTLINE);
+        progn_squeeze(&t);
+        assign(&e->decompiled.s, t.written());
         return;
     }
     assign(&e->decompiled.s, std::string("(")
@@ -187,15 +200,12 @@ void evaluate(const CHR *operand, evaluation *e)
 
 // -- The answer --------------------------------------------------------------------------------
 
-// Makes the record the array of the answer, all members empty strings.
+// Makes the record the array of the answer, all members without a value.
 kestrin_data *make_answer(kestrin_data *ret_dat, fatal_site site)
 {
     auto *members = static_cast<kestrin_data *>(malloc(MAPCAR_MEMBERS * sizeof(kestrin_data)));
     if (members == nullptr) fatal(site);
-    for (ULO i = 0; i < MAPCAR_MEMBERS; i++) {
-        members[i] = fresh_variable;
-        if (i != MAPCAR_OUTPUT && i != MAPCAR_VALUE) set_text(&members[i], {});
-    }
+    std::fill_n(members, MAPCAR_MEMBERS, fresh_variable);
     clear(ret_dat);
     ret_dat->disable_ptr = 1;
     ret_dat->single = 0;
@@ -204,20 +214,13 @@ kestrin_data *make_answer(kestrin_data *ret_dat, fatal_site site)
     return members;
 }
 
-void set_number(kestrin_data *member, SLO value)
-{
-    free_string(&member->svalue);
-    answer<SLO>(member, value);
-}
+void set_number(kestrin_data *member, SLO value) { answer<SLO>(member, value); }
 
-void set_seconds(kestrin_data *member, DFL value)
-{
-    free_string(&member->svalue);
-    answer<DFL>(member, value);
-}
+void set_seconds(kestrin_data *member, DFL value) { answer<DFL>(member, value); }
 
 void move_text(kestrin_data *member, scratch *text)
 {
+    member->type = 'S';
     std::swap(member->svalue, text->s);
     if (member->svalue == nullptr) equ(&member->svalue, nullptr);
 }
@@ -236,15 +239,14 @@ void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
 {
     const rt_control *rt = rt_ctrl;
     kestrin_data *members = make_answer(ret_dat, fatal_site::MAPCAR_PLACES);
-    ret_dat->type = 'S';
     move_text(ret_dat, &e->captured);
     members[MAPCAR_VALUE] = std::exchange(e->value, owning_slot);
     members[MAPCAR_VALUE].disable_ptr = 0;
     settle_error();
     set_number(&members[MAPCAR_SYNTAX_CODE], rt->rt_run_flag);
-    equ(&members[MAPCAR_SYNTAX_TEXT].svalue, rt->rt_run_text);
+    set_text(&members[MAPCAR_SYNTAX_TEXT], view(rt->rt_run_text));
     set_number(&members[MAPCAR_ERROR_CODE], rt->rt_error_code);
-    equ(&members[MAPCAR_ERROR_TEXT].svalue, rt->rt_error_text);
+    set_text(&members[MAPCAR_ERROR_TEXT], view(rt->rt_error_text));
     move_text(&members[MAPCAR_PROCESSED], &e->processed);
     move_text(&members[MAPCAR_TYPED], &e->typed);
     move_text(&members[MAPCAR_COMPILED], &e->compiled);
@@ -266,6 +268,7 @@ void answer_pending_error(kestrin_data *ret_dat)
     set_text(&members[MAPCAR_SYNTAX_TEXT], "Code was not compiled.");
     set_number(&members[MAPCAR_ERROR_CODE], 1);
     set_text(&members[MAPCAR_ERROR_TEXT], "Code was not executed.");
+    for (ULO i = MAPCAR_PROCESSED; i <= MAPCAR_DECOMPILED; i++) set_text(&members[i], {});
     set_seconds(&members[MAPCAR_SECONDS], 0.0);
 }
 
