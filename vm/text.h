@@ -92,7 +92,8 @@ template <operands how> struct held_operand<const CHR *, how> {
     scratch own;
     held_operand(const ULO *word, const ULO *last, kestrin_data *ret_dat, bool empty)
     {
-        if (all_quiet(word + 1, last)) place = text_in_place(node_at(word));
+        const ULO *node = node_at(word);
+        if (is_node(node, func__dummy_s) || all_quiet(word + 1, last)) place = text_in_place(node);
         if (place != nullptr) return;
         in_record = empty;
         if (empty)

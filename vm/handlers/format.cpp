@@ -8,8 +8,10 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <unistd.h>
 
 #include "vm/handler.h"
+#include "vm/number_text.h"
 #include "vm/text.h"
 
 namespace {
@@ -171,6 +173,7 @@ void raise_format_error(rt_text text, const ULO *dat_ptr, const CHR *format)
 rt_text format_value(kestrin_data *d, const CHR *format)
 {
     const std::string_view text = view(format);
+    if (print_plainly(d, text)) return rt_text::NONE;
     const auto first = text.find('%');
     if (first != text.npos && text.find('%', first + 1) != text.npos)
         return rt_text::FORMAT_ARGUMENTS;
@@ -209,6 +212,21 @@ bool str_fmt(const ULO *dat_ptr, kestrin_data *ret_dat)
     return true;
 }
 
+// One write of the whole behind what waits in the stream. What the system does not take goes the
+// stream's way.
+void write_out(std::string_view text)
+{
+    fflush(stdout);
+    while (!text.empty()) {
+        const ssize_t taken = write(STDOUT_FILENO, text.data(), text.size());
+        if (taken <= 0) break;
+        text.remove_prefix(static_cast<size_t>(taken));
+    }
+    if (text.empty()) return;
+    fwrite(text.data(), 1, text.size(), stdout);
+    fflush(stdout);
+}
+
 } // namespace
 
 HANDLER(str_fmt) { str_fmt(dat_ptr, ret_dat); }
@@ -220,6 +238,5 @@ HANDLER(outf)
         cat(&rt_ctrl->rt_captured, ret_dat->svalue);
         return;
     }
-    fwrite(ret_dat->svalue, 1, len(ret_dat->svalue), stdout);
-    fflush(stdout);
+    write_out(view(ret_dat->svalue));
 }
