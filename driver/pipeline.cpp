@@ -71,6 +71,9 @@ void start_engine(session *s)
     read_environment(s);
     the_engine.mapcar_with_decompiler = s->switches[SWITCH_DECOMPILER];
     the_engine.compile_with_debuginfo = s->switches[SWITCH_DEBUGINFO];
+    // Instructions of an extension unit may walk all places of an array.
+    the_engine.moves = getenv("KESTRIN_DEBUG_NO_MOVES") == nullptr;
+    the_engine.small_arrays = the_engine.moves && isaext_count == 0;
 }
 
 // Switches that are told as notes, not in the list.

@@ -12,6 +12,8 @@ struct engine {
     lut *func_lut;         // known functions of the main thread
     UCH mapcar_with_decompiler;
     UCH compile_with_debuginfo;
+    UCH moves = 1;    // 1: the linker lets values move where nobody sees the difference
+    UCH small_arrays; // 1: arrays own only the places that they use; else as many as they report
 };
 
 extern engine the_engine;

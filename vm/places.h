@@ -1,18 +1,51 @@
-// Growth of the member places of arrays.
+// Member places of arrays: how many an array reports, how many of them have memory, their growth.
+//
+// An array reports 128 places or a multiple, and of the first 128 it owns as many as are used,
+// doubled when there are too few. How many stands in place 0, which holds no member: in the record
+// there of a mixed array, in the tag there of a typed one. Tags are whole always, and the tag of a
+// place without memory is zero, so that only who stores, copies or frees asks what is owned.
 #pragma once
 
+#include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 
 #include "kestrin/value.h"
 #include "strings/state.h"
+#include "vm/engine.h"
 
-// Places that an array with a member of this index has: steps of 128, so that growth by one member
-// stays cheap. Saturates where no memory could hold them.
+constexpr ULO places_step = 128, fewest_places = 4;
+
+// Places that an array with a member of this index reports: steps of 128, so that growth by one
+// member stays cheap. Saturates where no memory could hold them.
 inline ULO array_capacity(ULO index)
 {
     constexpr ULO most = ULO(1) << 56;
-    return index >= most ? most : (index & ~ULO(127)) + 128;
+    return index >= most ? most : (index & ~(places_step - 1)) + places_step;
+}
+
+// Places that it needs to own.
+inline ULO places_to_own(ULO index)
+{
+    if (!the_engine.small_arrays || index >= places_step / 2) return array_capacity(index);
+    return std::max(fewest_places, std::bit_ceil(index + 1));
+}
+
+// Places with memory; 0 if the record has no array.
+inline ULO owned_places(const kestrin_data *d)
+{
+    if (d->array.mix == nullptr) return 0;
+    if (d->indices_numb != places_step || !the_engine.small_arrays) return d->indices_numb;
+    const ULO owned = d->arraytype != 0 ? d->aready_tags[0] : d->array.mix[0].indices_numb;
+    return owned > 1 ? owned : places_step; // an extension unit's own array says nothing
+}
+inline void set_owned_places(kestrin_data *d, ULO owned)
+{
+    if (d->arraytype == 0)
+        d->array.mix[0].indices_numb = owned;
+    else
+        d->aready_tags[0] = owned < places_step ? static_cast<UCH>(owned) : 0;
 }
 
 // Reallocates a run of places. Returns false if memory ran out and the thread's fault hook let the
@@ -34,6 +67,7 @@ template <class T> bool grow_places(T **places, ULO size, fatal_site site)
 inline bool grow_tags(kestrin_data *d, ULO size, fatal_site site)
 {
     const ULO old = d->aready_tags == nullptr ? 0 : d->indices_numb;
+    if (size == old) return true;
     if (!grow_places(&d->aready_tags, size, site)) return false;
     if (size > old) memset(d->aready_tags + old, 0, size - old);
     return true;

@@ -1,42 +1,88 @@
 // Copy and release of the universal value. An array of one class is a run of machine values with a
-// tag byte each; a mixed array is a run of records, which may be arrays again.
+// tag byte each; a mixed array is a run of records, which may be arrays again. Of nested arrays one
+// is done after another, whatever their depth: those to come are a list that runs through their
+// places 0.
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "kestrin/strings.h"
 #include "kestrin/value.h"
-#include "strings/state.h"
 #include "vm/handler.h"
 #include "vm/places.h"
-#include "vm/stack.h"
 
 namespace {
 
-bool is_class(UCH arraytype, const char *letters)
-{
-    return arraytype != 0 && strchr(letters, arraytype) != nullptr;
-}
+// Places of mixed arrays that wait for their turn.
+class waiting_places {
+public:
+    // `source` are the places that the waiting ones are copied from, or NULL.
+    void add(kestrin_data *places, ULO count, const kestrin_data *source)
+    {
+        kestrin_data &link = places[0];
+        link.value.ival = static_cast<SLO>(count);
+        link.svalue = reinterpret_cast<CHR *>(const_cast<kestrin_data *>(source));
+        link.array.mix = first_;
+        first_ = places;
+    }
+    // False if there are none.
+    bool take(kestrin_data **places, ULO *count, const kestrin_data **source)
+    {
+        if (first_ == nullptr) return false;
+        *places = first_;
+        const kestrin_data &link = first_[0];
+        *count = static_cast<ULO>(link.value.ival);
+        *source = reinterpret_cast<const kestrin_data *>(link.svalue);
+        first_ = link.array.mix;
+        return true;
+    }
+
+private:
+    kestrin_data *first_ = nullptr;
+};
+
+// -- Release -----------------------------------------------------------------------------------
 
 void free_strings(CHR **places, ULO from, ULO to)
 {
     for (ULO i = from; i < to; i++) free_string(&places[i]);
 }
 
-void free_members(kestrin_data *places, ULO from, ULO to)
+// What the record owns but the members of a mixed array, which are to be freed with their places.
+void free_own(kestrin_data *d, waiting_places *waiting)
 {
-    for (ULO i = from; i < to; i++) release(&places[i]);
-}
-
-void free_array(kestrin_data *d)
-{
-    if (d->arraytype == 'S' && d->array.svalue != nullptr)
-        free_strings(d->array.svalue, 1, d->indices_numb);
-    else if (d->arraytype == 0 && d->array.mix != nullptr)
-        free_members(d->array.mix, 1, d->indices_numb);
-    if (d->arraytype != 'Z') free(d->array.mix);
+    free_string(&d->svalue);
+    if (d->arraytype == 0) {
+        if (d->array.mix != nullptr) waiting->add(d->array.mix, owned_places(d), nullptr);
+        return;
+    }
+    if (d->arraytype == 'S') free_strings(d->array.svalue, 1, owned_places(d));
+    free(d->array.mix);
     free(d->aready_tags);
 }
+
+void free_waiting(waiting_places *waiting)
+{
+    kestrin_data *places;
+    const kestrin_data *none;
+    for (ULO count; waiting->take(&places, &count, &none); free(places))
+        for (ULO i = 1; i < count; i++)
+            if (!owns_nothing(&places[i])) free_own(&places[i], waiting);
+}
+
+// Members of an array that goes on without them.
+void free_members(kestrin_data *places, ULO from, ULO to)
+{
+    waiting_places waiting;
+    for (ULO i = from; i < to; i++) {
+        if (!owns_nothing(&places[i])) free_own(&places[i], &waiting);
+        places[i] = fresh_variable;
+    }
+    free_waiting(&waiting);
+}
+
+// -- Copy --------------------------------------------------------------------------------------
 
 // The record's own value, member 0 of an array. A text that there is no memory for, if a fault hook
 // lets that pass, leaves the old one.
@@ -50,72 +96,80 @@ void copy_single(kestrin_data *dest, const kestrin_data *source)
         free_string(&dest->svalue);
 }
 
-bool copy_numbers(kestrin_data *dest, const kestrin_data *source, ULO n, ULO size)
+// A copy of the first `n` places of an array into a record that has none or one of the same class.
+struct array_copy {
+    kestrin_data *dest;
+    const kestrin_data *source;
+    ULO n;
+    ULO size = array_capacity(n - 1);                    // places to report
+    ULO with_memory = std::min(n, owned_places(source)); // places to copy
+    ULO old = owned_places(dest);
+    ULO own = dest->indices_numb == size ? std::max(old, places_to_own(with_memory - 1))
+                                         : places_to_own(with_memory - 1);
+};
+
+// Room for what is to be owned; `old` members from `n` on have been freed.
+template <class T> bool make_room(const array_copy &c, T **places, fatal_site site)
 {
-    const bool integers = dest->arraytype == 'I';
-    if (!grow_places(&dest->array.ival, size,
-                     integers ? fatal_site::COPY_I_ARRAY : fatal_site::COPY_F_ARRAY))
-        return false;
-    if (!grow_tags(dest, size, integers ? fatal_site::COPY_I_TAGS : fatal_site::COPY_F_TAGS))
-        return false;
-    memcpy(dest->aready_tags + 1, source->aready_tags + 1, n - 1);
-    memcpy(dest->array.ival + 1, source->array.ival + 1, (n - 1) * sizeof(SLO));
-    return true;
+    return c.own == c.old || grow_places(places, c.own, site);
 }
 
-bool copy_strings(kestrin_data *dest, const kestrin_data *source, ULO n, ULO size)
+bool copy_tags(const array_copy &c, fatal_site site)
 {
-    const ULO old = dest->indices_numb;
-    if (dest->array.svalue != nullptr && n < old) free_strings(dest->array.svalue, n, old);
-    if (!grow_places(&dest->array.svalue, size, fatal_site::COPY_S_ARRAY)) return false;
-    const ULO kept = dest->aready_tags == nullptr ? 1 : old;
-    for (ULO i = kept; i < size; i++) dest->array.svalue[i] = nullptr;
-    if (!grow_tags(dest, size, fatal_site::COPY_S_TAGS)) return false;
-    for (ULO i = 1; i < n; i++) {
-        dest->aready_tags[i] = source->aready_tags[i];
-        if (source->aready_tags[i] != 0)
-            equ(&dest->array.svalue[i], source->array.svalue[i]);
-        else
-            free_string(&dest->array.svalue[i]);
-    }
-    return true;
-}
-
-bool copy_kst_data_(kestrin_data *dest, const kestrin_data *source, ULO n, bool top);
-
-bool copy_mixed(kestrin_data *dest, const kestrin_data *source, ULO n, ULO size)
-{
-    const ULO old = dest->indices_numb;
-    if (dest->array.mix != nullptr && n < old) free_members(dest->array.mix, n, old);
-    const ULO kept = dest->array.mix == nullptr ? 0 : old;
-    if (!grow_places(&dest->array.mix, size, fatal_site::COPY_MIXED)) return false;
-    for (ULO i = kept < n ? kept : n; i < size; i++) dest->array.mix[i] = fresh_variable;
-    for (ULO i = 1; i < n && i < size; i++) {
-        kestrin_data *to = &dest->array.mix[i];
-        const kestrin_data *from = &source->array.mix[i];
-        if (!copy_kst_data_(to, from, from->indices_numb, false)) return false;
-    }
-    return true;
-}
-
-bool copy_places(kestrin_data *dest, const kestrin_data *source, ULO n)
-{
-    const ULO size = array_capacity(n - 1);
-    dest->arraytype = source->arraytype;
-    bool done = true;
-    if (is_class(source->arraytype, "IF"))
-        done = copy_numbers(dest, source, n, size);
-    else if (source->arraytype == 'S')
-        done = copy_strings(dest, source, n, size);
-    else if (source->arraytype == 'Z') {
-        done = grow_tags(dest, size, fatal_site::COPY_Z_TAGS);
-        if (done) memcpy(dest->aready_tags + 1, source->aready_tags + 1, n - 1);
-    } else
-        done = copy_mixed(dest, source, n, size);
-    if (!done) return false;
+    if (!grow_tags(c.dest, c.size, site)) return false;
+    memcpy(c.dest->aready_tags + 1, c.source->aready_tags + 1, c.n - 1);
     // Nothing of an earlier, longer array stays behind the last copied member.
-    if (dest->arraytype != 0) memset(dest->aready_tags + n, 0, size - n);
-    dest->indices_numb = size;
+    memset(c.dest->aready_tags + c.n, 0, c.size - c.n);
+    return true;
+}
+
+bool copy_numbers(const array_copy &c, fatal_site places, fatal_site tags)
+{
+    if (!make_room(c, &c.dest->array.ival, places) || !copy_tags(c, tags)) return false;
+    memcpy(c.dest->array.ival + 1, c.source->array.ival + 1, (c.with_memory - 1) * sizeof(SLO));
+    return true;
+}
+
+bool copy_strings(const array_copy &c)
+{
+    if (c.with_memory < c.old) free_strings(c.dest->array.svalue, c.with_memory, c.old);
+    if (!make_room(c, &c.dest->array.svalue, fatal_site::COPY_S_ARRAY)) return false;
+    CHR **to = c.dest->array.svalue;
+    for (ULO i = c.old; i < c.own; i++) to[i] = nullptr;
+    if (!copy_tags(c, fatal_site::COPY_S_TAGS)) return false;
+    for (ULO i = 1; i < c.with_memory; i++) {
+        if (c.source->aready_tags[i] != 0)
+            equ(&to[i], c.source->array.svalue[i]);
+        else
+            free_string(&to[i]);
+    }
+    return true;
+}
+
+// The members follow when their turn comes.
+bool copy_mixed(const array_copy &c, waiting_places *waiting)
+{
+    if (c.with_memory < c.old) free_members(c.dest->array.mix, c.with_memory, c.old);
+    if (!make_room(c, &c.dest->array.mix, fatal_site::COPY_MIXED)) return false;
+    for (ULO i = c.old; i < c.own; i++) c.dest->array.mix[i] = fresh_variable;
+    waiting->add(c.dest->array.mix, c.with_memory, c.source->array.mix);
+    return true;
+}
+
+bool copy_places(const array_copy &c, waiting_places *waiting)
+{
+    c.dest->arraytype = c.source->arraytype;
+    bool done = true;
+    switch (c.source->arraytype) {
+    case 'I': done = copy_numbers(c, fatal_site::COPY_I_ARRAY, fatal_site::COPY_I_TAGS); break;
+    case 'F': done = copy_numbers(c, fatal_site::COPY_F_ARRAY, fatal_site::COPY_F_TAGS); break;
+    case 'S': done = copy_strings(c); break;
+    case 'Z': done = copy_tags(c, fatal_site::COPY_Z_TAGS); break;
+    default: done = copy_mixed(c, waiting);
+    }
+    if (!done) return false;
+    c.dest->indices_numb = c.size;
+    if (c.source->arraytype != 'Z') set_owned_places(c.dest, c.own);
     return true;
 }
 
@@ -130,25 +184,28 @@ bool shares_buffers(const kestrin_data *dest, const kestrin_data *source)
 
 void shorten(kestrin_data *d, ULO n)
 {
+    const ULO owned = owned_places(d);
     if (d->arraytype == 'S')
-        free_strings(d->array.svalue, n, d->indices_numb);
-    else if (d->arraytype == 0) {
-        free_members(d->array.mix, n, d->indices_numb);
-        for (ULO i = n; i < d->indices_numb; i++) d->array.mix[i] = fresh_variable;
-    }
+        free_strings(d->array.svalue, n, owned);
+    else if (d->arraytype == 0)
+        free_members(d->array.mix, n, owned);
     if (d->aready_tags != nullptr) memset(d->aready_tags + n, 0, d->indices_numb - n);
 }
 
-bool copy_kst_data_(kestrin_data *dest, const kestrin_data *source, ULO n, bool top)
+void copy_alias(kestrin_data *dest, const kestrin_data *source, ULO n)
 {
-    check_stack(fatal_site::STACK_COPY);
-    if (dest == source) return true;
+    if (!source->single && n < dest->indices_numb) shorten(dest, n);
+    dest->single = source->single;
+    dest->type = source->type;
+    dest->value = source->value;
+}
+
+// Everything but the members of a mixed array. False when memory ran out.
+bool copy_record(kestrin_data *dest, const kestrin_data *source, ULO n, waiting_places *waiting)
+{
     if (n == 0 || n > source->indices_numb) n = source->indices_numb;
     if (shares_buffers(dest, source)) {
-        if (!source->single && n < dest->indices_numb) shorten(dest, n);
-        dest->single = source->single;
-        dest->type = source->type;
-        dest->value = source->value;
+        copy_alias(dest, source, n);
         return true;
     }
     if (dest->arraytype != source->arraytype || source->single) {
@@ -159,9 +216,19 @@ bool copy_kst_data_(kestrin_data *dest, const kestrin_data *source, ULO n, bool 
     }
     copy_single(dest, source);
     dest->single = source->single;
-    if (source->single) return true;
-    if (copy_places(dest, source, n)) return true;
-    if (!top && dest->indices_numb < 2) free_kst_data(dest);
+    return source->single || copy_places({dest, source, n}, waiting);
+}
+
+// Members with nothing but a value are the most.
+bool copy_member(kestrin_data *dest, const kestrin_data *source, waiting_places *waiting)
+{
+    if (owns_nothing(dest) && owns_nothing(source) && source->type != 'S') {
+        *dest = *source;
+        dest->disable_ptr = 0;
+        return true;
+    }
+    if (copy_record(dest, source, 0, waiting)) return true;
+    if (dest->indices_numb < 2) free_kst_data(dest);
     return false;
 }
 
@@ -169,7 +236,13 @@ bool copy_kst_data_(kestrin_data *dest, const kestrin_data *source, ULO n, bool 
 
 void free_array_of(kestrin_data *d)
 {
-    if (d->array.mix != nullptr || d->aready_tags != nullptr) free_array(d);
+    if (d->array.mix != nullptr || d->aready_tags != nullptr) {
+        CHR *const kept = std::exchange(d->svalue, nullptr);
+        waiting_places waiting;
+        free_own(d, &waiting);
+        free_waiting(&waiting);
+        d->svalue = kept;
+    }
     d->single = 1;
     d->type = 0;
     d->arraytype = 0;
@@ -180,12 +253,18 @@ void free_array_of(kestrin_data *d)
 
 void copy_kst_data(kestrin_data *dest, const kestrin_data *source, ULO indices_numb)
 {
-    copy_kst_data_(dest, source, indices_numb, true);
+    if (dest == source) return;
+    waiting_places waiting;
+    if (!copy_record(dest, source, indices_numb, &waiting)) return;
+    kestrin_data *places;
+    const kestrin_data *from;
+    for (ULO count; waiting.take(&places, &count, &from);)
+        for (ULO i = 1; i < count; i++)
+            if (!copy_member(&places[i], &from[i], &waiting)) return;
 }
 
 void free_kst_data(kestrin_data *ret_dat)
 {
-    check_stack(fatal_site::STACK_FREE);
     free_string(&ret_dat->svalue);
     free_array_of(ret_dat);
 }

@@ -31,11 +31,11 @@ void store_first(const ULO *dat_ptr, kestrin_data *array, const kestrin_data *so
 
 bool grow_mixed(kestrin_data *array, ULO index)
 {
-    const ULO size = array_capacity(index);
-    if (!grow_places(&array->array.mix, size, fatal_site::ARSETQ)) return false;
-    for (ULO i = array->indices_numb; i < size; i++) array->array.mix[i] = fresh_variable;
-    array->array.mix[0] = fresh_variable;
-    array->indices_numb = size;
+    const ULO old = owned_places(array), own = places_to_own(index);
+    if (!grow_places(&array->array.mix, own, fatal_site::ARSETQ)) return false;
+    for (ULO i = old; i < own; i++) array->array.mix[i] = fresh_variable;
+    array->indices_numb = array_capacity(index);
+    set_owned_places(array, own);
     array->single = 0;
     return true;
 }
@@ -50,7 +50,7 @@ void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
     kestrin_data copy = owning_slot;
     const bool itself = !source->single && source->array.mix == array->array.mix;
     if (itself) copy_kst_data(&copy, source, 0);
-    if (ULO(index) < array->indices_numb || grow_mixed(array, ULO(index)))
+    if (ULO(index) < owned_places(array) || grow_mixed(array, ULO(index)))
         copy_kst_data(&array->array.mix[index], itself ? &copy : source, 0);
     release(&copy);
 }
@@ -64,9 +64,10 @@ template <class T, UCH letter_, fatal_site places, fatal_site tags> struct numbe
     {
         return reinterpret_cast<T *>(array->array.ival)[index];
     }
-    static bool grow(kestrin_data *array, ULO size)
+    static constexpr fatal_site tags_site = tags;
+    static bool grow(kestrin_data *array, ULO own)
     {
-        return grow_places(&array->array.ival, size, places) && grow_tags(array, size, tags);
+        return grow_places(&array->array.ival, own, places);
     }
     static void store(kestrin_data *array, ULO index, const kestrin_data *source)
     {
@@ -92,12 +93,13 @@ struct member_class<'F'>
 };
 
 template <> struct member_class<'S'> {
-    static bool grow(kestrin_data *array, ULO size)
+    static constexpr fatal_site tags_site = fatal_site::ARSETQ_S_TAGS;
+    static bool grow(kestrin_data *array, ULO own)
     {
-        if (!grow_places(&array->array.svalue, size, fatal_site::ARSETQ_S_ARRAY)) return false;
-        for (ULO i = array->aready_tags == nullptr ? 0 : array->indices_numb; i < size; i++)
-            array->array.svalue[i] = nullptr;
-        return grow_tags(array, size, fatal_site::ARSETQ_S_TAGS);
+        const ULO old = owned_places(array);
+        if (!grow_places(&array->array.svalue, own, fatal_site::ARSETQ_S_ARRAY)) return false;
+        for (ULO i = old; i < own; i++) array->array.svalue[i] = nullptr;
+        return true;
     }
     static void store(kestrin_data *array, ULO index, const kestrin_data *source)
     {
@@ -110,21 +112,23 @@ template <> struct member_class<'S'> {
 };
 
 template <> struct member_class<'Z'> {
-    static bool grow(kestrin_data *array, ULO size)
-    {
-        return grow_tags(array, size, fatal_site::ARSETQ_Z_TAGS);
-    }
+    static constexpr fatal_site tags_site = fatal_site::ARSETQ_Z_TAGS;
+    static bool grow(kestrin_data *, ULO) { return true; }
     static void store(kestrin_data *, ULO, const kestrin_data *) {}
     static void load(kestrin_data *, const kestrin_data *, ULO) {}
 };
 
 template <UCH letter> [[gnu::noinline]] bool grow_typed(kestrin_data *array, ULO index)
 {
-    const ULO size = array_capacity(index);
-    if (!member_class<letter>::grow(array, size)) return false;
-    array->single = 0;
+    using of_class = member_class<letter>;
+    const ULO own = places_to_own(index),
+              size = std::max(array_capacity(index), array->indices_numb);
+    if (!of_class::grow(array, own)) return false;
     array->arraytype = letter;
+    if (!grow_tags(array, size, of_class::tags_site)) return false;
+    array->single = 0;
     array->indices_numb = size;
+    if (letter != 'Z') set_owned_places(array, own);
     return true;
 }
 
@@ -134,13 +138,20 @@ bool fits(const kestrin_data *array, UCH letter)
     return array->arraytype == letter || (array->arraytype == 0 && array->array.mix == nullptr);
 }
 
+// True where the place has memory: always if it holds a member.
+bool has_place(const kestrin_data *array, ULO place)
+{
+    return place < array->indices_numb && (array->aready_tags[place] != 0 ||
+                                           array->arraytype == 'Z' || place < owned_places(array));
+}
+
 template <UCH letter> void store_typed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
     if (index <= 0 || !source->single || source->type != letter || !fits(array, letter))
         return store_mixed(dat_ptr, index, source);
     const ULO place = ULO(index);
-    if (place >= array->indices_numb && !grow_typed<letter>(array, place)) return;
+    if (!has_place(array, place) && !grow_typed<letter>(array, place)) return;
     member_class<letter>::store(array, place, source);
     array->aready_tags[place] = letter;
 }
@@ -188,7 +199,9 @@ void load_member(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
     case 'F': return load_typed<'F'>(ret_dat, array, index);
     case 'S': return load_typed<'S'>(ret_dat, array, index);
     case 'Z': return load_typed<'Z'>(ret_dat, array, index);
-    default: return copy_kst_data(ret_dat, &array->array.mix[index], 0);
+    default:
+        if (index < owned_places(array)) return copy_kst_data(ret_dat, &array->array.mix[index], 0);
+        ret_dat->type = 0;
     }
 }
 
@@ -269,6 +282,7 @@ template <class T> struct member {
 
 bool all_set(const kestrin_data *array, ULO n)
 {
+    if (array->arraytype == 0 && n > 1 && n > owned_places(array)) return false;
     for (ULO i = 1; i < n; i++) {
         const UCH type = array->arraytype != 0 ? array->aready_tags[i] : array->array.mix[i].type;
         if (type == 0) return false;
