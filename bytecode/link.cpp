@@ -3,6 +3,7 @@
 
 #include "bytecode/link.h"
 
+#include <cstring>
 #include <vector>
 
 #include "frontend/isa.h"
@@ -12,6 +13,7 @@
 #include "vm/engine.h"
 #include "vm/image.h"
 #include "vm/leaf.h"
+#include "vm/moves.h"
 #include "vm/stack.h"
 #include "vm/variants.h"
 
@@ -57,18 +59,31 @@ struct linked_node {
     const variant *form = nullptr; // other ways to call it
 };
 
+value_use known_use(value_use use) { return the_engine.moves ? use : value_use::OPERAND; }
+
+// What a node may want to know of the place that it stands in.
+struct node_place {
+    value_use use = value_use::OPERAND;
+    assigned_set later = 0; // variables that later operands of its parent assign
+};
+
 class linker {
 public:
     void link_image(ULO *p, ULO scope);
 
 private:
-    linked_node link_operand(ULO *word);
-    linked_node link_node(ULO *p);
+    linked_node link_operand(ULO *word, node_place place);
+    void link_leaf(ULO *node, fcall handler, node_place place);
+    linked_node link_node(ULO *p, node_place place);
+    assigned_set link_operands(ULO *p, const image::node_words &words, node_place place,
+                               const variant **forms);
+    image::node_words link_words(ULO *p, group_set *groups);
     image::node_words link_instruction(ULO *p, ULO payload, group_set groups);
     image::node_words link_extension(ULO *p, ULO payload);
     image::node_words link_call(ULO *p, ULO payload, CHR letter);
 
     std::vector<ULO> udf_table_; // addresses of the images in scope
+    ULO arguments_ = 0;          // of the function that is linked
 };
 
 image::node_words linker::link_instruction(ULO *p, ULO payload, group_set groups)
@@ -103,46 +118,72 @@ assigned_set set_by(const ULO *p, group_set groups, const image::node_words &wor
     return 0;
 }
 
+// The words of a node other than its operands, linked.
+image::node_words linker::link_words(ULO *p, group_set *groups)
+{
+    const CHR letter = image::letter_of(*p);
+    const ULO payload = image::payload_of(*p);
+    if (letter == 't') return link_extension(p, payload);
+    if (letter == 'L' || letter == 'G') return link_call(p, payload, letter);
+    if (letter != 'T') return {};
+    *groups = groups_of(isa_table[image::row_of(payload)]);
+    return link_instruction(p, payload, *groups);
+}
+
+// A variable that is passed by alias keeps its value for the call, so it is copied where a later
+// argument may assign it. A local one that the function answers gives its value away.
+void linker::link_leaf(ULO *node, fcall handler, node_place place)
+{
+    const bool is_read = strchr("Vifsz", image::letter_of(*node)) != nullptr;
+    if (handler == func__getval_ptr && (place.later & bit_of(node[1])))
+        handler = func__getval;
+    else if (is_read && place.use == value_use::ANSWER && node[1] >= arguments_)
+        handler = func__getval_last;
+    set_handler(node, handler);
+}
+
 // The target of an operand word, linked.
-linked_node linker::link_operand(ULO *word)
+linked_node linker::link_operand(ULO *word, node_place place)
 {
     ULO *node = word + *word;
     *word = reinterpret_cast<ULO>(node);
     const fcall leaf = leaf_handler(image::letter_of(*node));
-    if (leaf == nullptr) return link_node(node);
-    set_handler(node, leaf);
+    if (leaf == nullptr) return link_node(node, place);
+    link_leaf(node, leaf, place);
     return {};
 }
 
-// Operands are linked from the last to the first: an argument that is passed by alias keeps its
-// value for the call, so it is copied where a later argument may assign the variable.
-linked_node linker::link_node(ULO *p)
+// From the last to the first, so that each knows what later ones assign. Returns what they all
+// assign, and the forms of the first of them.
+assigned_set linker::link_operands(ULO *p, const image::node_words &words, node_place place,
+                                   const variant **forms)
+{
+    const fcall handler = reinterpret_cast<fcall>(*p);
+    const ULO count = words.count != 0 ? p[words.count] : words.declared;
+    assigned_set assigned = 0;
+    for (ULO i = count; i-- > 0;) {
+        const value_use use = known_use(use_of_operand(handler, i, count, place.use));
+        const linked_node operand = link_operand(p + words.operands + i, {use, assigned});
+        assigned |= operand.assigned;
+        if (i < looked_at) forms[i] = operand.form;
+    }
+    return assigned;
+}
+
+linked_node linker::link_node(ULO *p, node_place place)
 {
     check_stack(fatal_site::STACK_LINK);
-    const CHR letter = image::letter_of(*p);
-    const ULO payload = image::payload_of(*p);
+    const bool is_instruction = image::letter_of(*p) == 'T';
     group_set groups = 0;
-    image::node_words words;
-    if (letter == 'T') {
-        groups = groups_of(isa_table[image::row_of(payload)]);
-        words = link_instruction(p, payload, groups);
-    } else if (letter == 't')
-        words = link_extension(p, payload);
-    else if (letter == 'L' || letter == 'G')
-        words = link_call(p, payload, letter);
-    ULO *const operands = p + words.operands;
-    linked_node linked;
+    const image::node_words words = link_words(p, &groups);
     const variant *forms[looked_at] = {};
-    for (ULO i = words.count != 0 ? p[words.count] : words.declared; i-- > 0;) {
-        const linked_node operand = link_operand(operands + i);
-        linked.assigned |= operand.assigned;
-        if (i < looked_at) forms[i] = operand.form;
-        ULO *node = reinterpret_cast<ULO *>(operands[i]);
-        if (*node == reinterpret_cast<ULO>(func__getval_ptr) && (linked.assigned & bit_of(node[1])))
-            set_handler(node, func__getval);
-    }
-    if (letter != 'T') return linked;
-    linked.form = specialise(p, operands, forms);
+    linked_node linked = {link_operands(p, words, place, forms)};
+    if (!is_instruction) return linked;
+    const fcall lending = lending_form(reinterpret_cast<fcall>(*p));
+    if (place.use == value_use::ARGUMENT && lending != nullptr && !(place.later & bit_of(p[1])))
+        set_handler(p, lending);
+    else
+        linked.form = specialise(p, p + words.operands, forms, place.use != value_use::UNUSED);
     linked.assigned |= set_by(p, groups, words);
     return linked;
 }
@@ -159,11 +200,13 @@ void linker::link_image(ULO *p, ULO scope)
         link_image(udf, ++scope);
         udf_table_.resize(scope); // what the UDF's own scope added
     }
+    arguments_ = p[image::ARGUMENTS];
+    const node_place answers = {known_use(value_use::ANSWER)};
     const fcall leaf = leaf_handler(image::letter_of(*main_node));
     if (leaf != nullptr)
-        set_handler(main_node, leaf);
+        link_leaf(main_node, leaf, answers);
     else
-        link_node(main_node);
+        link_node(main_node, answers);
 }
 
 } // namespace

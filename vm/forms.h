@@ -91,8 +91,9 @@ template <class op, operand_kind... kinds> auto hand(const ULO *dat_ptr, kestrin
     return value;
 }
 
-// SETQ of a value that is likely a T. handlers/variable.cpp holds the body and makes these two.
-template <class T, operand_kind kind_ = ANY>
+// SETQ of a value that is likely a T; its own value may be `used`. handlers/variable.cpp holds the
+// body and makes these two.
+template <class T, operand_kind kind_ = ANY, bool used = true>
 void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat);
 extern template void assign_any<SLO>(const ULO *dat_ptr, kestrin_data *ret_dat);
 extern template void assign_any<DFL>(const ULO *dat_ptr, kestrin_data *ret_dat);

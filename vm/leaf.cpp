@@ -6,6 +6,7 @@
 #include "kestrin/mapcar.h" // publishes func__dummy_s
 #include "kestrin/strings.h"
 #include "vm/handler.h"
+#include "vm/moves.h"
 
 namespace {
 
@@ -97,6 +98,16 @@ HANDLER(getval_i) { read_typed<'I', copy_number>(dat_ptr, ret_dat); }
 HANDLER(getval_f) { read_typed<'F', copy_number>(dat_ptr, ret_dat); }
 HANDLER(getval_s) { read_typed<'S', copy_text>(dat_ptr, ret_dat); }
 HANDLER(getval_z) { read_typed<'Z', copy_nothing>(dat_ptr, ret_dat); }
+
+HANDLER(getval_last)
+{
+    if (!rt_ctrl->rt_noterror) [[unlikely]]
+        return;
+    lend_again(ret_dat);
+    ret_dat->disable_ptr = 1;
+    take_value(ret_dat, variable(dat_ptr[0]));
+    check_set(dat_ptr, ret_dat);
+}
 
 HANDLER(getval_ptr)
 {

@@ -18,6 +18,7 @@ LEAF(getval_i);
 LEAF(getval_f);
 LEAF(getval_s);
 LEAF(getval_z);
-LEAF(getval_ptr); // an alias whatever the slot: a plain variable passed to a UDF
+LEAF(getval_last); // a local variable that the function answers: its value moves, its frame ends
+LEAF(getval_ptr);  // an alias whatever the slot: a plain variable passed to a UDF
 
 #undef LEAF

@@ -10,6 +10,7 @@
 #include "kestrin/strings.h"
 #include "kestrin/value.h"
 #include "vm/handler.h"
+#include "vm/moves.h"
 #include "vm/places.h"
 
 namespace {
@@ -261,6 +262,27 @@ void copy_kst_data(kestrin_data *dest, const kestrin_data *source, ULO indices_n
     for (ULO count; waiting.take(&places, &count, &from);)
         for (ULO i = 1; i < count; i++)
             if (!copy_member(&places[i], &from[i], &waiting)) return;
+}
+
+void take_value(kestrin_data *dest, kestrin_data *source)
+{
+    if (source->single && source->type != 'S') return copy_kst_data(dest, source, 0);
+    if (source->single) {
+        free_array_of(dest);
+        std::swap(dest->svalue, source->svalue);
+        dest->type = 'S';
+        return;
+    }
+    if (source->indices_numb % places_step != 0) { // mapcar's answer has places of its own number
+        if (!the_engine.small_arrays) return copy_kst_data(dest, source, 0);
+        set_owned_places(source, source->indices_numb);
+        source->indices_numb = places_step;
+    }
+    kestrin_data old = *dest;
+    *dest = *source;
+    dest->disable_ptr = old.disable_ptr;
+    *source = source->disable_ptr ? owning_slot : fresh_variable;
+    release(&old);
 }
 
 void free_kst_data(kestrin_data *ret_dat)

@@ -81,7 +81,7 @@ const variant &variant_for(const variant_row &row, const operand_kind *kinds)
 
 } // namespace
 
-const variant *specialise(ULO *node, const ULO *words, const variant *const *operands)
+const variant *specialise(ULO *node, const ULO *words, const variant *const *operands, bool used)
 {
     const auto found = rows().find(reinterpret_cast<fcall>(node[0]));
     if (found == rows().end()) return nullptr;
@@ -102,6 +102,6 @@ const variant *specialise(ULO *node, const ULO *words, const variant *const *ope
     for (int i = 0; i < 2; i++)
         if (kinds[i] == HANDED) make_it_hand(reinterpret_cast<ULO *>(words[i]), operands[i]);
     const variant &chosen = variant_for(row, kinds);
-    put(node, chosen.record);
+    put(node, used || chosen.unused == nullptr ? chosen.record : chosen.unused);
     return &chosen;
 }

@@ -30,6 +30,7 @@ union handing_form {
 // The handlers of an operation for operands of certain kinds; those that it lacks are NULL.
 struct variant {
     fcall record = nullptr;    // leaves the result in the record: what any parent can call
+    fcall unused = nullptr;    // the same where nobody reads the result, if that makes a difference
     CHR letter = 0;            // 'I', 'F' or 'S', if there is one of the following
     bool exact = false;        // they give the operation's own result, never a cast of another type
     handing_form handing = {}; // hands the result on, by `letter`; its caller lends an owning slot
@@ -85,6 +86,7 @@ extern const std::span<const variant_row> integer_variants, float_variants, comp
     control_variants, variable_variants, array_variants, cast_variants;
 
 // Chooses the variant of a linked node, whose operand words are given with what this function has
-// returned for the first of them. Returns the variant, or NULL for a node that has none.
+// returned for the first of them. Returns the variant, or NULL for a node that has none. `used` is
+// false where nobody reads the node's value.
 constexpr std::size_t looked_at = 4;
-const variant *specialise(ULO *node, const ULO *words, const variant *const *operands);
+const variant *specialise(ULO *node, const ULO *words, const variant *const *operands, bool used);

@@ -70,7 +70,8 @@ private:
     std::string value(int depth)
     {
         if (depth <= 0 || one_in(4)) return leaf();
-        switch (below(19)) {
+        switch (below(20)) {
+        case 19: return "(" + pick("HEAD", "TAIL", "LEN", "ASC") + " " + member_or_variable() + ")";
         case 17: return division(depth);
         case 18:
             return "(== (TYPE " + value(depth - 1) + ") " + pick("\"I\"", "\"S\"", "\"F\"") + ")";
@@ -128,7 +129,9 @@ private:
 
     std::string assignment(int depth)
     {
-        switch (below(4)) {
+        switch (below(6)) {
+        case 4: return append(depth);
+        case 5: return "(SETQ " + variable() + " " + member_or_variable() + ")";
         case 0: return "(SETQ " + variable() + " " + value(depth - 1) + ")";
         case 1: return "(ALSETQ " + variable() + " " + value(depth - 1) + ")";
         case 2: return "(ARSETQ " + array() + " " + index() + " " + constant() + ")";
@@ -136,11 +139,37 @@ private:
         return "(ARSETQ " + array() + " " + gate_ + " " + index() + ") " + value(depth - 1) + ")";
     }
 
+    std::string member_or_variable()
+    {
+        return one_in(3) ? variable() : "(INDEX " + source() + " " + index() + ")";
+    }
+
+    // A text that grows, of a variable or a member.
+    std::string append(int depth)
+    {
+        const std::string more = " (LEFT " + value(depth - 1) + " 9))";
+        const std::string v = variable(), i = index();
+        if (one_in(2)) return "(SETQ " + v + " (CAT " + (one_in(4) ? variable() : v) + more + ")";
+        return "(ARSETQ " + v + " " + i + " (CAT (INDEX " + v + " " + (one_in(4) ? index() : i) +
+               ")" + more + ")";
+    }
+
     std::string call(int depth)
     {
         if (functions_.empty()) return leaf();
         const function f = functions_[static_cast<std::size_t>(below(int(functions_.size())))];
-        return operation(f.name, f.arguments, depth);
+        std::string text = "(" + f.name;
+        for (int i = 0; i < f.arguments; i++)
+            text += " " + (one_in(3) ? member_or_variable() : value(depth - 1));
+        return text + ")";
+    }
+
+    // What a function ends with: often a variable of its own.
+    std::string answer(int depth)
+    {
+        if (depth > 0 && one_in(4))
+            return "(IF " + value(1) + " " + answer(depth - 1) + " " + answer(depth - 1) + ")";
+        return one_in(2) ? one_in(2) ? array() : variable() : value(depth);
     }
 
     // Where a statement stands: directly in a function's body, in a branch there, or in a loop.
@@ -220,7 +249,7 @@ private:
             for (int i = below(3); i > 0; i--) text += definition(nesting, outer) + " ";
         text += start();
         for (int i = 2 + below(6); i > 0; i--) text += " " + statement(2, BODY);
-        text += " " + value(2) + ")";
+        text += " " + answer(2) + ")";
         functions_.resize(known);
         return text;
     }

@@ -10,6 +10,7 @@
 #include "kestrin/isa.h"
 #include "tests/kit/passes.h"
 #include "vm/handler.h"
+#include "vm/places.h"
 
 namespace kit {
 
@@ -37,7 +38,7 @@ inline std::string shown_single(UCH type, SLO number, DFL fraction, const CHR *s
 
 inline std::string shown_member(const kestrin_data &d, ULO i)
 {
-    if (d.arraytype == 0) return shown(d.array.mix[i]);
+    if (d.arraytype == 0) return i < owned_places(&d) ? shown(d.array.mix[i]) : "";
     const UCH tag = d.aready_tags[i];
     if (tag == 0 || d.arraytype == 'Z') return tag == 0 ? "" : "Z";
     return shown_single(tag, d.arraytype == 'I' ? d.array.ival[i] : 0,

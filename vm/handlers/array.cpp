@@ -8,6 +8,7 @@
 #include "kestrin/strings.h"
 #include "vm/forms.h"
 #include "vm/handler.h"
+#include "vm/moves.h"
 #include "vm/places.h"
 #include "vm/text.h"
 
@@ -40,12 +41,18 @@ bool grow_mixed(kestrin_data *array, ULO index)
     return true;
 }
 
-void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
+// `source` is the result record; its value moves where it is not used any more.
+template <bool used = true> void store_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
     if (index < 0) return raise_at(rt_text::SETVAL_NEGATIVE, dat_ptr);
     if (index == 0) return store_first(dat_ptr, array, source);
     if (array->arraytype != 0) return raise_at(rt_text::SETVAL_TYPE, dat_ptr);
+    if (!used && source->disable_ptr) {
+        if (ULO(index) < owned_places(array) || grow_mixed(array, ULO(index)))
+            take_value(&array->array.mix[index], source);
+        return;
+    }
     // The array stored into itself: its places must not move under the copy.
     kestrin_data copy = owning_slot;
     const bool itself = !source->single && source->array.mix == array->array.mix;
@@ -105,6 +112,13 @@ template <> struct member_class<'S'> {
     {
         equ(&array->array.svalue[index], source->svalue);
     }
+    static void take(kestrin_data *array, ULO index, kestrin_data *source)
+    {
+        if (source->disable_ptr)
+            std::swap(array->array.svalue[index], source->svalue);
+        else
+            store(array, index, source);
+    }
     static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
     {
         equ(&ret_dat->svalue, array->array.svalue[index]);
@@ -145,18 +159,22 @@ bool has_place(const kestrin_data *array, ULO place)
                                            array->arraytype == 'Z' || place < owned_places(array));
 }
 
-template <UCH letter> void store_typed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
+template <UCH letter, bool used = true>
+void store_typed(const ULO *dat_ptr, SLO index, kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
     if (index <= 0 || !source->single || source->type != letter || !fits(array, letter))
-        return store_mixed(dat_ptr, index, source);
+        return store_mixed<used>(dat_ptr, index, source);
     const ULO place = ULO(index);
     if (!has_place(array, place) && !grow_typed<letter>(array, place)) return;
-    member_class<letter>::store(array, place, source);
+    if constexpr (letter == 'S' && !used)
+        member_class<'S'>::take(array, place, source);
+    else
+        member_class<letter>::store(array, place, source);
     array->aready_tags[place] = letter;
 }
 
-template <UCH letter, operand_kind at = ANY, operand_kind from = ANY>
+template <UCH letter, operand_kind at = ANY, operand_kind from = ANY, bool used = true>
 void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if constexpr (at == HANDED) ret_dat->disable_ptr = 1; // what hands on wants an owning slot
@@ -171,7 +189,25 @@ void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
         eval(dat_ptr + 2, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
-    store_typed<letter>(dat_ptr, index, ret_dat);
+    store_typed<letter, used>(dat_ptr, index, ret_dat);
+}
+
+template <bool used> void arsetq_any(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    SLO index = 0;
+    ret_ival(dat_ptr + 1, &index);
+    eval(dat_ptr + 2, ret_dat);
+    if (rt_ctrl->rt_noterror) store_mixed<used>(dat_ptr, index, ret_dat);
+}
+
+// A variable, copied from where it stands. Nobody reads the record.
+void arsetq_variable(const ULO *dat_ptr, kestrin_data *)
+{
+    SLO index = 0;
+    kestrin_data alias = borrowing_slot;
+    ret_ival(dat_ptr + 1, &index);
+    eval(dat_ptr + 2, &alias);
+    if (rt_ctrl->rt_noterror) store_mixed(dat_ptr, index, &alias);
 }
 
 // -- Reading -----------------------------------------------------------------------------------
@@ -280,6 +316,28 @@ template <class T> struct member {
     }
 };
 
+// Makes a borrowing slot an alias of a member. False, with nothing owned by the slot, if there is
+// none.
+bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot)
+{
+    if (index < 0 || ULO(index) >= array->indices_numb) return false;
+    const ULO place = ULO(index);
+    if (place == 0) {
+        slot->type = array->type;
+        slot->value = array->value;
+        slot->svalue = array->svalue;
+    } else if (array->arraytype == 0) {
+        if (place >= owned_places(array)) return false;
+        *slot = array->array.mix[place];
+    } else if (array->arraytype == 'S') {
+        slot->type = array->aready_tags[place];
+        slot->svalue = slot->type == 'S' ? array->array.svalue[place] : nullptr;
+    } else {
+        load_member(slot, array, place); // a number, or nil
+    }
+    return slot->type != 0;
+}
+
 bool all_set(const kestrin_data *array, ULO n)
 {
     if (array->arraytype == 0 && n > 1 && n > owned_places(array)) return false;
@@ -306,14 +364,7 @@ void take_members(const ULO *dat_ptr, kestrin_data *ret_dat, SLO n)
 
 } // namespace
 
-HANDLER(arsetq)
-{
-    SLO index = 0;
-    ret_ival(dat_ptr + 1, &index);
-    eval(dat_ptr + 2, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    store_mixed(dat_ptr, index, ret_dat);
-}
+HANDLER(arsetq) { arsetq_any<true>(dat_ptr, ret_dat); }
 
 HANDLER(arsetq_i) { arsetq_typed<'I'>(dat_ptr, ret_dat); }
 HANDLER(arsetq_f) { arsetq_typed<'F'>(dat_ptr, ret_dat); }
@@ -332,6 +383,31 @@ HANDLER(index_i) { index_typed<'I'>(dat_ptr, ret_dat); }
 HANDLER(index_f) { index_typed<'F'>(dat_ptr, ret_dat); }
 HANDLER(index_s) { index_typed<'S'>(dat_ptr, ret_dat); }
 HANDLER(index_z) { index_typed<'Z'>(dat_ptr, ret_dat); }
+
+// In the place of an argument: a member is lent as a plain variable is.
+HANDLER(index_lent)
+{
+    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    clear(ret_dat);
+    ret_dat->disable_ptr = 0;
+    if (rt_ctrl->rt_noterror && !lend_member(variable(dat_ptr[0]), index, ret_dat)) {
+        *ret_dat = borrowing_slot;
+        load(dat_ptr, ret_dat, index); // raises what is wrong
+    }
+}
+
+fcall lending_form(fcall handler)
+{
+    for (const fcall index :
+         {func__index, func__index_i, func__index_f, func__index_s, func__index_z})
+        if (handler == index) return func__index_lent;
+    return nullptr;
+}
+
+bool is_lent(const ULO *node)
+{
+    return is_node(node, func__getval_ptr) || is_node(node, func__index_lent);
+}
 
 HANDLER(alindex)
 {
@@ -371,7 +447,10 @@ constexpr auto index_text_variants =
 
 template <UCH letter>
 constexpr auto arsetq_variants = by_two([]<operand_kind at, operand_kind from>() {
-    return variant{.record = &arsetq_typed<letter, at, from>};
+    variant made = {.record = &arsetq_typed<letter, at, from>};
+    if (from == VARIABLE || from == EXPRESSION) // may be an array after all
+        made.unused = &arsetq_typed<letter, at, from, false>;
+    return made;
 });
 
 template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
@@ -381,6 +460,22 @@ template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
             .variants = arsetq_variants<letter>.data()};
 }
 
+// By the value alone, of any type.
+template <fcall arsetq, fcall variable, fcall other>
+constexpr auto arsetq_any_variants = by_one([]<operand_kind from>() {
+    return variant{.record = arsetq, .unused = from == VARIABLE ? variable : other};
+});
+
+template <fcall arsetq, fcall variable, fcall other> constexpr variant_row arsetq_any_row()
+{
+    return {.general = {arsetq, arsetq},
+            .first = 1,
+            .operands = {{'V'}},
+            .variants = arsetq_any_variants<arsetq, variable, other>.data()};
+}
+
+constexpr fcall take_text = arsetq_typed<'S', ANY, ANY, false>;
+
 constexpr variant_row rows[] = {
     forms<member<SLO>>(func__index_i, func__index_i),
     forms<member<DFL>>(func__index_f, func__index_f),
@@ -389,6 +484,8 @@ constexpr variant_row rows[] = {
      .variants = index_text_variants.data()},
     arsetq_row<'I'>(func__arsetq_i),
     arsetq_row<'F'>(func__arsetq_f),
+    arsetq_any_row<func__arsetq, arsetq_variable, arsetq_any<false>>(),
+    arsetq_any_row<func__arsetq_s, take_text, take_text>(),
 };
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include "kestrin/strings.h"
 #include "vm/handler.h"
+#include "vm/moves.h"
 
 namespace {
 
@@ -26,8 +27,8 @@ void drop_members(kestrin_data *record)
     record->type = type;
 }
 
-// Evaluated in the caller's scope. A plain variable is lent by alias, all else is owned by the
-// frame.
+// Evaluated in the caller's scope. A plain variable is lent by alias, a member too, all else is
+// owned by the frame.
 void evaluate_argument(const ULO *word, kestrin_data *record)
 {
     *record = owning_slot;
@@ -42,13 +43,13 @@ void evaluate_and_drop(const ULO *word)
 {
     kestrin_data record;
     evaluate_argument(word, &record);
-    if (!is_node(node_at(word), func__getval_ptr)) release(&record);
+    if (!is_lent(node_at(word))) release(&record);
 }
 
 void release_frame(kestrin_data *frame, ULO slots, const ULO *words, ULO arguments)
 {
     for (ULO i = 0; i < arguments; i++)
-        if (!is_node(node_at(words + i), func__getval_ptr)) release(&frame[i]);
+        if (!is_lent(node_at(words + i))) release(&frame[i]);
     for (ULO i = arguments; i < slots; i++) release(&frame[i]);
 }
 
@@ -86,7 +87,7 @@ HANDLER(defun)
     kestrin_data *saved_frame = rt->rt_frame;
     rt->rt_function = image;
     rt->rt_frame = frame;
-    ret_dat->disable_ptr = 1; // a variable that the body answers is copied and outlives the frame
+    ret_dat->disable_ptr = 1; // what the body answers outlives the frame
     call(image_main_node(image), ret_dat);
     release_frame(frame, slots, words, arguments);
     rt->frame_top = saved_top;

@@ -6,6 +6,7 @@
 #include "kestrin/strings.h"
 #include "vm/forms.h"
 #include "vm/handler.h"
+#include "vm/moves.h"
 
 void answer_zero(kestrin_data *ret_dat)
 {
@@ -102,6 +103,20 @@ HANDLER(exit)
 {
     (void)dat_ptr, (void)ret_dat;
     unwind(UNWIND_EXIT);
+}
+
+HANDLER(defun);
+
+value_use use_of_operand(fcall handler, ULO i, ULO count, value_use own)
+{
+    const auto is_one_of = [&](fcall a, fcall b) { return handler == a || handler == b; };
+    const value_use answered = own == value_use::ARGUMENT ? value_use::OPERAND : own;
+    if (handler == func__defun) return value_use::ARGUMENT;
+    if (handler == func__progn) return i + 1 == count ? answered : value_use::UNUSED;
+    if (is_one_of(func__if, func__if_j) && i > 0) return answered;
+    if (is_one_of(func__while, func__while_j) && i == 1) return value_use::UNUSED;
+    if (is_one_of(func__for, func__for_j) && i == 4) return value_use::UNUSED;
+    return value_use::OPERAND;
 }
 
 namespace {

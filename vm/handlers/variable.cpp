@@ -4,45 +4,62 @@
 #include "kestrin/strings.h"
 #include "vm/forms.h"
 #include "vm/handler.h"
+#include "vm/moves.h"
 
 namespace {
 
 // An array, also one that a FOR over its name has made single.
 bool holds_array(const kestrin_data *d) { return d->indices_numb > 1; }
 
-void set_number(kestrin_data *target, UCH type, const kestrin_data *source)
+// A number for a variable that holds no more needs nothing freed or copied. Where nobody reads the
+// result record any more, its value moves.
+template <bool used> void assign_result(const ULO *dat_ptr, bool is_number, kestrin_data *ret_dat)
 {
-    target->single = 1;
-    target->type = type;
-    target->value = source->value;
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (is_number && ret_dat->single && owns_nothing(target)) {
+        target->single = 1;
+        target->type = ret_dat->type;
+        target->value = ret_dat->value;
+    } else if constexpr (used) {
+        copy_kst_data(target, ret_dat, 0);
+    } else {
+        take_result(target, ret_dat);
+    }
+}
+
+template <bool used> void assign_value(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    eval(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    assign_result<used>(dat_ptr, ret_dat->type == 'I' || ret_dat->type == 'F', ret_dat);
+}
+
+// A variable, copied from where it stands. Nobody reads the record.
+void assign_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    const ULO *node = node_at(dat_ptr + 1);
+    if (node[1] == dat_ptr[0]) return assign_value<true>(dat_ptr, ret_dat);
+    kestrin_data alias = borrowing_slot;
+    call(node, &alias);
+    if (rt_ctrl->rt_noterror)
+        assign_result<true>(dat_ptr, alias.type == 'I' || alias.type == 'F', &alias);
 }
 
 } // namespace
 
-// Both single and of the proved type: type and value are all there is. Else the generic road.
-template <class T, operand_kind kind_> void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <class T, operand_kind kind_, bool used>
+void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     eval_number<T, kind_>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
-    kestrin_data *target = variable(dat_ptr[0]);
-    if (ret_dat->single && ret_dat->type == kind<T>::letter && owns_nothing(target))
-        set_number(target, kind<T>::letter, ret_dat);
-    else
-        copy_kst_data(target, ret_dat, 0);
+    assign_result<used>(dat_ptr, ret_dat->type == kind<T>::letter, ret_dat);
 }
-template void assign_any<SLO>(const ULO *dat_ptr, kestrin_data *ret_dat);
-template void assign_any<DFL>(const ULO *dat_ptr, kestrin_data *ret_dat);
 
-HANDLER(setq)
-{
-    eval(dat_ptr + 1, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    kestrin_data *target = variable(dat_ptr[0]);
-    if (ret_dat->single && (ret_dat->type == 'I' || ret_dat->type == 'F') && owns_nothing(target))
-        set_number(target, ret_dat->type, ret_dat);
-    else
-        copy_kst_data(target, ret_dat, 0);
-}
+// For the files whose operations a SETQ may be one with.
+template void assign_any<SLO>(const ULO *, kestrin_data *);
+template void assign_any<DFL>(const ULO *, kestrin_data *);
+
+HANDLER(setq) { assign_value<true>(dat_ptr, ret_dat); }
 
 HANDLER(setq_i) { assign_any<SLO>(dat_ptr, ret_dat); }
 HANDLER(setq_f) { assign_any<DFL>(dat_ptr, ret_dat); }
@@ -79,8 +96,21 @@ namespace {
 
 template <class T>
 constexpr auto setq_variants = by_one([]<operand_kind value>() {
-    return variant{.record = &assign_any<T, value>};
+    return variant{.record = &assign_any<T, value>, .unused = &assign_any<T, value, false>};
 });
+
+// Of any type.
+template <fcall setq>
+constexpr auto setq_any_variants = by_one([]<operand_kind value>() {
+    return variant{.record = setq,
+                   .unused = value == VARIABLE ? &assign_variable : &assign_value<false>};
+});
+
+template <fcall setq> constexpr variant_row setq_any_row(fcall alsetq)
+{
+    return {
+        .general = {setq, alsetq}, .operands = {{'V'}}, .variants = setq_any_variants<setq>.data()};
+}
 
 template <class T> constexpr variant_row setq_row(fcall setq, fcall alsetq)
 {
@@ -90,8 +120,10 @@ template <class T> constexpr variant_row setq_row(fcall setq, fcall alsetq)
             .variants = setq_variants<T>.data()};
 }
 
-constexpr variant_row rows[] = {setq_row<SLO>(func__setq_i, func__alsetq_i),
-                                setq_row<DFL>(func__setq_f, func__alsetq_f)};
+constexpr variant_row rows[] = {
+    setq_row<SLO>(func__setq_i, func__alsetq_i), setq_row<DFL>(func__setq_f, func__alsetq_f),
+    setq_any_row<func__setq>(func__alsetq), setq_any_row<func__setq_s>(func__alsetq_s),
+    setq_any_row<func__setq_z>(func__alsetq_z)};
 
 } // namespace
 

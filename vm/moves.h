@@ -1,0 +1,37 @@
+// Values that change hands in place of being copied. The linker knows what becomes of the value of
+// a node; where nobody could see the difference, it puts a form of the handler there that takes,
+// gives away or lends what the usual one copies.
+#pragma once
+
+#include "kestrin/value.h"
+
+// Gives the value of `source` to `dest`, each the owner of what it holds. What `dest` held is freed
+// or stays in `source` as a buffer; `source` is left with no value to go by. Both keep their
+// `disable_ptr`.
+void take_value(kestrin_data *dest, kestrin_data *source);
+
+// The same from a result record that nobody reads any more; it may be an alias, which is copied.
+inline void take_result(kestrin_data *dest, kestrin_data *source)
+{
+    if (source->disable_ptr)
+        take_value(dest, source);
+    else
+        copy_kst_data(dest, source, 0);
+}
+
+enum class value_use : UCH {
+    OPERAND, // by the node around it
+    UNUSED,  // by nobody
+    ANSWER,  // it is what the function answers, the last thing that is done in its frame
+    ARGUMENT // of a function
+};
+
+// What becomes of operand `i` of `count`, in a node that has this handler and whose own value is
+// used so.
+value_use use_of_operand(fcall handler, ULO i, ULO count, value_use own);
+
+// The form of an INDEX that lends its member to a function; NULL for other handlers.
+fcall lending_form(fcall handler);
+
+// True for a node that lends what it passes to a function: the frame must not free it.
+bool is_lent(const ULO *node);
