@@ -50,7 +50,6 @@ protected:
     void TearDown() override
     {
         _internal_ISAext_COPs_set(nullptr);
-        the_engine.moves = 1;
         the_engine.small_arrays = 0;
     }
 };
@@ -81,12 +80,6 @@ void compare(const std::string &text)
               std::tie(plain.output, plain.value, plain.error_code))
         << text;
     EXPECT_EQ(without_place(typed.error), without_place(plain.error)) << text;
-}
-
-unsigned programs_asked(unsigned usual)
-{
-    const char *asked = getenv("KESTRIN_TEST_COUNT");
-    return asked == nullptr ? usual : static_cast<unsigned>(atol(asked));
 }
 
 struct run_case {
@@ -123,30 +116,13 @@ TEST_F(TypedRuns, MixedTypes)
     }
 }
 
-// Values that move, and arrays that own few places, do what copies of whole arrays do.
-TEST_F(TypedRuns, MovesAreNotSeen)
-{
-    for (unsigned seed = 0; seed < programs_asked(2000) && !HasFailure(); seed++) {
-        SCOPED_TRACE(seed);
-        kit::random_program source(seed, true, "(TICK)", "(GATE");
-        const std::string text = kit::squeezed(kit::checked(source.text()));
-        for (const bool with_types : {true, false}) {
-            const kit::outcome moved = run(text, with_types);
-            the_engine.moves = the_engine.small_arrays = 0;
-            const kit::outcome copied = run(text, with_types);
-            the_engine.moves = the_engine.small_arrays = 1;
-            EXPECT_EQ(std::tie(moved.output, moved.value, moved.error, moved.error_code),
-                      std::tie(copied.output, copied.value, copied.error, copied.error_code))
-                << text;
-        }
-    }
-}
-
 // More random programs can be asked for from outside. In those that are not sound, where a type
 // that counts as proved does not hold, values differ; all that stands is memory.
 TEST_F(TypedRuns, RandomPrograms)
 {
-    for (unsigned seed = 0; seed < programs_asked(2000) && !HasFailure(); seed++)
+    const char *asked = getenv("KESTRIN_TEST_COUNT");
+    const unsigned count = asked == nullptr ? 2000 : static_cast<unsigned>(atol(asked));
+    for (unsigned seed = 0; seed < count && !HasFailure(); seed++)
         for (const bool sound : {true, false}) {
             SCOPED_TRACE(seed);
             kit::random_program source(seed, sound, "(TICK)", "(GATE");
