@@ -4,6 +4,7 @@
 #include "frontend/words.h"
 
 #include "strings/scratch.h"
+#include "vm/machine.h"
 
 std::vector<instruction_word> instruction_words;
 
@@ -38,21 +39,14 @@ void enter_words(name_table *known)
         add_word(known, view(*isa_table[i].mnemonic), {'T', i, isa_table[i].operands, 0});
     for (ULO i = 0; i < isaext_count; i++)
         add_word(known, isaext_table[i].fnc_name, {'t', i, isaext_table[i].operands, 0});
-    for (unsigned g = 0; is_first && g < GROUPS; g++)
-        mark_members(*known, static_cast<group>(g));
-}
-
-name_table &own_names()
-{
-    static thread_local name_table table;
-    return table;
+    for (unsigned g = 0; is_first && g < GROUPS; g++) mark_members(*known, static_cast<group>(g));
 }
 
 } // namespace
 
 name_table &names()
 {
-    name_table &table = own_names();
+    name_table &table = of_thread<name_table>();
     if (table.count() == 0) enter_words(&table);
     return table;
 }
@@ -74,5 +68,5 @@ ULO row_of_group(group g)
 void forget_words()
 {
     instruction_words.clear();
-    own_names() = name_table();
+    of_thread<name_table>() = name_table();
 }

@@ -42,11 +42,16 @@ struct chunk_end {
 constexpr ULO first_chunk = 1024, largest_chunk = ULO(1) << 20;
 constexpr ULO most_records = ULO(1) << 56;
 
+// What layers above keep for a thread.
+constexpr ULO most_ends = 4;
+
 struct thread_blocks {
     rt_control control;
     strings_state strings;
     chunk_end root; // where the list of chunks begins
     interrupt_handler former_interrupt;
+    void (*ends[most_ends])();
+    ULO ends_count;
 };
 
 constinit thread_local thread_blocks *blocks = nullptr;
@@ -109,7 +114,7 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
     if (blocks != nullptr) return;
     blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
     if (blocks == nullptr) fatal(fatal_site::THREAD_SETUP);
-    *blocks = {initial_control, {}, {nullptr, nullptr, first_chunk}, nullptr};
+    *blocks = {initial_control, {}, {nullptr, nullptr, first_chunk}, nullptr, {}, 0};
     rt_ctrl = &blocks->control;
     strings_tls = &blocks->strings;
     former_interrupt_handler = &blocks->former_interrupt;
@@ -118,6 +123,7 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
 void cleanup_quarne_thread_safe_functionality_for_local_thread()
 {
     if (blocks == nullptr) return;
+    while (blocks->ends_count > 0) blocks->ends[--blocks->ends_count]();
     free_string(&rt_ctrl->rt_run_text);
     free_string(&rt_ctrl->rt_error_text);
     free_string(&rt_ctrl->rt_captured);
@@ -128,6 +134,13 @@ void cleanup_quarne_thread_safe_functionality_for_local_thread()
     former_interrupt_handler = nullptr;
     free(blocks);
     blocks = nullptr;
+}
+
+void at_end_of_thread(void (*end)())
+{
+    if (blocks == nullptr) return;
+    if (blocks->ends_count == most_ends) fatal(fatal_site::THREAD_SETUP);
+    blocks->ends[blocks->ends_count++] = end;
 }
 
 kestrin_data *next_frame_chunk(ULO slots, fatal_site site)

@@ -29,6 +29,23 @@ struct rt_control {
 // NULL on a thread without set-up.
 extern constinit thread_local rt_control *rt_ctrl;
 
+// Has the clean-up of the calling thread call `end`. A thread without set-up has no clean-up.
+void at_end_of_thread(void (*end)());
+
+// The calling thread's one T: made when it is first asked for, gone with the thread's clean-up.
+template <class T> T &of_thread()
+{
+    static constinit thread_local T *mine = nullptr;
+    if (mine == nullptr) {
+        mine = new T;
+        at_end_of_thread([] {
+            delete mine;
+            mine = nullptr;
+        });
+    }
+    return *mine;
+}
+
 // Runs a linked program, a counted string, with `ret_dat` as an owning slot for the result.
 // `capture` 1 collects output in rt_captured. Returns 1 on a normal end, also by BREAK or EXIT at
 // the top, and 0 with a runtime error pending.

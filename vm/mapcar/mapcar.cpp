@@ -79,7 +79,7 @@ struct passing_names {
 // A tree that is used again and again, so that a short text costs no allocation.
 tree &own_tree()
 {
-    static thread_local tree t;
+    tree &t = of_thread<tree>();
     if (t.nodes.capacity() > 1 << 16) t = tree(); // what a large text has left
     t.clear();
     return t;
