@@ -25,10 +25,20 @@ inline bool is_variable_read(const ULO *node)
            is_node(node, func__getval_z);
 }
 
-// A leaf: its evaluation changes no variable.
+// An INDEX of an array of texts, or of any values, whose index is a leaf. Words: variable, index.
+void func__index(const ULO *dat_ptr, kestrin_data *ret_dat);
+void func__index_s(const ULO *dat_ptr, kestrin_data *ret_dat);
+inline bool is_plain_member(const ULO *node)
+{
+    return (is_node(node, func__index) || is_node(node, func__index_s)) &&
+           is_number_leaf(node_at(node + 2));
+}
+
+// Its evaluation changes no variable.
 inline bool is_quiet(const ULO *node)
 {
-    return is_number_leaf(node) || is_node(node, func__dummy_s) || is_node(node, func__getval_s);
+    return is_number_leaf(node) || is_node(node, func__dummy_s) || is_node(node, func__getval_s) ||
+           is_plain_member(node);
 }
 inline bool all_quiet(const ULO *from, const ULO *to)
 {
@@ -52,14 +62,24 @@ inline void eval_text(const ULO *word, kestrin_data *slot)
     if (!slot->single || slot->type != 'S') make_text(word, slot);
 }
 
-// The text of a constant or of a variable that holds one, where it stands; NULL for anything else,
-// an allocated text otherwise.
+// Makes a borrowing slot an alias of a member. False, with nothing owned by the slot, if there is
+// none.
+bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot);
+
+// The place of the text of a plain member that is one, NULL if it is not.
+CHR **member_text(const ULO *node);
+
+// The text of a constant, or of a variable or plain member that holds one, where it stands; NULL
+// for anything else, an allocated text otherwise.
 inline const CHR *text_in_place(const ULO *node)
 {
     if (is_node(node, func__dummy_s)) return reinterpret_cast<const CHR *>(node + 2);
-    if (!is_node(node, func__getval) && !is_node(node, func__getval_s)) return nullptr;
-    const kestrin_data *v = variable(node[1]);
-    return v->type == 'S' ? v->svalue : nullptr;
+    if (is_node(node, func__getval) || is_node(node, func__getval_s)) {
+        const kestrin_data *v = variable(node[1]);
+        return v->type == 'S' ? v->svalue : nullptr;
+    }
+    CHR **const place = is_plain_member(node) ? member_text(node) : nullptr;
+    return place == nullptr ? nullptr : *place;
 }
 
 // A number that can be fetched without touching the text in the result record.

@@ -255,6 +255,12 @@ void free_array_of(kestrin_data *d)
 void copy_kst_data(kestrin_data *dest, const kestrin_data *source, ULO indices_numb)
 {
     if (dest == source) return;
+    const bool alias = dest->svalue != nullptr && dest->svalue == source->svalue;
+    if (source->single && dest->array.mix == nullptr && dest->aready_tags == nullptr && !alias) {
+        copy_single(dest, source);
+        dest->single = 1;
+        return;
+    }
     waiting_places waiting;
     if (!copy_record(dest, source, indices_numb, &waiting)) return;
     kestrin_data *places;

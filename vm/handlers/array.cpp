@@ -268,6 +268,24 @@ void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
     load(dat_ptr, ret_dat, index);
 }
 
+[[gnu::noinline]] const CHR *hand_other(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    index_typed<'S'>(dat_ptr, ret_dat);
+    if (rt_ctrl->rt_noterror && ret_dat->type != 'S') make_text(dat_ptr, ret_dat);
+    return ret_dat->svalue;
+}
+
+// A member of an array of texts, handed on where it stands.
+template <operand_kind at> const CHR *hand_text(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    SLO index;
+    const kestrin_data *array = variable(dat_ptr[0]);
+    if (in_place<SLO, at>(dat_ptr + 1, &index) && index > 0 && ULO(index) < array->indices_numb &&
+        array->arraytype == 'S' && array->aready_tags[index] != 0) [[likely]]
+        return array->array.svalue[index];
+    return hand_other(dat_ptr, ret_dat);
+}
+
 // A member of a number array in a register.
 template <class T> struct member {
     using result = T;
@@ -316,28 +334,6 @@ template <class T> struct member {
     }
 };
 
-// Makes a borrowing slot an alias of a member. False, with nothing owned by the slot, if there is
-// none.
-bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot)
-{
-    if (index < 0 || ULO(index) >= array->indices_numb) return false;
-    const ULO place = ULO(index);
-    if (place == 0) {
-        slot->type = array->type;
-        slot->value = array->value;
-        slot->svalue = array->svalue;
-    } else if (array->arraytype == 0) {
-        if (place >= owned_places(array)) return false;
-        *slot = array->array.mix[place];
-    } else if (array->arraytype == 'S') {
-        slot->type = array->aready_tags[place];
-        slot->svalue = slot->type == 'S' ? array->array.svalue[place] : nullptr;
-    } else {
-        load_member(slot, array, place); // a number, or nil
-    }
-    return slot->type != 0;
-}
-
 bool all_set(const kestrin_data *array, ULO n)
 {
     if (array->arraytype == 0 && n > 1 && n > owned_places(array)) return false;
@@ -363,6 +359,50 @@ void take_members(const ULO *dat_ptr, kestrin_data *ret_dat, SLO n)
 }
 
 } // namespace
+
+bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot)
+{
+    if (index < 0 || ULO(index) >= array->indices_numb) return false;
+    const ULO place = ULO(index);
+    if (place == 0) {
+        slot->type = array->type;
+        slot->value = array->value;
+        slot->svalue = array->svalue;
+    } else if (array->arraytype == 0) {
+        if (place >= owned_places(array)) return false;
+        *slot = array->array.mix[place];
+    } else if (array->arraytype == 'S') {
+        slot->type = array->aready_tags[place];
+        slot->svalue = slot->type == 'S' ? array->array.svalue[place] : nullptr;
+    } else {
+        load_member(slot, array, place); // a number, or nil
+    }
+    return slot->type != 0;
+}
+
+// The index of a plain member, if its leaf is good for one.
+static bool plain_index(const ULO *node, SLO *index)
+{
+    const ULO *word = node + 2;
+    return is_node(node_at(word), func__dummy_i)
+               ? in_place<SLO, CONSTANT>(word, index)
+               : !is_node(node_at(word), func__dummy_f) && in_place<SLO, VARIABLE>(word, index);
+}
+
+CHR **member_text(const ULO *node)
+{
+    SLO index;
+    if (!rt_ctrl->rt_noterror || !plain_index(node, &index)) return nullptr;
+    kestrin_data *array = variable(node[1]);
+    const ULO place = ULO(index);
+    if (place >= array->indices_numb) return nullptr;
+    if (place == 0) return array->type == 'S' ? &array->svalue : nullptr;
+    if (array->arraytype == 'S')
+        return array->aready_tags[place] != 0 ? &array->array.svalue[place] : nullptr;
+    if (array->arraytype != 0 || place >= owned_places(array)) return nullptr;
+    kestrin_data *member = &array->array.mix[place];
+    return member->type == 'S' ? &member->svalue : nullptr;
+}
 
 HANDLER(arsetq) { arsetq_any<true>(dat_ptr, ret_dat); }
 
@@ -442,8 +482,15 @@ HANDLER(indices)
 
 namespace {
 
-constexpr auto index_text_variants =
-    by_one([]<operand_kind at>() { return variant{.record = &index_typed<'S', at>}; });
+// The handler stays, by which others know what stands in place.
+constexpr auto index_text_variants = by_one([]<operand_kind at>() {
+    variant made = {.record = func__index_s};
+    if constexpr (stands_in_place(at)) {
+        made.letter = 'S';
+        made.handing = {.text = &hand_text<at>};
+    }
+    return made;
+});
 
 template <UCH letter>
 constexpr auto arsetq_variants = by_two([]<operand_kind at, operand_kind from>() {

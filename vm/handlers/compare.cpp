@@ -89,11 +89,17 @@ template <class relation> struct comparison {
     {
         ret_dat->disable_ptr = 1;
         const ULO *node = node_at(dat_ptr);
-        // A plain variable is compared where it stands, unless the second operand could assign it.
-        if (is_node(node, func__getval) && is_quiet(node_at(dat_ptr + 1))) {
-            const kestrin_data *v = variable(node[1]);
-            if (!rt_ctrl->rt_noterror) return;
-            if (v->type != 0) return by_type(v, dat_ptr + 1, ret_dat);
+        // A plain variable or the text of a member is compared where it stands, unless the second
+        // operand could assign it.
+        if (is_quiet(node_at(dat_ptr + 1))) {
+            if (is_node(node, func__getval)) {
+                const kestrin_data *v = variable(node[1]);
+                if (!rt_ctrl->rt_noterror) return;
+                if (v->type != 0) return by_type(v, dat_ptr + 1, ret_dat);
+            } else if (is_plain_member(node)) {
+                CHR *const *text = member_text(node);
+                if (text != nullptr) return with_text(*text, dat_ptr + 1, ret_dat);
+            }
         }
         call_for_value(node, ret_dat);
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
@@ -163,10 +169,10 @@ template <class relation, class T> struct of_numbers {
     }
 };
 
-// The comparison of two texts that stand in place, or of one that is handed on with a constant.
+// The comparison of two texts that stand in place, or of one that is handed on with such a one.
 template <class relation> struct of_texts {
     using result = SLO;
-    static constexpr wanted wants[] = {{'S', true}, {'S', true}};
+    static constexpr wanted wants[] = {{'S'}, {'S'}};
     static constexpr bool truth = true;
 
     static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -184,16 +190,26 @@ template <class relation> struct of_texts {
         return true;
     }
 
-    template <operand_kind, operand_kind>
+    template <operand_kind, operand_kind b>
     static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        const CHR *first = handed<const CHR *>(dat_ptr, ret_dat);
-        return relation::texts(first, constant_of<const CHR *>(node_at(dat_ptr + 1)));
+        const CHR *first = handed<const CHR *>(dat_ptr, ret_dat), *second;
+        if (in_place<const CHR *, b>(dat_ptr + 1, &second)) [[likely]]
+            return relation::texts(first, second);
+        return with_other(first, dat_ptr + 1);
+    }
+
+    // A variable that holds no text; the first one may stand in the record.
+    [[gnu::noinline]] static SLO with_other(const CHR *first, const ULO *word)
+    {
+        scratch second;
+        ret_sval(word, &second.s);
+        return relation::texts(first, second.s);
     }
 
     template <operand_kind a, operand_kind b> static constexpr variant make()
     {
-        if constexpr (stands_in_place(b) && (stands_in_place(a) || (a == HANDED && b == CONSTANT)))
+        if constexpr (stands_in_place(b) && (stands_in_place(a) || a == HANDED))
             return forms_of<of_texts, a, b>();
         else if constexpr (a == HANDED || b == HANDED)
             return {};
