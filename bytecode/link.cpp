@@ -170,6 +170,19 @@ assigned_set linker::link_operands(ULO *p, const image::node_words &words, node_
     return assigned;
 }
 
+// The form of a node that lends, or changes a text where it stands, while nothing assigns the
+// variable in its word 1; NULL if there is none.
+fcall moving_form(const ULO *p, node_place place, assigned_set by_operands)
+{
+    if (place.use == value_use::ARGUMENT) {
+        const fcall lending = lending_form(reinterpret_cast<fcall>(*p));
+        return lending != nullptr && !(place.later & bit_of(p[1])) ? lending : nullptr;
+    }
+    if (place.use != value_use::UNUSED) return nullptr;
+    const fcall appending = appending_form(p);
+    return appending != nullptr && !(by_operands & bit_of(p[1])) ? appending : nullptr;
+}
+
 linked_node linker::link_node(ULO *p, node_place place)
 {
     check_stack(fatal_site::STACK_LINK);
@@ -179,9 +192,8 @@ linked_node linker::link_node(ULO *p, node_place place)
     const variant *forms[looked_at] = {};
     linked_node linked = {link_operands(p, words, place, forms)};
     if (!is_instruction) return linked;
-    const fcall lending = lending_form(reinterpret_cast<fcall>(*p));
-    if (place.use == value_use::ARGUMENT && lending != nullptr && !(place.later & bit_of(p[1])))
-        set_handler(p, lending);
+    if (const fcall moving = moving_form(p, place, linked.assigned); moving != nullptr)
+        set_handler(p, moving);
     else
         linked.form = specialise(p, p + words.operands, forms, place.use != value_use::UNUSED);
     linked.assigned |= set_by(p, groups, words);

@@ -30,6 +30,10 @@ enum class value_use : UCH {
 // used so.
 value_use use_of_operand(fcall handler, ULO i, ULO count, value_use own);
 
+// The form of a linked SETQ or ARSETQ, nobody reads whose value, that appends to a text in place;
+// NULL if `node` is no such thing. Not for one whose value operand assigns the variable.
+fcall appending_form(const ULO *node);
+
 // The form of an INDEX that lends its member to a function; NULL for other handlers.
 fcall lending_form(fcall handler);
 

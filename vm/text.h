@@ -66,8 +66,10 @@ inline void eval_text(const ULO *word, kestrin_data *slot)
 // none.
 bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot);
 
-// The place of the text of a plain member that is one, NULL if it is not.
-CHR **member_text(const ULO *node);
+// The place of the text of a plain member that is one, NULL if it is not. The text of an array is
+// its member 0; it is one where it is only read.
+enum text_kind : UCH { ANY_TEXT, SINGLE_TEXT };
+CHR **member_text(const ULO *node, text_kind wanted_kind = ANY_TEXT);
 
 // The text of a constant, or of a variable or plain member that holds one, where it stands; NULL
 // for anything else, an allocated text otherwise.

@@ -389,7 +389,7 @@ static bool plain_index(const ULO *node, SLO *index)
                : !is_node(node_at(word), func__dummy_f) && in_place<SLO, VARIABLE>(word, index);
 }
 
-CHR **member_text(const ULO *node)
+CHR **member_text(const ULO *node, text_kind wanted_kind)
 {
     SLO index;
     if (!rt_ctrl->rt_noterror || !plain_index(node, &index)) return nullptr;
@@ -401,7 +401,8 @@ CHR **member_text(const ULO *node)
         return array->aready_tags[place] != 0 ? &array->array.svalue[place] : nullptr;
     if (array->arraytype != 0 || place >= owned_places(array)) return nullptr;
     kestrin_data *member = &array->array.mix[place];
-    return member->type == 'S' ? &member->svalue : nullptr;
+    const bool is_text = member->type == 'S' && (member->single || wanted_kind == ANY_TEXT);
+    return is_text ? &member->svalue : nullptr;
 }
 
 HANDLER(arsetq) { arsetq_any<true>(dat_ptr, ret_dat); }
@@ -484,7 +485,8 @@ namespace {
 
 // The handler stays, by which others know what stands in place.
 constexpr auto index_text_variants = by_one([]<operand_kind at>() {
-    variant made = {.record = func__index_s};
+    variant made = {};
+    if constexpr (at != HANDED) made.record = func__index_s;
     if constexpr (stands_in_place(at)) {
         made.letter = 'S';
         made.handing = {.text = &hand_text<at>};

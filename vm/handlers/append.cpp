@@ -1,0 +1,87 @@
+// (setq s (cat s x)) and (arsetq a i (cat (index a i) x)) where nobody reads the value of the
+// whole: x goes behind the text where that stands. Without it the text would be copied for every
+// piece. Words: those of the SETQ or ARSETQ, whose value operand is the CAT.
+
+#include "kestrin/strings.h"
+#include "vm/handler.h"
+#include "vm/moves.h"
+#include "vm/text.h"
+
+HANDLER(setq);
+HANDLER(setq_s);
+HANDLER(alsetq);
+HANDLER(alsetq_s);
+HANDLER(arsetq);
+HANDLER(arsetq_s);
+HANDLER(cat);
+HANDLER(cat_j);
+
+namespace {
+
+// The operand words of a CAT.
+const ULO *joined_words(const ULO *value_word) { return node_at(value_word) + 1; }
+
+// Evaluates the second operand of the CAT and puts it behind the text at `place`, which that does
+// not assign.
+void append(CHR **place, const ULO *cat_words, kestrin_data *ret_dat)
+{
+    ret_dat->disable_ptr = 1;
+    const held_operand<const CHR *, CAST> more(cat_words + 1, cat_words + 2, ret_dat, true);
+    if (rt_ctrl->rt_noterror) cat(place, more.get(ret_dat));
+}
+
+template <fcall general> void append_to_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (!rt_ctrl->rt_noterror) return;
+    if (target->indices_numb > 1 || target->type != 'S') return general(dat_ptr, ret_dat);
+    append(&target->svalue, joined_words(dat_ptr + 1), ret_dat);
+}
+
+// A store of any type refuses an array of one class.
+template <fcall general> void append_to_member(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    const ULO *words = joined_words(dat_ptr + 2);
+    CHR **place = member_text(node_at(words), SINGLE_TEXT);
+    const bool refused = general == func__arsetq && variable(dat_ptr[0])->arraytype != 0;
+    if (place == nullptr || refused) return general(dat_ptr, ret_dat);
+    append(place, words, ret_dat);
+}
+
+bool is_cat(const ULO *node) { return is_node(node, func__cat) || is_node(node, func__cat_j); }
+
+bool is_same_leaf(const ULO *a, const ULO *b) { return a[0] == b[0] && a[1] == b[1]; }
+
+// `node` is a SETQ of the variable in its word 1.
+bool appends_to_variable(const ULO *node)
+{
+    const ULO *value = node_at(node + 2);
+    if (!is_cat(value)) return false;
+    const ULO *first = node_at(value + 1);
+    return is_variable_read(first) && first[1] == node[1];
+}
+
+// `node` is an ARSETQ.
+bool appends_to_member(const ULO *node)
+{
+    const ULO *index = node_at(node + 2), *value = node_at(node + 3);
+    if (!is_cat(value)) return false;
+    const ULO *first = node_at(value + 1);
+    return is_plain_member(first) && first[1] == node[1] && is_same_leaf(index, node_at(first + 2));
+}
+
+} // namespace
+
+fcall appending_form(const ULO *node)
+{
+    const auto is = [node](fcall a, fcall b) { return is_node(node, a) || is_node(node, b); };
+    if (is(func__setq, func__alsetq) && appends_to_variable(node))
+        return append_to_variable<func__setq>;
+    if (is(func__setq_s, func__alsetq_s) && appends_to_variable(node))
+        return append_to_variable<func__setq_s>;
+    if (is_node(node, func__arsetq) && appends_to_member(node))
+        return append_to_member<func__arsetq>;
+    if (is_node(node, func__arsetq_s) && appends_to_member(node))
+        return append_to_member<func__arsetq_s>;
+    return nullptr;
+}
