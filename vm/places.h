@@ -48,10 +48,21 @@ inline void set_owned_places(kestrin_data *d, ULO owned)
         d->aready_tags[0] = owned < places_step ? static_cast<UCH>(owned) : 0;
 }
 
-// Reallocates a run of places. Returns false if memory ran out and the thread's fault hook let the
-// machine go on.
-template <class T> bool grow_places(T **places, ULO size, fatal_site site)
+// Places that are allocated for so many: some more in a large array, for a reallocation costs a
+// system call. Nothing touches the rest. An extension unit's own arrays have none.
+inline ULO places_to_allocate(ULO size)
 {
+    if (!the_engine.small_arrays || size < 1024) return size;
+    const ULO step = std::bit_floor(size) / 8;
+    return (size + step - 1) / step * step;
+}
+
+// Reallocates a run of `old` places, 0 if there is none yet. Returns false if memory ran out and
+// the thread's fault hook let the machine go on.
+template <class T> bool grow_places(T **places, ULO old, ULO size, fatal_site site)
+{
+    if (old != 0 && places_to_allocate(old) == places_to_allocate(size)) return true;
+    size = places_to_allocate(size);
     ULO bytes = 0;
     void *grown = nullptr;
     if (!__builtin_mul_overflow(size, ULO(sizeof(T)), &bytes)) grown = realloc(*places, bytes);
@@ -67,8 +78,7 @@ template <class T> bool grow_places(T **places, ULO size, fatal_site site)
 inline bool grow_tags(kestrin_data *d, ULO size, fatal_site site)
 {
     const ULO old = d->aready_tags == nullptr ? 0 : d->indices_numb;
-    if (size == old) return true;
-    if (!grow_places(&d->aready_tags, size, site)) return false;
+    if (!grow_places(&d->aready_tags, old, size, site)) return false;
     if (size > old) memset(d->aready_tags + old, 0, size - old);
     return true;
 }

@@ -112,7 +112,7 @@ struct array_copy {
 // Room for what is to be owned; `old` members from `n` on have been freed.
 template <class T> bool make_room(const array_copy &c, T **places, fatal_site site)
 {
-    return c.own == c.old || grow_places(places, c.own, site);
+    return grow_places(places, c.old, c.own, site);
 }
 
 bool copy_tags(const array_copy &c, fatal_site site)

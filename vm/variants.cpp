@@ -54,7 +54,9 @@ operand_kind kind_of(const ULO *word, const variant *operand, wanted want)
     case 'I': return kind_of_leaf<SLO>(node);
     case 'F': return kind_of_leaf<DFL>(node);
     case 'S': return kind_of_leaf<const CHR *>(node);
-    default: return is_variable_read(node) ? VARIABLE : ANY;
+    default:
+        if (is_node(node, func__getval_ptr)) return ANY;
+        return is_variable_read(node) ? VARIABLE : CONSTANT;
     }
 }
 

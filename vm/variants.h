@@ -15,8 +15,8 @@
 #include "kestrin/value.h"
 
 // VARIABLE: a read of a plain variable whose type is unknown or the operand's. CONSTANT: one of the
-// operand's type. HANDED: a node that hands on a value of the operand's type. EXPRESSION: any
-// other node with operands of its own, or a call. ANY: not looked at.
+// operand's type, which may be any. HANDED: a node that hands on a value of the operand's type.
+// EXPRESSION: any other node with operands of its own, or a call. ANY: not looked at.
 enum operand_kind : UCH { VARIABLE, CONSTANT, HANDED, EXPRESSION, ANY };
 constexpr std::size_t operand_kinds = 4;
 

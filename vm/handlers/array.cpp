@@ -33,7 +33,7 @@ void store_first(const ULO *dat_ptr, kestrin_data *array, const kestrin_data *so
 bool grow_mixed(kestrin_data *array, ULO index)
 {
     const ULO old = owned_places(array), own = places_to_own(index);
-    if (!grow_places(&array->array.mix, own, fatal_site::ARSETQ)) return false;
+    if (!grow_places(&array->array.mix, old, own, fatal_site::ARSETQ)) return false;
     for (ULO i = old; i < own; i++) array->array.mix[i] = fresh_variable;
     array->indices_numb = array_capacity(index);
     set_owned_places(array, own);
@@ -41,25 +41,48 @@ bool grow_mixed(kestrin_data *array, ULO index)
     return true;
 }
 
-// `source` is the result record; its value moves where it is not used any more.
-template <bool used = true> void store_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
+// The array stored into itself: its places must not move under the copy.
+[[gnu::noinline]] void store_itself(kestrin_data *array, ULO index)
+{
+    kestrin_data copy = owning_slot;
+    copy_kst_data(&copy, array, 0);
+    if (index < owned_places(array) || grow_mixed(array, index))
+        take_value(&array->array.mix[index], &copy);
+    release(&copy);
+}
+
+// False, with an error pending, where no member above 0 can be stored. Member 0 is none of these.
+bool takes_member(const ULO *dat_ptr, SLO index, const kestrin_data *array)
+{
+    if (index >= 0 && array->arraytype == 0) return true;
+    raise_at(index < 0 ? rt_text::SETVAL_NEGATIVE : rt_text::SETVAL_TYPE, dat_ptr);
+    return false;
+}
+
+void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
-    if (index < 0) return raise_at(rt_text::SETVAL_NEGATIVE, dat_ptr);
     if (index == 0) return store_first(dat_ptr, array, source);
-    if (array->arraytype != 0) return raise_at(rt_text::SETVAL_TYPE, dat_ptr);
-    if (!used && source->disable_ptr) {
-        if (ULO(index) < owned_places(array) || grow_mixed(array, ULO(index)))
-            take_value(&array->array.mix[index], source);
-        return;
-    }
-    // The array stored into itself: its places must not move under the copy.
-    kestrin_data copy = owning_slot;
-    const bool itself = !source->single && source->array.mix == array->array.mix;
-    if (itself) copy_kst_data(&copy, source, 0);
+    if (!takes_member(dat_ptr, index, array)) return;
+    if (!source->single && source->array.mix == array->array.mix)
+        return store_itself(array, ULO(index));
     if (ULO(index) < owned_places(array) || grow_mixed(array, ULO(index)))
-        copy_kst_data(&array->array.mix[index], itself ? &copy : source, 0);
-    release(&copy);
+        copy_kst_data(&array->array.mix[index], source, 0);
+}
+
+// From a result record that nobody reads any more.
+void take_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
+{
+    kestrin_data *array = variable(dat_ptr[0]);
+    if (!source->disable_ptr || (index == 0 && !(source->single && source->type == 'S')))
+        return store_mixed(dat_ptr, index, source);
+    if (index == 0) {
+        std::swap(array->svalue, source->svalue);
+        array->type = 'S';
+    } else if (takes_member(dat_ptr, index, array) &&
+               (ULO(index) < owned_places(array) || grow_mixed(array, ULO(index)))) {
+        take_value(&array->array.mix[index], source);
+    }
 }
 
 // What the four classes of typed arrays differ in.
@@ -74,7 +97,7 @@ template <class T, UCH letter_, fatal_site places, fatal_site tags> struct numbe
     static constexpr fatal_site tags_site = tags;
     static bool grow(kestrin_data *array, ULO own)
     {
-        return grow_places(&array->array.ival, own, places);
+        return grow_places(&array->array.ival, owned_places(array), own, places);
     }
     static void store(kestrin_data *array, ULO index, const kestrin_data *source)
     {
@@ -104,7 +127,7 @@ template <> struct member_class<'S'> {
     static bool grow(kestrin_data *array, ULO own)
     {
         const ULO old = owned_places(array);
-        if (!grow_places(&array->array.svalue, own, fatal_site::ARSETQ_S_ARRAY)) return false;
+        if (!grow_places(&array->array.svalue, old, own, fatal_site::ARSETQ_S_ARRAY)) return false;
         for (ULO i = old; i < own; i++) array->array.svalue[i] = nullptr;
         return true;
     }
@@ -164,7 +187,7 @@ void store_typed(const ULO *dat_ptr, SLO index, kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
     if (index <= 0 || !source->single || source->type != letter || !fits(array, letter))
-        return store_mixed<used>(dat_ptr, index, source);
+        return used ? store_mixed(dat_ptr, index, source) : take_mixed(dat_ptr, index, source);
     const ULO place = ULO(index);
     if (!has_place(array, place) && !grow_typed<letter>(array, place)) return;
     if constexpr (letter == 'S' && !used)
@@ -194,20 +217,25 @@ void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 template <bool used> void arsetq_any(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    SLO index = 0;
-    ret_ival(dat_ptr + 1, &index);
+    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    lend_again(ret_dat); // a variable may have answered by an alias
     eval(dat_ptr + 2, ret_dat);
-    if (rt_ctrl->rt_noterror) store_mixed<used>(dat_ptr, index, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    if (used)
+        store_mixed(dat_ptr, index, ret_dat);
+    else
+        take_mixed(dat_ptr, index, ret_dat);
 }
 
 // A variable, copied from where it stands. Nobody reads the record.
-void arsetq_variable(const ULO *dat_ptr, kestrin_data *)
+void arsetq_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    SLO index = 0;
-    kestrin_data alias = borrowing_slot;
-    ret_ival(dat_ptr + 1, &index);
-    eval(dat_ptr + 2, &alias);
-    if (rt_ctrl->rt_noterror) store_mixed(dat_ptr, index, &alias);
+    const ULO *node = node_at(dat_ptr + 2);
+    if (node[1] == dat_ptr[0]) return arsetq_any<true>(dat_ptr, ret_dat);
+    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
+    if (variable(node[1])->type == 0) return raise_unset_variable(node);
+    store_mixed(dat_ptr, index, variable(node[1]));
 }
 
 // -- Reading -----------------------------------------------------------------------------------

@@ -11,27 +11,34 @@ namespace {
 // An array, also one that a FOR over its name has made single.
 bool holds_array(const kestrin_data *d) { return d->indices_numb > 1; }
 
-// A number for a variable that holds no more needs nothing freed or copied. Where nobody reads the
-// result record any more, its value moves.
+// A number for a variable that holds no more: nothing is freed or copied. False for anything else.
+bool assign_number(kestrin_data *target, bool is_number, const kestrin_data *source)
+{
+    if (!is_number || !source->single || !owns_nothing(target)) return false;
+    target->single = 1;
+    target->type = source->type;
+    target->value = source->value;
+    return true;
+}
+
+// Where nobody reads the result record any more, its value moves.
 template <bool used> void assign_result(const ULO *dat_ptr, bool is_number, kestrin_data *ret_dat)
 {
     kestrin_data *target = variable(dat_ptr[0]);
-    if (is_number && ret_dat->single && owns_nothing(target)) {
-        target->single = 1;
-        target->type = ret_dat->type;
-        target->value = ret_dat->value;
-    } else if constexpr (used) {
+    if (assign_number(target, is_number, ret_dat)) return;
+    if (used)
         copy_kst_data(target, ret_dat, 0);
-    } else {
+    else
         take_result(target, ret_dat);
-    }
 }
+
+bool is_number(const kestrin_data *d) { return d->type == 'I' || d->type == 'F'; }
 
 template <bool used> void assign_value(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     eval(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
-    assign_result<used>(dat_ptr, ret_dat->type == 'I' || ret_dat->type == 'F', ret_dat);
+    assign_result<used>(dat_ptr, is_number(ret_dat), ret_dat);
 }
 
 // A variable, copied from where it stands. Nobody reads the record.
@@ -39,10 +46,11 @@ void assign_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const ULO *node = node_at(dat_ptr + 1);
     if (node[1] == dat_ptr[0]) return assign_value<true>(dat_ptr, ret_dat);
-    kestrin_data alias = borrowing_slot;
-    call(node, &alias);
-    if (rt_ctrl->rt_noterror)
-        assign_result<true>(dat_ptr, alias.type == 'I' || alias.type == 'F', &alias);
+    if (!rt_ctrl->rt_noterror) return;
+    kestrin_data *target = variable(dat_ptr[0]);
+    const kestrin_data *source = variable(node[1]);
+    if (source->type == 0) return raise_unset_variable(node);
+    if (!assign_number(target, is_number(source), source)) copy_kst_data(target, source, 0);
 }
 
 } // namespace
