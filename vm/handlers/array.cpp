@@ -155,7 +155,7 @@ template <> struct member_class<'Z'> {
     static void load(kestrin_data *, const kestrin_data *, ULO) {}
 };
 
-template <UCH letter> [[gnu::noinline]] bool grow_typed(kestrin_data *array, ULO index)
+template <UCH letter> bool grow_typed(kestrin_data *array, ULO index)
 {
     using of_class = member_class<letter>;
     const ULO own = places_to_own(index),
@@ -175,11 +175,18 @@ bool fits(const kestrin_data *array, UCH letter)
     return array->arraytype == letter || (array->arraytype == 0 && array->array.mix == nullptr);
 }
 
-// True where the place has memory: always if it holds a member.
+// Sees to it that a place has memory. False if there is none to be had.
+template <UCH letter> [[gnu::noinline]] bool make_place(kestrin_data *array, ULO place)
+{
+    if (place < array->indices_numb && (letter == 'Z' || place < owned_places(array))) return true;
+    return grow_typed<letter>(array, place);
+}
+
+// What all places of a large array have, and those that hold a member.
 bool has_place(const kestrin_data *array, ULO place)
 {
-    return place < array->indices_numb && (array->aready_tags[place] != 0 ||
-                                           array->arraytype == 'Z' || place < owned_places(array));
+    const ULO places = array->indices_numb;
+    return place < places && (places != places_step || array->aready_tags[place] != 0);
 }
 
 template <UCH letter, bool used = true>
@@ -189,7 +196,8 @@ void store_typed(const ULO *dat_ptr, SLO index, kestrin_data *source)
     if (index <= 0 || !source->single || source->type != letter || !fits(array, letter))
         return used ? store_mixed(dat_ptr, index, source) : take_mixed(dat_ptr, index, source);
     const ULO place = ULO(index);
-    if (!has_place(array, place) && !grow_typed<letter>(array, place)) return;
+    if (!has_place(array, place) && !make_place<letter>(array, place)) [[unlikely]]
+        return;
     if constexpr (letter == 'S' && !used)
         member_class<'S'>::take(array, place, source);
     else

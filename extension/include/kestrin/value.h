@@ -52,7 +52,9 @@ struct kestrin_data {
         DFL fval;
     } value;          // if `type` is 'I' or 'F'
     CHR *svalue;      // counted string if `type` is 'S', else NULL or a buffer left over
-    ULO indices_numb; // 1 for a single value; of an array the places, member 0 included
+    ULO indices_numb; // 1 for a single value; of an array the places, member 0 included. All of
+                      // them have memory if the unit brings instructions; without, small arrays
+                      // that the engine made own only those that were used
     UCH *aready_tags; // typed arrays: for each place 0 (not assigned) or the type; else NULL
     union {
         kestrin_data *mix;
