@@ -124,15 +124,16 @@ void list_text(const session *s, Text text, bool allowed, message_of<> disabled)
 void list_global_functions(const session *s)
 {
     if (s->definitions.empty()) return;
-    list_text(s, [s] { return set_text(s); },
-              s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
-              message::SET_PRINT_DISABLED);
+    list_text(
+        s, [s] { return set_text(s); }, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
+        message::SET_PRINT_DISABLED);
 }
 
 void list_program(const session *s)
 {
-    list_text(s, [s] { return s->program.written(); }, s->is_on(SWITCH_MODIFIED_SRC),
-              message::PROGRAM_PRINT_DISABLED);
+    list_text(
+        s, [s] { return s->program.written(); }, s->is_on(SWITCH_MODIFIED_SRC),
+        message::PROGRAM_PRINT_DISABLED);
 }
 
 void read_source(session *s, const raw_file &file)
@@ -156,8 +157,7 @@ ULO check_source(session *s)
     tell(s, message::CHECKING_SOURCE);
     tree *t = &s->program;
     const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
-    const SLO wanted =
-        kestrin_check(t, &t->root, wrapped(std::move(s->source)), wrapper, "Main",
+    const SLO wanted = kestrin_check(t, &t->root, wrapped(std::move(s->source)), wrapper, "Main",
                                      &the_engine.func_lut);
     if (wanted < 0) die_of_syntax_error();
     if (ULO(wanted) != s->words_behind_file())

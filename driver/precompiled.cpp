@@ -155,8 +155,7 @@ bool is_precompiled(std::string_view contents)
 
 void load_precompiled(session *s, std::string_view contents)
 {
-    if (s->is_storing())
-        die(message::OPTION_NOT_APPLICABLE, s->argv[1]);
+    if (s->is_storing()) die(message::OPTION_NOT_APPLICABLE, s->argv[1]);
     if (!is_our_architecture(contents[1])) die(message::FILE_OTHER_MACHINE);
     bool is_sound = checksum_fits(s, contents);
     assign(&s->prog_text, contents.substr(header_size));

@@ -30,7 +30,7 @@ struct session {
     CHR *cfg_profile_path;
     std::string source; // of the program, its lines joined
     tree program;
-    tree set; // of the global functions
+    tree set;                            // of the global functions
     std::vector<node_index> definitions; // in it
     std::string stored_set; // of -c: the global functions and the program ahead of the type pass
     std::string stored_program;

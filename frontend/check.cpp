@@ -411,7 +411,8 @@ SLO checker::write_form(const form &f, level where, bool terminators)
     if (check_arguments(f, where, terminators, &lost_comment) == FAILED) return FAILED;
     function_scope *open = f.called.operands == still_open ? f.called.open : here_;
     if (lost_comment || f.called.operands == still_open)
-        open->looks.push_back({f.index, f.called.operands, count_arguments(f.index, ~ULO(0)), here_->path});
+        open->looks.push_back(
+            {f.index, f.called.operands, count_arguments(f.index, ~ULO(0)), here_->path});
     return where == WHOLE_TEXT || where == UDF_BODY ? count_formal_arguments() : 0;
 }
 

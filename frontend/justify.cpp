@@ -37,8 +37,7 @@ class type_context {
 public:
     void push(name_id name, UCH letter)
     {
-        if (places_.get(name) == 0)
-            places_.set(name, static_cast<std::uint32_t>(list_.size() + 1));
+        if (places_.get(name) == 0) places_.set(name, static_cast<std::uint32_t>(list_.size() + 1));
         list_.push_back({name, letter});
     }
     void cut(ULO size)
@@ -103,9 +102,9 @@ private:
     const tree &tree_;
     std::vector<node> &nodes_;
     type_context context_;
-    walked_function *here_ = nullptr;
-    scoped<UCH> types_;   // of variables; 'U' stays 'U'
-    scoped<bool> arrays_; // targets of ARSETQ
+    walked_function main_, *here_ = &main_;
+    scoped<UCH> types_;                                // of variables; 'U' stays 'U'
+    scoped<bool> arrays_;                              // targets of ARSETQ
     std::unordered_map<node_index, finding> findings_; // of definitions in functions
     node absent_ = {};
 };
@@ -444,8 +443,6 @@ UCH typist::run(const CHR *udf_types, CHR **made)
 {
     read_context(udf_types);
     const ULO known = context_.size();
-    walked_function main;
-    here_ = &main;
     const UCH letter = type_of(tree_.root, true);
     sweep(tree_.root);
     if (made == nullptr) return letter;

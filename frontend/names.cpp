@@ -20,7 +20,8 @@ ULO word_at(std::string_view text, ULO from)
 
 name_table::entry name_table::entry_of(std::string_view text)
 {
-    entry made = {text.empty() ? 0 : word_at(text, 0), 0, static_cast<std::uint32_t>(text.size()), 0};
+    entry made = {text.empty() ? 0 : word_at(text, 0), 0, static_cast<std::uint32_t>(text.size()),
+                  0};
     ULO hash = (made.head ^ text.size()) * 0x9E3779B97F4A7C15;
     for (ULO i = 8; i < text.size(); i += 8)
         hash = ((hash ^ hash >> 32) + word_at(text, i)) * 0x9E3779B97F4A7C15;

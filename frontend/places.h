@@ -16,8 +16,7 @@ public:
     // The next line begins at byte `joined` of the joined text, with its byte `column` from 0.
     void add_line(ULO joined, ULO column)
     {
-        lines_.push_back(
-            {static_cast<std::uint32_t>(joined), static_cast<std::uint32_t>(column)});
+        lines_.push_back({static_cast<std::uint32_t>(joined), static_cast<std::uint32_t>(column)});
     }
     void clear() { lines_.clear(); }
     // The place of byte `joined`; line 0 if no line is known.
@@ -27,7 +26,8 @@ public:
                                              [](ULO at, const line &l) { return at < l.joined; });
         if (behind == lines_.begin()) return {0, 0};
         const line &found = behind[-1];
-        return {static_cast<ULO>(behind - lines_.begin()), found.column + joined - found.joined + 1};
+        return {static_cast<ULO>(behind - lines_.begin()),
+                found.column + joined - found.joined + 1};
     }
 
 private:

@@ -186,7 +186,8 @@ ULO parser::take_arguments(node_index form, ULO i, ULO to)
     return i;
 }
 
-// The form whose parenthesis stands at `open`; `*end` is behind it. NO_NODE for a comment in source.
+// The form whose parenthesis stands at `open`; `*end` is behind it. NO_NODE for a comment in
+// source.
 node_index parser::form(ULO open, ULO to, ULO *end)
 {
     check_stack(fatal_site::STACK_CHECK);
@@ -375,16 +376,14 @@ file_place tree::place_of(const node &n) const
 void tree::append_text(std::string_view own, ULO from)
 {
     const part *found = part_of(from);
-    const part same = found == nullptr ? part{text.size(), 0, false}
-                                       : part{text.size(), found->place + SLO(from - found->from), true};
+    const part same = found == nullptr
+                          ? part{text.size(), 0, false}
+                          : part{text.size(), found->place + SLO(from - found->from), true};
     parts_.push_back(same);
     text.append(own);
 }
 
-SLO tree::argument_number(const node &n) const
-{
-    return leading_number(text_of(n).substr(1));
-}
+SLO tree::argument_number(const node &n) const { return leading_number(text_of(n).substr(1)); }
 
 void tree::write(node_index index, std::string *out) const
 {

@@ -25,8 +25,8 @@ constexpr node_index NO_NODE = UINT32_MAX;
 
 struct node {
     std::uint32_t text = 0, size = 0; // where it stands in the tree's text: of a form all of it
-    node_index first = NO_NODE;          // argument of a form
-    node_index next = NO_NODE;           // argument of the same form
+    node_index first = NO_NODE;       // argument of a form
+    node_index next = NO_NODE;        // argument of the same form
     name_id name = NO_NAME;           // of a variable or argument; a form's first word, if any
     CHR kind = 0;   // by kestrin_type1; 'U' a form, 'C' one that is a comment, 0 not classed yet
     CHR suffix = 0; // the type that is proved, as it is written behind '@'
@@ -52,8 +52,9 @@ public:
     // Makes this the tree of a text, which if it begins with a parenthesis is taken for one form,
     // whatever its last byte is.
     void read(std::string_view whole, reading how);
-    // Adds the tree of source text, which stands at `place` in the joined text of its file. `*sound`
-    // says whether it is one whole form in balance. Returns its root; NO_NODE for a comment.
+    // Adds the tree of source text, which stands at `place` in the joined text of its file.
+    // `*sound` says whether it is one whole form in balance. Returns its root; NO_NODE for a
+    // comment.
     node_index add_source(std::string source, SLO place, bool *sound);
     // Adds the tree of checked text. NO_NODE if it is not settled.
     node_index add_checked(std::string_view forms);

@@ -25,11 +25,9 @@ public:
     explicit analysis(const tree &t) : tree_(t) {}
     std::string run(std::string_view name)
     {
-        scope main;
-        main.path = name;
-        here_ = &main;
+        main_.path = name;
         read(tree_.root);
-        return main.warnings;
+        return main_.warnings;
     }
 
 private:
@@ -45,7 +43,7 @@ private:
     void read_definition(node_index name);
 
     const tree &tree_;
-    scope *here_ = nullptr;
+    scope main_, *here_ = &main_;
     scoped<bool> known_, warned_; // variables
 };
 

@@ -14,7 +14,10 @@ namespace {
 constexpr SLO most_arguments = SLO(1) << 32;
 
 // A variable of each type has a number of its own.
-ULO key_of(const node &variable) { return ULO(variable.name) * 5 + slot_of_suffix(variable.suffix); }
+ULO key_of(const node &variable)
+{
+    return ULO(variable.name) * 5 + slot_of_suffix(variable.suffix);
+}
 
 // What is no type's suffix is part of the token, but is not shown.
 name_id shown_name(const node &variable)
