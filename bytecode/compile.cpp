@@ -253,7 +253,7 @@ call_node compiler::find_call(const node &form)
     node.code = image::code(found->letter, image::instruction(found->row, slot));
     node.variable_first = (found->groups & variable_first) != 0;
     node.leads_with_variable = (found->groups & in(GROUP_FOR)) != 0;
-    node.assigns = found->groups != 0 && !(found->groups & (in(GROUP_INDEX) | in(GROUP_ALINDEX)));
+    node.assigns = (found->groups & sets_variable) != 0;
     if (debug_level_ == 1) note_use(form.name);
     return node;
 }

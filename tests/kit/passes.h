@@ -80,18 +80,27 @@ inline typed_text typed(const std::string &squeezed_text, const std::string &typ
     return typed;
 }
 
-// The project's own programs below these folders, their lines joined, in no fixed order.
-inline std::vector<std::string> own_programs(std::initializer_list<const char *> folders)
+// The project's own programs below these folders, in no fixed order.
+inline std::vector<std::string> own_files(std::initializer_list<const char *> folders)
 {
     const std::filesystem::path root = KESTRIN_SOURCES;
-    std::vector<std::string> programs;
+    std::vector<std::string> contents;
     for (const char *folder : folders)
         for (const auto &file : std::filesystem::recursive_directory_iterator(root / folder)) {
             if (file.path().extension() != ".kst") continue;
             std::stringstream source;
             source << std::ifstream(file.path()).rdbuf();
-            join_lines(&programs.emplace_back(), source.str(), true);
+            contents.push_back(source.str());
         }
+    return contents;
+}
+
+// The same with their lines joined.
+inline std::vector<std::string> own_programs(std::initializer_list<const char *> folders)
+{
+    std::vector<std::string> programs;
+    for (const std::string &contents : own_files(folders))
+        join_lines(&programs.emplace_back(), contents, true);
     return programs;
 }
 
