@@ -151,7 +151,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t s
     return wanted;
 }
 
-extern "C" const char *__asan_default_options()
+extern "C" [[gnu::visibility("default")]] const char *__asan_default_options()
 {
     return "allocator_may_return_null=1:max_allocation_size_mb=64";
 }

@@ -224,7 +224,10 @@ TEST_F(termcap, EndsWithoutMemory)
 }
 
 // The allocator of a sanitizer ends the process by itself unless told otherwise.
-extern "C" const char *__asan_default_options() { return "allocator_may_return_null=1"; }
+extern "C" [[gnu::visibility("default")]] const char *__asan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
 
 // Every terminal of the system, in this notation, has the size that the system's own reader prints.
 TEST_F(termcap, ReadsARealDatabase)
