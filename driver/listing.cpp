@@ -8,9 +8,9 @@
 #include <string>
 
 #include "frontend/tree.h"
-#include "frontend/walk.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 #include "terminal/terminal.h"
 #include "vm/stack.h"
 
@@ -47,7 +47,7 @@ class layout {
 public:
     layout(std::string_view text, const listing_style &style) : width_(style.width)
     {
-        tree_.read_tokens(text);
+        tree_.read(text, TOKENS);
     }
     void run()
     {

@@ -31,21 +31,11 @@ bool can_open(const CHR *path)
     return file >= 0;
 }
 
-std::string_view inside(std::string_view form)
-{
-    return form.size() < 2 ? std::string_view() : form.substr(1, form.size() - 2);
-}
-
 group_set groups_of_first_word(std::string_view text)
 {
     std::string folded;
     append_folded(&folded, first_token(text));
     return word_groups(folded);
-}
-
-bool is_list(std::string_view token)
-{
-    return token.size() >= 2 && token.front() == '(' && token.back() == ')';
 }
 
 // Whether a form is a definition or a comment, comments ahead of its first word left out.

@@ -8,8 +8,8 @@
 #include "driver/scrambled.h"
 #include "driver/tutorial.h"
 #include "frontend/isa.h"
-#include "frontend/walk.h"
 #include "kestrin/unit.h"
+#include "strings/tokens.h"
 #include "vm/versions.h"
 
 namespace {

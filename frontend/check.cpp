@@ -94,16 +94,6 @@ struct form {
     group_set groups;
 };
 
-std::string_view inside(std::string_view text)
-{
-    return text.size() < 2 ? std::string_view() : text.substr(1, text.size() - 2);
-}
-
-bool is_list(std::string_view token)
-{
-    return token.size() >= 2 && token.front() == '(' && token.back() == ')';
-}
-
 bool is_string(std::string_view token)
 {
     return token.size() >= 2 && token.front() == '"' && token.back() == '"';

@@ -4,23 +4,14 @@
 #include "frontend/forms.h"
 
 #include "frontend/isa.h"
-#include "frontend/walk.h"
 #include "frontend/words.h"
+#include "strings/tokens.h"
 
 namespace {
 
 bool is_one_form(std::string_view text)
 {
     return !text.empty() && text.front() == '(' && first_token(text).size() == text.size();
-}
-
-// Up to the next blank, parentheses or not.
-std::string_view first_word(std::string_view text)
-{
-    text = left_trimmed(text);
-    ULO end = 0;
-    while (end < text.size() && !is_blank(text[end])) end++;
-    return text.substr(0, end);
 }
 
 } // namespace
@@ -34,9 +25,9 @@ bool is_one_form(const tree &t)
 bool is_executable_form(const tree &t)
 {
     if (!is_one_form(t)) return false;
-    const group_set groups = t.settled
-                                 ? groups_of(word_of(t.nodes[t.root].name))
-                                 : word_groups(first_word(std::string_view(t.text).substr(1)));
+    const group_set groups =
+        t.settled ? groups_of(word_of(t.nodes[t.root].name))
+                  : word_groups(first_word(left_trimmed(std::string_view(t.text).substr(1))));
     return !(groups & in(GROUP_DEFUN));
 }
 

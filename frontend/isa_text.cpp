@@ -10,11 +10,11 @@
 #include "frontend/groups.h"
 #include "frontend/isa.h"
 #include "frontend/isa_store.h"
-#include "frontend/walk.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
 #include "strings/fatal.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 
 namespace {
 
@@ -54,11 +54,6 @@ std::string_view take_token(std::string_view *rest)
 
 // The number at the beginning of the next token.
 SLO take_number(std::string_view *rest) { return atol(std::string(take_token(rest)).c_str()); }
-
-bool is_list(std::string_view token)
-{
-    return token.size() >= 2 && token.front() == '(' && token.back() == ')';
-}
 
 ULO count_lists(std::string_view table)
 {

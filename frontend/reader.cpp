@@ -10,8 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "frontend/walk.h"
 #include "strings/fatal.h"
+#include "strings/tokens.h"
 
 namespace {
 

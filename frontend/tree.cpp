@@ -9,9 +9,9 @@
 
 #include "frontend/forms.h"
 #include "frontend/token.h"
-#include "frontend/walk.h"
 #include "frontend/words.h"
 #include "strings/fatal.h"
+#include "strings/tokens.h"
 #include "vm/stack.h"
 
 namespace {
@@ -264,23 +264,24 @@ void tree::read(std::string_view whole, reading how)
 {
     clear();
     text = whole;
-    if (text.empty()) return;
+    if (text.empty() && how != TOKENS) return;
     parser pass(this, how, 0);
     ULO end = 0;
-    if (text.front() == '(') {
+    if (how == TOKENS)
+        root = pass.tokens();
+    else if (text.front() == '(')
         root = pass.form(0, text.size(), &end);
-        settled = how != TYPED && pass.is_plain() && end == text.size();
-        if (pass.is_balanced()) return;
-        const brackets table(text);
-        nodes.clear();
-        pass.go_by(&table);
-        root = pass.inside(0, text.size());
-        return;
+    else {
+        root = pass.atom(0, text.size(), &end);
+        nodes[root].size = static_cast<std::uint32_t>(text.size());
+        nodes[root].kind = static_cast<CHR>(kestrin_type1(text));
     }
-    root = pass.atom(0, text.size(), &end);
     settled = how != TYPED && pass.is_plain() && end == text.size();
-    nodes[root].size = static_cast<std::uint32_t>(text.size());
-    nodes[root].kind = static_cast<CHR>(kestrin_type1(text));
+    if (pass.is_balanced() || nodes[root].kind != 'U') return;
+    const brackets table(text);
+    nodes.clear();
+    pass.go_by(&table);
+    root = how == TOKENS ? pass.tokens() : pass.inside(0, text.size());
 }
 
 node_index tree::add_source(std::string source, SLO place, bool *sound)
@@ -337,19 +338,6 @@ void tree::keep_as_it_stands(node_index form)
     settled = false;
     nodes[form].kind = 'S';
     nodes[form].name = NO_NAME;
-}
-
-void tree::read_tokens(std::string_view tokens)
-{
-    clear();
-    text = tokens;
-    parser pass(this, CHECKED, 0);
-    root = pass.tokens();
-    if (pass.is_balanced()) return;
-    const brackets table(text);
-    nodes.clear();
-    pass.go_by(&table);
-    root = pass.tokens();
 }
 
 std::string_view tree::token_of(const node &n) const

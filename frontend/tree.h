@@ -37,7 +37,8 @@ enum reading : UCH {
     SOURCE,  // to be checked: first words are folded, comments left out, tokens not classed
     CHECKED, // the checker's, or what stands behind it unchecked
     TYPED,   // the type pass's: suffixes go into their nodes
-    OUTLINE  // the checker's, to be squeezed only: tokens are not classed
+    OUTLINE, // the checker's, to be squeezed only: tokens are not classed
+    TOKENS   // to be listed: any tokens, the arguments of a root without a word
 };
 
 class tree {
@@ -49,8 +50,8 @@ public:
     file_places file;
 
     void clear();
-    // Makes this the tree of a text, which if it begins with a parenthesis is taken for one form,
-    // whatever its last byte is.
+    // Makes this the tree of a text: of one form if it begins with a parenthesis, whatever its last
+    // byte is, else of one token.
     void read(std::string_view whole, reading how);
     // Adds the tree of source text, which stands at `place` in the joined text of its file.
     // `*sound` says whether it is one whole form in balance. Returns its root; NO_NODE for a
@@ -65,9 +66,6 @@ public:
 
     // Makes an atom of a form: its text is taken over byte for byte.
     void keep_as_it_stands(node_index form);
-
-    // All tokens of a text as the arguments of a form without a word.
-    void read_tokens(std::string_view tokens);
 
     std::string_view text_of(const node &n) const
     {

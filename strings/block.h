@@ -61,18 +61,3 @@ inline CHR *adopt(CHR **targ, CHR *fresh)
     free_string(targ);
     return *targ = fresh;
 }
-
-constexpr bool is_blank(CHR c) { return static_cast<UCH>(c) <= ' '; }
-
-// Text without its leading, or trailing, blanks.
-inline std::string_view without_front(std::string_view text)
-{
-    while (!text.empty() && is_blank(text.front())) text.remove_prefix(1);
-    return text;
-}
-
-inline std::string_view without_back(std::string_view text)
-{
-    while (!text.empty() && is_blank(text.back())) text.remove_suffix(1);
-    return text;
-}

@@ -9,6 +9,7 @@
 #include "strings/block.h"
 #include "strings/scratch.h"
 #include "strings/state.h"
+#include "strings/tokens.h"
 
 constinit thread_local strings_state *strings_tls = nullptr;
 
@@ -199,7 +200,7 @@ CHR *strings_version(CHR **targ)
 
 ULO len(const CHR *string) { return string == nullptr ? 0 : load_word(string - LENGTH_WORD); }
 
-UCH notempty(const CHR *string) { return !without_front(view(string)).empty(); }
+UCH notempty(const CHR *string) { return !left_trimmed(view(string)).empty(); }
 
 UCH cmp(const CHR *string1, const CHR *string2)
 {

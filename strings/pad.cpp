@@ -7,6 +7,7 @@
 #include "strings/ascii_case.h"
 #include "strings/block.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 
 // -- Building ----------------------------------------------------------------------------------
 
@@ -76,34 +77,31 @@ CHR *justify(CHR **targ, const CHR *source, std::string_view part, ULO width,
 
 CHR *padl(CHR **targ, const CHR *source, ULO width)
 {
-    return justify(targ, source, without_back(view(source)), width, [](ULO) { return ULO(0); });
+    return justify(targ, source, right_trimmed(view(source)), width, [](ULO) { return ULO(0); });
 }
 
 CHR *padr(CHR **targ, const CHR *source, ULO width)
 {
-    return justify(targ, source, without_front(view(source)), width,
+    return justify(targ, source, left_trimmed(view(source)), width,
                    [](ULO missing) { return missing; });
 }
 
 CHR *padc(CHR **targ, const CHR *source, ULO width)
 {
-    return justify(targ, source, without_front(without_back(view(source))), width,
+    return justify(targ, source, trimmed(view(source)), width,
                    [](ULO missing) { return missing - missing / 2; });
 }
 
 // -- Trimming ----------------------------------------------------------------------------------
 
-CHR *ltrim(CHR **targ, const CHR *source)
+CHR *ltrim(CHR **targ, const CHR *source) { return keep(targ, source, left_trimmed(view(source))); }
+
+CHR *rtrim(CHR **targ, const CHR *source)
 {
-    return keep(targ, source, without_front(view(source)));
+    return keep(targ, source, right_trimmed(view(source)));
 }
 
-CHR *rtrim(CHR **targ, const CHR *source) { return keep(targ, source, without_back(view(source))); }
-
-CHR *alltrim(CHR **targ, const CHR *source)
-{
-    return keep(targ, source, without_front(without_back(view(source))));
-}
+CHR *alltrim(CHR **targ, const CHR *source) { return keep(targ, source, trimmed(view(source))); }
 
 CHR *pack(CHR **targ, const CHR *source)
 {

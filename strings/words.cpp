@@ -4,65 +4,64 @@
 
 #include "strings/block.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 
-namespace {
-
-// Length of the word that `text` begins with.
-size_t word_size(std::string_view text)
+ULO behind_quotes(std::string_view text, ULO at)
 {
-    size_t size = 0;
-    while (size < text.size() && !is_blank(text[size])) ++size;
-    return size;
+    ULO i = at + 1;
+    while (i < text.size() && text[i] != '"') i += text[i] == '\\' ? 2 : 1;
+    return i + 1;
 }
 
-// Length of the token that `text`, which does not begin with a blank, begins with. A text that ends
-// inside quotes or a list is one token to its end.
-size_t token_size(std::string_view text)
+token_end end_of_token(std::string_view text, ULO from)
 {
-    bool quoted = false;
-    ULO depth = 0;
-    size_t i = 0;
+    ULO depth = 0, i = from;
     while (i < text.size()) {
         const CHR c = text[i];
-        if (is_blank(c)) {
-            if (depth == 0 && !quoted) return i;
-        } else if (c == '"') {
-            quoted = !quoted;
-        } else if (quoted) {
-            if (c == '\\') ++i;
-        } else if (c == '(') {
-            ++depth;
-        } else if (c == ')') {
-            if (depth == 0) return i;
-            if (--depth == 0) return i + 1;
+        if (is_blank(c) && depth == 0) return {i, true};
+        if (c == '"') {
+            i = behind_quotes(text, i);
+            continue;
         }
-        ++i;
+        if (c == '(') depth++;
+        if (c == ')') {
+            if (depth == 0) return {i, false};
+            if (--depth == 0) return {i + 1, true};
+        }
+        i++;
     }
-    return text.size();
+    return {text.size(), depth == 0 && i == text.size()};
 }
 
-} // namespace
+std::string_view first_token(std::string_view text)
+{
+    text = left_trimmed(text);
+    return text.substr(0, end_of_token(text, 0).position);
+}
+
+std::string_view behind_first_token(std::string_view text)
+{
+    text = left_trimmed(text);
+    return left_trimmed(text.substr(end_of_token(text, 0).position));
+}
 
 CHR *head(CHR **targ, const CHR *source)
 {
-    const std::string_view text = without_front(view(source));
-    return keep(targ, source, text.substr(0, word_size(text)));
+    return keep(targ, source, first_word(left_trimmed(view(source))));
 }
 
 CHR *tail(CHR **targ, const CHR *source)
 {
-    const std::string_view text = without_front(view(source));
-    return keep(targ, source, without_front(text.substr(word_size(text))));
+    const std::string_view text = left_trimmed(view(source));
+    return keep(targ, source, left_trimmed(text.substr(first_word(text).size())));
 }
 
 CHR *lsp_head(CHR **targ, const CHR *source)
 {
-    const std::string_view text = without_front(view(source));
-    return keep(targ, source, without_back(text.substr(0, token_size(text))));
+    return keep(targ, source, right_trimmed(first_token(view(source))));
 }
 
 CHR *lsp_tail(CHR **targ, const CHR *source)
 {
-    const std::string_view text = without_front(view(source));
-    return keep(targ, source, without_front(text.substr(token_size(text))));
+    return keep(targ, source, behind_first_token(view(source)));
 }
