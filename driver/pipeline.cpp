@@ -136,10 +136,10 @@ void list_program(const session *s)
         message::PROGRAM_PRINT_DISABLED);
 }
 
-void read_source(session *s, const raw_file &file)
+void read_source(session *s, raw_file file)
 {
     tell(s, message::READING_SOURCE, s->file());
-    s->source = read_from_raw(s->file(), file, &s->program.file);
+    s->source = read_from_raw(s->file(), std::move(file), &s->program.file);
     if (left_trimmed(s->source).empty()) die(message::NO_CODE);
 }
 
@@ -346,11 +346,11 @@ void prepare_precompiled(session *s, std::string_view contents)
 }
 
 // The road of a source file, from reading to linked code.
-void prepare_source(session *s, const raw_file &file)
+void prepare_source(session *s, raw_file file)
 {
     load_profile(s);
     list_global_functions(s);
-    read_source(s, file);
+    read_source(s, std::move(file));
     reset_time(s, fatal_site::USAGE_SOURCE);
     tell_wrapping(s);
     remember_functions(s);
@@ -371,11 +371,11 @@ void run_session()
     start_engine(s);
     scan_options(s);
     start_language(s);
-    const raw_file file = read_program_file(s);
+    raw_file file = read_program_file(s);
     if (is_stored_program(file))
         prepare_precompiled(s, file.contents);
     else
-        prepare_source(s, file);
+        prepare_source(s, std::move(file));
     report_preparation(s);
     run_program(s);
     report_run(s);
