@@ -140,7 +140,7 @@ private:
     SLO check_token(node *n);
     SLO refuse_target(node_index form, node_index target, bool is_array);
     SLO define(const form &f, level where);
-    SLO define_body(node_index body, name_id name);
+    SLO define_body(node_index definition, name_id name);
     SLO settle(const function_scope &scope, SLO operands);
     SLO count_formal_arguments();
 
@@ -371,6 +371,7 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, bool 
     int places = places_without_terminator(f.groups);
     const level below = where != NESTED && (f.groups & in(GROUP_PROGN)) ? STATEMENT : NESTED;
     node_index before = NO_NODE, i = at(f.index).first;
+    bool is_plain = !(f.groups & in(GROUP_PROGN));
     if (f.groups & sets_variable) {
         before = i;
         i = at(i).next;
@@ -387,7 +388,9 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, bool 
             return FAILED;
         before = i;
         if (places > 0) places--;
+        is_plain = is_plain && !(is_form && at(i).may_be_squeezed);
     }
+    at(f.index).may_be_squeezed = !is_plain;
     return 0;
 }
 
@@ -419,7 +422,7 @@ SLO checker::check_form(node_index n, level where, bool terminators)
 SLO checker::define(const form &f, level where)
 {
     if (where == NESTED) return syntax_error<syntax::UDF_TOO_DEEP>(path(), text(f.index));
-    const node_index name = at(f.index).first, body = at(name).next;
+    const node_index name = at(f.index).first;
     // The letter in front lets a name begin with what a variable's can't.
     folded_.clear();
     if (kestrin_type(std::string("U").append(text(name)), &folded_) != 'V')
@@ -430,11 +433,12 @@ SLO checker::define(const form &f, level where)
     at(f.index).name = names().enter(mnemonic(ISA_DEFUN));
     at(name).name = udf;
     at(name).kind = 'V';
-    return define_body(body, udf);
+    return define_body(f.index, udf);
 }
 
-SLO checker::define_body(node_index body, name_id name)
+SLO checker::define_body(node_index definition, name_id name)
 {
+    const node_index body = at(at(definition).first).next;
     paths_.push_back({here_->path, name});
     if (at(body).kind != 'U') // a token, or a comment after all
         return syntax_error<syntax::UNTERMINATED_FORM>(
@@ -449,6 +453,8 @@ SLO checker::define_body(node_index body, name_id name)
     here_ = outer;
     functions_.undo(mark);
     if (operands == FAILED || settle(scope, operands) == FAILED) return FAILED;
+    at(definition).may_be_squeezed =
+        at(body).may_be_squeezed || (groups_of(word_of(at(body).name)) & in(GROUP_DEFUN));
     functions_.set(name, {operands, function::KNOWN, nullptr});
     return operands;
 }

@@ -8,23 +8,33 @@
 
 namespace {
 
-// Up to eight bytes as a word.
-ULO word_at(std::string_view text, ULO from)
+template <class T> ULO load(const CHR *from)
 {
-    ULO word = 0;
-    memcpy(&word, text.data() + from, std::min<ULO>(text.size() - from, sizeof word));
+    T word = 0;
+    memcpy(&word, from, sizeof word);
     return word;
+}
+
+// The first bytes as a word: of texts of one size no two shorter ones have the same.
+ULO head_of(std::string_view text)
+{
+    const CHR *s = text.data();
+    const ULO size = text.size();
+    if (size >= 8) return load<ULO>(s);
+    if (size >= 4) return load<std::uint32_t>(s) | load<std::uint32_t>(s + size - 4) << 32;
+    if (size == 0) return 0;
+    return load<UCH>(s) | load<UCH>(s + size / 2) << 8 | load<UCH>(s + size - 1) << 16;
 }
 
 } // namespace
 
 name_table::entry name_table::entry_of(std::string_view text)
 {
-    entry made = {text.empty() ? 0 : word_at(text, 0), 0, static_cast<std::uint32_t>(text.size()),
-                  0};
-    ULO hash = (made.head ^ text.size()) * 0x9E3779B97F4A7C15;
+    constexpr ULO factor = 0x9E3779B97F4A7C15;
+    entry made = {head_of(text), 0, static_cast<std::uint32_t>(text.size()), 0};
+    ULO hash = (made.head ^ text.size()) * factor;
     for (ULO i = 8; i < text.size(); i += 8)
-        hash = ((hash ^ hash >> 32) + word_at(text, i)) * 0x9E3779B97F4A7C15;
+        hash = ((hash ^ hash >> 32) + load<ULO>(text.data() + std::min(i, text.size() - 8))) * factor;
     made.hash = static_cast<std::uint32_t>(hash >> 32);
     return made;
 }

@@ -29,7 +29,7 @@ public:
 
 private:
     struct entry {
-        ULO head; // the first eight bytes
+        ULO head; // the first bytes, all of a short name
         std::uint32_t hash, size;
         ULO from; // in chars_
     };

@@ -63,7 +63,7 @@ void squeezer::squeeze_arguments(node_index form, bool opens_progn)
         const node_index behind = at(i).next;
         if (is_opened)
             i = open(i);
-        else if (at(i).kind == 'U') {
+        else if (at(i).kind == 'U' && at(i).may_be_squeezed) {
             i = squeeze(i);
             at(i).next = behind;
         }

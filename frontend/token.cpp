@@ -154,7 +154,7 @@ UCH kestrin_type(std::string_view token, std::string *out)
     if (is_plain_integer(token)) return keep(out, token, 'I');
     std::string folded;
     append_folded(&folded, token);
-    if (folded == "NIL") return keep(out, folded, 'Z');
+    if (std::string_view(folded) == "NIL") return keep(out, folded, 'Z');
     if (starts_name(folded.front())) return name_token(token, folded, out);
     return number_token(token, folded, out);
 }
