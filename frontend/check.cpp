@@ -135,6 +135,7 @@ private:
     SLO check_array(const form &f);
     SLO write_form(const form &f, level where, bool terminators);
     SLO check_target(const form &f);
+    bool squeezing_changes(node_index form, bool in_progn);
     SLO check_arguments(const form &f, level where, bool terminators, bool *lost_comment);
     UCH class_token(node *n);
     SLO check_token(node *n);
@@ -366,12 +367,20 @@ SLO checker::check_target(const form &f)
 
 // -- Forms -------------------------------------------------------------------------------------
 
+// Whether squeezing changes a form that stands in a PROGN or in another form.
+bool checker::squeezing_changes(node_index form, bool in_progn)
+{
+    if (at(form).may_be_squeezed) return true;
+    return in_progn && (groups_of(word_of(at(form).name)) & in(GROUP_PROGN));
+}
+
 SLO checker::check_arguments(const form &f, level where, bool terminators, bool *lost_comment)
 {
     int places = places_without_terminator(f.groups);
     const level below = where != NESTED && (f.groups & in(GROUP_PROGN)) ? STATEMENT : NESTED;
     node_index before = NO_NODE, i = at(f.index).first;
-    bool is_plain = !(f.groups & in(GROUP_PROGN));
+    const bool is_progn = (f.groups & in(GROUP_PROGN)) != 0;
+    bool is_squeezed = true;
     if (f.groups & sets_variable) {
         before = i;
         i = at(i).next;
@@ -388,9 +397,10 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, bool 
             return FAILED;
         before = i;
         if (places > 0) places--;
-        is_plain = is_plain && !(is_form && at(i).may_be_squeezed);
+        if (is_form) is_squeezed = is_squeezed && !squeezing_changes(i, is_progn);
     }
-    at(f.index).may_be_squeezed = !is_plain;
+    if (is_progn) is_squeezed = is_squeezed && before != at(f.index).first;
+    at(f.index).may_be_squeezed = !is_squeezed;
     return 0;
 }
 

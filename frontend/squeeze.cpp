@@ -50,6 +50,7 @@ node_index squeezer::open(node_index progn)
     count_++;
     node_index last = at(progn).first;
     if (last == NO_NODE) return at(progn).next;
+    if (at(progn).next == NO_NODE) return last;
     while (at(last).next != NO_NODE) last = at(last).next;
     at(last).next = at(progn).next;
     return at(progn).first;
@@ -61,13 +62,15 @@ void squeezer::squeeze_arguments(node_index form, bool opens_progn)
     while (i != NO_NODE) {
         const bool is_opened = opens_progn && opens(i);
         const node_index behind = at(i).next;
+        const bool is_done = is_opened && behind == NO_NODE && !at(i).may_be_squeezed;
         if (is_opened)
             i = open(i);
-        else if (at(i).kind == 'U' && at(i).may_be_squeezed) {
+        else if (at(i).kind == 'U') {
             i = squeeze(i);
             at(i).next = behind;
         }
         (before == NO_NODE ? at(form).first : at(before).next) = i;
+        if (is_done) return;
         if (is_opened) continue;
         before = i;
         i = behind;
@@ -100,6 +103,7 @@ node_index squeezer::squeeze(node_index n)
 {
     check_stack(fatal_site::STACK_SQUEEZE);
     if (n == NO_NODE || at(n).kind != 'U') n = tree_.opened(n, CHECKED);
+    if (!at(n).may_be_squeezed) return n;
     if (groups(n) & in(GROUP_DEFUN)) return squeeze_definition(n);
     const bool is_progn = (groups(n) & in(GROUP_PROGN)) != 0;
     squeeze_arguments(n, is_progn);
