@@ -49,11 +49,13 @@ public:
     // What is added is to be written.
     void resize(ULO size)
     {
-        if (size > capacity_) {
-            capacity_ = std::max(size, 2 * capacity_ + 16);
-            mk_fst_buff(&block_, capacity_ * sizeof(ULO));
-        }
+        if (size > capacity_) reserve(std::max(size, 2 * capacity_ + 16));
         size_ = size;
+    }
+    void reserve(ULO size)
+    {
+        capacity_ = size;
+        mk_fst_buff(&block_, size * sizeof(ULO));
     }
     // Hands the words over as a counted string.
     void move_to(CHR **code)
@@ -472,6 +474,7 @@ ULO *compiler::lay_out(unit_index index, ULO *out)
 void compiler::run(std::string_view name, CHR **code)
 {
     path_ = name;
+    root_.reserve(2 * tree_.nodes.size() + 16); // about what it takes
     const unit &root = units_[compile_function(tree_.root, 0, true)];
     root_.resize(root.size); // the root's main node ends the image
     ULO *main_node = root_.data() + root.size - root.main_words;

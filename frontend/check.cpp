@@ -34,6 +34,8 @@ enum level { WHOLE_TEXT, UDF_BODY, STATEMENT, NESTED };
 
 // Operand counts below 0.
 constexpr SLO one_or_more = -1, still_open = -2;
+// Of a name that is no function, or may be one.
+constexpr SLO missing = -3, not_looked_up = -4;
 
 // A form whose number of arguments is to be looked at again. `operands` is still_open for a call of
 // the function that is being defined.
@@ -82,9 +84,9 @@ struct path_step {
 };
 
 struct function {
-    SLO operands = 0;
-    enum { NOT_LOOKED_UP, KNOWN, MISSING } state = NOT_LOOKED_UP;
+    SLO operands = not_looked_up;
     function_scope *open = nullptr; // while `operands` is still_open
+    bool is_known() const { return operands > missing; }
 };
 
 // A form on the way down.
@@ -129,6 +131,7 @@ private:
     bool is_row_of_strings(node_index first);
     SLO find_word(form *f);
     void join_strings(node *form);
+    function look_up(name_id name) const;
     function find(name_id name);
     ULO count_arguments(node_index form, ULO most);
     SLO check_count(const form &f);
@@ -231,17 +234,22 @@ void checker::join_strings(node *form)
     first.next = NO_NODE;
 }
 
-function checker::find(name_id name)
+function checker::look_up(name_id name) const
 {
     function known = functions_.get(name);
-    if (known.state != function::NOT_LOOKED_UP) return known;
-    known.state = function::MISSING;
-    if (*table_ != nullptr) {
-        scratch key;
-        assign(&key.s, names().text(name));
-        if (lut_get(*table_, key.s, &known.operands)) known.state = function::KNOWN;
-    }
-    functions_.set(name, known);
+    if (known.operands != not_looked_up) return known;
+    known.operands = missing;
+    scratch key;
+    assign(&key.s, names().text(name));
+    if (*table_ != nullptr) lut_get(*table_, key.s, &known.operands);
+    return known;
+}
+
+// The same, to be looked up once.
+function checker::find(name_id name)
+{
+    const function known = look_up(name);
+    if (functions_.get(name).operands == not_looked_up) functions_.set(name, known);
     return known;
 }
 
@@ -265,7 +273,7 @@ SLO checker::find_word(form *f)
         return 0;
     }
     f->called = find(n.name);
-    if (f->called.state == function::KNOWN) return 0;
+    if (f->called.is_known()) return 0;
     return syntax_error<syntax::UNDEFINED_NAME>(path(), names().text(n.name), whole);
 }
 
@@ -438,7 +446,7 @@ SLO checker::define(const form &f, level where)
     if (kestrin_type(std::string("U").append(text(name)), &folded_) != 'V')
         return syntax_error<syntax::UDF_NAME>(path(), text(f.index));
     const name_id udf = names().enter(std::string_view(folded_).substr(1));
-    if (word_of(udf) != nullptr || find(udf).state == function::KNOWN)
+    if (word_of(udf) != nullptr || look_up(udf).is_known())
         return syntax_error<syntax::UDF_KNOWN>(path(), text(f.index));
     at(f.index).name = names().enter(mnemonic(ISA_DEFUN));
     at(name).name = udf;
@@ -456,7 +464,7 @@ SLO checker::define_body(node_index definition, name_id name)
     function_scope scope = {paths_.size(), {}, {}};
     function_scope *outer = here_;
     const ULO mark = functions_.mark();
-    functions_.set(name, {still_open, function::KNOWN, &scope});
+    functions_.set(name, {still_open, &scope});
     if (outer == &main_) defined_.push_back(name);
     here_ = &scope;
     const SLO operands = check_form(body, UDF_BODY, true);
@@ -465,7 +473,7 @@ SLO checker::define_body(node_index definition, name_id name)
     if (operands == FAILED || settle(scope, operands) == FAILED) return FAILED;
     at(definition).may_be_squeezed =
         at(body).may_be_squeezed || (groups_of(word_of(at(body).name)) & in(GROUP_DEFUN));
-    functions_.set(name, {operands, function::KNOWN, nullptr});
+    functions_.set(name, {operands, nullptr});
     return operands;
 }
 

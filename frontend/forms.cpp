@@ -33,7 +33,8 @@ bool is_executable_form(const tree &t)
 
 std::string wrapped(std::string text)
 {
-    return text.insert(0, std::string("(").append(mnemonic(ISA_PROGN)).append(" ")).append(")");
+    text.insert(0, std::string("(").append(mnemonic(ISA_PROGN)).append(" ")).append(")");
+    return text;
 }
 
 void wrap(tree *t)

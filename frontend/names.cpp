@@ -34,7 +34,8 @@ name_table::entry name_table::entry_of(std::string_view text)
     entry made = {head_of(text), 0, static_cast<std::uint32_t>(text.size()), 0};
     ULO hash = (made.head ^ text.size()) * factor;
     for (ULO i = 8; i < text.size(); i += 8)
-        hash = ((hash ^ hash >> 32) + load<ULO>(text.data() + std::min(i, text.size() - 8))) * factor;
+        hash =
+            ((hash ^ hash >> 32) + load<ULO>(text.data() + std::min(i, text.size() - 8))) * factor;
     made.hash = static_cast<std::uint32_t>(hash >> 32);
     return made;
 }

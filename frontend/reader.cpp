@@ -70,7 +70,7 @@ raw_file read_raw(const CHR *path)
 
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes, file_places *places)
 {
-    joined->reserve(text.size() + 32); // room for a wrapper
+    joined->reserve(text.size() + 1024); // room for what the driver writes around it
     bool in_string = false;
     std::string line;
     for (ULO number = 1;; number++) {
