@@ -136,10 +136,12 @@ void list_program(const session *s)
         message::PROGRAM_PRINT_DISABLED);
 }
 
-void read_source(session *s, raw_file file)
+// The bytes of the file go when its lines are joined.
+void read_source(session *s, raw_file *file)
 {
     tell(s, message::READING_SOURCE, s->file());
-    s->source = read_from_raw(s->file(), std::move(file), &s->program.file);
+    s->source = read_from_raw(s->file(), *file, &s->program.file);
+    file->contents = std::string();
     if (left_trimmed(s->source).empty()) die(message::NO_CODE);
 }
 
@@ -346,11 +348,11 @@ void prepare_precompiled(session *s, std::string_view contents)
 }
 
 // The road of a source file, from reading to linked code.
-void prepare_source(session *s, raw_file file)
+void prepare_source(session *s, raw_file *file)
 {
     load_profile(s);
     list_global_functions(s);
-    read_source(s, std::move(file));
+    read_source(s, file);
     reset_time(s, fatal_site::USAGE_SOURCE);
     tell_wrapping(s);
     remember_functions(s);
@@ -375,7 +377,7 @@ void run_session()
     if (is_stored_program(file))
         prepare_precompiled(s, file.contents);
     else
-        prepare_source(s, std::move(file));
+        prepare_source(s, &file);
     report_preparation(s);
     run_program(s);
     report_run(s);

@@ -89,7 +89,7 @@ ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes, fi
     return 0;
 }
 
-std::string read_from_raw(const CHR *path, raw_file file, file_places *places)
+std::string read_from_raw(const CHR *path, const raw_file &file, file_places *places)
 {
     if (file.failed_call != nullptr) report_failure(path, file);
     std::string joined;
