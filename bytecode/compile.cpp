@@ -26,6 +26,8 @@
 #include "vm/image.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_COMPILE, "kestrin", "kestrin_compile", 126)
+
 namespace {
 
 using unit_index = std::uint32_t;
@@ -327,7 +329,7 @@ void compiler::emit_operands(node_index first, const call_node &call, context *f
 
 void compiler::emit_form(const node &form, context *function)
 {
-    check_stack(fatal_site::STACK_COMPILE);
+    check_stack(site::STACK_COMPILE);
     words *out = function->out;
     const call_node call = find_call(form);
     node_index first = form.first;
@@ -420,7 +422,7 @@ void compiler::add_debug_text(unit_index function, std::string_view text)
 
 unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_root)
 {
-    check_stack(fatal_site::STACK_COMPILE);
+    check_stack(site::STACK_COMPILE);
     if (form == NO_NODE || at(form).kind != 'U') form = tree_.opened(form, TYPED);
     const auto made = static_cast<unit_index>(units_.size());
     units_.emplace_back();
@@ -452,7 +454,7 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_
 // Writes the image of a function up to its main node and returns where that is to stand.
 ULO *compiler::lay_out(unit_index index, ULO *out)
 {
-    check_stack(fatal_site::STACK_COMPILE);
+    check_stack(site::STACK_COMPILE);
     const unit &function = units_[index];
     *out++ = image::code('U', function.size - function.main_words);
     *out++ = function.slots;

@@ -24,6 +24,8 @@
 #include "vm/machine.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_DECOMPILE, "kestrin", "kestrin_decompile", 129)
+
 namespace {
 
 constexpr std::string_view udf_prefix = "Udf_", global_prefix = "Extern_", variable_prefix = "Var_";
@@ -361,7 +363,7 @@ void decompiler::write_cop(ULO p, CHR letter)
 // The node at word `p`, which nothing has claimed.
 void decompiler::write_node(ULO p)
 {
-    check_stack(fatal_site::STACK_DECOMPILE);
+    check_stack(site::STACK_DECOMPILE);
     const CHR letter = image::letter_of(code_[p]);
     if (letter == 'U' || !is_code_letter(code_[p]) || !claims_.take(p, 1))
         return write_unknown_code(p);
@@ -443,7 +445,7 @@ ULO decompiler::write_udf(const scope &parent, ULO number, const image_layout &i
 // ahead of the scope's own. Returns the number of the written function.
 ULO decompiler::write_function(const scope &function, std::string_view name)
 {
-    check_stack(fatal_site::STACK_DECOMPILE);
+    check_stack(site::STACK_DECOMPILE);
     const ULO known = visible_.size();
     const SLO first_message = SLO(messages_.size());
     const std::vector<image_layout> images = enter_udfs(function);
@@ -487,7 +489,7 @@ bool decompiler::run()
 
 void decompiler::compose(ULO number, bool top, std::string *text) const
 {
-    check_stack(fatal_site::STACK_DECOMPILE);
+    check_stack(site::STACK_DECOMPILE);
     const written_function &function = functions_[number];
     if (!top) {
         text->append("(").append(mnemonic(ISA_DEFUN)).append(" ");

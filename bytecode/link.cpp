@@ -17,6 +17,9 @@
 #include "vm/stack.h"
 #include "vm/variants.h"
 
+FATAL_SITE(STACK_LINK, "kestrin", "kestrin_link", 127)
+FATAL_SITE(NO_HANDLER, "kestrin", "kestrin_link", 141)
+
 namespace {
 
 // Which variables of a function a piece of code assigns: a bit for each number modulo 64, so that a
@@ -28,7 +31,7 @@ assigned_set bit_of(ULO variable) { return ULO(1) << (variable % 64); }
 // Stands where an instruction's slot is empty.
 void no_handler(const ULO *, kestrin_data *)
 {
-    fatal(fatal_site::NO_HANDLER, "The program has reached an instruction without a handler.");
+    fatal(site::NO_HANDLER, "The program has reached an instruction without a handler.");
 }
 
 fcall leaf_handler(CHR letter)
@@ -185,7 +188,7 @@ fcall moving_form(const ULO *p, node_place place, assigned_set by_operands)
 
 linked_node linker::link_node(ULO *p, node_place place)
 {
-    check_stack(fatal_site::STACK_LINK);
+    check_stack(site::STACK_LINK);
     const bool is_instruction = image::letter_of(*p) == 'T';
     group_set groups = 0;
     const image::node_words words = link_words(p, &groups);
@@ -202,7 +205,7 @@ linked_node linker::link_node(ULO *p, node_place place)
 
 void linker::link_image(ULO *p, ULO scope)
 {
-    check_stack(fatal_site::STACK_LINK);
+    check_stack(site::STACK_LINK);
     ULO *main_node = p + image::payload_of(*p);
     *p = reinterpret_cast<ULO>(main_node);
     for (ULO i = 0; i < p[image::UDFS]; i++) {

@@ -38,6 +38,8 @@
 #include "vm/image.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_VERIFY, "kestrin", "verify_bytecode", 130)
+
 namespace {
 
 // What a call must know of a UDF.
@@ -124,7 +126,7 @@ bool verifier::verify_udfs(const image_layout &image)
 
 bool verifier::verify_image(ULO start, ULO end)
 {
-    check_stack(fatal_site::STACK_VERIFY);
+    check_stack(site::STACK_VERIFY);
     image_layout image;
     if (!read_layout(code_, start, end, &image) || !verify_debug_text(image)) return false;
     if (!claims_.take(start, image.debug_end - start)) return false;
@@ -226,7 +228,7 @@ bool verifier::verify_operands(ULO p, const function &f, const operand_table &op
 // The node at word `p`, which lies in the image. `lent`: it is an argument of a call.
 bool verifier::verify_node(ULO p, const function &f, bool lent)
 {
-    check_stack(fatal_site::STACK_VERIFY);
+    check_stack(site::STACK_VERIFY);
     const CHR letter = image::letter_of(code_[p]);
     operand_table operands = {};
     switch (letter) {

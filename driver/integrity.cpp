@@ -7,8 +7,8 @@
 #include "frontend/check.h"
 #include "frontend/forms.h"
 #include "frontend/isa.h"
+#include "frontend/lut.h"
 #include "kestrin/strings.h"
-#include "strings/lut.h"
 #include "strings/scratch.h"
 #include "vm/engine.h"
 

@@ -70,7 +70,7 @@ private:
 // One token at an indent.
 void layout::print(node_index n, ULO indent)
 {
-    check_stack(fatal_site::STACK_PRINT);
+    check_stack(site::STACK_PRINT);
     if (token(n).size() + indent <= width_) return print_line(indent, token(n));
     if (!is_form(n)) return print_atom(token(n), indent);
     const name_id word = tree_.nodes[n].name;

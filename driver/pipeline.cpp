@@ -39,6 +39,13 @@
 #include "vm/stack.h"
 #include "vm/text.h"
 
+FATAL_SITE(MAIN_REENTRY, "kestrin", "main", 101)
+FATAL_SITE(USAGE_PRECOMPILED, "kestrin", "main", 102)
+FATAL_SITE(USAGE_SOURCE, "kestrin", "main", 103)
+FATAL_SITE(USAGE_PREPARED, "kestrin", "main", 104)
+FATAL_SITE(USAGE_RUN, "kestrin", "main", 105)
+FATAL_SITE(USAGE_DONE, "kestrin", "main", 106)
+
 namespace {
 
 session the_session = {};
@@ -58,7 +65,7 @@ void fill_standard_descriptors()
 void guard_against_reentry()
 {
     if (!singleton.try_lock())
-        fatal(fatal_site::MAIN_REENTRY, "VM engine is already started (singleton re-entry).");
+        fatal(site::MAIN_REENTRY, "VM engine is already started (singleton re-entry).");
 }
 
 void start_engine(session *s)
@@ -145,7 +152,7 @@ void read_source(session *s, raw_file *file)
     if (left_trimmed(s->source).empty()) die(message::NO_CODE);
 }
 
-void reset_time(session *s, fatal_site site)
+void reset_time(session *s, const fatal_site &site)
 {
     if (!s->verbose) return;
     say(message::RESETTING_FIRST);
@@ -256,18 +263,18 @@ void report_preparation(const session *s)
 {
     if (!s->verbose) return;
     say(message::RUN_FOLLOWS);
-    const time_point now = take_time(fatal_site::USAGE_PREPARED);
+    const time_point now = take_time(site::USAGE_PREPARED);
     say(message::TIME_TO_PREPARE);
     print_time(start, now);
     say(message::RESETTING_SECOND);
     say(message::RULE);
-    start = take_time(fatal_site::USAGE_RUN);
+    start = take_time(site::USAGE_RUN);
 }
 
 void report_run(const session *s)
 {
     if (!s->verbose) return;
-    const time_point now = take_time(fatal_site::USAGE_DONE);
+    const time_point now = take_time(site::USAGE_DONE);
     say(message::RULE);
     say(message::TIME_TO_RUN);
     print_time(start, now);
@@ -341,7 +348,7 @@ void prepare_precompiled(session *s, std::string_view contents)
 {
     load_precompiled(s, contents);
     enter_instructions();
-    reset_time(s, fatal_site::USAGE_PRECOMPILED);
+    reset_time(s, site::USAGE_PRECOMPILED);
     tell(s, message::LINKING_PRECOMPILED);
     kestrin_link(s->prog_text);
     list_code(s, s->prog_text, s->is_on(SWITCH_LINKED), message::LINKED_DISABLED);
@@ -353,7 +360,7 @@ void prepare_source(session *s, raw_file *file)
     load_profile(s);
     list_global_functions(s);
     read_source(s, file);
-    reset_time(s, fatal_site::USAGE_SOURCE);
+    reset_time(s, site::USAGE_SOURCE);
     tell_wrapping(s);
     remember_functions(s);
     const ULO arguments = check_source(s);

@@ -23,7 +23,7 @@ double seconds(const timeval &t)
 
 } // namespace
 
-time_point take_time(fatal_site site)
+time_point take_time(const fatal_site &site)
 {
     time_point point = {};
     if (getrusage(RUSAGE_SELF, &point.used) != 0)

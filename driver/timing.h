@@ -13,6 +13,6 @@ struct time_point {
 };
 
 // Takes a point; a failing system call ends the process with the row's report.
-time_point take_time(fatal_site site);
+time_point take_time(const fatal_site &site);
 // Prints the four lines of what has passed between two points.
 void print_time(const time_point &from, const time_point &to);

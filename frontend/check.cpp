@@ -429,7 +429,7 @@ SLO checker::write_form(const form &f, level where, bool terminators)
 
 SLO checker::check_form(node_index n, level where, bool terminators)
 {
-    check_stack(fatal_site::STACK_CHECK);
+    check_stack(site::STACK_CHECK);
     form f = {n, {}, 0};
     if (find_word(&f) == FAILED || check_count(f) == FAILED) return FAILED;
     return f.groups & in(GROUP_DEFUN) ? define(f, where) : write_form(f, where, terminators);

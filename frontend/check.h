@@ -4,9 +4,9 @@
 
 #include <string_view>
 
+#include "frontend/lut.h"
 #include "frontend/tree.h"
 #include "kestrin/types.h"
-#include "strings/lut.h"
 
 // Proves that `source` is a well-formed program and adds its tree to `*t`; `*root` is NO_NODE for a
 // comment form. `place` is where `source` stands in the joined text of its file. `name` begins the

@@ -16,6 +16,17 @@
 #include "strings/scratch.h"
 #include "strings/tokens.h"
 
+FATAL_SITE(MNEMONICS_GET_FOREIGN, "kestrin", "_internal_ISA_COP_mnemonics_get", 30)
+FATAL_SITE(MNEMONICS_SET_STARTED, "kestrin", "_internal_ISA_COP_mnemonics_set", 31)
+FATAL_SITE(MNEMONICS_SET_FOREIGN, "kestrin", "_internal_ISA_COP_mnemonics_set", 32)
+FATAL_SITE(NAMES_MODE_SET_STARTED, "kestrin", "_internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set",
+           33)
+FATAL_SITE(ISA_SET_STARTED, "kestrin", "_internal_ISA_COPs_set", 34)
+FATAL_SITE(ISA_SET_ROWS, "kestrin", "_internal_ISA_COPs_set", 35)
+FATAL_SITE(ISA_SET_CELLS, "kestrin", "_internal_ISA_COPs_set", 36)
+FATAL_SITE(ISAEXT_SET_STARTED, "kestrin", "_internal_ISAext_COPs_set", 37)
+FATAL_SITE(ISAEXT_SET_ROWS, "kestrin", "_internal_ISAext_COPs_set", 38)
+
 namespace {
 
 std::mutex tables;
@@ -26,7 +37,7 @@ const CHR changed_isa[] =
     "_internal_ISA_COPs_set() with an empty argument string).";
 const CHR already_started[] = "() call is not allowed after the VM engine is already started.";
 
-void require(bool allowed, fatal_site site, const CHR *function, const CHR *text)
+void require(bool allowed, const fatal_site &site, const CHR *function, const CHR *text)
 {
     if (!allowed) fatal(site, std::string(function).append(text).c_str());
 }
@@ -101,7 +112,7 @@ CHR *new_string(std::string_view text)
     return assign(&string, text);
 }
 
-template <class T> T *allocate(ULO count, fatal_site site)
+template <class T> T *allocate(ULO count, const fatal_site &site)
 {
     void *block = calloc(count, sizeof(T));
     if (block == nullptr) fatal(site, "Out of memory.");
@@ -124,7 +135,7 @@ void free_isa()
 void read_isa_row(isa_row *row, std::string_view text)
 {
     const row_text read = take_signature(&text);
-    row->mnemonic = allocate<CHR *>(1, fatal_site::ISA_SET_CELLS);
+    row->mnemonic = allocate<CHR *>(1, site::ISA_SET_CELLS);
     *row->mnemonic = new_string(read.name);
     row->operands = read.operands;
     row->ret_type = read.ret_type;
@@ -156,14 +167,14 @@ void read_isaext_row(INSTRUCTION_STRU *row, std::string_view text)
             reinterpret_cast<const UCH *>(strdup(std::string(read.letters).c_str())),
             take_handler(&text)};
     if (row->fnc_name == nullptr || row->op_type == nullptr)
-        fatal(fatal_site::ISAEXT_SET_ROWS, "Out of memory.");
+        fatal(site::ISAEXT_SET_ROWS, "Out of memory.");
 }
 
 } // namespace
 
 void _internal_ISA_COP_mnemonics_get(CHR **lst)
 {
-    require(isa_is_built_in(), fatal_site::MNEMONICS_GET_FOREIGN, "_internal_ISA_COP_mnemonics_get",
+    require(isa_is_built_in(), site::MNEMONICS_GET_FOREIGN, "_internal_ISA_COP_mnemonics_get",
             changed_isa);
     const std::lock_guard lock(tables);
     std::string text;
@@ -175,8 +186,8 @@ void _internal_ISA_COP_mnemonics_get(CHR **lst)
 void _internal_ISA_COP_mnemonics_set(const CHR *list)
 {
     const CHR name[] = "_internal_ISA_COP_mnemonics_set";
-    require(engine_open != 0, fatal_site::MNEMONICS_SET_STARTED, name, already_started);
-    require(isa_is_built_in(), fatal_site::MNEMONICS_SET_FOREIGN, name, changed_isa);
+    require(engine_open != 0, site::MNEMONICS_SET_STARTED, name, already_started);
+    require(isa_is_built_in(), site::MNEMONICS_SET_FOREIGN, name, changed_isa);
     const std::lock_guard lock(tables);
     std::string_view rest = view(list);
     for (CHR *&cell : isa_mnemonics) {
@@ -193,7 +204,7 @@ UCH _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_get() { return names_are_utf8; 
 
 void _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set(UCH ASCIIorUTF8)
 {
-    require(engine_open != 0, fatal_site::NAMES_MODE_SET_STARTED,
+    require(engine_open != 0, site::NAMES_MODE_SET_STARTED,
             "_internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set", already_started);
     names_are_utf8 = ASCIIorUTF8;
 }
@@ -232,15 +243,14 @@ void _internal_ISAext_COPs_get(CHR **tab) { _internal_ISAext_COPs_get_(tab, 1); 
 
 void _internal_ISA_COPs_set(const CHR *table)
 {
-    require(engine_open != 0, fatal_site::ISA_SET_STARTED, "_internal_ISA_COPs_set",
-            already_started);
+    require(engine_open != 0, site::ISA_SET_STARTED, "_internal_ISA_COPs_set", already_started);
     const std::lock_guard lock(tables);
     free_isa();
     forget_words();
     std::string_view rest = view(table);
     const ULO count = count_lists(rest);
     if (count == 0) return;
-    auto *rows = allocate<isa_row>(count, fatal_site::ISA_SET_ROWS);
+    auto *rows = allocate<isa_row>(count, site::ISA_SET_ROWS);
     for (ULO i = 0; i < count; i++) read_isa_row(&rows[i], take_row(&rest));
     isa_table = rows;
     isa_count = count;
@@ -248,7 +258,7 @@ void _internal_ISA_COPs_set(const CHR *table)
 
 void _internal_ISAext_COPs_set(const CHR *table)
 {
-    require(engine_open != 0, fatal_site::ISAEXT_SET_STARTED, "_internal_ISAext_COPs_set",
+    require(engine_open != 0, site::ISAEXT_SET_STARTED, "_internal_ISAext_COPs_set",
             already_started);
     const std::lock_guard lock(tables);
     free_isaext();
@@ -256,7 +266,7 @@ void _internal_ISAext_COPs_set(const CHR *table)
     std::string_view rest = view(table);
     const ULO count = count_lists(rest);
     if (count == 0) return;
-    auto *rows = allocate<INSTRUCTION_STRU>(count, fatal_site::ISAEXT_SET_ROWS);
+    auto *rows = allocate<INSTRUCTION_STRU>(count, site::ISAEXT_SET_ROWS);
     for (ULO i = 0; i < count; i++) read_isaext_row(&rows[i], take_row(&rest));
     isaext_table = rows;
     isaext_count = count;

@@ -18,6 +18,8 @@
 #include "strings/scratch.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_JUSTIFY, "kestrin", "kestrin_justify", 128)
+
 namespace {
 
 // -- Types of UDFs -----------------------------------------------------------------------------
@@ -332,7 +334,7 @@ UCH typist::type_call(const node &n, bool deep)
 
 UCH typist::type_form(node *n, bool deep)
 {
-    check_stack(fatal_site::STACK_JUSTIFY);
+    check_stack(site::STACK_JUSTIFY);
     n->suffix = 0;
     const instruction_word *word = word_of(n->name);
     if (word == nullptr) return type_call(*n, deep);
@@ -411,7 +413,7 @@ UCH typist::type_defun(const node &n)
 void typist::sweep(node_index index)
 {
     if (index == NO_NODE) return;
-    check_stack(fatal_site::STACK_JUSTIFY);
+    check_stack(site::STACK_JUSTIFY);
     node &n = nodes_[index];
     if (n.kind == 'V' || n.kind == 'P') {
         if (types_.get(n.name) != UCH(n.suffix)) n.suffix = 0;

@@ -13,6 +13,8 @@
 #include "strings/fatal.h"
 #include "strings/tokens.h"
 
+FATAL_SITE(READ_FROM_FILE, "kestrin", "read_from_file", 28)
+
 namespace {
 
 // Cleans one trimmed line in place and returns how much of it stays: all in front of a comment.
@@ -47,7 +49,7 @@ ULO clean_line(std::string *line, bool *in_string)
     const std::string text =
         std::string("Failed while ") + file.failed_call + "ing file `" + path + "'.";
     errno = file.error;
-    fatal(fatal_site::READ_FROM_FILE, text.c_str(), file.failed_call);
+    fatal(site::READ_FROM_FILE, text.c_str(), file.failed_call);
 }
 
 } // namespace

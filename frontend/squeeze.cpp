@@ -10,6 +10,8 @@
 #include "strings/scratch.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_SQUEEZE, "kestrin", "progn_squeeze", 124)
+
 namespace {
 
 class squeezer {
@@ -101,7 +103,7 @@ node_index squeezer::squeeze_definition(node_index form)
 // Returns what stands in the form's place. What is no form is cut open as if it were one.
 node_index squeezer::squeeze(node_index n)
 {
-    check_stack(fatal_site::STACK_SQUEEZE);
+    check_stack(site::STACK_SQUEEZE);
     if (n == NO_NODE || at(n).kind != 'U') n = tree_.opened(n, CHECKED);
     if (!at(n).may_be_squeezed) return n;
     if (groups(n) & in(GROUP_DEFUN)) return squeeze_definition(n);

@@ -14,6 +14,9 @@
 #include "strings/tokens.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_CHECK, "kestrin", "kestrin_check", 123)
+FATAL_SITE(STACK_PRINT, "kestrin", "kestrin_print", 132)
+
 namespace {
 
 // For each opening parenthesis outside quotes its closing one. One that never closes reaches the
@@ -44,7 +47,7 @@ public:
         : nodes_(t->nodes), names_(names()), text_(std::string_view(t->text).substr(base)),
           how_(how), base_(base)
     {
-        if (t->text.size() >= UINT32_MAX) fatal(fatal_site::MEMORY_NEW);
+        if (t->text.size() >= UINT32_MAX) fatal(site::MEMORY_NEW);
         nodes_.reserve(nodes_.size() + text_.size() / 3 + 8);
     }
     // By this table instead of by descent.
@@ -190,7 +193,7 @@ ULO parser::take_arguments(node_index form, ULO i, ULO to)
 // source.
 node_index parser::form(ULO open, ULO to, ULO *end)
 {
-    check_stack(fatal_site::STACK_CHECK);
+    check_stack(site::STACK_CHECK);
     const ULO last = table_ == nullptr ? to : std::min(table_->close_of(open) + 1, to) - 1;
     const node_index n = add(open, 'U');
     ULO i = open + 1;
@@ -375,7 +378,7 @@ SLO tree::argument_number(const node &n) const { return leading_number(text_of(n
 
 void tree::write(node_index index, std::string *out) const
 {
-    check_stack(fatal_site::STACK_PRINT);
+    check_stack(site::STACK_PRINT);
     const node &n = nodes[index];
     if (n.kind == 'U') out->push_back('(');
     if (n.name != NO_NAME)

@@ -19,6 +19,10 @@
 #include "frontend/names.h"
 #include "frontend/places.h"
 #include "kestrin/types.h"
+#include "strings/fatal.h"
+
+SHARED_FATAL_SITE(STACK_CHECK)
+SHARED_FATAL_SITE(STACK_PRINT)
 
 using node_index = std::uint32_t;
 constexpr node_index NO_NODE = UINT32_MAX;

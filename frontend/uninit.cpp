@@ -9,6 +9,8 @@
 #include "frontend/words.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_UNINIT, "kestrin", "kst_uninit_check", 131)
+
 namespace {
 
 constexpr group_set may_stop =
@@ -132,7 +134,7 @@ void analysis::read_definition(node_index name)
 
 void analysis::read_form(const node &form)
 {
-    check_stack(fatal_site::STACK_UNINIT);
+    check_stack(site::STACK_UNINIT);
     const group_set groups = groups_of(word_of(form.name));
     if (groups & assigns) return read_assignment(form.first);
     if (groups & in(GROUP_IF)) return read_if(form.first);

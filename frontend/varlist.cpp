@@ -8,6 +8,8 @@
 #include "frontend/words.h"
 #include "vm/stack.h"
 
+FATAL_SITE(STACK_VARLIST, "kestrin", "build_varlist", 125)
+
 namespace {
 
 // More formal arguments than this no text refers to by chance; a frame of them could not be taken.
@@ -31,7 +33,7 @@ name_id shown_name(const node &variable)
 
 void varlist::walk_form(const tree &t, node_index form)
 {
-    check_stack(fatal_site::STACK_VARLIST);
+    check_stack(site::STACK_VARLIST);
     if (groups_of(word_of(t.nodes[form].name)) & in(GROUP_DEFUN)) return;
     for (node_index i = t.nodes[form].first; i != NO_NODE; i = t.nodes[i].next) {
         const node &n = t.nodes[i];

@@ -11,6 +11,11 @@
 #include "kestrin/strings.h"
 #include "strings/fatal.h"
 
+SHARED_FATAL_SITE(MK_FST_BUFF)
+SHARED_FATAL_SITE(GET_STD_BUFF)
+SHARED_FATAL_SITE(CAT)
+SHARED_FATAL_SITE(SUBSTR_SAME)
+
 constexpr ULO LENGTH_WORD = sizeof(ULO);
 
 // No allocator has more, and sizes computed below it cannot wrap. What is longer counts as a failed
@@ -42,18 +47,18 @@ inline void seal(CHR *string, ULO size)
 // undefined. NULL if memory runs out, and the target is as it was.
 CHR *resize(CHR **targ, ULO size);
 // The same, but fatal at `site` whatever the fault hook.
-CHR *must_resize(CHR **targ, ULO size, fatal_site site);
+CHR *must_resize(CHR **targ, ULO size, const fatal_site &site);
 
 // Makes `*targ` a string of `size` bytes with `part`, a piece of `source`, from offset `front` on.
 // The bytes around it are the caller's to fill. `source` may be the target's string. Fatal at
 // `site`.
 CHR *lay(CHR **targ, const CHR *source, std::string_view part, ULO front, ULO size,
-         fatal_site site);
+         const fatal_site &site);
 // Makes `*targ` the piece `part` of `source`, which may be the target's string.
 CHR *keep(CHR **targ, const CHR *source, std::string_view part);
 
 // Makes `*targ` a copy of `text`, which must not lie inside the target. Honours the fault hook.
-CHR *store(CHR **targ, std::string_view text, fatal_site site);
+CHR *store(CHR **targ, std::string_view text, const fatal_site &site);
 
 // Replaces the string of `*targ` by `fresh`, whose ownership passes to the target.
 inline CHR *adopt(CHR **targ, CHR *fresh)

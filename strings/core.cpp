@@ -11,11 +11,19 @@
 #include "strings/state.h"
 #include "strings/tokens.h"
 
+FATAL_SITE(MK_STD_BUFF, "fstchain", "mk_std_buff", 1)
+FATAL_SITE(MK_FST_BUFF, "fstchain", "mk_fst_buff", 2)
+FATAL_SITE(GET_STD_BUFF, "fstchain", "get_std_buff", 3)
+FATAL_SITE(EQU, "fstchain", "equ", 5)
+FATAL_SITE(CAT, "fstchain", "cat", 9)
+FATAL_SITE(SUBSTR_SAME, "fstchain", "substr", 11)
+FATAL_SITE(SUBSTR, "fstchain", "substr", 12)
+
 constinit thread_local strings_state *strings_tls = nullptr;
 
 const CHR *strings_fault_text = "String Library memory allocation fault / out of memory.";
 
-void memory_fault(fatal_site site, const CHR *text)
+void memory_fault(const fatal_site &site, const CHR *text)
 {
     if (strings_tls == nullptr || strings_tls->fault_hook == nullptr) fatal(site, text);
     strings_tls->fault_hook();
@@ -36,13 +44,14 @@ CHR *resize(CHR **targ, ULO size)
     return *targ;
 }
 
-CHR *must_resize(CHR **targ, ULO size, fatal_site site)
+CHR *must_resize(CHR **targ, ULO size, const fatal_site &site)
 {
     if (resize(targ, size) == nullptr) fatal(site, strings_fault_text);
     return *targ;
 }
 
-CHR *lay(CHR **targ, const CHR *source, std::string_view part, ULO front, ULO size, fatal_site site)
+CHR *lay(CHR **targ, const CHR *source, std::string_view part, ULO front, ULO size,
+         const fatal_site &site)
 {
     if (source == nullptr || source != *targ) {
         CHR *text = must_resize(targ, size, site);
@@ -57,11 +66,11 @@ CHR *lay(CHR **targ, const CHR *source, std::string_view part, ULO front, ULO si
 
 CHR *keep(CHR **targ, const CHR *source, std::string_view part)
 {
-    const fatal_site site = source == *targ ? fatal_site::SUBSTR_SAME : fatal_site::SUBSTR;
+    const fatal_site site = source == *targ ? site::SUBSTR_SAME : site::SUBSTR;
     return lay(targ, source, part, 0, part.size(), site);
 }
 
-CHR *store(CHR **targ, std::string_view text, fatal_site site)
+CHR *store(CHR **targ, std::string_view text, const fatal_site &site)
 {
     if (resize(targ, text.size()) == nullptr) {
         memory_fault(site, strings_fault_text);
@@ -71,7 +80,7 @@ CHR *store(CHR **targ, std::string_view text, fatal_site site)
     return *targ;
 }
 
-CHR *assign(CHR **targ, std::string_view text) { return store(targ, text, fatal_site::EQU); }
+CHR *assign(CHR **targ, std::string_view text) { return store(targ, text, site::EQU); }
 
 // -- Making and assigning ----------------------------------------------------------------------
 
@@ -79,7 +88,7 @@ CHR *mk_std_buff(CHR **buff, ULO size)
 {
     CHR *block = size > LONGEST_STRING ? nullptr : static_cast<CHR *>(realloc(*buff, size + 1));
     if (block == nullptr) {
-        memory_fault(fatal_site::MK_STD_BUFF, strings_fault_text);
+        memory_fault(site::MK_STD_BUFF, strings_fault_text);
         return *buff;
     }
     block[size] = 0;
@@ -88,7 +97,7 @@ CHR *mk_std_buff(CHR **buff, ULO size)
 
 CHR *mk_fst_buff(CHR **buff, ULO size)
 {
-    if (resize(buff, size) == nullptr) memory_fault(fatal_site::MK_FST_BUFF, strings_fault_text);
+    if (resize(buff, size) == nullptr) memory_fault(site::MK_FST_BUFF, strings_fault_text);
     return *buff;
 }
 
@@ -100,7 +109,7 @@ CHR *get_std_buff(CHR **targ, const CHR *buff)
     const ULO size = strlen(buff);
     CHR *fresh = nullptr;
     if (resize(&fresh, size) == nullptr) {
-        memory_fault(fatal_site::GET_STD_BUFF, strings_fault_text);
+        memory_fault(site::GET_STD_BUFF, strings_fault_text);
         return *targ;
     }
     memcpy(fresh, buff, size);
@@ -116,7 +125,7 @@ CHR *equ(CHR **targ, const CHR *source)
     if (source != nullptr && source == *targ) return *targ;
     const ULO size = len(source);
     if (resize(targ, size) == nullptr)
-        memory_fault(fatal_site::EQU, strings_fault_text);
+        memory_fault(site::EQU, strings_fault_text);
     else if (source != nullptr)
         memcpy(*targ, source, padded(size));
     return *targ;
@@ -127,7 +136,7 @@ CHR *cat(CHR **targ, const CHR *source)
     if (source == nullptr) return *targ;
     const bool doubles = source == *targ;
     const ULO old = len(*targ), more = len(source);
-    CHR *text = must_resize(targ, old + more, fatal_site::CAT);
+    CHR *text = must_resize(targ, old + more, site::CAT);
     memcpy(text + old, doubles ? text : source, more);
     return text;
 }
@@ -136,7 +145,7 @@ CHR *lcat(CHR **targ, const CHR *source)
 {
     if (source == *targ) return source == nullptr ? mk_fst_buff(targ, 0) : cat(targ, source);
     const ULO old = len(*targ), more = len(source);
-    CHR *text = must_resize(targ, old + more, fatal_site::CAT);
+    CHR *text = must_resize(targ, old + more, site::CAT);
     memmove(text + more, text, old);
     if (more != 0) memcpy(text, source, more);
     return text;
@@ -193,7 +202,7 @@ CHR *equ_secure(CHR **targ, const CHR *source)
 
 CHR *strings_version(CHR **targ)
 {
-    return store(targ, "Ostrand StrgLib v.2.2.5.", fatal_site::GET_STD_BUFF);
+    return store(targ, "Ostrand StrgLib v.2.2.5.", site::GET_STD_BUFF);
 }
 
 // -- Reading -----------------------------------------------------------------------------------

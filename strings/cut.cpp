@@ -131,7 +131,7 @@ CHR *strtran(CHR **targ, const CHR *source, const CHR *pattern, const CHR *subst
 
     CHR *fresh = nullptr;
     must_resize(&fresh, replaced_size(text.size(), count, search.size(), replacement.size()),
-                fatal_site::CAT);
+                site::CAT);
     write_replaced(fresh, text, search, replacement);
     return adopt(targ, fresh);
 }

@@ -37,7 +37,7 @@ CHR *strdump(CHR **targ, const CHR *source)
 {
     know_formats();
     CHR *fresh = nullptr;
-    CHR *out = must_resize(&fresh, len(source) * sizeof(dump_cell), fatal_site::CAT);
+    CHR *out = must_resize(&fresh, len(source) * sizeof(dump_cell), site::CAT);
     for (CHR c : view(source)) {
         memcpy(out, dump_cells[static_cast<UCH>(c)].data(), sizeof(dump_cell));
         out += sizeof(dump_cell);

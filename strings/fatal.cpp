@@ -9,27 +9,13 @@
 #include <new>
 #include <unistd.h>
 
+FATAL_SITE(MEMORY_NEW, "kestrin", "operator new", 140)
+
 const CHR *const memory_fault_text = "Kestrin memory allocation fault / out of memory.";
 
 char **saved_argv = nullptr;
 
-namespace {
-
-constexpr size_t LONGEST_SYSCALL_REPORT = 1024;
-
-struct site_row {
-    const CHR *module;
-    const CHR *function;
-    ULO location;
-};
-
-constexpr site_row sites[] = {
-#define FATAL_SITE(id, module, function, location) {module, function, location},
-#include "strings/fatal.def"
-#undef FATAL_SITE
-};
-
-} // namespace
+static constexpr size_t LONGEST_SYSCALL_REPORT = 1024;
 
 #define REPORT "\n%s\n%s%s%sPID=%lu, tID=%lu, Module=%s, Function=%s(), Location=%u"
 
@@ -61,12 +47,11 @@ void fprint_error_info(const CHR *text, const CHR *module, const CHR *function, 
 
 void report_failing_new()
 {
-    std::set_new_handler([] { fatal(fatal_site::MEMORY_NEW); });
+    std::set_new_handler([] { fatal(site::MEMORY_NEW); });
 }
 
-void fatal(fatal_site site, const CHR *text, const CHR *syscall)
+void fatal(const fatal_site &site, const CHR *text, const CHR *syscall)
 {
-    const site_row &row = sites[static_cast<size_t>(site)];
-    fprint_error_info(text, row.module, row.function, row.location, syscall);
+    fprint_error_info(text, site.module, site.function, site.location, syscall);
     exit(1);
 }

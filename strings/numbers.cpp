@@ -19,7 +19,7 @@ template <class T> CHR *store_decimal(CHR **targ, T num)
 {
     CHR text[LONGEST_NUMBER];
     const CHR *end = std::to_chars(text, text + sizeof text, num).ptr;
-    return store(targ, {text, end}, fatal_site::GET_STD_BUFF);
+    return store(targ, {text, end}, site::GET_STD_BUFF);
 }
 
 CHR upper_letter(CHR c) { return c >= 'a' && c <= 'z' ? static_cast<CHR>(c - 'a' + 'A') : c; }
@@ -35,7 +35,7 @@ CHR *equ_numhex(CHR **targ, ULO num)
     CHR text[] = "0x0000000000000000";
     for (CHR *digit = text + sizeof text - 2; num != 0; num >>= 4)
         *digit-- = "0123456789ABCDEF"[num & 15];
-    return store(targ, text, fatal_site::GET_STD_BUFF);
+    return store(targ, text, site::GET_STD_BUFF);
 }
 
 CHR *equ_fnum(CHR **targ, DFL fnum)
@@ -45,7 +45,7 @@ CHR *equ_fnum(CHR **targ, DFL fnum)
                              FRACTION_DIGITS)
                    .ptr;
     std::transform(text, end, text, upper_letter);
-    return store(targ, {text, end}, fatal_site::GET_STD_BUFF);
+    return store(targ, {text, end}, site::GET_STD_BUFF);
 }
 
 // -- Raw images --------------------------------------------------------------------------------
@@ -56,7 +56,7 @@ template <class T> CHR *store_image(CHR **targ, T value)
 {
     CHR image[sizeof value];
     memcpy(image, &value, sizeof value);
-    return store(targ, {image, sizeof image}, fatal_site::MK_FST_BUFF);
+    return store(targ, {image, sizeof image}, site::MK_FST_BUFF);
 }
 
 template <class T> T read_image(const CHR *string)

@@ -9,11 +9,13 @@
 #include "strings/scratch.h"
 #include "strings/tokens.h"
 
+FATAL_SITE(SPACE, "fstchain", "space", 7)
+
 // -- Building ----------------------------------------------------------------------------------
 
 CHR *space(CHR **targ, ULO pos)
 {
-    CHR *text = must_resize(targ, pos, fatal_site::SPACE);
+    CHR *text = must_resize(targ, pos, site::SPACE);
     memset(text, ' ', pos);
     return text;
 }
@@ -21,7 +23,7 @@ CHR *space(CHR **targ, ULO pos)
 CHR *replicate(CHR **targ, const CHR *source, ULO num)
 {
     const ULO size = len(source);
-    const fatal_site site = size == 1 ? fatal_site::MK_FST_BUFF : fatal_site::CAT;
+    const fatal_site site = size == 1 ? site::MK_FST_BUFF : site::CAT;
     ULO total;
     if (__builtin_mul_overflow(size, num, &total)) total = ~ULO(0);
     CHR *text = lay(targ, source, view(source).substr(0, std::min(size, total)), 0, total, site);
@@ -67,7 +69,7 @@ CHR *justify(CHR **targ, const CHR *source, std::string_view part, ULO width,
     part = part.substr(0, width);
     const ULO size = part.size();
     const ULO front = in_front(width - size);
-    CHR *text = lay(targ, source, part, front, width, fatal_site::SPACE);
+    CHR *text = lay(targ, source, part, front, width, site::SPACE);
     memset(text, ' ', front);
     memset(text + front + size, ' ', width - front - size);
     return text;
@@ -113,5 +115,5 @@ CHR *pack(CHR **targ, const CHR *source)
         if (blank && out[-1] == ' ') continue;
         *out++ = blank ? ' ' : *in;
     }
-    return must_resize(targ, static_cast<ULO>(out - text), fatal_site::SUBSTR_SAME);
+    return must_resize(targ, static_cast<ULO>(out - text), site::SUBSTR_SAME);
 }

@@ -190,9 +190,9 @@ CHR *strraw(CHR **targ, const CHR *source)
     know_formats();
     const std::string_view text = view(source);
     if (text.find('\\') == std::string_view::npos) return equ(targ, source);
-    if (source != *targ) must_resize(targ, text.size(), fatal_site::CAT);
+    if (source != *targ) must_resize(targ, text.size(), site::CAT);
     const ULO size = escape_reader(text, *targ).read();
-    return must_resize(targ, size, fatal_site::CAT);
+    return must_resize(targ, size, site::CAT);
 }
 
 // -- Writing escapes ---------------------------------------------------------------------------
@@ -233,7 +233,7 @@ CHR *strunraw(CHR **targ, const CHR *source)
     if (size == len(source)) return equ(targ, source);
 
     CHR *fresh = nullptr;
-    CHR *out = must_resize(&fresh, size, fatal_site::CAT);
+    CHR *out = must_resize(&fresh, size, site::CAT);
     for (CHR c : view(source)) {
         const escape_text &escape = escape_for(c);
         memcpy(out, escape.text.data(), escape.size);

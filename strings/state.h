@@ -10,7 +10,7 @@
 extern const CHR *strings_fault_text;
 
 // An allocation failed: calls the thread's hook and returns, or ends the process if there is none.
-void memory_fault(fatal_site site, const CHR *text = memory_fault_text);
+void memory_fault(const fatal_site &site, const CHR *text = memory_fault_text);
 
 // Fills the formats of the thread's block on their first use.
 inline void know_formats()

@@ -18,6 +18,12 @@
 #include "strings/fatal.h"
 #include "terminal/terminal.h"
 
+FATAL_SITE(RAW_SIGACTION, "trmnldrv", "keypressed", 1)
+FATAL_SITE(RAW_SELECT, "trmnldrv", "keypressed", 2)
+FATAL_SITE(RAW_READ, "trmnldrv", "keypressed", 3)
+FATAL_SITE(RAW_SIGNAL, "trmnldrv", "keypressed", 4)
+FATAL_SITE(RAW_SIGACTION_RESTORE, "trmnldrv", "keypressed", 5)
+
 constinit thread_local interrupt_handler *former_interrupt_handler = nullptr;
 
 namespace {
@@ -151,10 +157,10 @@ void put_interrupt_back()
     interrupt_handler former = former_handler();
     if (former) {
         if (!handle_interrupt(former)) {
-            fatal(fatal_site::RAW_SIGACTION_RESTORE, text, "sigaction");
+            fatal(site::RAW_SIGACTION_RESTORE, text, "sigaction");
         }
     } else if (signal(SIGINT, SIG_DFL) == SIG_ERR) {
-        fatal(fatal_site::RAW_SIGNAL, text, "signal");
+        fatal(site::RAW_SIGNAL, text, "signal");
     }
 }
 
@@ -215,7 +221,7 @@ void end_wait()
     pthread_sigmask(SIG_SETMASK, &wait_in_progress.former_set, nullptr);
 }
 
-[[noreturn]] void fail(fatal_site site, const CHR *text, const CHR *syscall)
+[[noreturn]] void fail(const fatal_site &site, const CHR *text, const CHR *syscall)
 {
     const int fault = errno;
     end_wait();
@@ -229,7 +235,7 @@ void begin_wait()
     wait_in_progress.reader = pthread_self();
     wait_in_progress.former_set = hold_signals();
     if (!watch_signals()) {
-        fail(fatal_site::RAW_SIGACTION, "RAW_TTY: error creating signal handler.", "sigaction");
+        fail(site::RAW_SIGACTION, "RAW_TTY: error creating signal handler.", "sigaction");
     }
     enter_raw_mode();
     pthread_sigmask(SIG_SETMASK, &wait_in_progress.former_set, nullptr);
@@ -254,7 +260,7 @@ bool key_is_there(ULO wait)
         const int count = select(terminal.tty + 1, &ready, nullptr, nullptr, &limit);
         if ((count & 0xFFFF) != 0xFFFF) return FD_ISSET(terminal.tty, &ready);
         if (errno != EINTR) {
-            fail(fatal_site::RAW_SELECT, "RAW_TTY: synchronous I/O multiplexing error.", "select");
+            fail(site::RAW_SELECT, "RAW_TTY: synchronous I/O multiplexing error.", "select");
         }
     }
 }
@@ -264,7 +270,7 @@ UCH read_key()
     UCH key = 0;
     while (read(terminal.tty, &key, 1) < 0) {
         if (errno != EINTR) {
-            fail(fatal_site::RAW_READ, "RAW_TTY: error getting char from /dev/tty.", "read");
+            fail(site::RAW_READ, "RAW_TTY: error getting char from /dev/tty.", "read");
         }
     }
     return key;

@@ -12,7 +12,7 @@ import re
 import sys
 
 # Folder -> the folders that it may include besides itself and the published headers.
-EVERYTHING = ["strings", "terminal", "vm", "frontend", "bytecode", "vm/mapcar"]
+EVERYTHING = ["strings", "terminal", "vm", "frontend", "bytecode", "mapcar"]
 LAYERS = {
     "extension/include/kestrin": [],
     "extension": [],
@@ -21,7 +21,7 @@ LAYERS = {
     "vm": ["strings", "terminal"],
     "frontend": ["strings", "vm"],
     "bytecode": ["strings", "vm", "frontend"],
-    "vm/mapcar": ["strings", "terminal", "vm", "frontend", "bytecode"],
+    "mapcar": ["strings", "terminal", "vm", "frontend", "bytecode"],
     "driver": EVERYTHING,
 }
 PUBLISHED = "extension/include/kestrin"

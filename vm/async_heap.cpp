@@ -10,6 +10,8 @@
 
 #include "strings/fatal.h"
 
+FATAL_SITE(RBT_NEW_NODE, "kestrin", "_rbt_new_node", 1)
+
 rbt_node *async_heap_tree = nullptr;
 ULO async_heap_blocks = 0;
 
@@ -20,7 +22,7 @@ constexpr const CHR *no_node_text = "RED-BLACK TREE FATAL ERROR: memory allocati
 rbt_node *new_node()
 {
     auto *node = static_cast<rbt_node *>(calloc(1, sizeof(rbt_node)));
-    if (node == nullptr) fatal(fatal_site::RBT_NEW_NODE, no_node_text);
+    if (node == nullptr) fatal(site::RBT_NEW_NODE, no_node_text);
     return node;
 }
 

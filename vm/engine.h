@@ -3,7 +3,8 @@
 #pragma once
 
 #include "kestrin/types.h"
-#include "strings/lut.h"
+
+struct lut;
 
 struct engine {
     CHR *global_udf_index; // names of the global functions with their numbers

@@ -19,6 +19,8 @@
 #include "vm/stack.h"
 #include "vm/variants.h"
 
+SHARED_FATAL_SITE(STACK_EVAL)
+
 #define HANDLER(name) void func__##name(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 // -- Words of linked code ----------------------------------------------------------------------
@@ -43,7 +45,7 @@ inline kestrin_data *variable(ULO number) { return &rt_ctrl->rt_frame[number]; }
 // Calls a node's handler.
 inline void call(const ULO *node, kestrin_data *ret_dat)
 {
-    check_stack(fatal_site::STACK_EVAL);
+    check_stack(site::STACK_EVAL);
     reinterpret_cast<fcall>(node[0])(node + 1, ret_dat);
 }
 inline void eval(const ULO *operand_word, kestrin_data *ret_dat)
@@ -201,7 +203,7 @@ template <class T, operand_kind kind_>
 // The number of a node that hands it on. `ret_dat` is an owning slot, for what the node evaluates.
 template <class T> [[gnu::always_inline]] inline T handed(const ULO *word, kestrin_data *ret_dat)
 {
-    check_stack(fatal_site::STACK_EVAL);
+    check_stack(site::STACK_EVAL);
     const ULO *node = node_at(word);
     return reinterpret_cast<T (*)(const ULO *, kestrin_data *)>(node[0])(node + 1, ret_dat);
 }

@@ -11,6 +11,10 @@
 #include "vm/handler.h"
 #include "vm/stack.h"
 
+FATAL_SITE(RUN_FRAME, "kestrin", "kestrin_run", 29)
+FATAL_SITE(STACK_EVAL, "kestrin", "eval", 120)
+FATAL_SITE(THREAD_SETUP, "kestrin", "setup_quarne_thread_safe_functionality_for_local_thread", 142)
+
 constinit thread_local rt_control *rt_ctrl = nullptr;
 
 namespace {
@@ -20,7 +24,6 @@ constexpr rt_control initial_control = {
     .rt_run_text = nullptr,
     .rt_error_code = 0,
     .rt_error_text = nullptr,
-    .rt_scope_table = nullptr,
     .rt_frame = nullptr,
     .rt_program = nullptr,
     .rt_function = nullptr,
@@ -61,7 +64,7 @@ chunk_end *end_of(kestrin_data *end)
     return end == nullptr ? &blocks->root : reinterpret_cast<chunk_end *>(end);
 }
 
-kestrin_data *make_chunk(chunk_end *before, ULO slots, ULO records, fatal_site site)
+kestrin_data *make_chunk(chunk_end *before, ULO slots, ULO records, const fatal_site &site)
 {
     while (records < slots && records < most_records) records *= 2;
     if (records >= most_records) fatal(site);
@@ -113,7 +116,7 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
     find_stack_floor();
     if (blocks != nullptr) return;
     blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
-    if (blocks == nullptr) fatal(fatal_site::THREAD_SETUP);
+    if (blocks == nullptr) fatal(site::THREAD_SETUP);
     *blocks = {initial_control, {}, {nullptr, nullptr, first_chunk}, nullptr, {}, 0};
     rt_ctrl = &blocks->control;
     strings_tls = &blocks->strings;
@@ -127,7 +130,6 @@ void cleanup_quarne_thread_safe_functionality_for_local_thread()
     free_string(&rt_ctrl->rt_run_text);
     free_string(&rt_ctrl->rt_error_text);
     free_string(&rt_ctrl->rt_captured);
-    lut_free_view(&rt_ctrl->rt_scope_table);
     free_chunks(&blocks->root);
     rt_ctrl = nullptr;
     strings_tls = nullptr;
@@ -139,11 +141,11 @@ void cleanup_quarne_thread_safe_functionality_for_local_thread()
 void at_end_of_thread(void (*end)())
 {
     if (blocks == nullptr) return;
-    if (blocks->ends_count == most_ends) fatal(fatal_site::THREAD_SETUP);
+    if (blocks->ends_count == most_ends) fatal(site::THREAD_SETUP);
     blocks->ends[blocks->ends_count++] = end;
 }
 
-kestrin_data *next_frame_chunk(ULO slots, fatal_site site)
+kestrin_data *next_frame_chunk(ULO slots, const fatal_site &site)
 {
     chunk_end *here = end_of(rt_ctrl->frame_end);
     kestrin_data *chunk = here->next;
@@ -167,7 +169,7 @@ UCH kestrin_run(const ULO *program, kestrin_data *ret_dat, UCH capture)
 
     kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;
     const ULO slots = image_slots(program);
-    kestrin_data *frame = slots == 0 ? nullptr : take_frame(rt, slots, fatal_site::RUN_FRAME);
+    kestrin_data *frame = slots == 0 ? nullptr : take_frame(rt, slots, site::RUN_FRAME);
     for (ULO i = 0; i < slots; i++) frame[i] = fresh_variable;
     rt->rt_frame = frame;
     call(image_main_node(program), ret_dat);

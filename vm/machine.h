@@ -4,7 +4,6 @@
 #include "kestrin/errors.h"
 #include "kestrin/value.h"
 #include "strings/fatal.h"
-#include "strings/lut.h"
 
 // Unwinding marks: BREAK and EXIT travel as error codes that no program sees.
 enum : UCH { UNWIND_BREAK = 254, UNWIND_EXIT = 255 };
@@ -15,7 +14,6 @@ struct rt_control {
     CHR *rt_run_text;        // its text
     UCH rt_error_code;       // runtime error code, 0 none
     CHR *rt_error_text;      // its text
-    lut *rt_scope_table;     // function table of mapcar on this thread
     kestrin_data *rt_frame;  // variable slots of the running function
     const ULO *rt_program;   // root image of the running program: a counted string
     const ULO *rt_function;  // image of the running function
@@ -53,10 +51,10 @@ UCH kestrin_run(const ULO *program, kestrin_data *ret_dat, UCH capture);
 
 // Records of the thread's stack of frames from a further chunk; the caller puts frame_top and
 // frame_end back as they were when it is done. `site` is reported when memory runs out.
-kestrin_data *next_frame_chunk(ULO slots, fatal_site site);
+kestrin_data *next_frame_chunk(ULO slots, const fatal_site &site);
 
 // The usual case: `slots` records right at frame_top.
-inline kestrin_data *take_frame(rt_control *rt, ULO slots, fatal_site site)
+inline kestrin_data *take_frame(rt_control *rt, ULO slots, const fatal_site &site)
 {
     kestrin_data *frame = rt->frame_top;
     if (slots > ULO(rt->frame_end - frame)) [[unlikely]]

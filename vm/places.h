@@ -59,7 +59,7 @@ inline ULO places_to_allocate(ULO size)
 
 // Reallocates a run of `old` places, 0 if there is none yet. Returns false if memory ran out and
 // the thread's fault hook let the machine go on.
-template <class T> bool grow_places(T **places, ULO old, ULO size, fatal_site site)
+template <class T> bool grow_places(T **places, ULO old, ULO size, const fatal_site &site)
 {
     if (old != 0 && places_to_allocate(old) == places_to_allocate(size)) return true;
     size = places_to_allocate(size);
@@ -75,7 +75,7 @@ template <class T> bool grow_places(T **places, ULO old, ULO size, fatal_site si
 }
 
 // The same for the tag bytes; new ones are zero.
-inline bool grow_tags(kestrin_data *d, ULO size, fatal_site site)
+inline bool grow_tags(kestrin_data *d, ULO size, const fatal_site &site)
 {
     const ULO old = d->aready_tags == nullptr ? 0 : d->indices_numb;
     if (!grow_places(&d->aready_tags, old, size, site)) return false;

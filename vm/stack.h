@@ -21,7 +21,7 @@ inline const CHR *stack_pointer()
 extern constinit thread_local const CHR *stack_floor;
 
 // For the recursions of passes: ends the process with the row's report where the stack is used up.
-inline void check_stack(fatal_site site)
+inline void check_stack(const fatal_site &site)
 {
     if (stack_pointer() < stack_floor) [[unlikely]]
         fatal(site);

@@ -13,6 +13,15 @@
 #include "vm/moves.h"
 #include "vm/places.h"
 
+FATAL_SITE(COPY_I_ARRAY, "kestrin", "copy_kst_data_", 7)
+FATAL_SITE(COPY_I_TAGS, "kestrin", "copy_kst_data_", 8)
+FATAL_SITE(COPY_F_ARRAY, "kestrin", "copy_kst_data_", 9)
+FATAL_SITE(COPY_F_TAGS, "kestrin", "copy_kst_data_", 10)
+FATAL_SITE(COPY_S_ARRAY, "kestrin", "copy_kst_data_", 11)
+FATAL_SITE(COPY_S_TAGS, "kestrin", "copy_kst_data_", 12)
+FATAL_SITE(COPY_Z_TAGS, "kestrin", "copy_kst_data_", 13)
+FATAL_SITE(COPY_MIXED, "kestrin", "copy_kst_data_", 14)
+
 namespace {
 
 // Places of mixed arrays that wait for their turn.
@@ -110,12 +119,12 @@ struct array_copy {
 };
 
 // Room for what is to be owned; `old` members from `n` on have been freed.
-template <class T> bool make_room(const array_copy &c, T **places, fatal_site site)
+template <class T> bool make_room(const array_copy &c, T **places, const fatal_site &site)
 {
     return grow_places(places, c.old, c.own, site);
 }
 
-bool copy_tags(const array_copy &c, fatal_site site)
+bool copy_tags(const array_copy &c, const fatal_site &site)
 {
     if (!grow_tags(c.dest, c.size, site)) return false;
     memcpy(c.dest->aready_tags + 1, c.source->aready_tags + 1, c.n - 1);
@@ -124,7 +133,7 @@ bool copy_tags(const array_copy &c, fatal_site site)
     return true;
 }
 
-bool copy_numbers(const array_copy &c, fatal_site places, fatal_site tags)
+bool copy_numbers(const array_copy &c, const fatal_site &places, const fatal_site &tags)
 {
     if (!make_room(c, &c.dest->array.ival, places) || !copy_tags(c, tags)) return false;
     memcpy(c.dest->array.ival + 1, c.source->array.ival + 1, (c.with_memory - 1) * sizeof(SLO));
@@ -134,10 +143,10 @@ bool copy_numbers(const array_copy &c, fatal_site places, fatal_site tags)
 bool copy_strings(const array_copy &c)
 {
     if (c.with_memory < c.old) free_strings(c.dest->array.svalue, c.with_memory, c.old);
-    if (!make_room(c, &c.dest->array.svalue, fatal_site::COPY_S_ARRAY)) return false;
+    if (!make_room(c, &c.dest->array.svalue, site::COPY_S_ARRAY)) return false;
     CHR **to = c.dest->array.svalue;
     for (ULO i = c.old; i < c.own; i++) to[i] = nullptr;
-    if (!copy_tags(c, fatal_site::COPY_S_TAGS)) return false;
+    if (!copy_tags(c, site::COPY_S_TAGS)) return false;
     for (ULO i = 1; i < c.with_memory; i++) {
         if (c.source->aready_tags[i] != 0)
             equ(&to[i], c.source->array.svalue[i]);
@@ -151,7 +160,7 @@ bool copy_strings(const array_copy &c)
 bool copy_mixed(const array_copy &c, waiting_places *waiting)
 {
     if (c.with_memory < c.old) free_members(c.dest->array.mix, c.with_memory, c.old);
-    if (!make_room(c, &c.dest->array.mix, fatal_site::COPY_MIXED)) return false;
+    if (!make_room(c, &c.dest->array.mix, site::COPY_MIXED)) return false;
     for (ULO i = c.old; i < c.own; i++) c.dest->array.mix[i] = fresh_variable;
     waiting->add(c.dest->array.mix, c.with_memory, c.source->array.mix);
     return true;
@@ -162,10 +171,10 @@ bool copy_places(const array_copy &c, waiting_places *waiting)
     c.dest->arraytype = c.source->arraytype;
     bool done = true;
     switch (c.source->arraytype) {
-    case 'I': done = copy_numbers(c, fatal_site::COPY_I_ARRAY, fatal_site::COPY_I_TAGS); break;
-    case 'F': done = copy_numbers(c, fatal_site::COPY_F_ARRAY, fatal_site::COPY_F_TAGS); break;
+    case 'I': done = copy_numbers(c, site::COPY_I_ARRAY, site::COPY_I_TAGS); break;
+    case 'F': done = copy_numbers(c, site::COPY_F_ARRAY, site::COPY_F_TAGS); break;
     case 'S': done = copy_strings(c); break;
-    case 'Z': done = copy_tags(c, fatal_site::COPY_Z_TAGS); break;
+    case 'Z': done = copy_tags(c, site::COPY_Z_TAGS); break;
     default: done = copy_mixed(c, waiting);
     }
     if (!done) return false;

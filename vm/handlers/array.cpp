@@ -12,6 +12,15 @@
 #include "vm/places.h"
 #include "vm/text.h"
 
+FATAL_SITE(ARSETQ, "kestrin", "func__arsetq", 15)
+FATAL_SITE(ARSETQ_I_ARRAY, "kestrin", "func__arsetq_i", 16)
+FATAL_SITE(ARSETQ_I_TAGS, "kestrin", "func__arsetq_i", 17)
+FATAL_SITE(ARSETQ_F_ARRAY, "kestrin", "func__arsetq_f", 18)
+FATAL_SITE(ARSETQ_F_TAGS, "kestrin", "func__arsetq_f", 19)
+FATAL_SITE(ARSETQ_S_ARRAY, "kestrin", "func__arsetq_s", 20)
+FATAL_SITE(ARSETQ_S_TAGS, "kestrin", "func__arsetq_s", 21)
+FATAL_SITE(ARSETQ_Z_TAGS, "kestrin", "func__arsetq_z", 22)
+
 namespace {
 
 void raise_at(rt_text text, const ULO *dat_ptr) { raise_error(text, dat_ptr, dat_ptr[0] + 1); }
@@ -33,7 +42,7 @@ void store_first(const ULO *dat_ptr, kestrin_data *array, const kestrin_data *so
 bool grow_mixed(kestrin_data *array, ULO index)
 {
     const ULO old = owned_places(array), own = places_to_own(index);
-    if (!grow_places(&array->array.mix, old, own, fatal_site::ARSETQ)) return false;
+    if (!grow_places(&array->array.mix, old, own, site::ARSETQ)) return false;
     for (ULO i = old; i < own; i++) array->array.mix[i] = fresh_variable;
     array->indices_numb = array_capacity(index);
     set_owned_places(array, own);
@@ -88,7 +97,8 @@ void take_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
 // What the four classes of typed arrays differ in.
 template <UCH letter> struct member_class;
 
-template <class T, UCH letter_, fatal_site places, fatal_site tags> struct number_class {
+template <class T, UCH letter_, const fatal_site &places, const fatal_site &tags>
+struct number_class {
     static constexpr UCH letter = letter_;
     static T &place(kestrin_data *array, ULO index)
     {
@@ -114,20 +124,18 @@ template <class T, UCH letter_, fatal_site places, fatal_site tags> struct numbe
 };
 
 template <>
-struct member_class<'I'>
-    : number_class<SLO, 'I', fatal_site::ARSETQ_I_ARRAY, fatal_site::ARSETQ_I_TAGS> {
+struct member_class<'I'> : number_class<SLO, 'I', site::ARSETQ_I_ARRAY, site::ARSETQ_I_TAGS> {
 };
 template <>
-struct member_class<'F'>
-    : number_class<DFL, 'F', fatal_site::ARSETQ_F_ARRAY, fatal_site::ARSETQ_F_TAGS> {
+struct member_class<'F'> : number_class<DFL, 'F', site::ARSETQ_F_ARRAY, site::ARSETQ_F_TAGS> {
 };
 
 template <> struct member_class<'S'> {
-    static constexpr fatal_site tags_site = fatal_site::ARSETQ_S_TAGS;
+    static constexpr fatal_site tags_site = site::ARSETQ_S_TAGS;
     static bool grow(kestrin_data *array, ULO own)
     {
         const ULO old = owned_places(array);
-        if (!grow_places(&array->array.svalue, old, own, fatal_site::ARSETQ_S_ARRAY)) return false;
+        if (!grow_places(&array->array.svalue, old, own, site::ARSETQ_S_ARRAY)) return false;
         for (ULO i = old; i < own; i++) array->array.svalue[i] = nullptr;
         return true;
     }
@@ -149,7 +157,7 @@ template <> struct member_class<'S'> {
 };
 
 template <> struct member_class<'Z'> {
-    static constexpr fatal_site tags_site = fatal_site::ARSETQ_Z_TAGS;
+    static constexpr fatal_site tags_site = site::ARSETQ_Z_TAGS;
     static bool grow(kestrin_data *, ULO) { return true; }
     static void store(kestrin_data *, ULO, const kestrin_data *) {}
     static void load(kestrin_data *, const kestrin_data *, ULO) {}

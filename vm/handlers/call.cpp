@@ -7,6 +7,8 @@
 #include "vm/handler.h"
 #include "vm/moves.h"
 
+FATAL_SITE(DEFUN_FRAME, "kestrin", "func__defun", 23)
+
 namespace {
 
 // A recursion of calls ends here, with room left for what a body does on its own.
@@ -15,7 +17,7 @@ constexpr ULO room_of_a_body = ULO(64) << 10;
 void check_call_depth()
 {
     if (stack_pointer() < stack_floor + room_of_a_body) [[unlikely]]
-        fatal(fatal_site::DEFUN_FRAME);
+        fatal(site::DEFUN_FRAME);
 }
 
 // A single value may come with the members of an array that it was made from; INDEX would find
@@ -78,7 +80,7 @@ HANDLER(defun)
     const ULO *words = dat_ptr + 2;
 
     kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;
-    kestrin_data *frame = take_frame(rt, slots, fatal_site::DEFUN_FRAME);
+    kestrin_data *frame = take_frame(rt, slots, site::DEFUN_FRAME);
     for (ULO i = 0; i < arguments; i++) evaluate_argument(words + i, &frame[i]);
     for (ULO i = arguments; i < passed; i++) evaluate_and_drop(words + i);
     for (ULO i = arguments; i < slots; i++) frame[i] = fresh_variable;

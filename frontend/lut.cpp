@@ -1,7 +1,7 @@
 // The sorted key table. Small on purpose: one search serves adding and finding, and the table grows
 // in fixed steps, because a few hundred keys are all that it usually holds.
 
-#include "strings/lut.h"
+#include "frontend/lut.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -10,11 +10,19 @@
 #include "strings/fatal.h"
 #include "strings/scratch.h"
 
+FATAL_SITE(LUT_ADD_TABLE, "kestrin", "lut_add", 2)
+FATAL_SITE(LUT_ADD_ROWS, "kestrin", "lut_add", 3)
+FATAL_SITE(LUT_ADD_FIRST, "kestrin", "lut_add", 4)
+FATAL_SITE(LUT_ADD_GROW, "kestrin", "lut_add", 5)
+FATAL_SITE(LUT_ADD_ENTRY, "kestrin", "lut_add", 6)
+FATAL_SITE(MAPCAR_TABLE, "kestrin", "func__mapcar", 24)
+FATAL_SITE(MAPCAR_ROWS, "kestrin", "func__mapcar", 25)
+
 namespace {
 
 constexpr ULO step = 128;
 
-lut_entry *new_entry(const CHR *key, SLO value, ULO scope, fatal_site site)
+lut_entry *new_entry(const CHR *key, SLO value, ULO scope, const fatal_site &site)
 {
     auto *entry = static_cast<lut_entry *>(malloc(sizeof(lut_entry)));
     if (entry == nullptr) fatal(site);
@@ -26,11 +34,11 @@ lut_entry *new_entry(const CHR *key, SLO value, ULO scope, fatal_site site)
 lut *new_table(const CHR *key, SLO value)
 {
     auto *table = static_cast<lut *>(malloc(sizeof(lut)));
-    if (table == nullptr) fatal(fatal_site::LUT_ADD_TABLE);
+    if (table == nullptr) fatal(site::LUT_ADD_TABLE);
     auto **entries = static_cast<lut_entry **>(malloc(step * sizeof(lut_entry *)));
-    if (entries == nullptr) fatal(fatal_site::LUT_ADD_ROWS);
+    if (entries == nullptr) fatal(site::LUT_ADD_ROWS);
     *table = {1, step, 0, entries};
-    entries[0] = new_entry(key, value, 0, fatal_site::LUT_ADD_FIRST);
+    entries[0] = new_entry(key, value, 0, site::LUT_ADD_FIRST);
     return table;
 }
 
@@ -56,7 +64,7 @@ void reserve(lut *table, ULO count)
     const ULO capacity = (count + step - 1) / step * step;
     auto **grown =
         static_cast<lut_entry **>(realloc(table->lut_entries, capacity * sizeof(lut_entry *)));
-    if (grown == nullptr) fatal(fatal_site::LUT_ADD_GROW);
+    if (grown == nullptr) fatal(site::LUT_ADD_GROW);
     table->lut_entries = grown;
     table->lut_capacity = capacity;
 }
@@ -99,7 +107,7 @@ UCH lut_add(lut **table, const CHR *key, SLO value)
             return 1;
         }
     }
-    insert(*table, position, new_entry(key, value, scope, fatal_site::LUT_ADD_ENTRY));
+    insert(*table, position, new_entry(key, value, scope, site::LUT_ADD_ENTRY));
     return 0;
 }
 
@@ -114,7 +122,7 @@ void lut_add_sorted(lut *table, const lut_pair *fresh, ULO count)
         while (from > 0 && cmp_s(table->lut_entries[from - 1]->key, key.s) > 0)
             table->lut_entries[--to] = table->lut_entries[--from];
         table->lut_entries[--to] =
-            new_entry(key.s, fresh[i - 1].value, table->lut_scope, fatal_site::LUT_ADD_ENTRY);
+            new_entry(key.s, fresh[i - 1].value, table->lut_scope, site::LUT_ADD_ENTRY);
     }
 }
 
@@ -147,12 +155,12 @@ lut *lut_make_view(const lut *table)
 {
     if (table == nullptr) return nullptr;
     auto *made = static_cast<lut *>(malloc(sizeof(lut)));
-    if (made == nullptr) fatal(fatal_site::MAPCAR_TABLE);
+    if (made == nullptr) fatal(site::MAPCAR_TABLE);
     *made = *table;
     made->lut_count = 0;
     made->lut_entries =
         static_cast<lut_entry **>(malloc(table->lut_capacity * sizeof(lut_entry *)));
-    if (made->lut_entries == nullptr) fatal(fatal_site::MAPCAR_ROWS);
+    if (made->lut_entries == nullptr) fatal(site::MAPCAR_ROWS);
     for (ULO i = 0; i < table->lut_count; i++)
         if (table->lut_entries[i]->scope == 0)
             made->lut_entries[made->lut_count++] = table->lut_entries[i];

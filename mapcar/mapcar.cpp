@@ -17,6 +17,7 @@
 #include "frontend/forms.h"
 #include "frontend/isa.h"
 #include "frontend/justify.h"
+#include "frontend/lut.h"
 #include "frontend/reader.h"
 #include "frontend/squeeze.h"
 #include "kestrin/mapcar.h"
@@ -25,6 +26,9 @@
 #include "vm/engine.h"
 #include "vm/handler.h"
 #include "vm/image.h"
+
+FATAL_SITE(MAPCAR_PLACES, "kestrin", "func__mapcar", 26)
+FATAL_SITE(MAPCAR_PLACES_SHORT, "kestrin", "func__mapcar", 27)
 
 namespace {
 
@@ -65,6 +69,16 @@ void refuse(std::string_view text)
     assign(&rt_ctrl->rt_run_text, text);
 }
 
+// The functions that texts of this thread know: those of the main thread and what they define.
+struct function_view {
+    lut *table = nullptr;
+    function_view() = default;
+    ~function_view() { lut_free_view(&table); }
+    function_view(const function_view &) = delete;
+    function_view &operator=(const function_view &) = delete;
+};
+lut *&known_functions() { return of_thread<function_view>().table; }
+
 // -- The roads to linked code ------------------------------------------------------------------
 
 // Names that only a text of this call has.
@@ -91,7 +105,7 @@ bool prepare_source(const CHR *source, tree *t)
     std::string joined;
     join_lines(&joined, view(source), true);
     const SLO arguments = kestrin_check(t, &t->root, wrapped(std::move(joined)), 0, "Main_Mapcar",
-                                        &rt_ctrl->rt_scope_table);
+                                        &known_functions());
     if (arguments > 0) refuse("Argument references are not allowed here.");
     if (arguments != 0) return false;
     if (!is_one_form(*t)) wrap(t);
@@ -128,7 +142,7 @@ bool is_bytecode(const CHR *text) { return len(text) > 0 && (*text & 127) == 'U'
 struct saved_run {
     const ULO *program = rt_ctrl->rt_program, *function = rt_ctrl->rt_function;
     CHR *captured = std::exchange(rt_ctrl->rt_captured, nullptr);
-    lut *scope_table = std::exchange(rt_ctrl->rt_scope_table, nullptr);
+    lut *scope_table = std::exchange(known_functions(), nullptr);
     UCH capture = rt_ctrl->rt_capture;
     kestrin_data *frame = std::exchange(rt_ctrl->rt_frame, nullptr);
 
@@ -141,8 +155,8 @@ struct saved_run {
         *output = std::exchange(rt->rt_captured, captured);
         rt->rt_capture = capture;
         rt->rt_frame = frame;
-        lut_free_view(&rt->rt_scope_table); // of a MAPCAR inside the run
-        rt->rt_scope_table = scope_table;
+        lut_free_view(&known_functions()); // of a MAPCAR inside the run
+        known_functions() = scope_table;
     }
 };
 
@@ -183,25 +197,25 @@ void link_and_run(evaluation *e, code_origin origin)
 // UDFs that the code defines live as long as the call.
 void evaluate(const CHR *operand, evaluation *e)
 {
-    rt_control *rt = rt_ctrl;
-    if (rt->rt_scope_table == nullptr) rt->rt_scope_table = lut_make_view(the_engine.func_lut);
-    const ULO known = rt->rt_scope_table == nullptr ? 0 : rt->rt_scope_table->lut_count;
-    if (rt->rt_scope_table != nullptr) rt->rt_scope_table->lut_scope++;
+    lut *&functions = known_functions();
+    if (functions == nullptr) functions = lut_make_view(the_engine.func_lut);
+    const ULO known = functions == nullptr ? 0 : functions->lut_count;
+    if (functions != nullptr) functions->lut_scope++;
     const bool is_code = is_bytecode(operand);
     const bool ready = is_code ? take_bytecode(operand, e) : compile_source(operand, e);
     if (ready)
         link_and_run(e, is_code ? code_origin::VERIFIED : code_origin::OWN);
     else
         set_empty(&e->value);
-    if (rt->rt_scope_table == nullptr) return;
-    rt->rt_scope_table->lut_scope--;
-    if (rt->rt_scope_table->lut_count != known) lut_prune(rt->rt_scope_table);
+    if (functions == nullptr) return;
+    functions->lut_scope--;
+    if (functions->lut_count != known) lut_prune(functions);
 }
 
 // -- The answer --------------------------------------------------------------------------------
 
 // Makes the record the array of the answer, all members without a value.
-kestrin_data *make_answer(kestrin_data *ret_dat, fatal_site site)
+kestrin_data *make_answer(kestrin_data *ret_dat, const fatal_site &site)
 {
     auto *members = static_cast<kestrin_data *>(malloc(MAPCAR_MEMBERS * sizeof(kestrin_data)));
     if (members == nullptr) fatal(site);
@@ -238,7 +252,7 @@ void settle_error()
 void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
 {
     const rt_control *rt = rt_ctrl;
-    kestrin_data *members = make_answer(ret_dat, fatal_site::MAPCAR_PLACES);
+    kestrin_data *members = make_answer(ret_dat, site::MAPCAR_PLACES);
     move_text(ret_dat, &e->captured);
     members[MAPCAR_VALUE] = std::exchange(e->value, owning_slot);
     members[MAPCAR_VALUE].disable_ptr = 0;
@@ -260,7 +274,7 @@ void answer_pending_error(kestrin_data *ret_dat)
 {
     kestrin_data held = *ret_dat;
     *ret_dat = owning_slot;
-    kestrin_data *members = make_answer(ret_dat, fatal_site::MAPCAR_PLACES_SHORT);
+    kestrin_data *members = make_answer(ret_dat, site::MAPCAR_PLACES_SHORT);
     set_text(ret_dat, {});
     copy_kst_data(&members[MAPCAR_VALUE], &held, 0);
     free_kst_data(&held);

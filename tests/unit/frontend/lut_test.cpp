@@ -1,7 +1,7 @@
 // The key table: order, scopes, the last place that a walk does not read, and random use against a
 // plain map.
 
-#include "strings/lut.h"
+#include "frontend/lut.h"
 
 #include <map>
 
