@@ -6,6 +6,8 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <sys/resource.h>
+#include <sys/time.h>
 #include <type_traits>
 
 #include "frontend/tree.h"
@@ -19,6 +21,12 @@ enum print_switch {
 };
 
 enum disk_mode { DISK_NONE, DISK_COMPILE, DISK_COMPILE_MINIMISED, DISK_SHOW_DEBUG_INFO };
+
+// A point of the process's time. All zero where nobody asks.
+struct time_point {
+    rusage used;
+    timeval now;
+};
 
 struct session {
     int argc;
@@ -34,7 +42,8 @@ struct session {
     std::vector<node_index> definitions; // in it
     std::string stored_set; // of -c: the global functions and the program ahead of the type pass
     std::string stored_program;
-    CHR *prog_text; // the program as compiled, then linked code
+    CHR *prog_text;   // the program as compiled, then linked code
+    time_point start; // of what the next time report is about
 
     const CHR *file() const { return argv[first_arg_index]; }
     ULO words_behind_file() const { return ULO(argc - first_arg_index - 1); }

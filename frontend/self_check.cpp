@@ -73,6 +73,14 @@ SLO check_isaext_row(lut **table, const INSTRUCTION_STRU &row)
 
 } // namespace
 
+void enter_instructions(lut **table)
+{
+    for (ULO i = 0; i < isa_count; i++)
+        lut_add(table, *isa_table[i].mnemonic, isa_table[i].operands);
+    for (ULO i = 0; i < isaext_count; i++)
+        is_new(table, isaext_table[i].fnc_name, isaext_table[i].operands);
+}
+
 SLO check_instruction_tables(lut **table)
 {
     bind_isaext();

@@ -1,0 +1,98 @@
+#include "driver/source.h"
+
+#include <string>
+#include <utility>
+
+#include "driver/listing.h"
+#include "driver/prepare.h"
+#include "driver/profile.h"
+#include "frontend/check.h"
+#include "frontend/forms.h"
+#include "frontend/isa.h"
+#include "frontend/justify.h"
+#include "frontend/reader.h"
+#include "frontend/squeeze.h"
+#include "frontend/uninit.h"
+#include "strings/tokens.h"
+#include "vm/engine.h"
+
+namespace {
+
+// Lists a text in a talking run if the switches allow it, else says that it is disabled.
+template <class Text>
+void list_text(const session *s, Text text, bool allowed, message_of<> disabled)
+{
+    if (!s->verbose) return;
+    if (allowed)
+        kestrin_print(text(), style_of(*s));
+    else
+        say(disabled);
+}
+
+void list_program(const session *s)
+{
+    list_text(
+        s, [s] { return s->program.written(); }, s->is_on(SWITCH_MODIFIED_SRC),
+        message::PROGRAM_PRINT_DISABLED);
+}
+
+} // namespace
+
+void list_global_functions(const session *s)
+{
+    if (s->definitions.empty()) return;
+    list_text(
+        s, [s] { return set_text(s); }, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
+        message::SET_PRINT_DISABLED);
+}
+
+void read_source(session *s, raw_file *file)
+{
+    tell(s, message::READING_SOURCE, s->file());
+    s->source = read_from_raw(s->file(), *file, &s->program.file);
+    file->contents = std::string();
+    if (left_trimmed(s->source).empty()) die(message::NO_CODE);
+}
+
+ULO check_source(session *s)
+{
+    tell(s, message::CHECKING_SOURCE);
+    tree *t = &s->program;
+    const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
+    const SLO wanted = kestrin_check(t, &t->root, wrapped(std::move(s->source)), wrapper, "Main",
+                                     &the_engine.func_lut);
+    if (wanted < 0) die_of_syntax_error();
+    if (ULO(wanted) != s->words_behind_file())
+        die(message::ARGUMENTS_DIFFER, t->written().c_str(), ULO(wanted), wanted == 1 ? "" : "s");
+    return ULO(wanted);
+}
+
+void bind_surroundings(session *s, ULO arguments)
+{
+    bind_terminal(s);
+    if (arguments > 0) bind_arguments(s);
+    if (!is_one_form(s->program)) wrap_program(s);
+}
+
+void squeeze_program(session *s)
+{
+    const std::string progn(mnemonic(ISA_PROGN));
+    tell(s, message::SQUEEZING, progn.c_str());
+    const ULO removed = progn_squeeze(&s->program);
+    tell(s, message::SQUEEZED, progn.c_str(), removed);
+    if (s->verbose) {
+        say(message::LOOKING_FOR_UNSET);
+        print_warnings(kst_uninit_check("Main", s->program));
+    }
+    if (!is_executable_form(s->program)) wrap_program(s);
+}
+
+// The types of the global functions are where the program's begin.
+void prove_types(session *s)
+{
+    list_program(s);
+    tell(s, message::RESOLVING);
+    if (s->is_storing()) s->stored_program = s->program.written();
+    kestrin_justify(&s->program, the_engine.global_udf_types, nullptr);
+    list_program(s);
+}
