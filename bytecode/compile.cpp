@@ -189,7 +189,7 @@ CHR read_letter(CHR suffix)
 
 bool compiler::slot_of(const node &n, const context &function, ULO *slot) const
 {
-    if (n.kind == 'P') {
+    if (n.letter == 'P') {
         const SLO number = tree_.argument_number(n);
         *slot = static_cast<ULO>(number - 1);
         return number > 0 && ULO(number) <= function.arguments;
@@ -255,9 +255,9 @@ call_node compiler::find_call(const node &form)
     node.letter = found->letter;
     node.operands = found->operands;
     node.code = image::code(found->letter, image::instruction(found->row, slot));
-    node.variable_first = (found->groups & variable_first) != 0;
+    node.variable_first = (found->groups & VARIABLE_FIRST) != 0;
     node.leads_with_variable = (found->groups & in(GROUP_FOR)) != 0;
-    node.assigns = (found->groups & sets_variable) != 0;
+    node.assigns = (found->groups & SETS_VARIABLE) != 0;
     if (debug_level_ == 1) note_use(form.name);
     return node;
 }
@@ -266,7 +266,7 @@ call_node compiler::find_call(const node &form)
 
 bool compiler::is_definition(const node &n) const
 {
-    return n.kind == 'U' && n.suffix == 0 && (groups_of(word_of(n.name)) & in(GROUP_DEFUN)) != 0;
+    return n.letter == 'U' && n.suffix == 0 && (groups_of(word_of(n.name)) & in(GROUP_DEFUN)) != 0;
 }
 
 // Entries of the operand table. A definition leaves no code where it stands, but one that ends a
@@ -295,7 +295,7 @@ void compiler::emit_variable(const node &n, const call_node &call, const context
 
 void compiler::emit_operand(const node &n, const call_node &call, context *function)
 {
-    switch (n.kind) {
+    switch (n.letter) {
     case 'U': return emit_form(n, function);
     case 'F': return emit_float(tree_.text_of(n), function->out);
     case 'I': return emit_integer(tree_.text_of(n), function->out);
@@ -337,7 +337,7 @@ void compiler::emit_form(const node &form, context *function)
     if (call.variable_first || call.leads_with_variable) {
         if (first == NO_NODE || !slot_of(at(first), *function, &slot)) return emit_nil(out);
         // A UDF's argument may be lent by its caller: no checked text assigns one.
-        if (call.assigns && at(first).kind == 'P' && !function->is_root) return emit_nil(out);
+        if (call.assigns && at(first).letter == 'P' && !function->is_root) return emit_nil(out);
         if (call.variable_first) first = at(first).next;
     }
     if (call.letter == 0) return emit_nil(out);
@@ -423,7 +423,7 @@ void compiler::add_debug_text(unit_index function, std::string_view text)
 unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_root)
 {
     check_stack(site::STACK_COMPILE);
-    if (form == NO_NODE || at(form).kind != 'U') form = tree_.opened(form, TYPED);
+    if (form == NO_NODE || at(form).letter != 'U') form = tree_.opened(form, TYPED);
     const auto made = static_cast<unit_index>(units_.size());
     units_.emplace_back();
     units_[made].slots = variables_.build_varlist(tree_, form);

@@ -28,13 +28,13 @@ FATAL_SITE(STACK_DECOMPILE, "kestrin", "kestrin_decompile", 129)
 
 namespace {
 
-constexpr std::string_view udf_prefix = "Udf_", global_prefix = "Extern_", variable_prefix = "Var_";
-constexpr std::string_view unknown_code = "(Unknown_Code";
-constexpr const CHR *unused_udf = "' is removed from the target because this UDF is not used.\n";
+constexpr std::string_view UDF_PREFIX = "Udf_", GLOBAL_PREFIX = "Extern_", VARIABLE_PREFIX = "Var_";
+constexpr std::string_view UNKNOWN_CODE = "(Unknown_Code";
+constexpr const CHR *UNUSED_UDF = "' is removed from the target because this UDF is not used.\n";
 
 // Bounds of code that another compiler made: of a name's length, and of nested functions, as
 // made-up names grow with each scope.
-constexpr ULO longest_name = 255, deepest_scope = 200;
+constexpr ULO LONGEST_NAME = 255, DEEPEST_SCOPE = 200;
 
 struct visible_udf {
     std::string name;
@@ -116,7 +116,7 @@ private:
     bool is_own() const { return request_.origin == code_origin::OWN; }
     bool is_usable(std::string_view name) const
     {
-        return !name.empty() && (is_own() || name.size() <= longest_name);
+        return !name.empty() && (is_own() || name.size() <= LONGEST_NAME);
     }
     bool is_trusted() const { return request_.origin != code_origin::FOREIGN && is_good_; }
     void complain(const cop &found);
@@ -165,7 +165,7 @@ void decompiler::write_offset(ULO p)
 void decompiler::write_unknown_code(ULO p)
 {
     is_good_ = false;
-    out_.append(unknown_code);
+    out_.append(UNKNOWN_CODE);
     write_offset(p);
     out_.append(")");
     add_message("ERROR: Unknown corrupted code `(Unknown_Code)' is found, trying to continue "
@@ -223,7 +223,7 @@ void decompiler::write_variable(ULO slot)
     if (is_usable(name))
         out_.append(name);
     else
-        out_.append(variable_prefix).append(padded(number, digits_of(function_->image.slots)));
+        out_.append(VARIABLE_PREFIX).append(padded(number, digits_of(function_->image.slots)));
 }
 
 // A formal argument can't stand where a variable is assigned.
@@ -231,7 +231,7 @@ void decompiler::write_target(ULO slot)
 {
     if (slot >= function_->image.arguments || request_.arg_prefix.empty())
         return write_variable(slot);
-    out_.append(request_.arg_prefix).append(variable_prefix);
+    out_.append(request_.arg_prefix).append(VARIABLE_PREFIX);
     out_.append(padded(slot + 1, digits_of(function_->image.slots)));
 }
 
@@ -296,7 +296,7 @@ void decompiler::write_call(ULO p, CHR letter)
                found != nullptr && is_usable(*found))
         out_.append(*found);
     else
-        out_.append(global_prefix).append(function_->prefix).append(std::to_string(number + 1));
+        out_.append(GLOBAL_PREFIX).append(function_->prefix).append(std::to_string(number + 1));
     for (ULO i = 0; i < count; i++) {
         if (write_operand(p + words.operands + i, " ", "")) continue;
         is_good_ = false;
@@ -327,7 +327,7 @@ cop decompiler::find_cop(ULO p, CHR letter) const
 bool decompiler::write_cop_operands(ULO p, const cop &found, ULO *behind)
 {
     const image::node_words words =
-        image::words_of_instruction(found.operands, word_groups(found.name) & variable_first);
+        image::words_of_instruction(found.operands, word_groups(found.name) & VARIABLE_FIRST);
     const ULO first = p + words.operands;
     if (!claims_.take(p + 1, words.operands - 1)) return false;
     if (words.variable != 0 && found.operands > 0) {
@@ -386,7 +386,7 @@ image_layout decompiler::claim_image(ULO entry, ULO depth)
 {
     image_layout image = {};
     ULO start = 0;
-    if (!is_own() && depth > deepest_scope) return image;
+    if (!is_own() && depth > DEEPEST_SCOPE) return image;
     const bool is_sound = code_.follow(entry, code_.size(), &start) &&
                           read_layout(code_, start, code_.size(), &image) &&
                           claims_.take(start, image.debug_end - start);
@@ -460,7 +460,7 @@ ULO decompiler::write_function(const scope &function, std::string_view name)
             written.udfs.push_back(write_udf(function, i, images[i - 1], udf.name));
             continue;
         }
-        std::string line = "UDF `" + udf.name + unused_udf;
+        std::string line = "UDF `" + udf.name + UNUSED_UDF;
         if (known_messages_.insert(line).second) removed.push_back(std::move(line));
     }
     visible_.resize(known);
@@ -471,7 +471,7 @@ ULO decompiler::write_function(const scope &function, std::string_view name)
 
 bool decompiler::run()
 {
-    scope root = {{}, {}, std::string(udf_prefix), 0};
+    scope root = {{}, {}, std::string(UDF_PREFIX), 0};
     if (!read_layout(code_, 0, code_.size(), &root.image)) {
         write_unknown_code(0);
         functions_.push_back({"", 0, out_.size(), {}});

@@ -93,7 +93,7 @@ image::node_words linker::link_instruction(ULO *p, ULO payload, group_set groups
 {
     const isa_row &row = isa_table[image::row_of(payload)];
     set_handler(p, row.slots[image::slot_of(payload)]);
-    return image::words_of_instruction(row.operands, groups & variable_first);
+    return image::words_of_instruction(row.operands, groups & VARIABLE_FIRST);
 }
 
 image::node_words linker::link_extension(ULO *p, ULO payload)
@@ -116,8 +116,8 @@ image::node_words linker::link_call(ULO *p, ULO payload, CHR letter)
 // The variable that a linked node sets itself.
 assigned_set set_by(const ULO *p, group_set groups, const image::node_words &words)
 {
-    if (groups & assigns) return bit_of(p[words.variable]);
-    if (groups & sets_variable) return bit_of(reinterpret_cast<const ULO *>(p[words.operands])[1]);
+    if (groups & ASSIGNS) return bit_of(p[words.variable]);
+    if (groups & SETS_VARIABLE) return bit_of(reinterpret_cast<const ULO *>(p[words.operands])[1]);
     return 0;
 }
 

@@ -169,12 +169,12 @@ bool verifier::read_instruction(ULO p, const function &f, operand_table *operand
     if (slot >= std::size(row.slots) || row.slots[slot] == nullptr) return false;
     const group_set groups = groups_of(row);
     if (groups & in(GROUP_DEFUN)) return false;
-    operands->words = image::words_of_instruction(row.operands, groups & variable_first);
+    operands->words = image::words_of_instruction(row.operands, groups & VARIABLE_FIRST);
     operands->sets_first = groups & in(GROUP_FOR);
     const ULO variable = p + operands->words.variable;
     if (variable == p) return true;
     if (variable >= f.end) return false;
-    return groups & reads_array ? code_[variable] < f.slots : sets_variable_at(variable, f);
+    return groups & READS_ARRAY ? code_[variable] < f.slots : sets_variable_at(variable, f);
 }
 
 bool verifier::read_extension(ULO p, operand_table *operands) const

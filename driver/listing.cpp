@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr ULO shortest_piece = 6; // of a broken string, in raw bytes
+constexpr ULO SHORTEST_PIECE = 6; // of a broken string, in raw bytes
 
 void print_line(ULO indent, std::string_view text)
 {
@@ -57,7 +57,7 @@ public:
 
 private:
     std::string_view token(node_index n) const { return tree_.text_of(tree_.nodes[n]); }
-    bool is_form(node_index n) const { return n != NO_NODE && tree_.nodes[n].kind == 'U'; }
+    bool is_form(node_index n) const { return n != NO_NODE && tree_.nodes[n].letter == 'U'; }
     void print(node_index n, ULO indent);
     void print_elements(node_index n, ULO indent);
     void print_atom(std::string_view atom, ULO indent);
@@ -109,7 +109,7 @@ void layout::print_atom(std::string_view atom, ULO indent)
         scratch raw;
         assign(&raw.s, atom.substr(1, atom.size() - 2));
         strraw(&raw.s, raw.s);
-        if (len(raw.s) > shortest_piece) return break_string(view(raw.s), indent);
+        if (len(raw.s) > SHORTEST_PIECE) return break_string(view(raw.s), indent);
     }
     print_line(indent, atom);
 }
@@ -122,7 +122,7 @@ void layout::break_string(std::string_view raw, ULO indent)
         ULO size = 0, shown = 0;
         while (size < raw.size()) {
             shown += escaped(raw.substr(size, 1)).size();
-            if (size >= shortest_piece && shown > room) break;
+            if (size >= SHORTEST_PIECE && shown > room) break;
             size++;
         }
         const std::string_view piece = whole_characters(raw.substr(0, size));

@@ -24,10 +24,10 @@
 
 namespace {
 
-constexpr CHR architecture = 4; // bit 0 clear, 4 under mask 30
-constexpr ULO header_size = 16, smallest_file = 32;
+constexpr CHR ARCHITECTURE = 4; // bit 0 clear, 4 under mask 30
+constexpr ULO HEADER_SIZE = 16, SMALLEST_FILE = 32;
 
-bool is_our_architecture(CHR byte) { return (byte & 1) == 0 && (byte & 30) == architecture; }
+bool is_our_architecture(CHR byte) { return (byte & 1) == 0 && (byte & 30) == ARCHITECTURE; }
 
 // What the checksum binds a file to.
 ULO checksum(std::string_view bytecode)
@@ -50,7 +50,7 @@ ULO word_at(std::string_view bytes, ULO offset)
 
 bool checksum_fits(const session *s, std::string_view contents)
 {
-    if (checksum(contents.substr(header_size)) == word_at(contents, 8)) return true;
+    if (checksum(contents.substr(HEADER_SIZE)) == word_at(contents, 8)) return true;
     if (s->mode != DISK_SHOW_DEBUG_INFO) die(message::FILE_FOREIGN);
     say(message::FILE_FOREIGN_WARNING);
     say(message::FILE_FOREIGN_NOTE);
@@ -123,7 +123,7 @@ std::string file_name(std::string name)
 std::string with_header(std::string_view bytecode)
 {
     std::string file;
-    for (int i = 0; i < 4; i++) file.append({'U', architecture});
+    for (int i = 0; i < 4; i++) file.append({'U', ARCHITECTURE});
     const ULO sum = checksum(bytecode);
     file.append(reinterpret_cast<const CHR *>(&sum), sizeof sum);
     return file.append(bytecode);
@@ -149,7 +149,7 @@ bool list_decompiled(const session *s, const CHR *code, decompile_mode mode, cod
 
 bool is_precompiled(std::string_view contents)
 {
-    return contents.size() > smallest_file && contents[0] == 'U' && contents[2] == contents[0] &&
+    return contents.size() > SMALLEST_FILE && contents[0] == 'U' && contents[2] == contents[0] &&
            contents[3] == contents[1];
 }
 
@@ -158,8 +158,8 @@ void load_precompiled(session *s, std::string_view contents)
     if (s->is_storing()) die(message::OPTION_NOT_APPLICABLE, s->argv[1]);
     if (!is_our_architecture(contents[1])) die(message::FILE_OTHER_MACHINE);
     bool is_sound = checksum_fits(s, contents);
-    assign(&s->prog_text, contents.substr(header_size));
-    if (image::letter_of(word_at(contents, header_size)) != 'U') die(message::FILE_CORRUPTED);
+    assign(&s->prog_text, contents.substr(HEADER_SIZE));
+    if (image::letter_of(word_at(contents, HEADER_SIZE)) != 'U') die(message::FILE_CORRUPTED);
     if (!verify_bytecode(view(s->prog_text))) {
         if (s->mode != DISK_SHOW_DEBUG_INFO) die(message::FILE_CORRUPTED);
         is_sound = false;

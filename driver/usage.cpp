@@ -98,8 +98,8 @@ void print_versions(bool slow)
         putc(c, stdout);
         for (int i = 0; slow && i < flushes; i++) fflush(stdout);
     }
-    printf("VERSION_KESTRIN___=`%s' # Kestrin RTEngine.\n", version_kestrin);
+    printf("VERSION_KESTRIN___=`%s' # Kestrin RTEngine.\n", VERSION_KESTRIN);
     printf("VERSION_CKSTUDF___=`%s' # Kestrin UDFs in C.\n", VERSION_CKSTUDF___);
-    printf("VERSION_TERMCAP___=`%s' # Term capabilities.\n", version_termcap);
-    printf("VERSION_STRGLIB___=`%s' # KstString library.\n\n", version_strglib);
+    printf("VERSION_TERMCAP___=`%s' # Term capabilities.\n", VERSION_TERMCAP);
+    printf("VERSION_STRGLIB___=`%s' # KstString library.\n\n", VERSION_STRGLIB);
 }

@@ -33,11 +33,11 @@ namespace {
 enum level { WHOLE_TEXT, UDF_BODY, STATEMENT, NESTED };
 
 // Operand counts below 0.
-constexpr SLO one_or_more = -1, still_open = -2;
+constexpr SLO ONE_OR_MORE = -1, STILL_OPEN = -2;
 // Of a name that is no function, or may be one.
-constexpr SLO missing = -3, not_looked_up = -4;
+constexpr SLO MISSING = -3, NOT_LOOKED_UP = -4;
 
-// A form whose number of arguments is to be looked at again. `operands` is still_open for a call of
+// A form whose number of arguments is to be looked at again. `operands` is STILL_OPEN for a call of
 // the function that is being defined.
 struct second_look {
     node_index form;
@@ -84,9 +84,9 @@ struct path_step {
 };
 
 struct function {
-    SLO operands = not_looked_up;
-    function_scope *open = nullptr; // while `operands` is still_open
-    bool is_known() const { return operands > missing; }
+    SLO operands = NOT_LOOKED_UP;
+    function_scope *open = nullptr; // while `operands` is STILL_OPEN
+    bool is_known() const { return operands > MISSING; }
 };
 
 // A form on the way down.
@@ -189,7 +189,7 @@ SLO checker::run(std::string source, SLO place, node_index *root)
     bool sound = true;
     const node_index n = tree_.add_source(std::move(source), place, &sound);
     if (!sound) return refuse_unbalanced(inside(std::string_view(tree_.text).substr(from)));
-    if (n == NO_NODE || at(n).kind == 'C') return 0;
+    if (n == NO_NODE || at(n).letter == 'C') return 0;
     const SLO result = check_form(n, WHOLE_TEXT, true);
     *root = n;
     return result;
@@ -237,8 +237,8 @@ void checker::join_strings(node *form)
 function checker::look_up(name_id name) const
 {
     function known = functions_.get(name);
-    if (known.operands != not_looked_up) return known;
-    known.operands = missing;
+    if (known.operands != NOT_LOOKED_UP) return known;
+    known.operands = MISSING;
     scratch key;
     assign(&key.s, names().text(name));
     if (*table_ != nullptr) lut_get(*table_, key.s, &known.operands);
@@ -249,7 +249,7 @@ function checker::look_up(name_id name) const
 function checker::find(name_id name)
 {
     const function known = look_up(name);
-    if (functions_.get(name).operands == not_looked_up) functions_.set(name, known);
+    if (functions_.get(name).operands == NOT_LOOKED_UP) functions_.set(name, known);
     return known;
 }
 
@@ -279,7 +279,7 @@ SLO checker::find_word(form *f)
 
 SLO refuse_count(const std::string &path, SLO operands, ULO arguments, std::string_view text)
 {
-    if (operands == one_or_more) return syntax_error<syntax::ARGUMENT_REQUIRED>(path, text);
+    if (operands == ONE_OR_MORE) return syntax_error<syntax::ARGUMENT_REQUIRED>(path, text);
     const std::string wanted = std::to_string(operands), given = std::to_string(arguments);
     if (operands == 1) return syntax_error<syntax::ONE_ARGUMENT>(path, wanted, given, text);
     return syntax_error<syntax::SOME_ARGUMENTS>(path, wanted, given, text);
@@ -287,7 +287,7 @@ SLO refuse_count(const std::string &path, SLO operands, ULO arguments, std::stri
 
 bool count_fits(SLO operands, ULO arguments)
 {
-    if (operands == one_or_more) return arguments > 0;
+    if (operands == ONE_OR_MORE) return arguments > 0;
     return operands < 0 || ULO(operands) == arguments;
 }
 
@@ -322,7 +322,7 @@ UCH checker::class_token(node *n)
 {
     folded_.clear();
     const UCH letter = kestrin_type(tree_.text_of(*n), &folded_);
-    n->kind = static_cast<CHR>(letter);
+    n->letter = static_cast<CHR>(letter);
     if (letter == 'V' || letter == 'P') n->name = names().enter(folded_);
     return letter;
 }
@@ -349,7 +349,8 @@ SLO checker::check_token(node *n)
 
 SLO checker::refuse_target(node_index form, node_index target, bool is_array)
 {
-    const std::string_view shown = at(target).kind == 0 ? text(target) : std::string_view(folded_);
+    const std::string_view shown =
+        at(target).letter == 0 ? text(target) : std::string_view(folded_);
     if (is_array) return syntax_error<syntax::INVALID_ARRAY>(path(), shown, text(form));
     return syntax_error<syntax::INVALID_TARGET>(path(), shown, text(form));
 }
@@ -389,17 +390,17 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, bool 
     node_index before = NO_NODE, i = at(f.index).first;
     const bool is_progn = (f.groups & in(GROUP_PROGN)) != 0;
     bool is_squeezed = true;
-    if (f.groups & sets_variable) {
+    if (f.groups & SETS_VARIABLE) {
         before = i;
         i = at(i).next;
     }
     for (; i != NO_NODE; i = at(i).next) {
-        if (at(i).kind == 'C') { // it was a comment after all
+        if (at(i).letter == 'C') { // it was a comment after all
             (before == NO_NODE ? at(f.index).first : at(before).next) = at(i).next;
             *lost_comment = true;
             continue;
         }
-        const bool is_form = at(i).kind == 'U';
+        const bool is_form = at(i).letter == 'U';
         if ((is_form ? check_form(i, below, terminators && places == 0) : check_token(&at(i))) ==
             FAILED)
             return FAILED;
@@ -416,12 +417,12 @@ SLO checker::write_form(const form &f, level where, bool terminators)
 {
     if ((f.groups & (in(GROUP_BREAK) | in(GROUP_EXIT))) && !terminators)
         return syntax_error<syntax::TERMINATOR_NESTED>(path(), text(f.index));
-    if ((f.groups & reads_array) && check_array(f) == FAILED) return FAILED;
-    if ((f.groups & sets_variable) && check_target(f) == FAILED) return FAILED;
+    if ((f.groups & READS_ARRAY) && check_array(f) == FAILED) return FAILED;
+    if ((f.groups & SETS_VARIABLE) && check_target(f) == FAILED) return FAILED;
     bool lost_comment = false;
     if (check_arguments(f, where, terminators, &lost_comment) == FAILED) return FAILED;
-    function_scope *open = f.called.operands == still_open ? f.called.open : here_;
-    if (lost_comment || f.called.operands == still_open)
+    function_scope *open = f.called.operands == STILL_OPEN ? f.called.open : here_;
+    if (lost_comment || f.called.operands == STILL_OPEN)
         open->looks.push_back(
             {f.index, f.called.operands, count_arguments(f.index, ~ULO(0)), here_->path});
     return where == WHOLE_TEXT || where == UDF_BODY ? count_formal_arguments() : 0;
@@ -450,7 +451,7 @@ SLO checker::define(const form &f, level where)
         return syntax_error<syntax::UDF_KNOWN>(path(), text(f.index));
     at(f.index).name = names().enter(mnemonic(ISA_DEFUN));
     at(name).name = udf;
-    at(name).kind = 'V';
+    at(name).letter = 'V';
     return define_body(f.index, udf);
 }
 
@@ -458,13 +459,13 @@ SLO checker::define_body(node_index definition, name_id name)
 {
     const node_index body = at(at(definition).first).next;
     paths_.push_back({here_->path, name});
-    if (at(body).kind != 'U') // a token, or a comment after all
+    if (at(body).letter != 'U') // a token, or a comment after all
         return syntax_error<syntax::UNTERMINATED_FORM>(
-            path_text(paths_.size()), at(body).kind == 'C' ? std::string_view() : text(body));
+            path_text(paths_.size()), at(body).letter == 'C' ? std::string_view() : text(body));
     function_scope scope = {paths_.size(), {}, {}};
     function_scope *outer = here_;
     const ULO mark = functions_.mark();
-    functions_.set(name, {still_open, &scope});
+    functions_.set(name, {STILL_OPEN, &scope});
     if (outer == &main_) defined_.push_back(name);
     here_ = &scope;
     const SLO operands = check_form(body, UDF_BODY, true);
@@ -483,12 +484,12 @@ SLO checker::settle(const function_scope &scope, SLO operands)
 {
     const second_look *first = nullptr;
     for (const second_look &look : scope.looks) {
-        const SLO wanted = look.operands == still_open ? operands : look.operands;
+        const SLO wanted = look.operands == STILL_OPEN ? operands : look.operands;
         if (count_fits(wanted, look.arguments)) continue;
         if (first == nullptr || look.form < first->form) first = &look;
     }
     if (first == nullptr) return 0;
-    const SLO wanted = first->operands == still_open ? operands : first->operands;
+    const SLO wanted = first->operands == STILL_OPEN ? operands : first->operands;
     std::string written;
     tree_.write(first->form, &written);
     return refuse_count(path_text(first->path), wanted, first->arguments, written);

@@ -19,7 +19,7 @@ bool is_one_form(std::string_view text)
 bool is_one_form(const tree &t)
 {
     if (!t.settled) return is_one_form(std::string_view(t.text));
-    return t.root != NO_NODE && t.nodes[t.root].kind == 'U';
+    return t.root != NO_NODE && t.nodes[t.root].letter == 'U';
 }
 
 bool is_executable_form(const tree &t)

@@ -31,11 +31,11 @@ enum group : unsigned {
 using group_set = unsigned;
 constexpr group_set in(group g) { return 1u << g; }
 // Facts of a row. The first operand is an array that is read; a variable that is set.
-constexpr group_set reads_array = in(GROUP_INDEX) | in(GROUP_ALINDEX);
-constexpr group_set assigns = in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ);
-constexpr group_set sets_variable = assigns | in(GROUP_FOR);
+constexpr group_set READS_ARRAY = in(GROUP_INDEX) | in(GROUP_ALINDEX);
+constexpr group_set ASSIGNS = in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSETQ);
+constexpr group_set SETS_VARIABLE = ASSIGNS | in(GROUP_FOR);
 // The first operand's number stands in the node itself.
-constexpr group_set variable_first = assigns | reads_array;
+constexpr group_set VARIABLE_FIRST = ASSIGNS | READS_ARRAY;
 
 // Blank-framed list of the mnemonic and its aliases; stays NULL if no row has the mnemonic.
 void _group_ctrl_cop(CHR **group, const CHR *mnemonic);

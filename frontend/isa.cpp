@@ -8,6 +8,7 @@
 #include "kestrin/unit.h"
 #include "strings/scratch.h"
 #include "strings/static_string.h"
+#include "strings/tokens.h"
 
 // The only declarations of the handlers.
 #define DECLARE(f) void func__##f(const ULO *dat_ptr, kestrin_data *ret_dat);
@@ -51,16 +52,11 @@ isa_row built_in_rows[] = {
 #undef ROW
 };
 
-constexpr bool all_of(std::string_view text, std::string_view letters)
-{
-    return text.find_first_not_of(letters) == text.npos;
-}
-
 constexpr bool row_is_sound(int n, char res, std::string_view letters)
 {
     const std::size_t count = static_cast<std::size_t>(n < 0 ? -n : n);
-    return n >= -1 && letters.size() == count && all_of(letters, "VUEIFSZ-") &&
-           all_of(std::string_view(&res, 1), "UIFSZ");
+    return n >= -1 && letters.size() == count && consists_of(letters, "VUEIFSZ-") &&
+           consists_of(std::string_view(&res, 1), "UIFSZ");
 }
 
 #define ROW(id, mnemonic, n, res, letters, slots, f)                                               \

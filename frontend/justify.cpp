@@ -16,6 +16,7 @@
 #include "frontend/scoped.h"
 #include "frontend/words.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 #include "vm/stack.h"
 
 FATAL_SITE(STACK_JUSTIFY, "kestrin", "kestrin_justify", 128)
@@ -133,7 +134,7 @@ void typist::assign(node *target, UCH letter)
     const UCH known = types_.get(name);
     const UCH row = known == 0 || known == letter ? letter : UCH('U');
     if (row != known) types_.set(name, row);
-    const bool carries = row == letter && target->kind != 'P';
+    const bool carries = row == letter && target->letter != 'P';
     target->suffix = carries ? static_cast<CHR>(letter) : CHR(0);
 }
 
@@ -143,7 +144,7 @@ node *typist::argument(const node &n, ULO i)
     for (; i > 0 && a != NO_NODE; i--) a = nodes_[a].next;
     if (a != NO_NODE) return &nodes_[a];
     absent_ = {}; // an operand that is not there counts as nil
-    absent_.kind = 'Z';
+    absent_.letter = 'Z';
     return &absent_;
 }
 
@@ -160,17 +161,17 @@ void typist::rely_on(name_id name, UCH letter)
 UCH typist::type_token(node *n)
 {
     n->suffix = 0;
-    if (n->kind != 'V' && n->kind != 'P') return static_cast<UCH>(n->kind);
+    if (n->letter != 'V' && n->letter != 'P') return static_cast<UCH>(n->letter);
     const UCH row = types_.get(n->name);
     if (row == 0) return 'U';
-    if (row != 'U' && n->kind == 'V') n->suffix = static_cast<CHR>(row);
+    if (row != 'U' && n->letter == 'V') n->suffix = static_cast<CHR>(row);
     return row;
 }
 
 UCH typist::type_of(node_index n, bool deep)
 {
     if (n == NO_NODE) return 'Z';
-    return nodes_[n].kind == 'U' ? type_form(&nodes_[n], deep) : type_token(&nodes_[n]);
+    return nodes_[n].letter == 'U' ? type_form(&nodes_[n], deep) : type_token(&nodes_[n]);
 }
 
 UCH typist::type_all(node_index first, bool deep)
@@ -186,7 +187,7 @@ UCH typist::type_progn(const node &n, bool deep)
     UCH last = 'U', broken = 0;
     for (node_index i = n.first; i != NO_NODE; i = nodes_[i].next) {
         last = type_of(i, deep);
-        const bool is_form = nodes_[i].kind == 'U';
+        const bool is_form = nodes_[i].letter == 'U';
         if (is_form && (groups_of(word_of(nodes_[i].name)) & in(GROUP_BREAK))) broken = last;
     }
     return broken != 0 ? broken : last;
@@ -213,7 +214,7 @@ UCH typist::type_arsetq(node *n, bool deep)
     const UCH index_type = type_of(index, deep), letter = type_of(value, deep);
     if (!arrays_.get(name_of(target))) arrays_.set(name_of(target), true);
     const bool copies_array =
-        value != NO_NODE && nodes_[value].kind == 'V' && arrays_.get(nodes_[value].name);
+        value != NO_NODE && nodes_[value].letter == 'V' && arrays_.get(nodes_[value].name);
     if (copies_array || letter == 'U' || index_type != 'I') {
         make_unknown(target);
         return 'U';
@@ -228,7 +229,7 @@ UCH typist::type_index(node *n, bool deep)
     node *target = argument(*n, 0);
     const UCH index_type = type_all(nodes_[n->first].next, deep);
     const UCH letter = type_token(target);
-    if (letter == 'U' || (target->kind != 'V' && target->kind != 'P')) return 'U';
+    if (letter == 'U' || (target->letter != 'V' && target->letter != 'P')) return 'U';
     if (index_type == 'I') n->suffix = static_cast<CHR>(letter);
     return letter;
 }
@@ -291,20 +292,15 @@ UCH typist::type_for(node *n, bool deep)
 
 // -- Instructions and calls --------------------------------------------------------------------
 
-bool consists_of(std::string_view text, CHR letter)
-{
-    return text.find_first_not_of(letter) == text.npos;
-}
-
 // The suffix that operands of these types give an instruction of these letters.
 CHR instruction_suffix(std::string_view letters, std::string_view actual)
 {
     const std::string_view declared = letters.substr(0, actual.size());
     if (declared.empty()) return 0;
     const CHR last = actual.back();
-    if (last == 'U' || consists_of(declared, '-')) return 0;
+    if (last == 'U' || consists_of(declared, "-")) return 0;
     if (declared.front() == 'U') return last;
-    if (consists_of(declared, 'E') && consists_of(actual, last)) return last;
+    if (consists_of(declared, "E") && consists_of(actual, {&last, 1})) return last;
     return declared == actual ? 'J' : CHR(0);
 }
 
@@ -415,11 +411,11 @@ void typist::sweep(node_index index)
     if (index == NO_NODE) return;
     check_stack(site::STACK_JUSTIFY);
     node &n = nodes_[index];
-    if (n.kind == 'V' || n.kind == 'P') {
+    if (n.letter == 'V' || n.letter == 'P') {
         if (types_.get(n.name) != UCH(n.suffix)) n.suffix = 0;
         return;
     }
-    if (n.kind != 'U') return;
+    if (n.letter != 'U') return;
     const group_set groups = groups_of(word_of(n.name));
     if (groups & in(GROUP_DEFUN)) return; // its body has had its own
     for (node_index i = n.first; i != NO_NODE; i = nodes_[i].next) sweep(i);

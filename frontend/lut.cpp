@@ -20,7 +20,7 @@ FATAL_SITE(MAPCAR_ROWS, "kestrin", "func__mapcar", 25)
 
 namespace {
 
-constexpr ULO step = 128;
+constexpr ULO STEP = 128;
 
 lut_entry *new_entry(const CHR *key, SLO value, ULO scope, const fatal_site &site)
 {
@@ -35,9 +35,9 @@ lut *new_table(const CHR *key, SLO value)
 {
     auto *table = static_cast<lut *>(malloc(sizeof(lut)));
     if (table == nullptr) fatal(site::LUT_ADD_TABLE);
-    auto **entries = static_cast<lut_entry **>(malloc(step * sizeof(lut_entry *)));
+    auto **entries = static_cast<lut_entry **>(malloc(STEP * sizeof(lut_entry *)));
     if (entries == nullptr) fatal(site::LUT_ADD_ROWS);
-    *table = {1, step, 0, entries};
+    *table = {1, STEP, 0, entries};
     entries[0] = new_entry(key, value, 0, site::LUT_ADD_FIRST);
     return table;
 }
@@ -61,7 +61,7 @@ ULO lower_bound(const lut *table, const CHR *key, ULO scope)
 void reserve(lut *table, ULO count)
 {
     if (count <= table->lut_capacity) return;
-    const ULO capacity = (count + step - 1) / step * step;
+    const ULO capacity = (count + STEP - 1) / STEP * STEP;
     auto **grown =
         static_cast<lut_entry **>(realloc(table->lut_entries, capacity * sizeof(lut_entry *)));
     if (grown == nullptr) fatal(site::LUT_ADD_GROW);

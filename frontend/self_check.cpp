@@ -10,13 +10,9 @@
 #include "frontend/syntax.h"
 #include "frontend/token.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 
 namespace {
-
-bool consists_of(std::string_view text, std::string_view letters)
-{
-    return text.find_first_not_of(letters) == text.npos;
-}
 
 // The letter in front lets a mnemonic begin with any later character of a name.
 bool is_legal_name(std::string_view name)

@@ -40,7 +40,7 @@ private:
 // Whether a node is a PROGN to be opened. The language goes by how it begins as a text.
 bool squeezer::opens(node_index n)
 {
-    if (at(n).kind != 'U') return false;
+    if (at(n).letter != 'U') return false;
     if (tree_.settled) return at(n).name == progn_ && at(n).first != NO_NODE;
     const std::string prefix = std::string("(").append(mnemonic(ISA_PROGN)).append(" ");
     return tree_.text_of(at(n)).starts_with(prefix);
@@ -67,7 +67,7 @@ void squeezer::squeeze_arguments(node_index form, bool opens_progn)
         const bool is_done = is_opened && behind == NO_NODE && !at(i).may_be_squeezed;
         if (is_opened)
             i = open(i);
-        else if (at(i).kind == 'U') {
+        else if (at(i).letter == 'U') {
             i = squeeze(i);
             at(i).next = behind;
         }
@@ -85,13 +85,13 @@ node_index squeezer::squeeze_definition(node_index form)
 {
     node_index before = NO_NODE, body = at(form).first;
     while (body != NO_NODE && at(body).next != NO_NODE) {
-        if (at(body).kind == 'U') tree_.keep_as_it_stands(body);
+        if (at(body).letter == 'U') tree_.keep_as_it_stands(body);
         before = body;
         body = at(body).next;
     }
     body = squeeze(body);
     at(body).next = NO_NODE;
-    if (at(body).kind != 'U' || (groups(body) & in(GROUP_DEFUN))) {
+    if (at(body).letter != 'U' || (groups(body) & in(GROUP_DEFUN))) {
         body = tree_.add_form(ISA_PROGN, body);
         count_--;
     }
@@ -104,7 +104,7 @@ node_index squeezer::squeeze_definition(node_index form)
 node_index squeezer::squeeze(node_index n)
 {
     check_stack(site::STACK_SQUEEZE);
-    if (n == NO_NODE || at(n).kind != 'U') n = tree_.opened(n, CHECKED);
+    if (n == NO_NODE || at(n).letter != 'U') n = tree_.opened(n, CHECKED);
     if (!at(n).may_be_squeezed) return n;
     if (groups(n) & in(GROUP_DEFUN)) return squeeze_definition(n);
     const bool is_progn = (groups(n) & in(GROUP_PROGN)) != 0;

@@ -10,15 +10,11 @@
 #include "frontend/syntax.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 
 namespace {
 
-constexpr std::string_view digits = "0123456789";
-
-bool all_of(std::string_view text, std::string_view letters)
-{
-    return text.find_first_not_of(letters) == text.npos;
-}
+constexpr std::string_view DIGITS = "0123456789";
 
 CHR upper_byte(CHR c) { return c >= 'a' && c <= 'z' ? static_cast<CHR>(c - 32) : c; }
 
@@ -45,7 +41,7 @@ UCH string_token(std::string_view token, std::string *out)
 UCH argument_token(std::string_view token, std::string *out)
 {
     const std::string number(token.substr(1));
-    const SLO value = all_of(number, digits) ? atol(number.c_str()) : 0;
+    const SLO value = consists_of(number, DIGITS) ? atol(number.c_str()) : 0;
     if (value <= 0) return refuse(syntax_error<syntax::ARGUMENT_COUNT>(token));
     const std::string print = std::to_string(value);
     if (print != number) return refuse(syntax_error<syntax::ARGUMENT_SPELLING>(token, print));
@@ -91,7 +87,7 @@ std::string take_fraction(std::string *mantissa)
     if (place == std::string::npos) return {};
     std::string fraction = mantissa->substr(place + 1);
     for (CHR &c : fraction)
-        if (digits.find(c) == digits.npos) c = '0';
+        if (DIGITS.find(c) == DIGITS.npos) c = '0';
     fraction.resize(fraction.find_last_not_of('0') + 1);
     mantissa->resize(place);
     return fraction.empty() ? fraction : "." + fraction;
@@ -130,8 +126,8 @@ UCH float_token(std::string_view token, const std::string &folded, std::string *
 
 UCH number_token(std::string_view token, const std::string &folded, std::string *out)
 {
-    if (all_of(folded, "0123456789+-")) return integer_token(token, folded, out);
-    if (!all_of(folded, "+-.0123456789E"))
+    if (consists_of(folded, "0123456789+-")) return integer_token(token, folded, out);
+    if (!consists_of(folded, "+-.0123456789E"))
         return refuse(syntax_error<syntax::NUMERIC_CONSTANT>(token));
     return float_token(token, folded, out);
 }

@@ -67,7 +67,7 @@ public:
     bool is_plain() const { return is_plain_ && is_balanced_; }
 
 private:
-    node_index add(ULO at, CHR kind);
+    node_index add(ULO at, CHR letter);
     ULO end_of(ULO from, ULO to);
     ULO skip_gap(ULO i, ULO to, ULO wanted);
     bool take_word(node_index form, ULO *i, ULO to);
@@ -87,11 +87,11 @@ private:
     std::string folded_;
 };
 
-node_index parser::add(ULO at, CHR kind)
+node_index parser::add(ULO at, CHR letter)
 {
     node n;
     n.text = static_cast<std::uint32_t>(base_ + at);
-    n.kind = kind;
+    n.letter = letter;
     nodes_.push_back(n);
     return static_cast<node_index>(nodes_.size() - 1);
 }
@@ -172,7 +172,7 @@ bool parser::take_word(node_index form, ULO *i, ULO to)
     *i = end;
     if (how_ != SOURCE || !(groups_of(word_of(nodes_[form].name)) & in(GROUP_COMMENTS)))
         return true;
-    nodes_[form].kind = 'C';
+    nodes_[form].letter = 'C';
     return !is_first;
 }
 
@@ -242,8 +242,8 @@ node_index parser::atom(ULO from, ULO to, ULO *end)
 
 void parser::class_atom(node *n, std::string_view token)
 {
-    n->kind = static_cast<CHR>(kestrin_type1(token));
-    if (n->kind != 'V' && n->kind != 'P') return;
+    n->letter = static_cast<CHR>(kestrin_type1(token));
+    if (n->letter != 'V' && n->letter != 'P') return;
     if (how_ == TYPED && slot_of_suffix(suffix_of(token)) != 0 && suffix_of(token) != 'J') {
         n->suffix = suffix_of(token);
         token = without_suffix(token);
@@ -277,10 +277,10 @@ void tree::read(std::string_view whole, reading how)
     else {
         root = pass.atom(0, text.size(), &end);
         nodes[root].size = static_cast<std::uint32_t>(text.size());
-        nodes[root].kind = static_cast<CHR>(kestrin_type1(text));
+        nodes[root].letter = static_cast<CHR>(kestrin_type1(text));
     }
     settled = how != TYPED && pass.is_plain() && end == text.size();
-    if (pass.is_balanced() || nodes[root].kind != 'U') return;
+    if (pass.is_balanced() || nodes[root].letter != 'U') return;
     const brackets table(text);
     nodes.clear();
     pass.go_by(&table);
@@ -319,7 +319,7 @@ node_index tree::add_checked(std::string_view forms)
 node_index tree::add_form(isa_id word, node_index first)
 {
     node n;
-    n.kind = 'U';
+    n.letter = 'U';
     n.name = names().enter(mnemonic(word));
     n.first = first;
     nodes.push_back(n);
@@ -339,7 +339,7 @@ node_index tree::opened(node_index atom, reading how)
 void tree::keep_as_it_stands(node_index form)
 {
     settled = false;
-    nodes[form].kind = 'S';
+    nodes[form].letter = 'S';
     nodes[form].name = NO_NAME;
 }
 
@@ -347,7 +347,7 @@ std::string_view tree::token_of(const node &n) const
 {
     if (!settled) return text_of(n);
     if (n.name != NO_NAME) return names().text(n.name);
-    return n.kind == 'Z' ? "NIL" : text_of(n);
+    return n.letter == 'Z' ? "NIL" : text_of(n);
 }
 
 const tree::part *tree::part_of(ULO byte) const
@@ -380,18 +380,18 @@ void tree::write(node_index index, std::string *out) const
 {
     check_stack(site::STACK_PRINT);
     const node &n = nodes[index];
-    if (n.kind == 'U') out->push_back('(');
+    if (n.letter == 'U') out->push_back('(');
     if (n.name != NO_NAME)
         out->append(names().text(n.name));
-    else if (n.kind == 'Z')
+    else if (n.letter == 'Z')
         out->append("NIL");
-    else if (n.kind != 'U')
+    else if (n.letter != 'U')
         out->append(text_of(n));
     if (n.suffix != 0) {
         out->push_back('@');
         out->push_back(n.suffix);
     }
-    if (n.kind != 'U') return;
+    if (n.letter != 'U') return;
     for (node_index i = n.first; i != NO_NODE; i = nodes[i].next) {
         out->push_back(' ');
         write(i, out);

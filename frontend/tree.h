@@ -32,7 +32,7 @@ struct node {
     node_index first = NO_NODE;       // argument of a form
     node_index next = NO_NODE;        // argument of the same form
     name_id name = NO_NAME;           // of a variable or argument; a form's first word, if any
-    CHR kind = 0;   // by kestrin_type1; 'U' a form, 'C' one that is a comment, 0 not classed yet
+    CHR letter = 0; // by kestrin_type1; 'U' a form, 'C' one that is a comment, 0 not classed yet
     CHR suffix = 0; // the type that is proved, as it is written behind '@'
     bool may_be_squeezed = true; // a form: squeezing may change it or what is in it
 };

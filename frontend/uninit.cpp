@@ -13,7 +13,7 @@ FATAL_SITE(STACK_UNINIT, "kestrin", "kst_uninit_check", 131)
 
 namespace {
 
-constexpr group_set may_stop =
+constexpr group_set MAY_STOP =
     in(GROUP_WHILE) | in(GROUP_AND) | in(GROUP_AND_2) | in(GROUP_OR) | in(GROUP_OR_2);
 
 // One function.
@@ -62,8 +62,8 @@ void analysis::read(node_index n)
 {
     if (n == NO_NODE) return;
     const node &token = tree_.nodes[n];
-    if (token.kind == 'V') read_variable(token.name);
-    if (token.kind == 'U') read_form(token);
+    if (token.letter == 'V') read_variable(token.name);
+    if (token.letter == 'U') read_form(token);
 }
 
 void analysis::read_rest(node_index first)
@@ -74,7 +74,7 @@ void analysis::read_rest(node_index first)
 // A variable that is assigned from here on.
 void analysis::learn(node_index variable)
 {
-    if (variable == NO_NODE || tree_.nodes[variable].kind != 'V') return;
+    if (variable == NO_NODE || tree_.nodes[variable].letter != 'V') return;
     const name_id name = tree_.nodes[variable].name;
     if (!known_.get(name)) known_.set(name, true);
 }
@@ -136,11 +136,11 @@ void analysis::read_form(const node &form)
 {
     check_stack(site::STACK_UNINIT);
     const group_set groups = groups_of(word_of(form.name));
-    if (groups & assigns) return read_assignment(form.first);
+    if (groups & ASSIGNS) return read_assignment(form.first);
     if (groups & in(GROUP_IF)) return read_if(form.first);
     if (groups & in(GROUP_FOR)) return read_for(form.first);
     if (groups & in(GROUP_DEFUN)) return read_definition(form.first);
-    if (groups & may_stop) {
+    if (groups & MAY_STOP) {
         read(form.first);
         const ULO mark = known_.mark();
         read_rest(next(form.first));

@@ -13,7 +13,7 @@ FATAL_SITE(STACK_VARLIST, "kestrin", "build_varlist", 125)
 namespace {
 
 // More formal arguments than this no text refers to by chance; a frame of them could not be taken.
-constexpr SLO most_arguments = SLO(1) << 32;
+constexpr SLO MOST_ARGUMENTS = SLO(1) << 32;
 
 // A variable of each type has a number of its own.
 ULO key_of(const node &variable)
@@ -37,13 +37,13 @@ void varlist::walk_form(const tree &t, node_index form)
     if (groups_of(word_of(t.nodes[form].name)) & in(GROUP_DEFUN)) return;
     for (node_index i = t.nodes[form].first; i != NO_NODE; i = t.nodes[i].next) {
         const node &n = t.nodes[i];
-        if (n.kind == 'U') walk_form(t, i);
-        if (n.kind == 'P') {
+        if (n.letter == 'U') walk_form(t, i);
+        if (n.letter == 'P') {
             const SLO number = t.argument_number(n);
-            if (number > 0 && number <= most_arguments && ULO(number) > arguments_)
+            if (number > 0 && number <= MOST_ARGUMENTS && ULO(number) > arguments_)
                 arguments_ = ULO(number);
         }
-        if (n.kind != 'V' || numbers_.get(key_of(n)) != 0) continue;
+        if (n.letter != 'V' || numbers_.get(key_of(n)) != 0) continue;
         variables_.push_back(shown_name(n));
         numbers_.set(key_of(n), static_cast<std::uint32_t>(variables_.size()));
     }
@@ -60,7 +60,7 @@ ULO varlist::build_varlist(const tree &t, node_index form)
 
 bool varlist::find(const node &variable, ULO *place) const
 {
-    const std::uint32_t number = variable.kind == 'V' ? numbers_.get(key_of(variable)) : 0;
+    const std::uint32_t number = variable.letter == 'V' ? numbers_.get(key_of(variable)) : 0;
     *place = ULO(number) - 1;
     return number != 0;
 }

@@ -32,7 +32,7 @@ FATAL_SITE(MAPCAR_PLACES_SHORT, "kestrin", "func__mapcar", 27)
 
 namespace {
 
-constexpr UCH refused = 255; // syntax code of what MAPCAR itself refuses
+constexpr UCH REFUSED = 255; // syntax code of what MAPCAR itself refuses
 
 // One call: what the stages make of the operand.
 struct evaluation {
@@ -65,7 +65,7 @@ void set_empty(kestrin_data *d)
 
 void refuse(std::string_view text)
 {
-    rt_ctrl->rt_run_flag = refused;
+    rt_ctrl->rt_run_flag = REFUSED;
     assign(&rt_ctrl->rt_run_text, text);
 }
 
@@ -99,7 +99,7 @@ tree &own_tree()
     return t;
 }
 
-// Checks and squeezes source text. False if it is refused.
+// Checks and squeezes source text. False if it is REFUSED.
 bool prepare_source(const CHR *source, tree *t)
 {
     std::string joined;

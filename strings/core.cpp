@@ -162,12 +162,12 @@ CHR *free_string(CHR **targ)
 namespace {
 
 // While it lives, the thread has a hook that does nothing.
-class quiet_faults {
+class ignored_faults {
 public:
-    quiet_faults() { strings_tls = &block; }
-    ~quiet_faults() { strings_tls = outer; }
-    quiet_faults(const quiet_faults &) = delete;
-    quiet_faults &operator=(const quiet_faults &) = delete;
+    ignored_faults() { strings_tls = &block; }
+    ~ignored_faults() { strings_tls = outer; }
+    ignored_faults(const ignored_faults &) = delete;
+    ignored_faults &operator=(const ignored_faults &) = delete;
 
 private:
     strings_state block{[] {}, nullptr, nullptr, nullptr};
@@ -178,32 +178,29 @@ private:
 
 CHR *mk_std_buff_secure(CHR **buff, ULO size)
 {
-    quiet_faults quiet;
+    ignored_faults ignored;
     return mk_std_buff(buff, size);
 }
 
 CHR *mk_fst_buff_secure(CHR **buff, ULO size)
 {
-    quiet_faults quiet;
+    ignored_faults ignored;
     return mk_fst_buff(buff, size);
 }
 
 CHR *get_std_buff_secure(CHR **targ, const CHR *buff)
 {
-    quiet_faults quiet;
+    ignored_faults ignored;
     return get_std_buff(targ, buff);
 }
 
 CHR *equ_secure(CHR **targ, const CHR *source)
 {
-    quiet_faults quiet;
+    ignored_faults ignored;
     return equ(targ, source);
 }
 
-CHR *strings_version(CHR **targ)
-{
-    return store(targ, "Ostrand StrgLib v.2.2.5.", site::GET_STD_BUFF);
-}
+CHR *strings_version(CHR **targ) { return store(targ, VERSION_STRGLIB, site::GET_STD_BUFF); }
 
 // -- Reading -----------------------------------------------------------------------------------
 

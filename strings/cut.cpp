@@ -84,7 +84,7 @@ ULO count_matches(std::string_view text, std::string_view pattern)
     ULO count = 0;
     while (const CHR *match = find(text, pattern)) {
         text.remove_prefix(static_cast<size_t>(match - text.data()) + pattern.size());
-        ++count;
+        count++;
     }
     return count;
 }

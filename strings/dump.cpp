@@ -27,7 +27,7 @@ constexpr dump_cell cell_of(unsigned code)
 
 constexpr auto dump_cells = [] {
     std::array<dump_cell, 256> cells{};
-    for (unsigned code = 0; code < 256; ++code) cells[code] = cell_of(code);
+    for (unsigned code = 0; code < 256; code++) cells[code] = cell_of(code);
     return cells;
 }();
 
@@ -53,9 +53,9 @@ constexpr ULO POLYNOMIAL = 0xEDB88320EDB88320;
 
 constexpr auto crc_steps = [] {
     std::array<ULO, 256> steps{};
-    for (ULO code = 0; code < 256; ++code) {
+    for (ULO code = 0; code < 256; code++) {
         ULO sum = code;
-        for (int bit = 0; bit < 8; ++bit) sum = sum & 1 ? sum >> 1 ^ POLYNOMIAL : sum >> 1;
+        for (int bit = 0; bit < 8; bit++) sum = sum & 1 ? sum >> 1 ^ POLYNOMIAL : sum >> 1;
         steps[code] = sum;
     }
     return steps;

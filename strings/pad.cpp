@@ -110,7 +110,7 @@ CHR *pack(CHR **targ, const CHR *source)
     CHR *const text = alltrim(targ, source);
     const CHR *const end = text + len(text);
     CHR *out = text;
-    for (const CHR *in = text; in != end; ++in) {
+    for (const CHR *in = text; in != end; in++) {
         const bool blank = is_blank(*in);
         if (blank && out[-1] == ' ') continue;
         *out++ = blank ? ' ' : *in;

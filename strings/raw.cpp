@@ -33,7 +33,7 @@ constexpr letter_escape letter_escapes[] = {
     {'v', '\v'}, {'"', '"'},  {'a', '\a'}, {'f', '\f'},
 };
 
-constexpr const CHR *upper_digits = "0123456789ABCDEF";
+constexpr const CHR *UPPER_DIGITS = "0123456789ABCDEF";
 
 // -- Reading escapes ---------------------------------------------------------------------------
 
@@ -55,7 +55,7 @@ struct digit_pair {
 digit_pair read_digits(const CHR *digits)
 {
     digit_pair pair{0, true, true};
-    for (int i = 0; i < 2; ++i) {
+    for (int i = 0; i < 2; i++) {
         const CHR c = digits[i];
         if (c >= '0' && c <= '9') {
             pair.code = pair.code * 16 + (c - '0');
@@ -123,7 +123,7 @@ private:
         if (c != '\\' || in == end) {
             push(c, FROM_START);
         } else if (*in == '\\') {
-            ++in;
+            in++;
             push('\\', TURN_OF_BACKSLASH);
         } else {
             push(read_letter(), FROM_START);
@@ -136,7 +136,7 @@ private:
     {
         for (const letter_escape &escape : letter_escapes) {
             if (escape.letter != *in) continue;
-            ++in;
+            in++;
             return escape.byte;
         }
         return '\\';
@@ -211,13 +211,13 @@ constexpr escape_text escape_of(unsigned code)
     for (const letter_escape &escape : letter_escapes)
         if (escape.byte == byte) return {2, {'\\', escape.letter}};
     if (code < 32)
-        return {HEX_ESCAPE, {'\\', '0', 'x', upper_digits[code / 16], upper_digits[code % 16]}};
+        return {HEX_ESCAPE, {'\\', '0', 'x', UPPER_DIGITS[code / 16], UPPER_DIGITS[code % 16]}};
     return {1, {byte}};
 }
 
 constexpr auto escape_texts = [] {
     std::array<escape_text, 256> texts{};
-    for (unsigned code = 0; code < 256; ++code) texts[code] = escape_of(code);
+    for (unsigned code = 0; code < 256; code++) texts[code] = escape_of(code);
     return texts;
 }();
 

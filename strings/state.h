@@ -6,6 +6,8 @@
 #include "kestrin/strings.h"
 #include "strings/fatal.h"
 
+inline constexpr CHR VERSION_STRGLIB[] = "Ostrand StrgLib v.2.2.5.";
+
 // The text of the string library's own sites.
 extern const CHR *strings_fault_text;
 

@@ -33,6 +33,12 @@ constexpr std::string_view first_word(std::string_view text)
     return text.substr(0, size);
 }
 
+// Whether every byte of a text is one of these.
+constexpr bool consists_of(std::string_view text, std::string_view letters)
+{
+    return text.find_first_not_of(letters) == text.npos;
+}
+
 // What a text holds that stands in parentheses or quotes.
 constexpr std::string_view inside(std::string_view text)
 {

@@ -35,7 +35,7 @@ bool has_form(const CHR *text, const sequence_form &form)
 {
     const UCH second = static_cast<UCH>(text[1]);
     if (second < form.second_low || second > form.second_high) return false;
-    for (int i = 2; i < form.size; ++i)
+    for (int i = 2; i < form.size; i++)
         if (!is_continuation(text[i])) return false;
     return true;
 }
@@ -65,7 +65,7 @@ constexpr ULO LONGEST_RUIN = 6;
 CHR *ltrim_utf8(CHR **targ, const CHR *source)
 {
     const ULO size = len(source);
-    for (ULO p = 0; p < size && p <= LONGEST_RUIN; ++p)
+    for (ULO p = 0; p < size && p <= LONGEST_RUIN; p++)
         if (is_utf8char(source + p) != 0) return rightl(targ, source, p);
     return equ(targ, source);
 }
@@ -116,7 +116,7 @@ template <size_t N> constexpr size_t count_pages(const case_row (&rows)[N])
         for (SLO code = row.first; code <= row.last; code += row.step)
             if (code / SLO(PAGE) != latest) {
                 latest = code / SLO(PAGE);
-                ++count;
+                count++;
             }
     return count;
 }
@@ -156,7 +156,7 @@ constexpr auto lower_table = make_case_table<count_pages(lower_rows)>(lower_rows
 template <const auto &table> void map_character(CHR *text, int size)
 {
     ULO code = static_cast<UCH>(text[0]) & (0x7F >> size);
-    for (int i = 1; i < size; ++i) {
+    for (int i = 1; i < size; i++) {
         if (!is_continuation(text[i])) return;
         code = code << 6 | (static_cast<UCH>(text[i]) & 0x3F);
     }

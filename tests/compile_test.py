@@ -13,6 +13,9 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 OPTIONS = argparse.Namespace()
 UNIT = """#include "driver/session.h"
 #include "frontend/syntax.h"
+#include "vm/handler.h"
+int narrow(int a);
+SLO whole(SLO a);
 void row(const session *s, message_of<ULO, const CHR *> size) { (void)s; (void)size; %s; }
 """
 ROWS = (  # what is refused, its mended form
@@ -26,6 +29,7 @@ ROWS = (  # what is refused, its mended form
     ('die(message::SYNTAX_ERROR, 5, "text")', 'die(message::SYNTAX_ERROR, 5u, "text")'),
     ('syntax_error<syntax::UNDEFINED_NAME>("a", "b")',
      'syntax_error<syntax::UNDEFINED_NAME>("a", "b", "c")'),
+    ('numeric<narrow>::generic(0, 0)', 'numeric<whole>::generic(0, 0)'),
 )
 
 

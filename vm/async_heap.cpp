@@ -17,12 +17,12 @@ ULO async_heap_blocks = 0;
 
 namespace {
 
-constexpr const CHR *no_node_text = "RED-BLACK TREE FATAL ERROR: memory allocation failure.";
+constexpr const CHR *NO_NODE_TEXT = "RED-BLACK TREE FATAL ERROR: memory allocation failure.";
 
 rbt_node *new_node()
 {
     auto *node = static_cast<rbt_node *>(calloc(1, sizeof(rbt_node)));
-    if (node == nullptr) fatal(site::RBT_NEW_NODE, no_node_text);
+    if (node == nullptr) fatal(site::RBT_NEW_NODE, NO_NODE_TEXT);
     return node;
 }
 
@@ -213,12 +213,12 @@ rbt_node *split(rbt_node *old, rbt_node *below, rbt_node *above)
     return gap;
 }
 
-constexpr ULO largest_block = INT64_MAX;
+constexpr ULO LARGEST_BLOCK = INT64_MAX;
 
 // Memory for a block; a block of no bytes has an address as well.
 void *zeros(ULO size)
 {
-    if (size > largest_block) return nullptr;
+    if (size > LARGEST_BLOCK) return nullptr;
     return calloc(1, std::max<ULO>(size, 1));
 }
 
@@ -290,7 +290,7 @@ ULO replicate_block(const rbt_node *block)
 ULO reallocate_block(rbt_node *block, ULO size)
 {
     const ULO old = block->key.number, recorded = block->size.number;
-    if (size == 0 || size > largest_block) return 0;
+    if (size == 0 || size > LARGEST_BLOCK) return 0;
     // Offsets up to the recorded size stay allowed, so the bytes must stay too.
     if (size <= recorded) return old;
     CHR *bytes = static_cast<CHR *>(realloc(block_bytes(block), size));

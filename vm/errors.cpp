@@ -26,7 +26,7 @@ constexpr text_row text_rows[] = {
 #undef RT_TEXT
 };
 
-constexpr UCH last_free_code = 248;
+constexpr UCH LAST_FREE_CODE = 248;
 
 // Debug text of an image in linked form; empty if it was compiled without.
 std::string_view debug_text(const ULO *image)
@@ -105,7 +105,7 @@ void kst_errfmt_helper(CHR **text, const CHR *message, const ULO *dat_ptr, ULO v
 
 void set_error_state(SLO code, const CHR *text, std::string_view caller)
 {
-    if (code >= 0 && code <= last_free_code) {
+    if (code >= 0 && code <= LAST_FREE_CODE) {
         rt_ctrl->rt_error_code = static_cast<UCH>(code);
         equ(&rt_ctrl->rt_error_text, text);
         return;

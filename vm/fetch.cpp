@@ -1,4 +1,4 @@
-// The casts, and the published fetches of operands. ret_ival() and its kin evaluate into a
+// The casts, and the published fetches of operands. ret_ival() and the like evaluate into a
 // borrowing slot, so that a variable answers by an alias and nothing is copied that only gets read.
 
 #include <cmath>
@@ -22,7 +22,7 @@ template <class T> void ret_number(const ULO *dat_ptr, T *targ)
 {
     if (!rt_ctrl->rt_noterror) return;
     const ULO *node = node_at(dat_ptr);
-    if (is_node(node, kind<T>::constant)) {
+    if (is_node(node, in_record<T>::constant)) {
         *targ = constant_of<T>(node);
         return;
     }
@@ -30,25 +30,15 @@ template <class T> void ret_number(const ULO *dat_ptr, T *targ)
     call(node, &slot);
     if (rt_ctrl->rt_noterror) {
         if (slot.type == 0)
-            raise_error(kind<T>::undefined, dat_ptr);
+            raise_error(in_record<T>::undefined, dat_ptr);
         else
-            *targ = kind<T>::from(&slot);
+            *targ = in_record<T>::from(&slot);
     }
     if (slot.disable_ptr) release(&slot);
 }
 
-void store_text(CHR **targ, const kestrin_data *d)
-{
-    if (d->type == 'I')
-        equ_num(targ, d->value.ival);
-    else if (d->type == 'F')
-        equ_fnum(targ, d->value.fval);
-    else
-        equ(targ, d->type == 'S' ? d->svalue : nullptr);
-}
-
 // A leaf whose text can be taken where it stands.
-bool ret_text_in_place(const ULO *node, CHR **targ)
+bool copy_text_in_place(const ULO *node, CHR **targ)
 {
     if (is_node(node, func__dummy_s)) {
         equ(targ, reinterpret_cast<const CHR *>(node + 2));
@@ -85,6 +75,16 @@ DFL to_fval(const kestrin_data *d)
     }
 }
 
+void store_text(CHR **targ, const kestrin_data *d)
+{
+    if (d->type == 'I')
+        equ_num(targ, d->value.ival);
+    else if (d->type == 'F')
+        equ_fnum(targ, d->value.fval);
+    else
+        equ(targ, d->type == 'S' ? d->svalue : nullptr);
+}
+
 void forget_alias(kestrin_data *ret_dat)
 {
     ret_dat->svalue = nullptr;
@@ -103,7 +103,7 @@ void ret_fval(const ULO *dat_ptr, DFL *targ) { ret_number(dat_ptr, targ); }
 void ret_sval(const ULO *dat_ptr, CHR **targ)
 {
     if (!rt_ctrl->rt_noterror) return;
-    if (ret_text_in_place(node_at(dat_ptr), targ)) return;
+    if (copy_text_in_place(node_at(dat_ptr), targ)) return;
     // The operand may build its text in the caller's string, so the slot owns it for the while.
     kestrin_data slot = owning_slot;
     slot.svalue = std::exchange(*targ, nullptr);

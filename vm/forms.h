@@ -1,39 +1,52 @@
 // The forms of an operation on numbers: the handlers that leave its result in the record, hand it
-// on in a register, or do the work of the SETQ, IF or WHILE around it as well. vm/variants.h says
-// where the linker puts them.
+// on in a register, or do the work of the SETQ, IF or WHILE around it as well.
+//
+// The contract of a form, in three sentences. It first tries to get its number from operands that
+// stand in place, and until it has it, it has changed nothing. Where that fails, it calls the
+// generic handler of the node, which does the whole work as if no form had been chosen. Whatever
+// else it evaluates, it looks at rt_noterror before it stores or answers anything.
+//
+//     linker ---------> specialise() ------> variants_of<op>     one table for each operation:
+//     (bytecode/link)   (vm/variants)        [kind of operand]   a row of forms for each kind
+//
+//     record  -------+                     +--> compute_in_place   operands in place, or refuses
+//     hand    -------+                     |
+//     assign  -------+--> operation::get --+
+//     choose  -------+                     |
+//     repeat_while --+                     +--> compute            operands of other kinds
+//        |
+//        +-- refused: op::generic, or the generic SETQ, IF, WHILE
 //
 // An operation is a class with
-//     result, wants      its number's type, and what it wants of its operands
-//     truth              whether it serves as a condition
-//     general            its handler, which takes operands of any kind
-//     at_once<kinds>     the number where all operands stand in place and nothing is out of the
-//                        way; false otherwise, and then nothing has been done
-//     compute<kinds>     the number for operands of other kinds; `ret_dat` is an owning slot
-//     make<kinds>        only where some kinds have other forms than the usual: the variant
-// So every form is a short road with one test, and the way out of it is the general handler, run as
-// if nothing had been chosen.
+//     result, wants            its number's type, and what it wants of its operands
+//     truth                    whether it serves as a condition
+//     generic                  its handler, which takes operands of any kind
+//     compute_in_place<kinds>  the number where all operands stand in place; false where they hold
+//                              another type or the operation has a fault, and nothing has been done
+//     compute<kinds>           the number for operands of other kinds; `ret_dat` is an owning slot
+//     make<kinds>              only where some kinds have other forms than the usual: the variant
+//
+// A further form is one function here and one member of `variant`, filled in by forms_of().
 #pragma once
 
 #include "vm/handler.h"
 
-constexpr bool stands_in_place(operand_kind kind_)
-{
-    return kind_ == VARIABLE || kind_ == CONSTANT;
-}
+constexpr bool is_in_place(operand_kind kind) { return kind == VARIABLE || kind == CONSTANT; }
 
 // -- Where a number comes from -----------------------------------------------------------------
 
-// Each gives the number or, where it is `quiet`, may refuse without having done anything.
+// Each gives the number. Where all that it reads stands in place it may refuse, and has done
+// nothing.
 
 // An operand word.
-template <class T, operand_kind kind_> struct operand {
-    static constexpr bool quiet = stands_in_place(kind_);
+template <class T, operand_kind kind> struct operand {
+    static constexpr bool in_place = is_in_place(kind);
     static bool get(const ULO *word, [[maybe_unused]] kestrin_data *ret_dat, T *value)
     {
-        if constexpr (quiet) {
-            return in_place<T, kind_>(word, value);
+        if constexpr (in_place) {
+            return read_in_place<T, kind>(word, value);
         } else {
-            *value = fetch<CAST, T, kind_>(word, ret_dat);
+            *value = fetch<CAST, T, kind>(word, ret_dat);
             return true;
         }
     }
@@ -42,12 +55,12 @@ template <class T, operand_kind kind_> struct operand {
 // The words of an operation.
 template <class op, operand_kind... kinds> struct operation {
     using T = typename op::result;
-    static constexpr bool quiet = (stands_in_place(kinds) && ...);
+    static constexpr bool in_place = (is_in_place(kinds) && ...);
     [[gnu::always_inline]] static bool get(const ULO *dat_ptr,
                                            [[maybe_unused]] kestrin_data *ret_dat, T *value)
     {
-        if constexpr (quiet) {
-            return op::template at_once<kinds...>(dat_ptr, value);
+        if constexpr (in_place) {
+            return op::template compute_in_place<kinds...>(dat_ptr, value);
         } else {
             *value = op::template compute<kinds...>(dat_ptr, ret_dat);
             return true;
@@ -57,7 +70,7 @@ template <class op, operand_kind... kinds> struct operation {
 
 // An operand word whose node is an operation.
 template <class operation> struct inner {
-    static constexpr bool quiet = operation::quiet;
+    static constexpr bool in_place = operation::in_place;
     [[gnu::always_inline]] static bool get(const ULO *word, kestrin_data *ret_dat,
                                            typename operation::T *value)
     {
@@ -73,34 +86,35 @@ template <class op, operand_kind... kinds> void record(const ULO *dat_ptr, kestr
     ret_dat->disable_ptr = 1;
     typename op::result value;
     if (!numbers::get(dat_ptr, ret_dat, &value)) [[unlikely]]
-        return op::general(dat_ptr, ret_dat);
+        return op::generic(dat_ptr, ret_dat);
     if (rt_ctrl->rt_noterror) [[likely]]
         answer(ret_dat, value);
 }
 
-template <class op> [[gnu::noinline]] auto hand_generally(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <class op>
+[[gnu::noinline]] auto hand_generically(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    op::general(dat_ptr, ret_dat);
-    return rt_ctrl->rt_noterror ? kind<typename op::result>::from(ret_dat) : 0;
+    op::generic(dat_ptr, ret_dat);
+    return rt_ctrl->rt_noterror ? in_record<typename op::result>::from(ret_dat) : 0;
 }
 template <class op, operand_kind... kinds> auto hand(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     typename op::result value;
     if (!operation<op, kinds...>::get(dat_ptr, ret_dat, &value)) [[unlikely]]
-        return hand_generally<op>(dat_ptr, ret_dat);
+        return hand_generically<op>(dat_ptr, ret_dat);
     return value;
 }
 
 // SETQ of a value that is likely a T; its own value may be `used`. handlers/variable.cpp holds the
 // body and makes these two.
-template <class T, operand_kind kind_ = ANY, bool used = true>
+template <class T, operand_kind kind = ANY, bool used = true>
 void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat);
 extern template void assign_any<SLO>(const ULO *dat_ptr, kestrin_data *ret_dat);
 extern template void assign_any<DFL>(const ULO *dat_ptr, kestrin_data *ret_dat);
 
 template <class T, class source> void assign(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    if constexpr (!source::quiet) ret_dat->disable_ptr = 1;
+    if constexpr (!source::in_place) ret_dat->disable_ptr = 1;
     T value;
     if (!source::get(dat_ptr + 1, ret_dat, &value)) [[unlikely]]
         return assign_any<T>(dat_ptr, ret_dat);
@@ -118,11 +132,11 @@ template <class source> void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
     // A slot that borrows still does so for the branch, which may answer by an alias.
     // The record's own type too, for a branch that leaves the record as it was.
     const UCH owning = ret_dat->disable_ptr, type = ret_dat->type;
-    if constexpr (!source::quiet) ret_dat->disable_ptr = 1;
+    if constexpr (!source::in_place) ret_dat->disable_ptr = 1;
     SLO condition;
     if (!source::get(dat_ptr, ret_dat, &condition)) [[unlikely]]
         return choose<operand<SLO, ANY>>(dat_ptr, ret_dat);
-    if constexpr (!source::quiet) {
+    if constexpr (!source::in_place) {
         if (!owning) {
             clear(ret_dat);
             ret_dat->disable_ptr = 0;
@@ -170,7 +184,7 @@ template <class op, operand_kind... kinds> constexpr variant forms_of()
     using T = typename op::result;
     using source = inner<operation<op, kinds...>>;
     variant made = {.record = &record<op, kinds...>,
-                    .letter = kind<T>::letter,
+                    .letter = in_record<T>::letter,
                     .exact = true,
                     .handing = handing<op, kinds...>()};
     if constexpr (op::truth) {
@@ -202,9 +216,9 @@ template <class op> constexpr auto make_variants()
 template <class op> inline constexpr auto variants_of = make_variants<op>();
 
 // The row of an operation.
-template <class op> constexpr variant_row forms(fcall generic, fcall fast)
+template <class op> constexpr variant_row forms(fcall generic, fcall proved)
 {
-    variant_row row = {.general = {generic, fast}, .variants = variants_of<op>.data()};
+    variant_row row = {.handlers = {generic, proved}, .variants = variants_of<op>.data()};
     for (std::size_t i = 0; i < std::size(op::wants); i++) row.operands[i] = op::wants[i];
     return row;
 }

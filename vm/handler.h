@@ -100,12 +100,13 @@ inline void clear(kestrin_data *d)
 // Values by the language's table of casts, from a record that holds a value.
 SLO to_ival(const kestrin_data *d);
 DFL to_fval(const kestrin_data *d);
+void store_text(CHR **targ, const kestrin_data *d);
 
 // Where a machine type lives in a record, its leaves, and what it takes from a value of another
 // type.
-template <class T> struct kind;
+template <class T> struct in_record;
 
-template <> struct kind<SLO> {
+template <> struct in_record<SLO> {
     static constexpr UCH letter = 'I';
     static SLO &in(kestrin_data *d) { return d->value.ival; }
     static const SLO &in(const kestrin_data *d) { return d->value.ival; }
@@ -115,7 +116,7 @@ template <> struct kind<SLO> {
     static SLO from(const kestrin_data *d) { return to_ival(d); }
 };
 
-template <> struct kind<DFL> {
+template <> struct in_record<DFL> {
     static constexpr UCH letter = 'F';
     static DFL &in(kestrin_data *d) { return d->value.fval; }
     static const DFL &in(const kestrin_data *d) { return d->value.fval; }
@@ -126,7 +127,7 @@ template <> struct kind<DFL> {
 };
 
 // A text is only read where it stands.
-template <> struct kind<const CHR *> {
+template <> struct in_record<const CHR *> {
     static constexpr UCH letter = 'S';
     static const CHR *in(const kestrin_data *d) { return d->svalue; }
     static constexpr fcall constant = func__dummy_s;
@@ -149,15 +150,15 @@ template <class T> [[gnu::noinline]] T cast_variable(const ULO *node)
 {
     if (!rt_ctrl->rt_noterror) return 0;
     const kestrin_data *v = variable(node[1]);
-    if (v->type != 0) return kind<T>::from(v);
+    if (v->type != 0) return in_record<T>::from(v);
     raise_unset_variable(node);
     return 0;
 }
 template <class T> [[gnu::noinline]] T cast_result(const ULO *word, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return 0;
-    if (ret_dat->type != 0) return kind<T>::from(ret_dat);
-    raise_error(kind<T>::undefined, word);
+    if (ret_dat->type != 0) return in_record<T>::from(ret_dat);
+    raise_error(in_record<T>::undefined, word);
     return 0;
 }
 
@@ -168,35 +169,35 @@ template <class T> [[gnu::noinline]] T cast_result(const ULO *word, kestrin_data
 template <operands how, class T>
 [[gnu::always_inline]] inline T fetch_any(const ULO *word, kestrin_data *ret_dat)
 {
-    constexpr fcall likely = how == PROVED ? kind<T>::typed_read : func__getval;
-    constexpr fcall other = how == PROVED ? func__getval : kind<T>::typed_read;
+    constexpr fcall likely = how == PROVED ? in_record<T>::typed_read : func__getval;
+    constexpr fcall other = how == PROVED ? func__getval : in_record<T>::typed_read;
     const ULO *node = node_at(word);
     if (is_node(node, likely) || is_node(node, other)) {
         const kestrin_data *v = variable(node[1]);
-        if (v->type == kind<T>::letter) [[likely]]
-            return kind<T>::in(v);
+        if (v->type == in_record<T>::letter) [[likely]]
+            return in_record<T>::in(v);
         return cast_variable<T>(node);
     }
-    if (is_node(node, kind<T>::constant)) return constant_of<T>(node);
+    if (is_node(node, in_record<T>::constant)) return constant_of<T>(node);
     call_for_value(node, ret_dat);
-    if (ret_dat->type == kind<T>::letter) [[likely]]
-        return kind<T>::in(ret_dat);
+    if (ret_dat->type == in_record<T>::letter) [[likely]]
+        return in_record<T>::in(ret_dat);
     return cast_result<T>(word, ret_dat);
 }
 
 // The number of a constant, or of a plain variable that holds one of the type. False: look at it in
 // another way; nothing has been done.
-template <class T, operand_kind kind_>
-[[gnu::always_inline]] inline bool in_place(const ULO *word, T *value)
+template <class T, operand_kind kind>
+[[gnu::always_inline]] inline bool read_in_place(const ULO *word, T *value)
 {
     const ULO *node = node_at(word);
-    if constexpr (kind_ == CONSTANT) {
+    if constexpr (kind == CONSTANT) {
         *value = constant_of<T>(node);
         return true;
     } else {
         const kestrin_data *v = variable(node[1]);
-        *value = kind<T>::in(v);
-        return v->type == kind<T>::letter;
+        *value = in_record<T>::in(v);
+        return v->type == in_record<T>::letter;
     }
 }
 
@@ -208,21 +209,21 @@ template <class T> [[gnu::always_inline]] inline T handed(const ULO *word, kestr
     return reinterpret_cast<T (*)(const ULO *, kestrin_data *)>(node[0])(node + 1, ret_dat);
 }
 
-template <operands how, class T, operand_kind kind_ = ANY>
+template <operands how, class T, operand_kind kind = ANY>
 [[gnu::always_inline]] inline T fetch(const ULO *word, kestrin_data *ret_dat)
 {
-    if constexpr (kind_ == ANY) {
+    if constexpr (kind == ANY) {
         return fetch_any<how, T>(word, ret_dat);
-    } else if constexpr (kind_ == HANDED) {
+    } else if constexpr (kind == HANDED) {
         return handed<T>(word, ret_dat);
-    } else if constexpr (kind_ == EXPRESSION) {
+    } else if constexpr (kind == EXPRESSION) {
         eval_value(word, ret_dat);
-        if (ret_dat->type == kind<T>::letter) [[likely]]
-            return kind<T>::in(ret_dat);
+        if (ret_dat->type == in_record<T>::letter) [[likely]]
+            return in_record<T>::in(ret_dat);
         return cast_result<T>(word, ret_dat);
     } else {
         T value;
-        if (in_place<T, kind_>(word, &value)) [[likely]]
+        if (read_in_place<T, kind>(word, &value)) [[likely]]
             return value;
         return cast_variable<T>(node_at(word));
     }
@@ -232,29 +233,29 @@ template <operands how, class T, operand_kind kind_ = ANY>
 template <class T> void answer(kestrin_data *ret_dat, T value)
 {
     ret_dat->single = 1;
-    ret_dat->type = kind<T>::letter;
-    kind<T>::in(ret_dat) = value;
+    ret_dat->type = in_record<T>::letter;
+    in_record<T>::in(ret_dat) = value;
 }
 
 // The number of a constant or a single variable, where it stands.
-template <class T, operand_kind kind_ = ANY> bool read_in_place(const ULO *word, T *value)
+template <class T, operand_kind kind = ANY> bool read_single(const ULO *word, T *value)
 {
     const ULO *node = node_at(word);
-    if (kind_ == CONSTANT || (kind_ == ANY && is_node(node, kind<T>::constant)))
-        return in_place<T, CONSTANT>(word, value);
-    if (kind_ == EXPRESSION || (kind_ == ANY && !is_node(node, kind<T>::typed_read))) return false;
-    return in_place<T, VARIABLE>(word, value) && variable(node[1])->single;
+    if (kind == CONSTANT || (kind == ANY && is_node(node, in_record<T>::constant)))
+        return read_in_place<T, CONSTANT>(word, value);
+    if (kind == EXPRESSION || (kind == ANY && !is_node(node, in_record<T>::typed_read)))
+        return false;
+    return read_in_place<T, VARIABLE>(word, value) && variable(node[1])->single;
 }
 
 // Evaluates an operand that is proved a number into a record; it may be an array of them.
-template <class T, operand_kind kind_ = ANY>
-void eval_number(const ULO *word, kestrin_data *ret_dat)
+template <class T, operand_kind kind = ANY> void eval_number(const ULO *word, kestrin_data *ret_dat)
 {
     T value = 0;
-    if constexpr (kind_ == HANDED) {
+    if constexpr (kind == HANDED) {
         ret_dat->disable_ptr = 1;
         value = handed<T>(word, ret_dat);
-    } else if (!read_in_place<T, kind_>(word, &value)) {
+    } else if (!read_single<T, kind>(word, &value)) {
         return eval(word, ret_dat);
     }
     if (rt_ctrl->rt_noterror) answer(ret_dat, value);
@@ -267,9 +268,14 @@ void eval_number(const ULO *word, kestrin_data *ret_dat)
 // the sense of vm/forms.h.
 template <auto op, auto fault = nullptr> struct numeric;
 
+template <class T>
+concept is_number = std::is_same_v<T, SLO> || std::is_same_v<T, DFL>;
+
 template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fault> {
+    static_assert((is_number<R> && ... && is_number<A>),
+                  "an operation on numbers takes and gives SLO and DFL, no other types");
     using result = R;
-    static constexpr wanted wants[] = {{kind<A>::letter}...};
+    static constexpr wanted wants[] = {{in_record<A>::letter}...};
     static constexpr bool truth = false;
     static constexpr bool may_fault = !std::is_null_pointer_v<decltype(fault)>;
     template <class> static constexpr operand_kind unknown = ANY;
@@ -303,7 +309,7 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
         if (are_good(args, dat_ptr)) [[likely]]
             answer<R>(ret_dat, std::apply(op, args));
     }
-    static void general(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
+    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
 
     template <operand_kind... kinds> static R compute(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
@@ -313,17 +319,17 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
         return std::apply(op, args);
     }
 
-    template <operand_kind... kinds> static bool at_once(const ULO *dat_ptr, R *value)
+    template <operand_kind... kinds> static bool compute_in_place(const ULO *dat_ptr, R *value)
     {
-        return all_in_place<kinds...>(dat_ptr, value, every());
+        return compute_all<kinds...>(dat_ptr, value, every());
     }
 
     template <operand_kind... kinds, std::size_t... i>
-    [[gnu::always_inline]] static bool all_in_place(const ULO *dat_ptr, R *value,
-                                                    std::index_sequence<i...>)
+    [[gnu::always_inline]] static bool compute_all(const ULO *dat_ptr, R *value,
+                                                   std::index_sequence<i...>)
     {
         std::tuple<A...> args;
-        if (!(in_place<A, kinds>(dat_ptr + i, &std::get<i>(args)) && ...)) return false;
+        if (!(read_in_place<A, kinds>(dat_ptr + i, &std::get<i>(args)) && ...)) return false;
         if constexpr (may_fault)
             if (std::apply(fault, args) != rt_text::NONE) [[unlikely]]
                 return false;

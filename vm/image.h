@@ -29,14 +29,14 @@ namespace image {
 
 // Code letters, in the low 7 bits of a code word; its payload stands above.
 inline constexpr CHR letters[] = "UIFSZVifszPTtLG";
-constexpr unsigned letter_bits = 7;
+constexpr unsigned LETTER_BITS = 7;
 
 constexpr ULO code(CHR letter, ULO payload = 0)
 {
-    return payload << letter_bits | static_cast<UCH>(letter);
+    return payload << LETTER_BITS | static_cast<UCH>(letter);
 }
 constexpr CHR letter_of(ULO word) { return static_cast<CHR>(word & 127); }
-constexpr ULO payload_of(ULO word) { return word >> letter_bits; }
+constexpr ULO payload_of(ULO word) { return word >> LETTER_BITS; }
 
 // Payload of an instruction.
 constexpr ULO instruction(ULO row, ULO slot) { return row * 8 + slot; }

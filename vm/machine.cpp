@@ -46,14 +46,14 @@ constexpr ULO first_chunk = 1024, largest_chunk = ULO(1) << 20;
 constexpr ULO most_records = ULO(1) << 56;
 
 // What layers above keep for a thread.
-constexpr ULO most_ends = 4;
+constexpr ULO MOST_ENDS = 4;
 
 struct thread_blocks {
     rt_control control;
     strings_state strings;
     chunk_end root; // where the list of chunks begins
     interrupt_handler former_interrupt;
-    void (*ends[most_ends])();
+    void (*ends[MOST_ENDS])();
     ULO ends_count;
 };
 
@@ -141,7 +141,7 @@ void cleanup_quarne_thread_safe_functionality_for_local_thread()
 void at_end_of_thread(void (*end)())
 {
     if (blocks == nullptr) return;
-    if (blocks->ends_count == most_ends) fatal(site::THREAD_SETUP);
+    if (blocks->ends_count == MOST_ENDS) fatal(site::THREAD_SETUP);
     blocks->ends[blocks->ends_count++] = end;
 }
 

@@ -15,37 +15,37 @@
 #include "strings/state.h"
 #include "vm/engine.h"
 
-constexpr ULO places_step = 128, fewest_places = 4;
+constexpr ULO PLACES_STEP = 128, FEWEST_PLACES = 4;
 
 // Places that an array with a member of this index reports: steps of 128, so that growth by one
 // member stays cheap. Saturates where no memory could hold them.
 inline ULO array_capacity(ULO index)
 {
     constexpr ULO most = ULO(1) << 56;
-    return index >= most ? most : (index & ~(places_step - 1)) + places_step;
+    return index >= most ? most : (index & ~(PLACES_STEP - 1)) + PLACES_STEP;
 }
 
 // Places that it needs to own.
 inline ULO places_to_own(ULO index)
 {
-    if (!the_engine.small_arrays || index >= places_step / 2) return array_capacity(index);
-    return std::max(fewest_places, std::bit_ceil(index + 1));
+    if (!the_engine.small_arrays || index >= PLACES_STEP / 2) return array_capacity(index);
+    return std::max(FEWEST_PLACES, std::bit_ceil(index + 1));
 }
 
 // Places with memory; 0 if the record has no array.
 inline ULO owned_places(const kestrin_data *d)
 {
     if (d->array.mix == nullptr) return 0;
-    if (d->indices_numb != places_step || !the_engine.small_arrays) return d->indices_numb;
+    if (d->indices_numb != PLACES_STEP || !the_engine.small_arrays) return d->indices_numb;
     const ULO owned = d->arraytype != 0 ? d->aready_tags[0] : d->array.mix[0].indices_numb;
-    return owned > 1 ? owned : places_step; // an extension unit's own array says nothing
+    return owned > 1 ? owned : PLACES_STEP; // an extension unit's own array says nothing
 }
 inline void set_owned_places(kestrin_data *d, ULO owned)
 {
     if (d->arraytype == 0)
         d->array.mix[0].indices_numb = owned;
     else
-        d->aready_tags[0] = owned < places_step ? static_cast<UCH>(owned) : 0;
+        d->aready_tags[0] = owned < PLACES_STEP ? static_cast<UCH>(owned) : 0;
 }
 
 // Places that are allocated for so many: some more in a large array, for a reallocation costs a

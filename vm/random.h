@@ -3,7 +3,7 @@
 
 #include "kestrin/types.h"
 
-constexpr DFL largest_draw = 2147483647.0;
+constexpr DFL LARGEST_DRAW = 2147483647.0;
 
-// The next number from 0 to largest_draw; with `reset` after seeding the generator from the clock.
+// The next number from 0 to LARGEST_DRAW; with `reset` after seeding the generator from the clock.
 DFL draw(bool reset);

@@ -7,13 +7,8 @@
 void make_text(const ULO *word, kestrin_data *d)
 {
     if (!rt_ctrl->rt_noterror) return;
-    switch (d->type) {
-    case 'I': equ_num(&d->svalue, d->value.ival); break;
-    case 'F': equ_fnum(&d->svalue, d->value.fval); break;
-    case 'Z': equ(&d->svalue, nullptr); break;
-    case 'S': break; // member 0 of an array
-    default: return raise_error(rt_text::RETURN_SVAL, word);
-    }
+    if (d->type == 0) return raise_error(rt_text::RETURN_SVAL, word);
+    if (d->type != 'S') store_text(&d->svalue, d); // else it is member 0 of an array
     answer_text(d);
 }
 

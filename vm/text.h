@@ -35,15 +35,15 @@ inline bool is_plain_member(const ULO *node)
 }
 
 // Its evaluation changes no variable.
-inline bool is_quiet(const ULO *node)
+inline bool has_no_effect(const ULO *node)
 {
     return is_number_leaf(node) || is_node(node, func__dummy_s) || is_node(node, func__getval_s) ||
            is_plain_member(node);
 }
-inline bool all_quiet(const ULO *from, const ULO *to)
+inline bool none_has_effect(const ULO *from, const ULO *to)
 {
     for (; from < to; from++)
-        if (!is_quiet(node_at(from))) return false;
+        if (!has_no_effect(node_at(from))) return false;
     return true;
 }
 
@@ -68,8 +68,8 @@ bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot);
 
 // The place of the text of a plain member that is one, NULL if it is not. The text of an array is
 // its member 0; it is one where it is only read.
-enum text_kind : UCH { ANY_TEXT, SINGLE_TEXT };
-CHR **member_text(const ULO *node, text_kind wanted_kind = ANY_TEXT);
+enum text_shape : UCH { ANY_TEXT, SINGLE_TEXT };
+CHR **member_text(const ULO *node, text_shape shape = ANY_TEXT);
 
 // The text of a constant, or of a variable or plain member that holds one, where it stands; NULL
 // for anything else, an allocated text otherwise.
@@ -85,9 +85,9 @@ inline const CHR *text_in_place(const ULO *node)
 }
 
 // A number that can be fetched without touching the text in the result record.
-template <operands how, class T> bool is_read_in_place(const ULO *node)
+template <operands how, class T> bool is_in_place(const ULO *node)
 {
-    return is_node(node, kind<T>::constant) || is_node(node, kind<T>::typed_read) ||
+    return is_node(node, in_record<T>::constant) || is_node(node, in_record<T>::typed_read) ||
            (how == CAST && is_node(node, func__getval));
 }
 
@@ -98,7 +98,7 @@ template <class A, operands how> struct held_operand {
     number value = 0;
     held_operand(const ULO *word, const ULO *, kestrin_data *ret_dat, bool empty)
     {
-        if (empty || is_read_in_place<how, number>(node_at(word)))
+        if (empty || is_in_place<how, number>(node_at(word)))
             value = fetch<how, number>(word, ret_dat);
         else if constexpr (std::is_same_v<number, DFL>)
             ret_fval(word, &value);
@@ -115,7 +115,8 @@ template <operands how> struct held_operand<const CHR *, how> {
     held_operand(const ULO *word, const ULO *last, kestrin_data *ret_dat, bool empty)
     {
         const ULO *node = node_at(word);
-        if (is_node(node, func__dummy_s) || all_quiet(word + 1, last)) place = text_in_place(node);
+        if (is_node(node, func__dummy_s) || none_has_effect(word + 1, last))
+            place = text_in_place(node);
         if (place != nullptr) return;
         in_record = empty;
         if (empty)

@@ -288,10 +288,10 @@ void take_value(kestrin_data *dest, kestrin_data *source)
         dest->type = 'S';
         return;
     }
-    if (source->indices_numb % places_step != 0) { // mapcar's answer has places of its own number
+    if (source->indices_numb % PLACES_STEP != 0) { // mapcar's answer has places of its own number
         if (!the_engine.small_arrays) return copy_kst_data(dest, source, 0);
         set_owned_places(source, source->indices_numb);
-        source->indices_numb = places_step;
+        source->indices_numb = PLACES_STEP;
     }
     kestrin_data old = *dest;
     *dest = *source;

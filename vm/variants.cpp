@@ -19,7 +19,7 @@ const rows_by_handler &rows()
              {integer_variants, float_variants, compare_variants, control_variants,
               variable_variants, array_variants, cast_variants})
             for (const variant_row &row : family)
-                for (const fcall handler : row.general) rows->emplace(handler, &row);
+                for (const fcall handler : row.handlers) rows->emplace(handler, &row);
         return rows;
     }();
     return *made;
@@ -27,8 +27,8 @@ const rows_by_handler &rows()
 
 template <class T> operand_kind kind_of_leaf(const ULO *node)
 {
-    if (is_node(node, kind<T>::constant)) return CONSTANT;
-    if (is_node(node, func__getval) || is_node(node, kind<T>::typed_read)) return VARIABLE;
+    if (is_node(node, in_record<T>::constant)) return CONSTANT;
+    if (is_node(node, func__getval) || is_node(node, in_record<T>::typed_read)) return VARIABLE;
     return ANY;
 }
 

@@ -49,7 +49,7 @@ struct wanted {
 // operand or of two that follow each other. Where there is no variant for an operand that is
 // HANDED, it is taken for an EXPRESSION.
 struct variant_row {
-    fcall general[2] = {};
+    fcall handlers[2] = {};
     UCH first = 0; // number of the operand word that the first letter is about
     wanted operands[2] = {};
     // The handler, among those of the first operand's variant, that does the work of both nodes.

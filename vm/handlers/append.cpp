@@ -30,21 +30,21 @@ void append(CHR **place, const ULO *cat_words, kestrin_data *ret_dat)
     if (rt_ctrl->rt_noterror) cat(place, more.get(ret_dat));
 }
 
-template <fcall general> void append_to_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <fcall generic> void append_to_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     kestrin_data *target = variable(dat_ptr[0]);
     if (!rt_ctrl->rt_noterror) return;
-    if (target->indices_numb > 1 || target->type != 'S') return general(dat_ptr, ret_dat);
+    if (target->indices_numb > 1 || target->type != 'S') return generic(dat_ptr, ret_dat);
     append(&target->svalue, joined_words(dat_ptr + 1), ret_dat);
 }
 
 // A store of any type refuses an array of one class.
-template <fcall general> void append_to_member(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <fcall generic> void append_to_member(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const ULO *words = joined_words(dat_ptr + 2);
     CHR **place = member_text(node_at(words), SINGLE_TEXT);
-    const bool refused = general == func__arsetq && variable(dat_ptr[0])->arraytype != 0;
-    if (place == nullptr || refused) return general(dat_ptr, ret_dat);
+    const bool refused = generic == func__arsetq && variable(dat_ptr[0])->arraytype != 0;
+    if (place == nullptr || refused) return generic(dat_ptr, ret_dat);
     append(place, words, ret_dat);
 }
 

@@ -111,7 +111,7 @@ struct number_class {
     }
     static void store(kestrin_data *array, ULO index, const kestrin_data *source)
     {
-        place(array, index) = kind<T>::in(source);
+        place(array, index) = in_record<T>::in(source);
     }
     static T get(const kestrin_data *array, ULO index)
     {
@@ -119,7 +119,7 @@ struct number_class {
     }
     static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
     {
-        kind<T>::in(ret_dat) = get(array, index);
+        in_record<T>::in(ret_dat) = get(array, index);
     }
 };
 
@@ -194,7 +194,7 @@ template <UCH letter> [[gnu::noinline]] bool make_place(kestrin_data *array, ULO
 bool has_place(const kestrin_data *array, ULO place)
 {
     const ULO places = array->indices_numb;
-    return place < places && (places != places_step || array->aready_tags[place] != 0);
+    return place < places && (places != PLACES_STEP || array->aready_tags[place] != 0);
 }
 
 template <UCH letter, bool used = true>
@@ -324,8 +324,9 @@ template <operand_kind at> const CHR *hand_text(const ULO *dat_ptr, kestrin_data
 {
     SLO index;
     const kestrin_data *array = variable(dat_ptr[0]);
-    if (in_place<SLO, at>(dat_ptr + 1, &index) && index > 0 && ULO(index) < array->indices_numb &&
-        array->arraytype == 'S' && array->aready_tags[index] != 0) [[likely]]
+    if (read_in_place<SLO, at>(dat_ptr + 1, &index) && index > 0 &&
+        ULO(index) < array->indices_numb && array->arraytype == 'S' &&
+        array->aready_tags[index] != 0) [[likely]]
         return array->array.svalue[index];
     return hand_other(dat_ptr, ret_dat);
 }
@@ -333,7 +334,7 @@ template <operand_kind at> const CHR *hand_text(const ULO *dat_ptr, kestrin_data
 // A member of a number array in a register.
 template <class T> struct member {
     using result = T;
-    static constexpr UCH letter = kind<T>::letter;
+    static constexpr UCH letter = in_record<T>::letter;
     static constexpr wanted wants[] = {{'I'}};
 
     static bool read(const ULO *dat_ptr, SLO index, T *value)
@@ -346,15 +347,15 @@ template <class T> struct member {
         return true;
     }
 
-    static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         index_typed<letter>(dat_ptr, ret_dat);
     }
 
-    template <operand_kind at> static bool at_once(const ULO *dat_ptr, T *value)
+    template <operand_kind at> static bool compute_in_place(const ULO *dat_ptr, T *value)
     {
         SLO index;
-        return in_place<SLO, at>(dat_ptr + 1, &index) && read(dat_ptr, index, value);
+        return read_in_place<SLO, at>(dat_ptr + 1, &index) && read(dat_ptr, index, value);
     }
 
     template <operand_kind at> static T compute(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -374,7 +375,7 @@ template <class T> struct member {
     [[gnu::noinline]] static T other(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
     {
         if (rt_ctrl->rt_noterror) load(dat_ptr, ret_dat, index);
-        return rt_ctrl->rt_noterror ? kind<T>::from(ret_dat) : 0;
+        return rt_ctrl->rt_noterror ? in_record<T>::from(ret_dat) : 0;
     }
 };
 
@@ -428,12 +429,12 @@ bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot)
 static bool plain_index(const ULO *node, SLO *index)
 {
     const ULO *word = node + 2;
-    return is_node(node_at(word), func__dummy_i)
-               ? in_place<SLO, CONSTANT>(word, index)
-               : !is_node(node_at(word), func__dummy_f) && in_place<SLO, VARIABLE>(word, index);
+    return is_node(node_at(word), func__dummy_i) ? read_in_place<SLO, CONSTANT>(word, index)
+                                                 : !is_node(node_at(word), func__dummy_f) &&
+                                                       read_in_place<SLO, VARIABLE>(word, index);
 }
 
-CHR **member_text(const ULO *node, text_kind wanted_kind)
+CHR **member_text(const ULO *node, text_shape shape)
 {
     SLO index;
     if (!rt_ctrl->rt_noterror || !plain_index(node, &index)) return nullptr;
@@ -445,7 +446,7 @@ CHR **member_text(const ULO *node, text_kind wanted_kind)
         return array->aready_tags[place] != 0 ? &array->array.svalue[place] : nullptr;
     if (array->arraytype != 0 || place >= owned_places(array)) return nullptr;
     kestrin_data *member = &array->array.mix[place];
-    const bool is_text = member->type == 'S' && (member->single || wanted_kind == ANY_TEXT);
+    const bool is_text = member->type == 'S' && (member->single || shape == ANY_TEXT);
     return is_text ? &member->svalue : nullptr;
 }
 
@@ -531,7 +532,7 @@ namespace {
 constexpr auto index_text_variants = by_one([]<operand_kind at>() {
     variant made = {};
     if constexpr (at != HANDED) made.record = func__index_s;
-    if constexpr (stands_in_place(at)) {
+    if constexpr (is_in_place(at)) {
         made.letter = 'S';
         made.handing = {.text = &hand_text<at>};
     }
@@ -548,7 +549,7 @@ constexpr auto arsetq_variants = by_two([]<operand_kind at, operand_kind from>()
 
 template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
 {
-    return {.general = {typed, typed},
+    return {.handlers = {typed, typed},
             .operands = {{'I'}, {letter, true}},
             .variants = arsetq_variants<letter>.data()};
 }
@@ -561,7 +562,7 @@ constexpr auto arsetq_any_variants = by_one([]<operand_kind from>() {
 
 template <fcall arsetq, fcall variable, fcall other> constexpr variant_row arsetq_any_row()
 {
-    return {.general = {arsetq, arsetq},
+    return {.handlers = {arsetq, arsetq},
             .first = 1,
             .operands = {{'V'}},
             .variants = arsetq_any_variants<arsetq, variable, other>.data()};
@@ -572,7 +573,7 @@ constexpr fcall take_text = arsetq_typed<'S', ANY, ANY, false>;
 constexpr variant_row rows[] = {
     forms<member<SLO>>(func__index_i, func__index_i),
     forms<member<DFL>>(func__index_f, func__index_f),
-    {.general = {func__index_s, func__index_s},
+    {.handlers = {func__index_s, func__index_s},
      .operands = {{'I'}},
      .variants = index_text_variants.data()},
     arsetq_row<'I'>(func__arsetq_i),

@@ -36,7 +36,7 @@ template <class T> void forward(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->type = 0;
     eval_number<T>(dat_ptr, ret_dat);
-    if (ret_dat->single && ret_dat->type == kind<T>::letter) [[likely]]
+    if (ret_dat->single && ret_dat->type == in_record<T>::letter) [[likely]]
         return;
     answer_cast<T>(dat_ptr, ret_dat);
 }
@@ -46,7 +46,7 @@ template <class T, CHR *(*print)(CHR **, T)>
 void convert_number_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     T value = 0;
-    if (!read_in_place(dat_ptr, &value)) return convert_text(dat_ptr, ret_dat);
+    if (!read_single(dat_ptr, &value)) return convert_text(dat_ptr, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
     answer_text(ret_dat);
@@ -71,7 +71,7 @@ HANDLER(fval) { numeric<same_float>::run<CAST>(dat_ptr, ret_dat); }
 HANDLER(fval_i)
 {
     SLO value = 0;
-    if (!read_in_place(dat_ptr, &value)) return convert<DFL>(dat_ptr, ret_dat);
+    if (!read_single(dat_ptr, &value)) return convert<DFL>(dat_ptr, ret_dat);
     ret_dat->disable_ptr = 1;
     if (rt_ctrl->rt_noterror) answer<DFL>(ret_dat, static_cast<DFL>(value));
 }
@@ -124,7 +124,7 @@ constexpr auto type_variants = by_one([]<operand_kind of>() {
 });
 
 constexpr variant_row rows[] = {
-    {.general = {func__type, func__type}, .operands = {{'V'}}, .variants = type_variants.data()}};
+    {.handlers = {func__type, func__type}, .operands = {{'V'}}, .variants = type_variants.data()}};
 
 } // namespace
 

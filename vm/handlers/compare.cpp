@@ -91,7 +91,7 @@ template <class relation> struct comparison {
         const ULO *node = node_at(dat_ptr);
         // A plain variable or the text of a member is compared where it stands, unless the second
         // operand could assign it.
-        if (is_quiet(node_at(dat_ptr + 1))) {
+        if (has_no_effect(node_at(dat_ptr + 1))) {
             if (is_node(node, func__getval)) {
                 const kestrin_data *v = variable(node[1]);
                 if (!rt_ctrl->rt_noterror) return;
@@ -122,18 +122,20 @@ template <class relation> struct comparison {
 // The comparison for a first operand that is likely a T; another type takes the generic way.
 template <class relation, class T> struct of_numbers {
     using result = SLO;
-    static constexpr wanted wants[] = {{kind<T>::letter, true}, {kind<T>::letter}};
+    static constexpr wanted wants[] = {{in_record<T>::letter, true}, {in_record<T>::letter}};
     static constexpr bool truth = true;
 
-    static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         comparison<relation>::generic(dat_ptr, ret_dat);
     }
 
-    template <operand_kind a, operand_kind b> static bool at_once(const ULO *dat_ptr, SLO *value)
+    template <operand_kind a, operand_kind b>
+    static bool compute_in_place(const ULO *dat_ptr, SLO *value)
     {
         T first, second;
-        if (!in_place<T, a>(dat_ptr, &first) || !in_place<T, b>(dat_ptr + 1, &second)) return false;
+        if (!read_in_place<T, a>(dat_ptr, &first) || !read_in_place<T, b>(dat_ptr + 1, &second))
+            return false;
         *value = relation::numbers(first, second);
         return true;
     }
@@ -151,15 +153,15 @@ template <class relation, class T> struct of_numbers {
         ret_dat->disable_ptr = 1;
         eval_value(dat_ptr, ret_dat);
         if (!rt_ctrl->rt_noterror) return;
-        if (ret_dat->type != kind<T>::letter) [[unlikely]]
+        if (ret_dat->type != in_record<T>::letter) [[unlikely]]
             return comparison<relation>::by_type(ret_dat, dat_ptr + 1, ret_dat);
-        const T first = kind<T>::in(ret_dat), second = fetch<CAST, T, b>(dat_ptr + 1, ret_dat);
+        const T first = in_record<T>::in(ret_dat), second = fetch<CAST, T, b>(dat_ptr + 1, ret_dat);
         if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(first, second));
     }
 
     template <operand_kind a, operand_kind b> static constexpr variant make()
     {
-        constexpr bool open = a == EXPRESSION || (a == VARIABLE && !stands_in_place(b));
+        constexpr bool open = a == EXPRESSION || (a == VARIABLE && !is_in_place(b));
         if constexpr (open && b == HANDED)
             return {}; // it is cast to what the first turns out to be
         else if constexpr (open)
@@ -175,16 +177,17 @@ template <class relation> struct of_texts {
     static constexpr wanted wants[] = {{'S'}, {'S'}};
     static constexpr bool truth = true;
 
-    static void general(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         comparison<relation>::texts(dat_ptr, ret_dat);
     }
 
-    template <operand_kind a, operand_kind b> static bool at_once(const ULO *dat_ptr, SLO *value)
+    template <operand_kind a, operand_kind b>
+    static bool compute_in_place(const ULO *dat_ptr, SLO *value)
     {
         const CHR *first, *second;
-        if (!in_place<const CHR *, a>(dat_ptr, &first) ||
-            !in_place<const CHR *, b>(dat_ptr + 1, &second))
+        if (!read_in_place<const CHR *, a>(dat_ptr, &first) ||
+            !read_in_place<const CHR *, b>(dat_ptr + 1, &second))
             return false;
         *value = relation::texts(first, second);
         return true;
@@ -194,7 +197,7 @@ template <class relation> struct of_texts {
     static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         const CHR *first = handed<const CHR *>(dat_ptr, ret_dat), *second;
-        if (in_place<const CHR *, b>(dat_ptr + 1, &second)) [[likely]]
+        if (read_in_place<const CHR *, b>(dat_ptr + 1, &second)) [[likely]]
             return relation::texts(first, second);
         return with_other(first, dat_ptr + 1);
     }
@@ -209,12 +212,12 @@ template <class relation> struct of_texts {
 
     template <operand_kind a, operand_kind b> static constexpr variant make()
     {
-        if constexpr (stands_in_place(b) && (stands_in_place(a) || a == HANDED))
+        if constexpr (is_in_place(b) && (is_in_place(a) || a == HANDED))
             return forms_of<of_texts, a, b>();
         else if constexpr (a == HANDED || b == HANDED)
             return {};
         else
-            return {.record = &general};
+            return {.record = &generic};
     }
 };
 

@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr ULO wait_forever = 1, only_look = 0;
-constexpr int line_room = 1024;
+constexpr ULO WAIT_FOREVER = 1, ONLY_LOOK = 0;
+constexpr int LINE_ROOM = 1024;
 
 enum key : UCH { BACKSPACE = 8, NEWLINE = 10, RETURN = 13, SPACE = 32, DELETE = 127 };
 
@@ -47,7 +47,7 @@ CHR *read_keys(CHR **targ, const CHR *prompt)
     fflush(stdout);
     std::string line;
     for (;;) {
-        const UCH code = term_keypressed(wait_forever);
+        const UCH code = term_keypressed(WAIT_FOREVER);
         if (ends_input(code)) break;
         take_key(code, &line);
     }
@@ -58,8 +58,8 @@ CHR *read_keys(CHR **targ, const CHR *prompt)
 // A line with its newline, or the first part of a long one; empty at the end of the input.
 CHR *read_line(CHR **targ)
 {
-    CHR line[line_room] = "";
-    if (fgets(line, line_room, stdin) == nullptr) line[0] = 0;
+    CHR line[LINE_ROOM] = "";
+    if (fgets(line, LINE_ROOM, stdin) == nullptr) line[0] = 0;
     return get_std_buff(targ, line);
 }
 
@@ -75,7 +75,7 @@ CHR *scan_console(CHR **targ, SLO wait)
     UCH code = term_keypressed(static_cast<ULO>(std::max<SLO>(wait, 0)));
     do {
         keys.push_back(static_cast<CHR>(code));
-        code = term_keypressed(only_look);
+        code = term_keypressed(ONLY_LOOK);
     } while (code != 0);
     return assign(targ, keys);
 }

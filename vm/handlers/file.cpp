@@ -10,16 +10,16 @@
 
 namespace {
 
-constexpr mode_t permissions = 0644;
+constexpr mode_t PERMISSIONS = 0644;
 
 // A text for the system, which ends at its first NUL.
 const CHR *system_text(const CHR *name) { return name == nullptr ? "" : name; }
 
-SLO open_file(const CHR *name) { return open(system_text(name), O_RDWR, permissions); }
+SLO open_file(const CHR *name) { return open(system_text(name), O_RDWR, PERMISSIONS); }
 
 SLO create_file(const CHR *name)
 {
-    close(creat(system_text(name), permissions));
+    close(creat(system_text(name), PERMISSIONS));
     return open_file(name);
 }
 

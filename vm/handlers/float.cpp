@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr DFL all_whole = 4503599627370496.0; // from 2^52 on a double has no fraction
+constexpr DFL ALL_WHOLE = 4503599627370496.0; // from 2^52 on a double has no fraction
 
 DFL add(DFL a, DFL b) { return a + b; }
 DFL subtract(DFL a, DFL b) { return a - b; }
@@ -25,9 +25,9 @@ DFL exponential(DFL a) { return std::exp(a); }
 DFL power(DFL a, DFL b) { return std::pow(a, b); }
 DFL logarithm(DFL a) { return std::log(a); }
 DFL square_root(DFL a) { return std::sqrt(a); }
-DFL random_float(DFL m) { return draw(m < 0.0) * m / largest_draw; }
+DFL random_float(DFL m) { return draw(m < 0.0) * m / LARGEST_DRAW; }
 
-DFL integer_part(DFL a) { return std::fabs(a) < all_whole ? std::copysign(std::trunc(a), a) : a; }
+DFL integer_part(DFL a) { return std::fabs(a) < ALL_WHOLE ? std::copysign(std::trunc(a), a) : a; }
 
 // Half away from zero, by adding first: the added half stays in large values that can hold it.
 DFL rounded(DFL a) { return integer_part(a < 0.0 ? a - 0.5 : a + 0.5); }
@@ -39,7 +39,7 @@ DFL sine_plus_cosine(DFL a)
     return e.imag() + e.real();
 }
 
-bool is_whole(DFL a) { return std::fabs(a) >= all_whole || a == std::floor(a); }
+bool is_whole(DFL a) { return std::fabs(a) >= ALL_WHOLE || a == std::floor(a); }
 
 rt_text zero_divisor(DFL, DFL b) { return b == 0.0 ? rt_text::FLOAT_DIVZERO : rt_text::NONE; }
 rt_text not_positive(DFL a) { return a > 0.0 ? rt_text::NONE : rt_text::FLOAT_LOGARITHM; }

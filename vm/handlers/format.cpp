@@ -30,16 +30,16 @@ struct conversion_row {
     std::string_view types;        // of the values that it takes
 };
 
-constexpr std::string_view any_size = " hh h l ll q j z t L ", short_size = " hh h ";
-constexpr std::string_view double_size = " hh h l j z t L ";
+constexpr std::string_view ANY_SIZE = " hh h l ll q j z t L ", SHORT_SIZE = " hh h ";
+constexpr std::string_view DOUBLE_SIZE = " hh h l j z t L ";
 
 constexpr conversion_row conversions[] = {
-    {"diouxXbB", print_as::INTEGER, print_as::INTEGER, any_size, any_size, "IFSZ"},
-    {"eEfFgGaA", print_as::FLOAT, print_as::FLOAT, double_size, double_size, "IFSZ"},
-    {"c", print_as::INTEGER, print_as::INTEGER, any_size, short_size, "IFSZ"},
-    {"C", print_as::INTEGER, print_as::INTEGER, any_size, "", "IF"},
-    {"s", print_as::TEXT, print_as::TEXT, "", short_size, "SZ"},
-    {"p", print_as::INTEGER, print_as::TEXT, any_size, any_size, "IFSZ"},
+    {"diouxXbB", print_as::INTEGER, print_as::INTEGER, ANY_SIZE, ANY_SIZE, "IFSZ"},
+    {"eEfFgGaA", print_as::FLOAT, print_as::FLOAT, DOUBLE_SIZE, DOUBLE_SIZE, "IFSZ"},
+    {"c", print_as::INTEGER, print_as::INTEGER, ANY_SIZE, SHORT_SIZE, "IFSZ"},
+    {"C", print_as::INTEGER, print_as::INTEGER, ANY_SIZE, "", "IF"},
+    {"s", print_as::TEXT, print_as::TEXT, "", SHORT_SIZE, "SZ"},
+    {"p", print_as::INTEGER, print_as::TEXT, ANY_SIZE, ANY_SIZE, "IFSZ"},
     {"m", print_as::OWN, print_as::OWN, "", "", "IFSZ"},
 };
 

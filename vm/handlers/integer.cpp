@@ -36,7 +36,7 @@ SLO remainder_of(SLO a, SLO b) { return is_power_of_two(b) ? a - whole_part(a, b
 
 SLO random_integer(SLO m)
 {
-    return static_cast<SLO>(static_cast<DFL>(m) * draw(m < 0) / largest_draw);
+    return static_cast<SLO>(static_cast<DFL>(m) * draw(m < 0) / LARGEST_DRAW);
 }
 
 template <rt_text text> rt_text zero_divisor(SLO, SLO b) { return b == 0 ? text : rt_text::NONE; }
@@ -55,10 +55,11 @@ template <bool decided_by> struct decide {
         return fetch<how, SLO, b>(dat_ptr + 1, ret_dat) != 0;
     }
 
-    template <operand_kind a, operand_kind b> static bool at_once(const ULO *dat_ptr, SLO *value)
+    template <operand_kind a, operand_kind b>
+    static bool compute_in_place(const ULO *dat_ptr, SLO *value)
     {
         SLO first, second;
-        if (!in_place<SLO, a>(dat_ptr, &first) || !in_place<SLO, b>(dat_ptr + 1, &second))
+        if (!read_in_place<SLO, a>(dat_ptr, &first) || !read_in_place<SLO, b>(dat_ptr + 1, &second))
             return false;
         *value = ((first != 0) == decided_by ? first : second) != 0;
         return true;
@@ -70,7 +71,7 @@ template <bool decided_by> struct decide {
         const SLO value = compute<ANY, ANY, how>(dat_ptr, ret_dat);
         if (rt_ctrl->rt_noterror) answer(ret_dat, value);
     }
-    static void general(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
+    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
 };
 
 } // namespace

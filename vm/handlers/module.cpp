@@ -21,9 +21,9 @@ const CHR compiled_by[] = COMPILER ", 64-bit executable, " KESTRIN_BUILT_AT;
 
 namespace {
 
-constexpr CHR integer_format[] = "%ld";
-constexpr CHR float_format[] = "%.16E";
-constexpr CHR string_format[] = "%s";
+constexpr CHR INTEGER_FORMAT[] = "%ld";
+constexpr CHR FLOAT_FORMAT[] = "%.16E";
+constexpr CHR STRING_FORMAT[] = "%s";
 
 template <const CHR *text> CHR *fixed(CHR **targ) { return get_std_buff(targ, text); }
 
@@ -44,13 +44,13 @@ MODULE_FACT(UCH, am_I_in_the_QuarneSrv_module, am_i_in_the_quarnesrv_module, 0)
 MODULE_FACT(UCH, am_I_in_the_WORKUNIT_module, am_i_in_the_workunit_module, 0)
 MODULE_FACT(UCH, am_I_in_the_multithreaded_module, am_i_in_the_multithreaded_module, 0)
 
-LEAF_HANDLER(version_kestrin, fixed<version_kestrin>)
-LEAF_HANDLER(version_termcap, fixed<version_termcap>)
-LEAF_HANDLER(version_strglib, fixed<version_strglib>)
-LEAF_HANDLER(version_mempool, fixed<version_mempool>)
+LEAF_HANDLER(VERSION_KESTRIN, fixed<VERSION_KESTRIN>)
+LEAF_HANDLER(VERSION_TERMCAP, fixed<VERSION_TERMCAP>)
+LEAF_HANDLER(VERSION_STRGLIB, fixed<VERSION_STRGLIB>)
+LEAF_HANDLER(VERSION_MEMPOOL, fixed<VERSION_MEMPOOL>)
 LEAF_HANDLER(compiled_on, fixed<compiled_on>)
 LEAF_HANDLER(compiled_by, fixed<compiled_by>)
-LEAF_HANDLER(prn_integer_fmt, fixed<integer_format>)
-LEAF_HANDLER(prn_float_fmt, fixed<float_format>)
-LEAF_HANDLER(prn_string_fmt, fixed<string_format>)
+LEAF_HANDLER(prn_integer_fmt, fixed<INTEGER_FORMAT>)
+LEAF_HANDLER(prn_float_fmt, fixed<FLOAT_FORMAT>)
+LEAF_HANDLER(prn_string_fmt, fixed<STRING_FORMAT>)
 LEAF_HANDLER(time, string_time)

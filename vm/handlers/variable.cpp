@@ -55,12 +55,12 @@ void assign_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 } // namespace
 
-template <class T, operand_kind kind_, bool used>
+template <class T, operand_kind kind, bool used>
 void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    eval_number<T, kind_>(dat_ptr + 1, ret_dat);
+    eval_number<T, kind>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
-    assign_result<used>(dat_ptr, ret_dat->type == kind<T>::letter, ret_dat);
+    assign_result<used>(dat_ptr, ret_dat->type == in_record<T>::letter, ret_dat);
 }
 
 // For the files whose operations a SETQ may be one with.
@@ -116,14 +116,15 @@ constexpr auto setq_any_variants = by_one([]<operand_kind value>() {
 
 template <fcall setq> constexpr variant_row setq_any_row(fcall alsetq)
 {
-    return {
-        .general = {setq, alsetq}, .operands = {{'V'}}, .variants = setq_any_variants<setq>.data()};
+    return {.handlers = {setq, alsetq},
+            .operands = {{'V'}},
+            .variants = setq_any_variants<setq>.data()};
 }
 
 template <class T> constexpr variant_row setq_row(fcall setq, fcall alsetq)
 {
-    return {.general = {setq, alsetq},
-            .operands = {{kind<T>::letter, true}},
+    return {.handlers = {setq, alsetq},
+            .operands = {{in_record<T>::letter, true}},
             .together = &variant::assigning,
             .variants = setq_variants<T>.data()};
 }

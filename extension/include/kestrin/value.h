@@ -8,8 +8,8 @@
 // What a handler does, in this order:
 // - It sets ret_dat->disable_ptr to 1: the result is owned.
 // - It fetches its operands, first to last, each once, into locals or into `ret_dat`: by ret_ival()
-//   and its kin, which take any type and cast, or by eval_operand() where the types are proved, for
-//   arrays, and for values as they come. No test stands in between: while an error is pending a
+//   and the like, which take any type and cast, or by eval_operand() where the types are proved,
+//   for arrays, and for values as they come. No test stands in between: while an error is pending a
 //   fetch does nothing.
 // - If noterror() gives 1, it computes and leaves `ret_dat` a valid value: `single` 1, `type` and
 //   the value. With an error pending, or raised by itself, it leaves `ret_dat` as it is.

@@ -51,9 +51,9 @@ void expect_in_place(const source_file &f, node_index index)
 {
     const node &n = f.program.nodes[index];
     const std::string_view found = f.found(n), token = f.program.token_of(n);
-    if (n.kind == 'U')
+    if (n.letter == 'U')
         ASSERT_TRUE(found.starts_with('(')) << token << " is not at " << found.substr(0, 40);
-    else if (n.kind == 'S')
+    else if (n.letter == 'S')
         ASSERT_EQ(token.substr(0, 2), found.substr(0, 2)) << f.contents;
     else
         ASSERT_EQ(token, folded(found.substr(0, token.size()))) << f.contents;
