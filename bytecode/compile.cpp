@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "bytecode/used_names.h"
 #include "frontend/isa.h"
 #include "frontend/token.h"
 #include "frontend/varlist.h"
@@ -213,16 +214,9 @@ ULO compiler::find_global(name_id name)
 {
     if (!has_global_udfs_) {
         has_global_udfs_ = true;
-        std::string_view rest = view(the_engine.global_udf_index);
-        while (rest.size() > 1) {
-            rest.remove_prefix(1);
-            const auto split = rest.find('\xFE'), end = rest.find('\xFF');
-            if (split == rest.npos || end == rest.npos) break;
-            const std::string digits(rest.substr(split + 1, end - split - 1));
-            const name_id udf = names().enter(rest.substr(0, split));
-            if (global_udfs_.get(udf) == 0)
-                global_udfs_.set(udf, static_cast<ULO>(atol(digits.c_str())) + 1);
-            rest.remove_prefix(end);
+        for (ULO number = 0; number < the_engine.global_udf_index.size(); number++) {
+            const name_id udf = names().enter(the_engine.global_udf_index[number]);
+            if (global_udfs_.get(udf) == 0) global_udfs_.set(udf, number + 1);
         }
     }
     return global_udfs_.get(name);
@@ -381,26 +375,20 @@ void compiler::note_use(name_id name)
     is_used_[name] = true;
 }
 
-// The list of all global functions (G), ISA (T) or ISAext (t) instructions in use: framed by 0xFF,
-// fields separated by 0xFE.
+// The list of all global functions (G), ISA (T) or ISAext (t) instructions in use.
 void compiler::append_used(CHR letter, std::string *text)
 {
-    text->push_back('(');
-    bool is_empty = true;
+    std::vector<used_word> list;
     for (const name_id name : used_) {
         const instruction_word *word = word_of(name);
         if (letter != (word == nullptr ? 'G' : word->letter)) continue;
-        text->append(is_empty ? "\xFF" : "").append(names().text(name)).append("\xFE");
-        is_empty = false;
+        list.push_back({names().text(name), {}});
         if (word == nullptr)
-            text->append(std::to_string(global_udfs_.get(name) - 1));
+            list.back().numbers = {SLO(global_udfs_.get(name) - 1)};
         else
-            text->append(std::to_string(word->row))
-                .append("\xFE")
-                .append(std::to_string(word->operands));
-        text->push_back('\xFF');
+            list.back().numbers = {SLO(word->row), word->operands};
     }
-    text->push_back(')');
+    append_used_names(list, text);
 }
 
 // The function's name and those of its variables.

@@ -35,6 +35,17 @@ void read_cops(std::string_view *text, numbered<listed_cop> *cops)
 
 } // namespace
 
+void append_used_names(const std::vector<used_word> &list, std::string *text)
+{
+    text->append(list.empty() ? "(" : "(\xFF");
+    for (const used_word &word : list) {
+        text->append(word.name);
+        for (const SLO number : word.numbers) text->append("\xFE").append(std::to_string(number));
+        text->push_back('\xFF');
+    }
+    text->push_back(')');
+}
+
 used_names take_used_names(std::string_view *text)
 {
     used_names names;

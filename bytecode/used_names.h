@@ -1,7 +1,9 @@
-// What the debug text of a root image says of the code's names: the lists in front of its own name.
+// What the debug text of a root image says of the code's names: three lists in front of its own
+// name, of the global functions and of the two kinds of instructions in use.
 #pragma once
 
 #include <algorithm>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -46,6 +48,13 @@ struct used_names {
     numbered<listed_cop> isa, isaext; // by row; empty if the code was compiled without
 };
 
+// A name with its numbers, as a list tells it.
+struct used_word {
+    std::string_view name;
+    std::vector<SLO> numbers;
+};
+// Appends a list to a debug text.
+void append_used_names(const std::vector<used_word> &list, std::string *text);
 // Splits the three lists off; `*text` is what follows them. A text without lists stays as it is.
 used_names take_used_names(std::string_view *text);
 

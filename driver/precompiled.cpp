@@ -79,7 +79,7 @@ void list_precompiled(const session *s, bool is_sound)
 void compile_whole(const session *s, tree *whole, CHR **code)
 {
     say(message::DISK_RESOLVING);
-    kestrin_justify(whole, nullptr, nullptr);
+    kestrin_justify(whole, {}, nullptr);
     say(message::DISK_COMPILING);
     kestrin_compile(whole, s->switches[SWITCH_DEBUGINFO], nullptr, code);
 }

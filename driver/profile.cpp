@@ -81,18 +81,16 @@ std::vector<node_index> take_forms(session *s, std::string_view text)
     return definitions;
 }
 
-// The names with their numbers, as the compiler looks them up.
+// The names by their numbers, as the compiler looks them up.
 void make_index(const tree &set, const std::vector<node_index> &definitions)
 {
-    std::string index = "\xFF";
+    static auto *index = new std::vector<std::string>;
     scratch name;
-    for (ULO number = 0; number < definitions.size(); number++) {
-        const node &definition = set.nodes[definitions[number]];
-        assign(&name.s, set.token_of(set.nodes[definition.first]));
-        upper(&name.s, name.s);
-        index.append(view(name.s)).append("\xFE").append(std::to_string(number)).append("\xFF");
+    for (const node_index definition : definitions) {
+        assign(&name.s, set.token_of(set.nodes[set.nodes[definition].first]));
+        index->emplace_back(view(upper(&name.s, name.s)));
     }
-    assign(&the_engine.global_udf_index, index);
+    the_engine.global_udf_index = *index;
 }
 
 // The functions survive all pruning and are visible to every later check.
@@ -163,6 +161,8 @@ void load_profile(session *s)
     squeeze_set(s);
     if (s->is_storing()) s->stored_set = set_text(s);
     tell(s, message::RESOLVING_SET);
-    kestrin_justify(&s->set, nullptr, &the_engine.global_udf_types);
+    static auto *types = new std::vector<udf_letter>;
+    kestrin_justify(&s->set, {}, types);
+    the_engine.global_udf_types = *types;
     s->definitions = strip_wrapper(&s->set);
 }

@@ -72,11 +72,9 @@ struct walked_function {
 class typist {
 public:
     explicit typist(tree *t) : tree_(*t), nodes_(t->nodes) {}
-    UCH run(const CHR *udf_types, CHR **made);
+    UCH run(std::span<const udf_letter> context, std::vector<udf_letter> *made);
 
 private:
-    void read_context(const CHR *udf_types);
-
     UCH type_of(node_index n, bool deep);
     UCH type_token(node *n);
     UCH type_form(node *n, bool deep);
@@ -425,41 +423,21 @@ void typist::sweep(node_index index)
 
 // -- The whole text ----------------------------------------------------------------------------
 
-void typist::read_context(const CHR *udf_types)
+UCH typist::run(std::span<const udf_letter> context, std::vector<udf_letter> *made)
 {
-    std::string_view rest = view(udf_types);
-    while (rest.size() > 1) {
-        rest.remove_prefix(1);
-        const auto split = rest.find('\xFE'), end = rest.find('\xFF');
-        if (split == rest.npos || end != split + 2) break;
-        context_.push(names().enter(rest.substr(0, split)), static_cast<UCH>(rest[split + 1]));
-        rest.remove_prefix(end);
-    }
-}
-
-UCH typist::run(const CHR *udf_types, CHR **made)
-{
-    read_context(udf_types);
-    const ULO known = context_.size();
+    for (const udf_letter &udf : context) context_.push(names().enter(udf.name), udf.letter);
     const UCH letter = type_of(tree_.root, true);
     sweep(tree_.root);
-    if (made == nullptr) return letter;
-    std::string text(view(udf_types));
-    if (text.empty()) text = "\xFF";
-    for (ULO i = known; i < context_.size(); i++) {
-        text.append(names().text(context_.at(i).name)).append("\xFE");
-        text.push_back(static_cast<CHR>(context_.at(i).letter));
-        text.push_back('\xFF');
-    }
-    ::assign(made, text);
+    for (ULO i = context.size(); made != nullptr && i < context_.size(); i++)
+        made->push_back({std::string(names().text(context_.at(i).name)), context_.at(i).letter});
     return letter;
 }
 
 } // namespace
 
-UCH kestrin_justify(tree *t, const CHR *udf_types, CHR **made)
+UCH kestrin_justify(tree *t, std::span<const udf_letter> context, std::vector<udf_letter> *made)
 {
-    const UCH letter = typist(t).run(udf_types, made);
+    const UCH letter = typist(t).run(context, made);
     t->settle(TYPED);
     return letter;
 }

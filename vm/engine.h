@@ -1,16 +1,26 @@
-// The process record: what the driver prepares once and lower layers read. Strings in it live as
-// long as the process.
+// The process record: what the driver prepares once and lower layers read. What it refers to
+// lives as long as the process.
 #pragma once
+
+#include <span>
+#include <string>
 
 #include "kestrin/types.h"
 
 struct lut;
 
+// A function with the type letter of its value.
+struct udf_letter {
+    std::string name;
+    UCH letter;
+    bool operator==(const udf_letter &) const = default;
+};
+
 struct engine {
-    CHR *global_udf_index; // names of the global functions with their numbers
-    CHR *global_udf_types; // type context that later texts start from
-    CHR *global_udf_code;  // compiled, then linked bytecode
-    lut *func_lut;         // known functions of the main thread
+    std::span<const std::string> global_udf_index; // names of the global functions, by number
+    std::span<const udf_letter> global_udf_types;  // type context that later texts start from
+    CHR *global_udf_code;                          // compiled, then linked bytecode
+    lut *func_lut;                                 // known functions of the main thread
     UCH mapcar_with_decompiler;
     UCH compile_with_debuginfo;
     UCH moves = 1;    // 1: the linker lets values move where nobody sees the difference

@@ -65,18 +65,23 @@ inline std::string squeezed(const std::string &checked_text)
 }
 
 struct typed_text {
-    std::string text, types; // the text with its suffixes, the UDF types behind it
+    std::string text, types; // the text with its suffixes, the UDFs as in "F:I G:U "
     UCH letter;
     bool operator==(const typed_text &) const = default;
 };
 
-inline typed_text typed(const std::string &squeezed_text, const std::string &types = "\xFF")
+// `types` is the UDFs that are known.
+inline typed_text typed(const std::string &squeezed_text, std::string_view types = "")
 {
+    std::vector<udf_letter> udfs;
+    for (std::string_view rest = types; !rest.empty(); rest.remove_prefix(rest.find(' ') + 1))
+        udfs.push_back(
+            {std::string(rest.substr(0, rest.find(':'))), UCH(rest[rest.find(':') + 1])});
     typed_text typed = {};
     tree t = read(squeezed_text);
-    typed.types = passed(
-        types, [&](CHR **context) { typed.letter = kestrin_justify(&t, *context, context); });
+    typed.letter = kestrin_justify(&t, std::vector(udfs), &udfs);
     typed.text = t.written();
+    for (const udf_letter &udf : udfs) typed.types += udf.name + ':' + CHR(udf.letter) + ' ';
     return typed;
 }
 

@@ -1,5 +1,4 @@
-// The type pass: its rules as a table of typed texts, and the whole of it against the plain pass of
-// the kit on random programs.
+// The type pass: its rules as a table of typed texts.
 
 #include "frontend/justify.h"
 
@@ -7,8 +6,6 @@
 
 #include "frontend/isa.h"
 #include "tests/kit/passes.h"
-#include "tests/kit/plain_types.h"
-#include "tests/kit/random_program.h"
 
 namespace {
 
@@ -19,7 +16,7 @@ struct type_case {
 };
 
 const type_case cases[] = {
-    // Worked examples.
+    // All kinds of suffixes in two programs.
     {R"((PROGN (SETQ@I A@I 1) (SETQ@F B 2.) (IF@J (==@I A@I 1) (SETQ@S B "x") 0) (OUTF "%d" A@I)))",
      'S'},
     {R"((PROGN (SETQ@I A 1) (WHILE@J (< A 3) (SETQ@S A "x"))))", 'I'},
@@ -128,13 +125,6 @@ std::string without_suffixes(std::string typed)
     return typed;
 }
 
-std::string udf_types(std::string text)
-{
-    std::string types = "\xFF";
-    for (CHR c : text) types += c == ':' ? '\xFE' : c == ' ' ? '\xFF' : c;
-    return types;
-}
-
 using TypePass = kit::with_passes<testing::Test>;
 
 template <ULO n> void expect(const type_case (&rows)[n])
@@ -151,9 +141,9 @@ TEST_F(TypePass, Rules) { expect(cases); }
 TEST_F(TypePass, TypesOfFunctions)
 {
     for (const context_case &c : contexts) {
-        const kit::typed_text got = kit::typed(without_suffixes(c.typed), udf_types(c.before));
+        const kit::typed_text got = kit::typed(without_suffixes(c.typed), c.before);
         EXPECT_EQ(got.text, c.typed);
-        EXPECT_EQ(got.types, udf_types(c.after)) << c.typed;
+        EXPECT_EQ(got.types, c.after) << c.typed;
     }
 }
 
@@ -168,19 +158,6 @@ TEST_F(TypePass, InstructionsOfAUnit)
     expect(of_a_unit);
     _internal_ISAext_COPs_set(nullptr);
     _internal_ISA_COPs_set(nullptr);
-}
-
-TEST_F(TypePass, AgreesWithThePlainPassOnRandomPrograms)
-{
-    for (unsigned seed = 0; seed < 1000; seed++) {
-        const std::string source = kit::random_program(seed, false, "(IRND 1)", "(IADD 0").text();
-        const std::string text = kit::squeezed(kit::checked(source));
-        ASSERT_EQ(text[0], '(') << text << "\nof " << source;
-        std::string plain = text, types = udf_types("F0:I G:U ");
-        const UCH letter = kit::plain_types(&plain, &types);
-        ASSERT_EQ(kit::typed(text, udf_types("F0:I G:U ")), (kit::typed_text{plain, types, letter}))
-            << "seed " << seed;
-    }
 }
 
 // Each of forty nested functions calls itself and the next one. To walk every body twice for each
