@@ -11,6 +11,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "frontend/scoped.h"
@@ -69,28 +70,28 @@ struct walked_function {
     std::vector<udf_type> *outer = nullptr;
 };
 
-class typist {
+class type_pass {
 public:
-    explicit typist(tree *t) : tree_(*t), nodes_(t->nodes) {}
+    explicit type_pass(tree *t) : tree_(*t), nodes_(t->nodes) {}
     UCH run(std::span<const udf_letter> context, std::vector<udf_letter> *made);
 
 private:
-    UCH type_of(node_index n, bool deep);
+    UCH type_of(node_index n);
     UCH type_token(node *n);
-    UCH type_form(node *n, bool deep);
-    UCH type_progn(const node &n, bool deep);
-    UCH type_setq(node *n, bool deep);
-    UCH type_arsetq(node *n, bool deep);
-    UCH type_index(node *n, bool deep);
-    UCH type_alindex(node *n, bool deep);
+    UCH type_form(node *n);
+    UCH type_progn(const node &n);
+    UCH type_setq(node *n);
+    UCH type_arsetq(node *n);
+    UCH type_index(node *n);
+    UCH type_alindex(node *n);
     UCH type_defun(const node &n);
     UCH walk_definition(name_id name, node_index body, std::vector<udf_type> *outer);
-    UCH type_if(node *n, bool deep);
-    UCH type_while(node *n, bool deep);
-    UCH type_for(node *n, bool deep);
-    UCH type_instruction(node *n, const instruction_word &word, bool deep);
-    UCH type_call(const node &n, bool deep);
-    UCH type_all(node_index first, bool deep);
+    UCH type_if(node *n);
+    UCH type_while(node *n);
+    UCH type_for(node *n);
+    UCH type_instruction(node *n, const instruction_word &word);
+    UCH type_call(const node &n);
+    UCH type_all(node_index first);
 
     name_id name_of(node *target) const;
     void assign(node *target, UCH letter);
@@ -108,25 +109,26 @@ private:
     scoped<bool> arrays_;                              // targets of ARSETQ
     std::unordered_map<node_index, finding> findings_; // of definitions in functions
     node absent_ = {};
+    bool is_outside_loops_ = true; // in its function: an outermost loop is rehearsed
 };
 
 // -- Tables ------------------------------------------------------------------------------------
 
 // What is assigned is no variable in text that has not been checked.
-name_id typist::name_of(node *target) const
+name_id type_pass::name_of(node *target) const
 {
     if (target->name == NO_NAME) target->name = names().enter(tree_.text_of(*target));
     return target->name;
 }
 
-void typist::make_unknown(node *target)
+void type_pass::make_unknown(node *target)
 {
     types_.set(name_of(target), 'U');
     target->suffix = 0;
 }
 
 // An assignment of a known type: confirms the variable's row, makes it, or finds a second type.
-void typist::assign(node *target, UCH letter)
+void type_pass::assign(node *target, UCH letter)
 {
     const name_id name = name_of(target);
     const UCH known = types_.get(name);
@@ -136,7 +138,7 @@ void typist::assign(node *target, UCH letter)
     target->suffix = carries ? static_cast<CHR>(letter) : CHR(0);
 }
 
-node *typist::argument(const node &n, ULO i)
+node *type_pass::argument(const node &n, ULO i)
 {
     node_index a = n.first;
     for (; i > 0 && a != NO_NODE; i--) a = nodes_[a].next;
@@ -146,7 +148,7 @@ node *typist::argument(const node &n, ULO i)
     return &absent_;
 }
 
-void typist::rely_on(name_id name, UCH letter)
+void type_pass::rely_on(name_id name, UCH letter)
 {
     if (here_->outer == nullptr) return;
     for (const udf_type &known : *here_->outer)
@@ -156,7 +158,7 @@ void typist::rely_on(name_id name, UCH letter)
 
 // -- Expressions -------------------------------------------------------------------------------
 
-UCH typist::type_token(node *n)
+UCH type_pass::type_token(node *n)
 {
     n->suffix = 0;
     if (n->letter != 'V' && n->letter != 'P') return static_cast<UCH>(n->letter);
@@ -166,35 +168,35 @@ UCH typist::type_token(node *n)
     return row;
 }
 
-UCH typist::type_of(node_index n, bool deep)
+UCH type_pass::type_of(node_index n)
 {
     if (n == NO_NODE) return 'Z';
-    return nodes_[n].letter == 'U' ? type_form(&nodes_[n], deep) : type_token(&nodes_[n]);
+    return nodes_[n].letter == 'U' ? type_form(&nodes_[n]) : type_token(&nodes_[n]);
 }
 
-UCH typist::type_all(node_index first, bool deep)
+UCH type_pass::type_all(node_index first)
 {
     UCH last = 'U';
-    for (node_index i = first; i != NO_NODE; i = nodes_[i].next) last = type_of(i, deep);
+    for (node_index i = first; i != NO_NODE; i = nodes_[i].next) last = type_of(i);
     return last;
 }
 
 // A PROGN may end at a BREAK that stands directly in it.
-UCH typist::type_progn(const node &n, bool deep)
+UCH type_pass::type_progn(const node &n)
 {
     UCH last = 'U', broken = 0;
     for (node_index i = n.first; i != NO_NODE; i = nodes_[i].next) {
-        last = type_of(i, deep);
+        last = type_of(i);
         const bool is_form = nodes_[i].letter == 'U';
         if (is_form && (groups_of(word_of(nodes_[i].name)) & in(GROUP_BREAK))) broken = last;
     }
     return broken != 0 ? broken : last;
 }
 
-UCH typist::type_setq(node *n, bool deep)
+UCH type_pass::type_setq(node *n)
 {
     node *target = argument(*n, 0);
-    const UCH letter = type_all(nodes_[n->first].next, deep);
+    const UCH letter = type_all(nodes_[n->first].next);
     if (letter == 'U')
         make_unknown(target);
     else {
@@ -204,12 +206,12 @@ UCH typist::type_setq(node *n, bool deep)
     return letter;
 }
 
-UCH typist::type_arsetq(node *n, bool deep)
+UCH type_pass::type_arsetq(node *n)
 {
     node *target = argument(*n, 0);
     const node_index index = nodes_[n->first].next;
     const node_index value = index == NO_NODE ? NO_NODE : nodes_[index].next;
-    const UCH index_type = type_of(index, deep), letter = type_of(value, deep);
+    const UCH index_type = type_of(index), letter = type_of(value);
     if (!arrays_.get(name_of(target))) arrays_.set(name_of(target), true);
     const bool copies_array =
         value != NO_NODE && nodes_[value].letter == 'V' && arrays_.get(nodes_[value].name);
@@ -222,68 +224,72 @@ UCH typist::type_arsetq(node *n, bool deep)
     return letter;
 }
 
-UCH typist::type_index(node *n, bool deep)
+UCH type_pass::type_index(node *n)
 {
     node *target = argument(*n, 0);
-    const UCH index_type = type_all(nodes_[n->first].next, deep);
+    const UCH index_type = type_all(nodes_[n->first].next);
     const UCH letter = type_token(target);
     if (letter == 'U' || (target->letter != 'V' && target->letter != 'P')) return 'U';
     if (index_type == 'I') n->suffix = static_cast<CHR>(letter);
     return letter;
 }
 
-UCH typist::type_alindex(node *n, bool deep)
+UCH type_pass::type_alindex(node *n)
 {
     node *target = argument(*n, 0);
-    if (type_all(nodes_[n->first].next, deep) == 'I') n->suffix = 'J';
+    if (type_all(nodes_[n->first].next) == 'I') n->suffix = 'J';
     type_token(target);
     return 'U';
 }
 
-UCH typist::type_if(node *n, bool deep)
+UCH type_pass::type_if(node *n)
 {
     const node_index yes = nodes_[n->first].next;
     const node_index no = yes == NO_NODE ? NO_NODE : nodes_[yes].next;
-    if (type_of(n->first, deep) == 'I') n->suffix = 'J';
-    const UCH first = type_of(yes, deep), second = type_of(no, deep);
+    if (type_of(n->first) == 'I') n->suffix = 'J';
+    const UCH first = type_of(yes), second = type_of(no);
     return first == second ? first : 'U';
 }
 
-UCH typist::type_while(node *n, bool deep)
+UCH type_pass::type_while(node *n)
 {
     const node_index body = nodes_[n->first].next;
-    if (deep) { // the rehearsal, which leaves only its traces in the tables
-        type_of(n->first, false);
-        type_of(body, false);
+    const bool is_outermost = std::exchange(is_outside_loops_, false);
+    if (is_outermost) { // the rehearsal, which leaves only its traces in the tables
+        type_of(n->first);
+        type_of(body);
     }
-    const UCH condition = type_of(n->first, false);
-    type_of(body, false);
+    const UCH condition = type_of(n->first);
+    type_of(body);
+    is_outside_loops_ = is_outermost;
     if (condition == 'I') n->suffix = 'J';
     return 'I';
 }
 
-UCH typist::type_for(node *n, bool deep)
+UCH type_pass::type_for(node *n)
 {
     node *control = argument(*n, 0);
     node_index part[4] = {};
     node_index at = n->first;
     for (node_index &p : part) p = at = at == NO_NODE ? NO_NODE : nodes_[at].next;
     const auto [start, increment, end, body] = part;
+    const bool is_outermost = std::exchange(is_outside_loops_, false);
     // As an assignment of the start value would leave the variable.
-    const UCH first = type_of(start, false);
+    const UCH first = type_of(start);
     if (first == 'U')
         make_unknown(control);
     else
         assign(control, first);
-    if (deep)
-        for (node_index p : {increment, end, body}) type_of(p, false);
-    const UCH start_type = type_of(start, false);
+    if (is_outermost)
+        for (node_index p : {increment, end, body}) type_of(p);
+    const UCH start_type = type_of(start);
     if (start_type != 'U' && types_.get(name_of(control)) == start_type)
         assign(control, start_type);
     else
         make_unknown(control);
-    const UCH increment_type = type_of(increment, false), end_type = type_of(end, false);
-    type_of(body, false);
+    const UCH increment_type = type_of(increment), end_type = type_of(end);
+    type_of(body);
+    is_outside_loops_ = is_outermost;
     if (start_type == 'I' && increment_type == 'I' && end_type == 'I') n->suffix = 'J';
     return 'I';
 }
@@ -302,11 +308,11 @@ CHR instruction_suffix(std::string_view letters, std::string_view actual)
     return declared == actual ? 'J' : CHR(0);
 }
 
-UCH typist::type_instruction(node *n, const instruction_word &word, bool deep)
+UCH type_pass::type_instruction(node *n, const instruction_word &word)
 {
     std::string actual; // short enough to stay off the heap
     for (node_index i = n->first; i != NO_NODE; i = nodes_[i].next)
-        actual.push_back(static_cast<CHR>(type_of(i, deep)));
+        actual.push_back(static_cast<CHR>(type_of(i)));
     if (word.letter == 'T') {
         const isa_row &row = isa_table[word.row];
         n->suffix = instruction_suffix(view(row.op_type), actual);
@@ -317,38 +323,38 @@ UCH typist::type_instruction(node *n, const instruction_word &word, bool deep)
     return row.ret_type;
 }
 
-UCH typist::type_call(const node &n, bool deep)
+UCH type_pass::type_call(const node &n)
 {
-    type_all(n.first, deep);
+    type_all(n.first);
     const ULO place = context_.find(n.name);
     const UCH letter = context_.letter(place);
     if (place < here_->base || place == context_.size()) rely_on(n.name, letter);
     return letter == 0 ? 'U' : letter;
 }
 
-UCH typist::type_form(node *n, bool deep)
+UCH type_pass::type_form(node *n)
 {
     check_stack(site::STACK_JUSTIFY);
     n->suffix = 0;
     const instruction_word *word = word_of(n->name);
-    if (word == nullptr) return type_call(*n, deep);
+    if (word == nullptr) return type_call(*n);
     const group_set groups = word->groups;
-    if (groups == 0 || n->first == NO_NODE) return type_instruction(n, *word, deep);
-    if (groups & in(GROUP_PROGN)) return type_progn(*n, deep);
-    if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ))) return type_setq(n, deep);
-    if (groups & in(GROUP_ARSETQ)) return type_arsetq(n, deep);
-    if (groups & in(GROUP_INDEX)) return type_index(n, deep);
-    if (groups & in(GROUP_ALINDEX)) return type_alindex(n, deep);
+    if (groups == 0 || n->first == NO_NODE) return type_instruction(n, *word);
+    if (groups & in(GROUP_PROGN)) return type_progn(*n);
+    if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ))) return type_setq(n);
+    if (groups & in(GROUP_ARSETQ)) return type_arsetq(n);
+    if (groups & in(GROUP_INDEX)) return type_index(n);
+    if (groups & in(GROUP_ALINDEX)) return type_alindex(n);
     if (groups & in(GROUP_DEFUN)) return type_defun(*n);
-    if (groups & in(GROUP_IF)) return type_if(n, deep);
-    if (groups & in(GROUP_WHILE)) return type_while(n, deep);
-    if (groups & in(GROUP_FOR)) return type_for(n, deep);
-    return type_instruction(n, *word, deep);
+    if (groups & in(GROUP_IF)) return type_if(n);
+    if (groups & in(GROUP_WHILE)) return type_while(n);
+    if (groups & in(GROUP_FOR)) return type_for(n);
+    return type_instruction(n, *word);
 }
 
 // -- Definitions -------------------------------------------------------------------------------
 
-bool typist::still_holds(const finding &f) const
+bool type_pass::still_holds(const finding &f) const
 {
     for (const udf_type &outer : f.outer)
         if (context_.letter(context_.find(outer.name)) != outer.letter) return false;
@@ -357,28 +363,30 @@ bool typist::still_holds(const finding &f) const
 
 // Both walks of a body, and its sweep. In the first one a recursive call is of unknown type; the
 // second one knows the arrays of the first, but not its types.
-UCH typist::walk_definition(name_id name, node_index body, std::vector<udf_type> *outer)
+UCH type_pass::walk_definition(name_id name, node_index body, std::vector<udf_type> *outer)
 {
     walked_function function = {context_.size(), outer};
     walked_function *caller = here_;
     here_ = &function;
+    const bool is_outside_loops = std::exchange(is_outside_loops_, true);
     types_.enter();
     arrays_.enter();
     context_.push(name, 'U');
-    const UCH first = type_of(body, true);
+    const UCH first = type_of(body);
     context_.cut(function.base);
     context_.push(name, first);
     types_.clear();
-    const UCH second = type_of(body, true);
+    const UCH second = type_of(body);
     sweep(body);
     context_.cut(function.base);
     types_.leave();
     arrays_.leave();
     here_ = caller;
+    is_outside_loops_ = is_outside_loops;
     return second;
 }
 
-UCH typist::type_defun(const node &n)
+UCH type_pass::type_defun(const node &n)
 {
     const node_index name = n.first, body = nodes_[name].next;
     const name_id udf = name_of(&nodes_[name]);
@@ -404,7 +412,7 @@ UCH typist::type_defun(const node &n)
 
 // -- The sweep ---------------------------------------------------------------------------------
 
-void typist::sweep(node_index index)
+void type_pass::sweep(node_index index)
 {
     if (index == NO_NODE) return;
     check_stack(site::STACK_JUSTIFY);
@@ -423,10 +431,10 @@ void typist::sweep(node_index index)
 
 // -- The whole text ----------------------------------------------------------------------------
 
-UCH typist::run(std::span<const udf_letter> context, std::vector<udf_letter> *made)
+UCH type_pass::run(std::span<const udf_letter> context, std::vector<udf_letter> *made)
 {
     for (const udf_letter &udf : context) context_.push(names().enter(udf.name), udf.letter);
-    const UCH letter = type_of(tree_.root, true);
+    const UCH letter = type_of(tree_.root);
     sweep(tree_.root);
     for (ULO i = context.size(); made != nullptr && i < context_.size(); i++)
         made->push_back({std::string(names().text(context_.at(i).name)), context_.at(i).letter});
@@ -437,7 +445,7 @@ UCH typist::run(std::span<const udf_letter> context, std::vector<udf_letter> *ma
 
 UCH kestrin_justify(tree *t, std::span<const udf_letter> context, std::vector<udf_letter> *made)
 {
-    const UCH letter = typist(t).run(context, made);
+    const UCH letter = type_pass(t).run(context, made);
     t->settle(TYPED);
     return letter;
 }
