@@ -168,7 +168,7 @@ assigned_set linker::link_operands(ULO *p, const image::node_words &words, node_
         const value_use use = known_use(use_of_operand(handler, i, count, place.use));
         const linked_node operand = link_operand(p + words.operands + i, {use, assigned});
         assigned |= operand.assigned;
-        if (i < looked_at) forms[i] = operand.form;
+        if (i < LOOKED_AT) forms[i] = operand.form;
     }
     return assigned;
 }
@@ -192,7 +192,7 @@ linked_node linker::link_node(ULO *p, node_place place)
     const bool is_instruction = image::letter_of(*p) == 'T';
     group_set groups = 0;
     const image::node_words words = link_words(p, &groups);
-    const variant *forms[looked_at] = {};
+    const variant *forms[LOOKED_AT] = {};
     linked_node linked = {link_operands(p, words, place, forms)};
     if (!is_instruction) return linked;
     if (const fcall moving = moving_form(p, place, linked.assigned); moving != nullptr)

@@ -99,7 +99,7 @@ tree &own_tree()
     return t;
 }
 
-// Checks and squeezes source text. False if it is REFUSED.
+// Checks and squeezes source text. False if it is refused.
 bool prepare_source(const CHR *source, tree *t)
 {
     std::string joined;

@@ -42,8 +42,8 @@ struct chunk_end {
     ULO records; // of the next chunk
 };
 
-constexpr ULO first_chunk = 1024, largest_chunk = ULO(1) << 20;
-constexpr ULO most_records = ULO(1) << 56;
+constexpr ULO FIRST_CHUNK = 1024, LARGEST_CHUNK = ULO(1) << 20;
+constexpr ULO MOST_RECORDS = ULO(1) << 56;
 
 // What layers above keep for a thread.
 constexpr ULO MOST_ENDS = 4;
@@ -66,14 +66,14 @@ chunk_end *end_of(kestrin_data *end)
 
 kestrin_data *make_chunk(chunk_end *before, ULO slots, ULO records, const fatal_site &site)
 {
-    while (records < slots && records < most_records) records *= 2;
-    if (records >= most_records) fatal(site);
+    while (records < slots && records < MOST_RECORDS) records *= 2;
+    if (records >= MOST_RECORDS) fatal(site);
     const ULO bytes = records * sizeof(kestrin_data);
     void *block = malloc(bytes + sizeof(chunk_end));
     if (block == nullptr) fatal(site);
     before->next = static_cast<kestrin_data *>(block);
     before->records = records;
-    const ULO following = records < largest_chunk ? records * 2 : records;
+    const ULO following = records < LARGEST_CHUNK ? records * 2 : records;
     *end_of(before->next + records) = {block, nullptr, following};
     return before->next;
 }
@@ -87,7 +87,7 @@ void free_chunks(chunk_end *end)
         next = copy.next;
         *end = copy;
     }
-    *end = {nullptr, nullptr, first_chunk};
+    *end = {nullptr, nullptr, FIRST_CHUNK};
 }
 
 void clear_errors(rt_control *rt)
@@ -117,7 +117,7 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
     if (blocks != nullptr) return;
     blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
     if (blocks == nullptr) fatal(site::THREAD_SETUP);
-    *blocks = {initial_control, {}, {nullptr, nullptr, first_chunk}, nullptr, {}, 0};
+    *blocks = {initial_control, {}, {nullptr, nullptr, FIRST_CHUNK}, nullptr, {}, 0};
     rt_ctrl = &blocks->control;
     strings_tls = &blocks->strings;
     former_interrupt_handler = &blocks->former_interrupt;

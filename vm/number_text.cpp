@@ -12,8 +12,8 @@
 namespace {
 
 // The longest result; a digit string is shorter in any case.
-constexpr ULO longest = 512, most_width = 99, most_precision = 60;
-constexpr DFL largest_fixed = 1e100;
+constexpr ULO LONGEST = 512, MOST_WIDTH = 99, MOST_PRECISION = 60;
+constexpr DFL LARGEST_FIXED = 1e100;
 
 struct plain_format {
     std::string_view before, after; // the percent sign and what belongs to it stand between them
@@ -49,10 +49,10 @@ bool read_format(std::string_view text, plain_format *f)
     f->before = text.substr(0, at);
     f->left = take(&rest, "-");
     f->zeros = take(&rest, "0") && !f->left;
-    if (!take_number(&rest, most_width, &f->width)) return false;
+    if (!take_number(&rest, MOST_WIDTH, &f->width)) return false;
     if (take(&rest, ".")) {
         ULO precision = 0;
-        if (!take_number(&rest, most_precision, &precision)) return false;
+        if (!take_number(&rest, MOST_PRECISION, &precision)) return false;
         f->precision = static_cast<int>(precision);
     }
     f->is_long = take(&rest, "ll") || take(&rest, "l");
@@ -62,7 +62,7 @@ bool read_format(std::string_view text, plain_format *f)
     return f->after.find('%') == f->after.npos;
 }
 
-// The following print into a buffer of `longest` bytes and return their end, NULL if they refuse.
+// The following print into a buffer of `LONGEST` bytes and return their end, NULL if they refuse.
 
 CHR *print_integer(CHR *to, const plain_format &f, SLO value)
 {
@@ -70,13 +70,13 @@ CHR *print_integer(CHR *to, const plain_format &f, SLO value)
     int base = 10;
     switch (f.letter) {
     case 'd':
-    case 'i': return std::to_chars(to, to + longest, f.is_long ? value : int32_t(value)).ptr;
+    case 'i': return std::to_chars(to, to + LONGEST, f.is_long ? value : int32_t(value)).ptr;
     case 'u': break;
     case 'o': base = 8; break;
     case 'x': base = 16; break;
     default: return nullptr;
     }
-    return std::to_chars(to, to + longest, f.is_long ? ULO(value) : uint32_t(value), base).ptr;
+    return std::to_chars(to, to + LONGEST, f.is_long ? ULO(value) : uint32_t(value), base).ptr;
 }
 
 CHR *print_float(CHR *to, const plain_format &f, DFL value)
@@ -84,11 +84,11 @@ CHR *print_float(CHR *to, const plain_format &f, DFL value)
     const int precision = f.precision < 0 ? 6 : f.precision;
     if (!std::isfinite(value) || f.is_long) return nullptr;
     if (f.letter == 'f') {
-        if (std::fabs(value) >= largest_fixed) return nullptr;
-        return std::to_chars(to, to + longest, value, std::chars_format::fixed, precision).ptr;
+        if (std::fabs(value) >= LARGEST_FIXED) return nullptr;
+        return std::to_chars(to, to + LONGEST, value, std::chars_format::fixed, precision).ptr;
     }
     if (f.letter != 'e' && f.letter != 'E') return nullptr;
-    CHR *end = std::to_chars(to, to + longest, value, std::chars_format::scientific, precision).ptr;
+    CHR *end = std::to_chars(to, to + LONGEST, value, std::chars_format::scientific, precision).ptr;
     std::replace(to, end, 'e', f.letter);
     return end;
 }
@@ -97,7 +97,7 @@ CHR *print_text(CHR *to, const plain_format &f, std::string_view text)
 {
     const bool has_nul = text.find('\0') != text.npos;
     if (f.letter != 's' || f.zeros || f.is_long || f.precision >= 0) return nullptr;
-    return has_nul || text.size() > longest ? nullptr : std::copy(text.begin(), text.end(), to);
+    return has_nul || text.size() > LONGEST ? nullptr : std::copy(text.begin(), text.end(), to);
 }
 
 CHR *print_value(CHR *to, const plain_format &f, const kestrin_data *d)
@@ -111,7 +111,7 @@ CHR *print_value(CHR *to, const plain_format &f, const kestrin_data *d)
 }
 
 struct line {
-    CHR bytes[longest];
+    CHR bytes[LONGEST];
     ULO size = 0;
     void add(std::string_view text)
     {
@@ -126,12 +126,12 @@ bool print_plainly(kestrin_data *d, std::string_view format)
 {
     plain_format f;
     if (!read_format(format, &f)) return false;
-    CHR printed[longest];
+    CHR printed[LONGEST];
     const CHR *end = print_value(printed, f, d);
     if (end == nullptr) return false;
     std::string_view value(printed, ULO(end - printed));
     const ULO padding = f.width > value.size() ? f.width - value.size() : 0;
-    if (f.before.size() + padding + value.size() + f.after.size() > longest) return false;
+    if (f.before.size() + padding + value.size() + f.after.size() > LONGEST) return false;
 
     line out;
     out.add(f.before);

@@ -26,9 +26,9 @@ constinit thread_local const CHR *stack_floor = nullptr;
 
 namespace {
 
-constexpr ULO reserve = ULO(256) << 10;     // for the system library below the floor
-constexpr ULO largest_stack = ULO(1) << 30; // of the main run
-constexpr ULO smallest_stack = ULO(64) << 20;
+constexpr ULO RESERVE = ULO(256) << 10;     // for the system library below the floor
+constexpr ULO LARGEST_STACK = ULO(1) << 30; // of the main run
+constexpr ULO SMALLEST_STACK = ULO(64) << 20;
 
 void (*entry)();
 
@@ -36,15 +36,15 @@ void (*entry)();
 ULO wanted_size()
 {
     const long pages = sysconf(_SC_PHYS_PAGES), page = sysconf(_SC_PAGESIZE);
-    ULO size = largest_stack;
+    ULO size = LARGEST_STACK;
     if (pages > 0 && page > 0 && ULO(pages) * ULO(page) / 4 < size)
         size = ULO(pages) * ULO(page) / 4;
-    return (size < smallest_stack ? smallest_stack : size) & ~ULO(0xFFFF);
+    return (size < SMALLEST_STACK ? SMALLEST_STACK : size) & ~ULO(0xFFFF);
 }
 
 void *map_stack(ULO *size)
 {
-    for (*size = wanted_size(); *size >= reserve * 4; *size /= 2) {
+    for (*size = wanted_size(); *size >= RESERVE * 4; *size /= 2) {
         void *block = mmap(nullptr, *size, PROT_READ | PROT_WRITE,
                            MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (block != MAP_FAILED) return block;
@@ -77,8 +77,8 @@ void find_stack_floor()
     if (pthread_getattr_np(pthread_self(), &attributes) != 0) return;
     void *low = nullptr;
     size_t size = 0;
-    if (pthread_attr_getstack(&attributes, &low, &size) == 0 && size > reserve * 2)
-        stack_floor = static_cast<const CHR *>(low) + reserve;
+    if (pthread_attr_getstack(&attributes, &low, &size) == 0 && size > RESERVE * 2)
+        stack_floor = static_cast<const CHR *>(low) + RESERVE;
     pthread_attr_destroy(&attributes);
 }
 
@@ -92,7 +92,7 @@ void run_on_large_stack(void (*function)())
         context.uc_stack.ss_sp = block;
         context.uc_stack.ss_size = size;
         context.uc_link = nullptr;
-        stack_floor = static_cast<const CHR *>(block) + reserve;
+        stack_floor = static_cast<const CHR *>(block) + RESERVE;
         makecontext(&context, enter, 0);
         announce_switch(block, size);
         setcontext(&context);

@@ -78,7 +78,7 @@ void make_it_hand(ULO *node, const variant *form)
 const variant &variant_for(const variant_row &row, const operand_kind *kinds)
 {
     if (row.operands[1].letter == 0) return row.variants[kinds[0]];
-    return row.variants[kinds[0] * operand_kinds + kinds[1]];
+    return row.variants[kinds[0] * OPERAND_KINDS + kinds[1]];
 }
 
 } // namespace

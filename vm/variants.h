@@ -18,7 +18,7 @@
 // operand's type, which may be any. HANDED: a node that hands on a value of the operand's type.
 // EXPRESSION: any other node with operands of its own, or a call. ANY: not looked at.
 enum operand_kind : UCH { VARIABLE, CONSTANT, HANDED, EXPRESSION, ANY };
-constexpr std::size_t operand_kinds = 4;
+constexpr std::size_t OPERAND_KINDS = 4;
 
 // A handler that gives its value in a register. A text stays as it is until the next evaluation.
 union handing_form {
@@ -54,30 +54,30 @@ struct variant_row {
     wanted operands[2] = {};
     // The handler, among those of the first operand's variant, that does the work of both nodes.
     fcall variant::*together = nullptr;
-    const variant *variants = nullptr; // [first kind], or [first * operand_kinds + second]
+    const variant *variants = nullptr; // [first kind], or [first * OPERAND_KINDS + second]
 };
 
 // Tables of variants; `make` gives the one for the kinds that it is called for.
 template <class F> constexpr auto by_one(F make)
 {
-    std::array<variant, operand_kinds> made = {};
+    std::array<variant, OPERAND_KINDS> made = {};
     [&]<std::size_t... i>(std::index_sequence<i...>)
     {
         ((made[i] = make.template operator()<operand_kind(i)>()), ...);
     }
-    (std::make_index_sequence<operand_kinds>());
+    (std::make_index_sequence<OPERAND_KINDS>());
     return made;
 }
 template <class F> constexpr auto by_two(F make)
 {
-    std::array<variant, operand_kinds *operand_kinds> made = {};
+    std::array<variant, OPERAND_KINDS *OPERAND_KINDS> made = {};
     [&]<std::size_t... i>(std::index_sequence<i...>)
     {
         ((made[i] = make.template
-                    operator()<operand_kind(i / operand_kinds), operand_kind(i % operand_kinds)>()),
+                    operator()<operand_kind(i / OPERAND_KINDS), operand_kind(i % OPERAND_KINDS)>()),
          ...);
     }
-    (std::make_index_sequence<operand_kinds * operand_kinds>());
+    (std::make_index_sequence<OPERAND_KINDS * OPERAND_KINDS>());
     return made;
 }
 
@@ -88,5 +88,5 @@ extern const std::span<const variant_row> integer_variants, float_variants, comp
 // Chooses the variant of a linked node, whose operand words are given with what this function has
 // returned for the first of them. Returns the variant, or NULL for a node that has none. `used` is
 // false where nobody reads the node's value.
-constexpr std::size_t looked_at = 4;
+constexpr std::size_t LOOKED_AT = 4;
 const variant *specialise(ULO *node, const ULO *words, const variant *const *operands, bool used);

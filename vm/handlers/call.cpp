@@ -12,11 +12,11 @@ FATAL_SITE(DEFUN_FRAME, "kestrin", "func__defun", 23)
 namespace {
 
 // A recursion of calls ends here, with room left for what a body does on its own.
-constexpr ULO room_of_a_body = ULO(64) << 10;
+constexpr ULO ROOM_OF_A_BODY = ULO(64) << 10;
 
 void check_call_depth()
 {
-    if (stack_pointer() < stack_floor + room_of_a_body) [[unlikely]]
+    if (stack_pointer() < stack_floor + ROOM_OF_A_BODY) [[unlikely]]
         fatal(site::DEFUN_FRAME);
 }
 
