@@ -22,6 +22,7 @@
 #include "frontend/varlist.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
+#include "strings/large_pages.h"
 #include "strings/scratch.h"
 #include "vm/engine.h"
 #include "vm/image.h"
@@ -59,6 +60,7 @@ public:
     {
         capacity_ = size;
         mk_fst_buff(&block_, size * sizeof(ULO));
+        use_large_pages(block_, size * sizeof(ULO));
     }
     // Hands the words over as a counted string.
     void move_to(CHR **code)
@@ -464,7 +466,7 @@ ULO *compiler::lay_out(unit_index index, ULO *out)
 void compiler::run(std::string_view name, CHR **code)
 {
     path_ = name;
-    root_.reserve(2 * tree_.nodes.size() + 16); // about what it takes
+    root_.reserve(3 * tree_.nodes.size() + 16); // what most programs take
     const unit &root = units_[compile_function(tree_.root, 0, true)];
     root_.resize(root.size); // the root's main node ends the image
     ULO *main_node = root_.data() + root.size - root.main_words;

@@ -11,6 +11,7 @@
 #include "frontend/token.h"
 #include "frontend/words.h"
 #include "strings/fatal.h"
+#include "strings/large_pages.h"
 #include "strings/tokens.h"
 #include "vm/stack.h"
 
@@ -49,6 +50,7 @@ public:
     {
         if (t->text.size() >= UINT32_MAX) fatal(site::MEMORY_NEW);
         nodes_.reserve(nodes_.size() + text_.size() / 3 + 8);
+        use_large_pages(nodes_.data(), nodes_.capacity() * sizeof(node));
     }
     // By this table instead of by descent.
     void go_by(const brackets *table)
