@@ -94,6 +94,7 @@ struct form {
     node_index index;
     function called;
     group_set groups;
+    bool is_refused = false; // and only looked at for more faults
 };
 
 bool is_string(std::string_view token)
@@ -113,8 +114,8 @@ int places_without_terminator(group_set groups)
 
 class checker {
 public:
-    checker(tree *t, std::string_view name, lut **table)
-        : tree_(*t), name_(name), table_(table), main_{0, {}, {}}
+    checker(tree *t, std::string_view name, lut **table, std::vector<syntax_fault> *faults)
+        : tree_(*t), name_(name), table_(table), faults_(faults), main_{0, {}, {}}
     {
     }
     SLO run(std::string source, SLO place, node_index *root);
@@ -125,6 +126,15 @@ private:
     std::string_view text(node_index n) { return tree_.text_of(at(n)); }
     std::string path_text(ULO path) const;
     std::string path() const { return path_text(here_->path); }
+    bool notes_all() const { return faults_ != nullptr; }
+
+    // Leaves the error of a node, and notes it where all faults are wanted: one for a node.
+    template <syntax id, class... Parts> SLO refuse(node_index n, const Parts &...parts)
+    {
+        if (notes_all() && (faults_->empty() || faults_->back().node != n))
+            faults_->push_back({id, {std::string(parts)...}, n});
+        return syntax_error<id>(parts...);
+    }
 
     SLO check_form(node_index n, level where, bool terminators);
     SLO refuse_unbalanced(std::string_view body);
@@ -134,23 +144,26 @@ private:
     function look_up(name_id name) const;
     function find(name_id name);
     ULO count_arguments(node_index form, ULO most);
+    SLO refuse_count(const second_look &look, SLO operands, std::string_view text);
     SLO check_count(const form &f);
     SLO check_array(const form &f);
+    SLO go_on(form f, level where, bool terminators);
     SLO write_form(const form &f, level where, bool terminators);
     SLO check_target(const form &f);
     bool squeezing_changes(node_index form, bool in_progn);
     SLO check_arguments(const form &f, level where, bool terminators, bool *lost_comment);
     UCH class_token(node *n);
-    SLO check_token(node *n);
+    SLO check_token(node_index n);
     SLO refuse_target(node_index form, node_index target, bool is_array);
     SLO define(const form &f, level where);
     SLO define_body(node_index definition, name_id name);
     SLO settle(const function_scope &scope, SLO operands);
-    SLO count_formal_arguments();
+    SLO count_formal_arguments(node_index form);
 
     tree &tree_;
     std::string_view name_;
     lut **table_;
+    std::vector<syntax_fault> *faults_; // NULL: the first ends the check
     function_scope main_;
     function_scope *here_ = &main_;
     std::vector<path_step> paths_; // of all UDFs, from 1
@@ -261,11 +274,11 @@ SLO checker::find_word(form *f)
     const std::string_view whole = tree_.text_of(n);
     if (n.name == NO_NAME && is_row_of_strings(n.first)) join_strings(&n);
     if (n.name == NO_NAME && n.first == NO_NODE)
-        return syntax_error<syntax::VOID_NAME>(path(), std::string(whole));
+        return refuse<syntax::VOID_NAME>(f->index, path(), std::string(whole));
     if (n.name == NO_NAME) {
         folded_.clear();
         append_folded(&folded_, text(n.first));
-        return syntax_error<syntax::UNDEFINED_NAME>(path(), folded_, whole);
+        return refuse<syntax::UNDEFINED_NAME>(f->index, path(), folded_, whole);
     }
     if (const instruction_word *word = word_of(n.name); word != nullptr) {
         f->groups = word->groups;
@@ -274,15 +287,16 @@ SLO checker::find_word(form *f)
     }
     f->called = find(n.name);
     if (f->called.is_known()) return 0;
-    return syntax_error<syntax::UNDEFINED_NAME>(path(), names().text(n.name), whole);
+    return refuse<syntax::UNDEFINED_NAME>(f->index, path(), names().text(n.name), whole);
 }
 
-SLO refuse_count(const std::string &path, SLO operands, ULO arguments, std::string_view text)
+SLO checker::refuse_count(const second_look &look, SLO operands, std::string_view text)
 {
-    if (operands == ONE_OR_MORE) return syntax_error<syntax::ARGUMENT_REQUIRED>(path, text);
-    const std::string wanted = std::to_string(operands), given = std::to_string(arguments);
-    if (operands == 1) return syntax_error<syntax::ONE_ARGUMENT>(path, wanted, given, text);
-    return syntax_error<syntax::SOME_ARGUMENTS>(path, wanted, given, text);
+    const std::string path = path_text(look.path);
+    if (operands == ONE_OR_MORE) return refuse<syntax::ARGUMENT_REQUIRED>(look.form, path, text);
+    const std::string wanted = std::to_string(operands), given = std::to_string(look.arguments);
+    if (operands == 1) return refuse<syntax::ONE_ARGUMENT>(look.form, path, wanted, given, text);
+    return refuse<syntax::SOME_ARGUMENTS>(look.form, path, wanted, given, text);
 }
 
 bool count_fits(SLO operands, ULO arguments)
@@ -304,15 +318,16 @@ SLO checker::check_count(const form &f)
     const SLO operands = f.called.operands;
     const ULO enough = operands < 0 ? 1 : static_cast<ULO>(operands) + 1;
     if (count_fits(operands, count_arguments(f.index, enough))) return 0;
-    return refuse_count(path(), operands, count_arguments(f.index, ~ULO(0)), text(f.index));
+    const ULO given = count_arguments(f.index, ~ULO(0));
+    return refuse_count({f.index, operands, given, here_->path}, operands, text(f.index));
 }
 
-SLO checker::count_formal_arguments()
+SLO checker::count_formal_arguments(node_index form)
 {
     ULO gap = 0;
     const ULO count = here_->arguments.count(&gap);
     if (gap == 0) return static_cast<SLO>(count);
-    return syntax_error<syntax::ARGUMENT_GAP>(path(), std::to_string(gap));
+    return refuse<syntax::ARGUMENT_GAP>(form, path(), std::to_string(gap));
 }
 
 // -- Tokens ------------------------------------------------------------------------------------
@@ -327,13 +342,14 @@ UCH checker::class_token(node *n)
     return letter;
 }
 
-SLO checker::check_token(node *n)
+SLO checker::check_token(node_index index)
 {
+    node *n = &at(index);
     const UCH letter = class_token(n);
     if (letter == 0) {
         std::string message(view(rt_ctrl->rt_run_text));
         if (!message.empty() && message[0] >= 'A' && message[0] <= 'Z') message[0] += 32;
-        return syntax_error<syntax::TOKEN_REFUSED>(path(), message);
+        return refuse<syntax::TOKEN_REFUSED>(index, path(), message);
     }
     if (letter == 'F') tree_.text.replace(n->text, n->size, folded_);
     if (letter == 'P') here_->arguments.add(static_cast<ULO>(tree_.argument_number(*n)));
@@ -342,17 +358,16 @@ SLO checker::check_token(node *n)
     if (letter == 'S' && std::any_of(token.begin() + 1, token.end(), is_raw)) {
         scratch shown;
         assign(&shown.s, inside(token));
-        return syntax_error<syntax::RAW_STRING>(path(), view(strunraw(&shown.s, shown.s)));
+        return refuse<syntax::RAW_STRING>(index, path(), view(strunraw(&shown.s, shown.s)));
     }
     return 0;
 }
 
 SLO checker::refuse_target(node_index form, node_index target, bool is_array)
 {
-    const std::string_view shown =
-        at(target).letter == 0 ? text(target) : std::string_view(folded_);
-    if (is_array) return syntax_error<syntax::INVALID_ARRAY>(path(), shown, text(form));
-    return syntax_error<syntax::INVALID_TARGET>(path(), shown, text(form));
+    const std::string_view shown = at(target).letter == 0 ? text(target) : std::string_view(folded_);
+    if (is_array) return refuse<syntax::INVALID_ARRAY>(target, path(), shown, text(form));
+    return refuse<syntax::INVALID_TARGET>(target, path(), shown, text(form));
 }
 
 SLO checker::check_array(const form &f)
@@ -389,8 +404,10 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, bool 
     const level below = where != NESTED && (f.groups & in(GROUP_PROGN)) ? STATEMENT : NESTED;
     node_index before = NO_NODE, i = at(f.index).first;
     const bool is_progn = (f.groups & in(GROUP_PROGN)) != 0;
-    bool is_squeezed = true;
-    if (f.groups & SETS_VARIABLE) {
+    bool is_squeezed = true, is_sound = true;
+    if (f.is_refused)
+        places = 0;
+    else if (f.groups & SETS_VARIABLE) {
         before = i;
         i = at(i).next;
     }
@@ -401,38 +418,50 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, bool 
             continue;
         }
         const bool is_form = at(i).letter == 'U';
-        if ((is_form ? check_form(i, below, terminators && places == 0) : check_token(&at(i))) ==
-            FAILED)
-            return FAILED;
+        if ((is_form ? check_form(i, below, terminators && places == 0) : check_token(i)) ==
+            FAILED) {
+            if (!notes_all()) return FAILED;
+            is_sound = false;
+        }
         before = i;
         if (places > 0) places--;
         if (is_form) is_squeezed = is_squeezed && !squeezing_changes(i, is_progn);
     }
     if (is_progn) is_squeezed = is_squeezed && before != at(f.index).first;
     at(f.index).may_be_squeezed = !is_squeezed;
-    return 0;
+    return is_sound ? 0 : FAILED;
+}
+
+// Looks at the arguments of a form that is refused.
+SLO checker::go_on(form f, level where, bool terminators)
+{
+    bool lost_comment = false;
+    f.is_refused = true;
+    if (notes_all()) check_arguments(f, where, terminators, &lost_comment);
+    return FAILED;
 }
 
 SLO checker::write_form(const form &f, level where, bool terminators)
 {
     if ((f.groups & (in(GROUP_BREAK) | in(GROUP_EXIT))) && !terminators)
-        return syntax_error<syntax::TERMINATOR_NESTED>(path(), text(f.index));
-    if ((f.groups & READS_ARRAY) && check_array(f) == FAILED) return FAILED;
-    if ((f.groups & SETS_VARIABLE) && check_target(f) == FAILED) return FAILED;
+        return refuse<syntax::TERMINATOR_NESTED>(f.index, path(), text(f.index));
+    if (((f.groups & READS_ARRAY) && check_array(f) == FAILED) ||
+        ((f.groups & SETS_VARIABLE) && check_target(f) == FAILED))
+        return go_on(f, where, terminators);
     bool lost_comment = false;
     if (check_arguments(f, where, terminators, &lost_comment) == FAILED) return FAILED;
     function_scope *open = f.called.operands == STILL_OPEN ? f.called.open : here_;
     if (lost_comment || f.called.operands == STILL_OPEN)
         open->looks.push_back(
             {f.index, f.called.operands, count_arguments(f.index, ~ULO(0)), here_->path});
-    return where == WHOLE_TEXT || where == UDF_BODY ? count_formal_arguments() : 0;
+    return where == WHOLE_TEXT || where == UDF_BODY ? count_formal_arguments(f.index) : 0;
 }
 
 SLO checker::check_form(node_index n, level where, bool terminators)
 {
     check_stack(site::STACK_CHECK);
     form f = {n, {}, 0};
-    if (find_word(&f) == FAILED || check_count(f) == FAILED) return FAILED;
+    if (find_word(&f) == FAILED || check_count(f) == FAILED) return go_on(f, where, terminators);
     return f.groups & in(GROUP_DEFUN) ? define(f, where) : write_form(f, where, terminators);
 }
 
@@ -440,15 +469,15 @@ SLO checker::check_form(node_index n, level where, bool terminators)
 
 SLO checker::define(const form &f, level where)
 {
-    if (where == NESTED) return syntax_error<syntax::UDF_TOO_DEEP>(path(), text(f.index));
+    if (where == NESTED) return refuse<syntax::UDF_TOO_DEEP>(f.index, path(), text(f.index));
     const node_index name = at(f.index).first;
     // The letter in front lets a name begin with what a variable's can't.
     folded_.clear();
     if (kestrin_type(std::string("U").append(text(name)), &folded_) != 'V')
-        return syntax_error<syntax::UDF_NAME>(path(), text(f.index));
+        return refuse<syntax::UDF_NAME>(f.index, path(), text(f.index));
     const name_id udf = names().enter(std::string_view(folded_).substr(1));
     if (word_of(udf) != nullptr || look_up(udf).is_known())
-        return syntax_error<syntax::UDF_KNOWN>(path(), text(f.index));
+        return refuse<syntax::UDF_KNOWN>(f.index, path(), text(f.index));
     at(f.index).name = names().enter(mnemonic(ISA_DEFUN));
     at(name).name = udf;
     at(name).letter = 'V';
@@ -460,8 +489,8 @@ SLO checker::define_body(node_index definition, name_id name)
     const node_index body = at(at(definition).first).next;
     paths_.push_back({here_->path, name});
     if (at(body).letter != 'U') // a token, or a comment after all
-        return syntax_error<syntax::UNTERMINATED_FORM>(
-            path_text(paths_.size()), at(body).letter == 'C' ? std::string_view() : text(body));
+        return refuse<syntax::UNTERMINATED_FORM>(
+            body, path_text(paths_.size()), at(body).letter == 'C' ? std::string_view() : text(body));
     function_scope scope = {paths_.size(), {}, {}};
     function_scope *outer = here_;
     const ULO mark = functions_.mark();
@@ -471,7 +500,11 @@ SLO checker::define_body(node_index definition, name_id name)
     const SLO operands = check_form(body, UDF_BODY, true);
     here_ = outer;
     functions_.undo(mark);
-    if (operands == FAILED || settle(scope, operands) == FAILED) return FAILED;
+    if (operands == FAILED || settle(scope, operands) == FAILED) {
+        ULO gap = 0; // calls of a refused function are no faults of theirs
+        if (notes_all()) functions_.set(name, {SLO(scope.arguments.count(&gap)), nullptr});
+        return FAILED;
+    }
     at(definition).may_be_squeezed =
         at(body).may_be_squeezed || (groups_of(word_of(at(body).name)) & in(GROUP_DEFUN));
     functions_.set(name, {operands, nullptr});
@@ -492,16 +525,16 @@ SLO checker::settle(const function_scope &scope, SLO operands)
     const SLO wanted = first->operands == STILL_OPEN ? operands : first->operands;
     std::string written;
     tree_.write(first->form, &written);
-    return refuse_count(path_text(first->path), wanted, first->arguments, written);
+    return refuse_count(*first, wanted, written);
 }
 
 } // namespace
 
 SLO kestrin_check(tree *t, node_index *root, std::string source, SLO place, std::string_view name,
-                  lut **table)
+                  lut **table, std::vector<syntax_fault> *faults)
 {
     if (*table == nullptr && check_instruction_tables(table) == FAILED) return FAILED;
-    checker pass(t, name, table);
+    checker pass(t, name, table, faults);
     const ULO blanks = source.size() - left_trimmed(source).size();
     source.resize(right_trimmed(source).size());
     source.erase(0, std::min(blanks, source.size()));
