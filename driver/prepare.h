@@ -12,3 +12,6 @@ void bind_terminal(session *s);
 // PATTERN No# 3: assignments of the command-line words in front of it. A word of no known type ends
 // the process.
 void bind_arguments(session *s);
+// The same for words that arrive as they are: one that is no number and not nil is a string, byte
+// for byte.
+void bind_exact_words(session *s);
