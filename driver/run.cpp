@@ -37,12 +37,17 @@ void print_value(kestrin_data *value)
 
 } // namespace
 
-void run_program(session *s)
+bool run_to_end(session *s)
 {
     kestrin_data value = owning_slot;
     startup_callback();
     const bool done = kestrin_run(reinterpret_cast<const ULO *>(s->prog_text), &value, 0);
     if (done) print_value(&value);
     taskjob_end_callback(0);
-    if (!done) die_of_runtime_error();
+    return done;
+}
+
+void run_program(session *s)
+{
+    if (!run_to_end(s)) die_of_runtime_error();
 }

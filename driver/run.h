@@ -3,6 +3,8 @@
 
 #include "driver/session.h"
 
-// Runs the program between the unit's callbacks and prints its value. A runtime error ends the
-// process.
+// Runs the program between the unit's callbacks and prints its value. False with a runtime error
+// pending.
+bool run_to_end(session *s);
+// The same; a runtime error ends the process.
 void run_program(session *s);

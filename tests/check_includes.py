@@ -23,6 +23,7 @@ LAYERS = {
     "bytecode": ["strings", "vm", "frontend"],
     "mapcar": ["strings", "terminal", "vm", "frontend", "bytecode"],
     "driver": EVERYTHING,
+    "workshop": EVERYTHING + ["driver"],
 }
 PUBLISHED = "extension/include/kestrin"
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]')

@@ -18,6 +18,7 @@ import unittest
 
 INSTALLED = """
 bin/kestrin
+bin/kst
 include/kestrin/ckst_udf.h
 LIB/cmake/kestrin/kestrin-config.cmake
 LIB/cmake/kestrin/kestrin-config-version.cmake
@@ -33,10 +34,13 @@ share/doc/kestrin/kestrin.doc
 share/doc/kestrin/kestrin.run
 share/kestrin/ckst_udf.cpp
 share/man/man1/kestrin.1.gz
+share/man/man1/kst.1.gz
+share/man/man1/kst-run.1.gz
 share/man/man3/ckst_udf.3.gz
 """.split()
 EXECUTABLE = """
 bin/kestrin
+bin/kst
 share/doc/kestrin/kestrin.run
 share/doc/kestrin/examples/number.kst
 share/doc/kestrin/examples/extension/run_examples

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs whole programs through kestrin and compares what comes out with what is recorded.
 
-  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|mapcar] [--sanitized]
+  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|mapcar] [--sanitized]
 
 A case is <group>/<name>.kst beside this script; the filter is a piece of "group/name".
   name.out     stdout, byte for byte; without the file nothing may be printed
@@ -325,13 +325,36 @@ class MapcarRoad:
         return run_program(kestrin, name, outer, self.plan)
 
 
+class KstRoad:
+    """The same program run by kst, which stands beside kestrin and words its faults in its own way."""
+
+    def __init__(self, case):
+        self.case, self.name, self.plan = case, case.name + " (kst)", case.plan
+        self.wanted = Outcome(case.wanted.out, b"", case.wanted.status)
+
+    @staticmethod
+    def fits(case):
+        return not case.plan.steps and case.plan.options == ["-q"]
+
+    def run(self, kestrin):
+        plan = Plan()
+        plan.env, plan.stdin, plan.files = dict(self.plan.env), self.plan.stdin, self.plan.files
+        plan.args = self.plan.args
+        profile = plan.env.pop("KESTRIN_CFGPROFILE_path", None)
+        plan.options = ["run"] + (["--cfg", profile] if profile else [])
+        name, text = source_of(self.case)
+        outcome = run_program(os.path.join(os.path.dirname(kestrin), "kst"), name, text, plan)
+        faulty = bool(self.case.wanted.err) == bool(outcome.err)
+        return Outcome(outcome.out, b"" if faulty else outcome.err + b"?", outcome.status)
+
+
 def source_of(case):
     if isinstance(case, LineCase):
         return "case.kst", b"(progn " + case.expression.strip() + b")\n"
     return os.path.basename(case.path), read(case.path)
 
 
-ROADS = {"disk": DiskRoad, "mapcar": MapcarRoad}
+ROADS = {"disk": DiskRoad, "kst": KstRoad, "mapcar": MapcarRoad}
 
 
 def find_cases():

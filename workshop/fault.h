@@ -1,0 +1,27 @@
+// Faults of programs and how they are shown.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "frontend/places.h"
+#include "kestrin/types.h"
+
+// A source text with the name that it is shown by.
+struct source {
+    std::string name, text;
+    // A line without its end, from 1; empty beyond the last.
+    std::string_view line(ULO number) const;
+};
+
+// A place with what is to be said of it. Line 0: of the file as a whole; column 0: of the line.
+struct fault {
+    file_place at;
+    std::string text;
+};
+
+// Prints "name:line:column: text", then the line and a mark under the place.
+void print_fault(FILE *stream, const source &from, const fault &found);
+void print_faults(FILE *stream, const source &from, const std::vector<fault> &found);

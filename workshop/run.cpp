@@ -1,0 +1,123 @@
+// kst run: a program without reports, its words as they are, its faults by file, line and column.
+
+#include "workshop/run.h"
+
+#include <cstdlib>
+
+#include "driver/code.h"
+#include "driver/precompiled.h"
+#include "driver/prepare.h"
+#include "driver/profile.h"
+#include "driver/run.h"
+#include "driver/source.h"
+#include "frontend/forms.h"
+#include "frontend/self_check.h"
+#include "kestrin/strings.h"
+#include "strings/scratch.h"
+#include "vm/engine.h"
+#include "vm/machine.h"
+#include "workshop/program.h"
+#include "workshop/verbs.h"
+
+namespace {
+
+[[noreturn]] void end_with_faults(const source &from, const std::vector<fault> &faults)
+{
+    fflush(stdout);
+    print_faults(stderr, from, faults);
+    exit(STATUS_FAULT);
+}
+
+// Words of the program as those behind the file.
+void set_words(session *s, const source &from, const std::vector<const CHR *> &words)
+{
+    static std::vector<CHR *> argv;
+    argv = {s->argv[0], const_cast<CHR *>(from.name.c_str())};
+    for (const CHR *word : words) argv.push_back(const_cast<CHR *>(word));
+    s->argc = static_cast<int>(argv.size());
+    s->first_arg_index = 1;
+    argv.push_back(nullptr);
+    s->argv = argv.data();
+}
+
+void prepare(session *s, const source &from)
+{
+    load_profile(s);
+    program p;
+    if (!check_program(from, &p)) end_with_faults(from, p.faults);
+    const ULO given = s->words_behind_file();
+    if (p.arguments != given)
+        end_with_faults(from,
+                        {{{0, 0},
+                          "takes " + std::to_string(p.arguments) + " word" +
+                              (p.arguments == 1 ? "" : "s") + ", not " + std::to_string(given)}});
+    s->program = std::move(p.parsed);
+    bind_terminal(s);
+    if (given > 0) bind_exact_words(s);
+    if (!is_one_form(s->program)) wrap_program(s);
+    squeeze_program(s);
+    prove_types(s);
+    compile_global_functions(s);
+    compile_program(s);
+    link_all(s);
+}
+
+std::string runtime_error()
+{
+    const CHR *text = rt_ctrl->rt_error_text;
+    return "runtime error " + std::to_string(rt_ctrl->rt_error_code) + ": " +
+           (notempty(text) ? text : "Unknown error.");
+}
+
+void prepare_stored(session *s, const source &from)
+{
+    load_precompiled(s, from.text);
+    enter_instructions(&the_engine.func_lut);
+    link_precompiled(s);
+}
+
+int run_verb_on(const request &asked)
+{
+    source from;
+    std::string why;
+    const CHR *text = asked.value("-e");
+    std::vector<const CHR *> words = asked.operands;
+    if (text != nullptr)
+        from = {"-e", text};
+    else if (read_source(words[0], &from, &why))
+        words.erase(words.begin());
+    else
+        return refused("kst run", why);
+    run_source(std::move(from), words, asked.value("--cfg"));
+}
+
+constexpr option options[] = {
+    {"-e", "TEXT", "the program is TEXT; all that follows are its words"},
+    {"--cfg", "FILE", "global functions of the program"},
+};
+
+} // namespace
+
+void run_source(source from, const std::vector<const CHR *> &words, const CHR *profile)
+{
+    session *s = &start_workshop();
+    set_words(s, from, words);
+    if (profile != nullptr) assign(&s->cfg_profile_path, profile);
+    if (is_precompiled(from.text))
+        prepare_stored(s, from);
+    else
+        prepare(s, from);
+    if (!run_to_end(s)) end_with_faults(from, {{{0, 0}, runtime_error()}});
+    exit(STATUS_GOOD);
+}
+
+const verb run_verb = {
+    .name = "run",
+    .operands = "FILE [WORD ...]",
+    .help = "runs a program quietly and prints its value; FILE - is the standard input",
+    .options = options,
+    .run = run_verb_on,
+    .least = 1,
+    .passes_words = true,
+    .first_operand = "-e",
+};

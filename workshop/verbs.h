@@ -1,0 +1,6 @@
+// The verbs, each from the file of its name.
+#pragma once
+
+#include "workshop/verb.h"
+
+extern const verb run_verb;
