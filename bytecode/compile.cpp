@@ -80,6 +80,7 @@ struct unit {
     words *code = nullptr;                    // of its depth
     ULO main_node = 0, main_words = 0;        // in them
     ULO size = 0;                             // of its image, in words
+    ULO image_node = 0;                       // where the main node stands in the whole image
     std::uint32_t debug = 0, debug_words = 0; // in the words of all debug texts
     std::uint32_t udfs = 0;
     unit_index first_udf = NO_UNIT, last_udf = NO_UNIT, next = NO_UNIT;
@@ -108,7 +109,10 @@ struct call_node {
 
 class compiler {
 public:
-    compiler(tree *t, UCH debug_level) : tree_(*t), debug_level_(debug_level) {}
+    compiler(tree *t, UCH debug_level, std::vector<code_place> *places)
+        : tree_(*t), debug_level_(debug_level), places_(places)
+    {
+    }
     void run(std::string_view name, CHR **code);
 
 private:
@@ -129,11 +133,15 @@ private:
     void append_used(CHR letter, std::string *text);
     std::string debug_text() const;
     void add_debug_text(unit_index function, std::string_view text);
+    void note_place(const node &n, const context &function);
+    void settle_places();
     ULO *lay_out(unit_index function, ULO *out);
 
     tree &tree_;
     UCH debug_level_;
-    std::string path_; // scoped name of the function
+    std::vector<code_place> *places_;     // NULL: nobody asks
+    std::vector<unit_index> place_units_; // of each; its word counts as in the unit's words
+    std::string path_;                    // scoped name of the function
     varlist variables_;
     std::vector<unit> units_;
     words root_; // main nodes of the root and, by depth, of all others
@@ -157,17 +165,20 @@ void append_text_words(words *out, std::string_view text)
 
 void emit_nil(words *out) { out->push_back(image::code('Z')); }
 
+void emit_bytes(std::string_view bytes, words *out)
+{
+    out->push_back(image::code('S'));
+    out->push_back(bytes.size());
+    append_text_words(out, bytes);
+}
+
 void emit_string(std::string_view constant, words *out)
 {
     constant = constant.size() < 2 ? std::string_view() : constant.substr(1, constant.size() - 2);
+    if (constant.find('\\') == constant.npos) return emit_bytes(constant, out);
     scratch raw;
-    if (constant.find('\\') != constant.npos) {
-        assign(&raw.s, constant);
-        constant = view(strraw(&raw.s, raw.s));
-    }
-    out->push_back(image::code('S'));
-    out->push_back(constant.size());
-    append_text_words(out, constant);
+    assign(&raw.s, constant);
+    emit_bytes(view(strraw(&raw.s, raw.s)), out);
 }
 
 void emit_float(std::string_view token, words *out)
@@ -200,6 +211,28 @@ bool compiler::slot_of(const node &n, const context &function, ULO *slot) const
     if (!variables_.find(n, slot)) return false;
     *slot += function.arguments;
     return true;
+}
+
+// -- Places ------------------------------------------------------------------------------------
+
+// The next node to be emitted is that of `n`.
+void compiler::note_place(const node &n, const context &function)
+{
+    if (places_ == nullptr) return;
+    places_->push_back({function.out->size(), static_cast<node_index>(&n - tree_.nodes.data())});
+    place_units_.push_back(function.made);
+}
+
+// Turns words of the units into words of the image.
+void compiler::settle_places()
+{
+    if (places_ == nullptr) return;
+    for (ULO i = 0; i < places_->size(); i++) {
+        const unit &made = units_[place_units_[i]];
+        (*places_)[i].word += made.image_node - made.main_node;
+    }
+    std::sort(places_->begin(), places_->end(),
+              [](const code_place &a, const code_place &b) { return a.word < b.word; });
 }
 
 // -- Words of a call ---------------------------------------------------------------------------
@@ -283,6 +316,7 @@ ULO compiler::count_operands(node_index first, const call_node &call) const
 void compiler::emit_variable(const node &n, const call_node &call, const context &function)
 {
     ULO slot = 0;
+    note_place(n, function);
     if (!slot_of(n, function, &slot)) return emit_nil(function.out);
     const bool by_alias = call.letter == 'L' || call.letter == 'G';
     function.out->push_back(image::code(by_alias ? 'P' : read_letter(n.suffix)));
@@ -296,7 +330,9 @@ void compiler::emit_operand(const node &n, const call_node &call, context *funct
     case 'F': return emit_float(tree_.text_of(n), function->out);
     case 'I': return emit_integer(tree_.text_of(n), function->out);
     case 'Z': return emit_nil(function->out);
-    case 'S': return emit_string(tree_.text_of(n), function->out);
+    case 'S':
+        return n.is_raw ? emit_bytes(tree_.text_of(n), function->out)
+                        : emit_string(tree_.text_of(n), function->out);
     default: return emit_variable(n, call, *function);
     }
 }
@@ -328,6 +364,7 @@ void compiler::emit_form(const node &form, context *function)
     check_stack(site::STACK_COMPILE);
     words *out = function->out;
     const call_node call = find_call(form);
+    note_place(form, *function);
     node_index first = form.first;
     ULO slot = 0;
     if (call.variable_first || call.leads_with_variable) {
@@ -445,7 +482,7 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_
 ULO *compiler::lay_out(unit_index index, ULO *out)
 {
     check_stack(site::STACK_COMPILE);
-    const unit &function = units_[index];
+    unit &function = units_[index];
     *out++ = image::code('U', function.size - function.main_words);
     *out++ = function.slots;
     *out++ = function.arguments;
@@ -460,6 +497,7 @@ ULO *compiler::lay_out(unit_index index, ULO *out)
         const ULO *main_node = units_[i].code->data() + units_[i].main_node;
         out = std::copy_n(main_node, units_[i].main_words, lay_out(i, out));
     }
+    function.image_node = static_cast<ULO>(out - root_.data());
     return out;
 }
 
@@ -467,17 +505,20 @@ void compiler::run(std::string_view name, CHR **code)
 {
     path_ = name;
     root_.reserve(3 * tree_.nodes.size() + 16); // what most programs take
+    if (places_ != nullptr) places_->clear();
     const unit &root = units_[compile_function(tree_.root, 0, true)];
     root_.resize(root.size); // the root's main node ends the image
     ULO *main_node = root_.data() + root.size - root.main_words;
     memmove(main_node, root_.data(), root.main_words * sizeof(ULO));
     lay_out(0, root_.data());
+    settle_places();
     root_.move_to(code);
 }
 
 } // namespace
 
-void kestrin_compile(tree *program, UCH debug_level, const CHR *name, CHR **code)
+void kestrin_compile(tree *program, UCH debug_level, const CHR *name, CHR **code,
+                     std::vector<code_place> *places)
 {
-    compiler(program, debug_level).run(name == nullptr ? "Main" : name, code);
+    compiler(program, debug_level, places).run(name == nullptr ? "Main" : name, code);
 }

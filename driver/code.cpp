@@ -36,8 +36,8 @@ void compile_global_functions(session *s)
 {
     tell(s, message::COMPILING_SET);
     close_set(s);
-    kestrin_compile(&s->set, s->switches[SWITCH_DEBUGINFO], "UDFs_CFG",
-                    &the_engine.global_udf_code);
+    kestrin_compile(&s->set, s->switches[SWITCH_DEBUGINFO], "UDFs_CFG", &the_engine.global_udf_code,
+                    s->set_places);
     tell_size(s, message::SET_SIZE, the_engine.global_udf_code);
     list_code(s, the_engine.global_udf_code, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_COMPILED),
               message::SET_COMPILED_DISABLED);
@@ -50,7 +50,8 @@ void compile_global_functions(session *s)
 void compile_program(session *s)
 {
     tell(s, message::COMPILING);
-    kestrin_compile(&s->program, s->switches[SWITCH_DEBUGINFO], nullptr, &s->prog_text);
+    kestrin_compile(&s->program, s->switches[SWITCH_DEBUGINFO], nullptr, &s->prog_text,
+                    s->program_places);
     tell_size(s, message::PROGRAM_SIZE, s->prog_text);
     list_code(s, s->prog_text, s->is_on(SWITCH_COMPILED), message::COMPILED_DISABLED);
     if (s->mode != DISK_SHOW_DEBUG_INFO) return;

@@ -4,6 +4,7 @@
 #include "driver/prepare.h"
 
 #include <string>
+#include <vector>
 
 #include "frontend/forms.h"
 #include "frontend/isa.h"
@@ -58,34 +59,20 @@ std::string argument_text(const CHR *word)
     }
 }
 
-// The same for a word that is to arrive as it is, unless it is a number or nil.
-std::string exact_text(const CHR *word)
+// The same of a number and nil; empty for all other words.
+std::string number_text(const CHR *word)
 {
     std::string text;
     const UCH letter = kestrin_type(word, &text);
     rt_ctrl->rt_run_flag = 0;
     equ(&rt_ctrl->rt_run_text, nullptr);
-    if (letter == 'I' || letter == 'F' || letter == 'Z') return text;
-    scratch counted;
-    assign(&counted.s, word);
-    return quoted_raw(counted.s);
+    return letter == 'I' || letter == 'F' || letter == 'Z' ? text : std::string();
 }
 
 void tell_pattern(const session *s, message_of<const CHR *, const CHR *> pattern)
 {
     tell(s, pattern, std::string(mnemonic(ISA_PROGN)).c_str(),
          std::string(mnemonic(ISA_SETQ)).c_str());
-}
-
-// Assigns to each formal argument what `text_of` makes of its word.
-void bind(session *s, std::string (*text_of)(const CHR *word))
-{
-    tell_pattern(s, message::PATTERN_3);
-    std::string text;
-    for (ULO i = 1; i <= s->words_behind_file(); i++)
-        append_assignment(&text, "$" + std::to_string(i),
-                          text_of(s->argv[ULO(s->first_arg_index) + i]));
-    put_in_front(s, text);
 }
 
 } // namespace
@@ -118,6 +105,28 @@ void bind_terminal(session *s)
     put_in_front(s, text);
 }
 
-void bind_arguments(session *s) { bind(s, argument_text); }
+void bind_arguments(session *s)
+{
+    tell_pattern(s, message::PATTERN_3);
+    std::string text;
+    for (ULO i = 1; i <= s->words_behind_file(); i++)
+        append_assignment(&text, "$" + std::to_string(i), argument_text(s->word(i)));
+    put_in_front(s, text);
+}
 
-void bind_exact_words(session *s) { bind(s, exact_text); }
+// A string has no text that would give all its bytes again: it is put into the tree.
+void bind_exact_words(session *s)
+{
+    std::string text;
+    std::vector<bool> is_string;
+    for (ULO i = 1; i <= s->words_behind_file(); i++) {
+        const std::string number = number_text(s->word(i));
+        is_string.push_back(number.empty());
+        append_assignment(&text, "$" + std::to_string(i), number.empty() ? "\"\"" : number);
+    }
+    put_in_front(s, text);
+    tree *t = &s->program;
+    node_index assignment = t->nodes[t->root].first;
+    for (ULO i = 0; i < is_string.size(); i++, assignment = t->nodes[assignment].next)
+        if (is_string[i]) t->make_string(t->nodes[t->nodes[assignment].first].next, s->word(i + 1));
+}

@@ -10,6 +10,7 @@
 #include <sys/time.h>
 #include <type_traits>
 
+#include "bytecode/compile.h"
 #include "frontend/tree.h"
 #include "kestrin/types.h"
 
@@ -42,11 +43,14 @@ struct session {
     std::vector<node_index> definitions; // in it
     std::string stored_set; // of -c: the global functions and the program ahead of the type pass
     std::string stored_program;
+    std::vector<code_place> *set_places, *program_places; // of their code, for who wants them
     CHR *prog_text;   // the program as compiled, then linked code
     time_point start; // of what the next time report is about
 
     const CHR *file() const { return argv[first_arg_index]; }
     ULO words_behind_file() const { return ULO(argc - first_arg_index - 1); }
+    // The i-th of them, from 1.
+    const CHR *word(ULO i) const { return argv[ULO(first_arg_index) + i]; }
     bool is_storing() const { return mode == DISK_COMPILE || mode == DISK_COMPILE_MINIMISED; }
     bool is_on(print_switch s) const { return switches[s] == 1; }
 };

@@ -10,8 +10,10 @@
 #include "frontend/forms.h"
 #include "frontend/token.h"
 #include "frontend/words.h"
+#include "kestrin/strings.h"
 #include "strings/fatal.h"
 #include "strings/large_pages.h"
+#include "strings/scratch.h"
 #include "strings/tokens.h"
 #include "vm/stack.h"
 
@@ -254,6 +256,15 @@ void parser::class_atom(node *n, std::string_view token)
     n->name = names_.enter(token);
 }
 
+// The constant of a string, as far as escapes can tell it.
+void append_string(std::string_view bytes, std::string *out)
+{
+    scratch shown;
+    assign(&shown.s, bytes);
+    strunraw(&shown.s, shown.s);
+    out->append("\"").append(view(shown.s)).append("\"");
+}
+
 } // namespace
 
 void tree::clear()
@@ -338,6 +349,17 @@ node_index tree::opened(node_index atom, reading how)
     return pass.inside(opened.text, opened.text + opened.size);
 }
 
+void tree::make_string(node_index atom, std::string_view bytes)
+{
+    node &n = nodes[atom];
+    n.text = static_cast<std::uint32_t>(text.size());
+    n.size = static_cast<std::uint32_t>(bytes.size());
+    n.letter = 'S';
+    n.is_raw = true;
+    parts_.push_back({text.size(), 0, false});
+    text.append(bytes);
+}
+
 void tree::keep_as_it_stands(node_index form)
 {
     settled = false;
@@ -387,6 +409,8 @@ void tree::write(node_index index, std::string *out) const
         out->append(names().text(n.name));
     else if (n.letter == 'Z')
         out->append("NIL");
+    else if (n.is_raw)
+        append_string(text_of(n), out);
     else if (n.letter != 'U')
         out->append(text_of(n));
     if (n.suffix != 0) {

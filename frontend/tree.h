@@ -35,6 +35,7 @@ struct node {
     CHR letter = 0; // by kestrin_type1; 'U' a form, 'C' one that is a comment, 0 not classed yet
     CHR suffix = 0; // the type that is proved, as it is written behind '@'
     bool may_be_squeezed = true; // a form: squeezing may change it or what is in it
+    bool is_raw = false;         // a string: its text is the string, without quotes and escapes
 };
 
 // What a text is, and how it is parsed.
@@ -69,6 +70,8 @@ public:
     // The inside of an atom parsed as that of a form, an empty one for NO_NODE.
     node_index opened(node_index atom, reading how);
 
+    // Makes an atom a string of these bytes, whatever they are.
+    void make_string(node_index atom, std::string_view bytes);
     // Makes an atom of a form: its text is taken over byte for byte.
     void keep_as_it_stands(node_index form);
 

@@ -11,6 +11,7 @@
 #include "vm/handler.h"
 #include "vm/image.h"
 #include "vm/machine.h"
+#include "vm/trail.h"
 
 namespace {
 
@@ -85,7 +86,11 @@ std::string place_of(const ULO *dat_ptr, ULO variable)
     return place;
 }
 
-void raise() { rt_ctrl->rt_noterror = 0; }
+void raise(const ULO *dat_ptr = nullptr)
+{
+    rt_ctrl->rt_noterror = 0;
+    note_error(rt_ctrl, dat_ptr);
+}
 
 void copy_text(CHR **targ_errtext) { equ(targ_errtext, rt_ctrl->rt_error_text); }
 
@@ -123,7 +128,7 @@ void add_error_place(const ULO *dat_ptr)
 void raise_error(rt_text text, const ULO *dat_ptr, ULO variable, std::string_view detail)
 {
     const text_row &row = text_rows[static_cast<UCH>(text)];
-    rt_ctrl->rt_noterror = 0;
+    raise(dat_ptr);
     rt_ctrl->rt_error_code = row.code;
     scratch message;
     assign(&message.s, std::string(row.text).append(detail));
@@ -160,7 +165,7 @@ void rise_error_dbg(const ULO *dat_ptr)
 {
     default_text();
     add_error_place(dat_ptr);
-    raise();
+    raise(dat_ptr);
 }
 
 void set_error_info(UCH errcode, CHR **targ_errtext, const CHR *src_errtext)
@@ -186,7 +191,7 @@ void rise_error_info_dbg(UCH errcode, const CHR *src_errtext, const ULO *dat_ptr
 {
     set_error_state(errcode, src_errtext, "rise_error_info_dbg");
     add_error_place(dat_ptr);
-    raise();
+    raise(dat_ptr);
 }
 
 UCH get_error_code() { return rt_ctrl->rt_error_code; }

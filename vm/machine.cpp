@@ -32,6 +32,7 @@ constexpr rt_control initial_control = {
     .rt_noterror = 1,
     .frame_top = nullptr,
     .frame_end = nullptr,
+    .rt_trail = nullptr,
 };
 
 // The chunks of a thread's stack of frames are a list: `next` stands at the end of each, where

@@ -8,6 +8,8 @@
 // Unwinding marks: BREAK and EXIT travel as error codes that no program sees.
 enum : UCH { UNWIND_BREAK = 254, UNWIND_EXIT = 255 };
 
+struct error_trail;
+
 // All state of a run, one for each thread.
 struct rt_control {
     UCH rt_run_flag;         // syntax error code of the text passes, 0 none
@@ -22,6 +24,7 @@ struct rt_control {
     UCH rt_noterror;         // 1 while no error or unwinding is pending
     kestrin_data *frame_top; // first free record of the stack of frames
     kestrin_data *frame_end; // end of its current chunk; the next chunk's address stands there
+    error_trail *rt_trail;   // notes an error for those who ask; else NULL
 };
 
 // NULL on a thread without set-up.

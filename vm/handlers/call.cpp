@@ -6,6 +6,7 @@
 #include "kestrin/strings.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
+#include "vm/trail.h"
 
 FATAL_SITE(DEFUN_FRAME, "kestrin", "func__defun", 23)
 
@@ -96,6 +97,10 @@ HANDLER(defun)
     rt->frame_end = saved_end;
     rt->rt_function = saved_function;
     rt->rt_frame = saved_frame;
-    if (rt->rt_error_code == UNWIND_BREAK) [[unlikely]]
+    if (rt->rt_noterror) [[likely]]
+        return;
+    if (rt->rt_error_code == UNWIND_BREAK)
         answer_break(rt, ret_dat);
+    else
+        note_call(rt, dat_ptr, image, frame);
 }

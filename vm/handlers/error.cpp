@@ -3,6 +3,7 @@
 
 #include "vm/handler.h"
 #include "vm/text.h"
+#include "vm/trail.h"
 
 namespace {
 
@@ -44,10 +45,9 @@ template <const info_form &form> struct info {
         if (!rt_ctrl->rt_noterror) return;
         held.pass([](SLO code, const CHR *text) { assign(code, text); }, ret_dat);
         if (form.with_place) add_error_place(dat_ptr);
-        if (form.raises)
-            rt_ctrl->rt_noterror = 0;
-        else
-            answer_error_text(ret_dat);
+        if (!form.raises) return answer_error_text(ret_dat);
+        rt_ctrl->rt_noterror = 0;
+        note_error(rt_ctrl, dat_ptr);
     }
 
     static void assign(SLO code, const CHR *text)
@@ -69,8 +69,10 @@ HANDLERS(rise_error_info_dbg, info<rise_info_dbg>)
 
 HANDLER(rise_error)
 {
-    (void)dat_ptr, (void)ret_dat;
-    if (rt_ctrl->rt_noterror) rise_error();
+    (void)ret_dat;
+    if (!rt_ctrl->rt_noterror) return;
+    rise_error();
+    note_error(rt_ctrl, dat_ptr);
 }
 
 HANDLER(set_error_dbg)
