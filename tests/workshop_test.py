@@ -37,7 +37,44 @@ COMMANDS = [
     (["run", "-"], "", 1, "", "standard input: there is no code in it"),
     (["run", "-e", "(+ $1 $2)", "20", "-3"], "", 0, "17\n", ""),
 ]
-FILES = {"good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n'}
+FILES = {"set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n'}
+
+
+# Programs that fail, and the lines of what they are told, without the source lines.
+RUNS = {
+    "calls": """# a comment
+(progn
+  (defun g (progn
+    (setq b 5)
+    (if (> $1 90)
+      (/ 7 (- $1 100))
+      1)))
+  (defun f (+ 1 (g $1)))
+  (f (f 100)))
+""",
+    "deep": '(progn (defun f (if (> $1 50) (rise_error_info 20 "mine") (f (+ $1 1))))\n(f 0))',
+    "argument": "(progn (defun f (iadd $1 $1))\n (f (f x)))",
+    "caught": '(progn (setq a (mapcar "(/ 1 0)"))\n  (rise_error))',
+    "after_break": "(progn (defun f (break))\n (f)\n (index a -1))",
+    "nested": "(progn (defun h (progn\n (defun k (% $1 0))\n (k 3)))\n (h))",
+}
+FAILING_RUNS = [
+    (["calls.kst"], ["calls.kst:6:7: runtime error 1: Integer division by zero!",
+                     "calls.kst:8:17: `G' is called here", "calls.kst:9:6: `F' is called here"]),
+    (["deep.kst"], ["deep.kst:1:31: runtime error 20: mine",
+                    "deep.kst:1:59: `F' is called here (16 times)", "... 20 more calls ...",
+                    "deep.kst:1:59: `F' is called here (15 times)",
+                    "deep.kst:2:1: `F' is called here"]),
+    (["argument.kst"], ["argument.kst:2:8: runtime error 10: Variable_getval: variable was not "
+                        "initialized before use!"]),
+    (["caught.kst"], ["caught.kst:2:3: runtime error 0: Unknown error!"]),
+    (["after_break.kst"], ["after_break.kst:3:2: runtime error 13: Array_getval: negative array index!"]),
+    (["nested.kst"], ["nested.kst:2:11: runtime error 2: Integer division by zero while calculating "
+                      "remainder!", "nested.kst:3:2: `K' is called here",
+                      "nested.kst:4:2: `H' is called here"]),
+    (["--cfg", "set.cfg", "-e", "(bad 1)"], ["set.cfg:2:12: runtime error 1: Integer division by zero!",
+                                             "-e:1:1: `BAD' is called here"]),
+]
 
 
 def run(words, text="", folder=None):
@@ -55,17 +92,57 @@ class Workshop(unittest.TestCase):
         self.folder = tempfile.TemporaryDirectory(prefix="kst-test-")
         self.addCleanup(self.folder.cleanup)
         for name, text in FILES.items():
-            with open(os.path.join(self.folder.name, name), "w", encoding="utf-8") as f:
-                f.write(text)
+            self.write(name, text)
+
+    def write(self, name, text):
+        with open(os.path.join(self.folder.name, name), "w", encoding="utf-8") as f:
+            f.write(text)
+
+    def kst(self, *words, text=""):
+        return run(list(words), text, self.folder.name)
 
     def test_commands(self):
         for words, text, *wanted in COMMANDS:
             with self.subTest(words=words):
-                status, out, err = run(words, text, self.folder.name)
+                status, out, err = self.kst(*words, text=text)
                 self.assertEqual(status, wanted[0], out + err)
                 self.assertIn(wanted[1], out)
                 self.assertIn(wanted[2], err)
                 self.assertTrue(wanted[2] or not err, err)
+
+    def test_words_arrive_as_they_are(self):
+        program = '(progn (outf "%s" (cat $1 "")) "")'
+        every_byte = bytes(range(1, 256)) + bytes(range(255, 0, -1))
+        words = ["/etc/x", "-v", "--", "2026-01-31", "12x", "1.50", "007", "", " ", '"', '"a b"', "\\0x61",
+                 "\\", 'a\\"', "$1", "(exit)", "#", "é", "progn", every_byte, b"x" * 100000,
+                 "".join("\\0x%02X\\\\0x%02x" % (code, code) for code in range(256))]
+        for word in words + [chr(c) for c in range(33, 127)]:
+            with self.subTest(word=word):
+                sent = word.encode() if isinstance(word, str) else word
+                done = subprocess.run([OPTIONS.kst, "run", "-e", program, sent], check=False,
+                                      stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+                self.assertEqual(done.stdout, sent + b"\n")
+
+    def test_a_program_is_a_command_from_any_folder(self):
+        path = os.path.join(self.folder.name, "add")
+        self.write("kestrin.cfg", "(defun two (progn 2))\n")
+        self.write("add", "#!/usr/bin/env -S kst run\n(+ $1 $2)\n")
+        os.chmod(path, 0o755)
+        search = os.path.dirname(OPTIONS.kst) + os.pathsep + os.environ["PATH"]
+        done = subprocess.run([path, "2", "-3"], cwd="/", env={**os.environ, "PATH": search},
+                              stdout=subprocess.PIPE, check=False)
+        self.assertEqual(done.stdout, b"-1\n")
+        self.assertIn("`TWO'", self.kst("run", "-e", "(two)")[2])
+        self.assertEqual(self.kst("run", "--cfg", "kestrin.cfg", "-e", "(two)")[1], "2\n")
+
+    def test_a_runtime_error_has_its_place_and_its_calls(self):
+        for name, text in RUNS.items():
+            self.write(name + ".kst", text)
+        for words, wanted in FAILING_RUNS:
+            with self.subTest(words=words):
+                status, _, err = self.kst("run", *words)
+                self.assertEqual(status, 1)
+                self.assertEqual(re.findall(r"^(?!    ).+", err, re.M), wanted)
 
     def test_each_verb_has_help_and_a_page_with_its_options(self):
         self.assertTrue(verbs())

@@ -112,9 +112,8 @@ session &start_workshop()
     if (is_started) return only;
     is_started = true;
     only.argv = argv;
-    only.argc = 1;
+    only.argc = 0; // no name that a profile would be looked for by
     start_engine(&only);
-    only.cfg_profile_path = nullptr; // a profile has to be named
     start_language(&only);
     return only;
 }

@@ -17,6 +17,7 @@
 #include "vm/engine.h"
 #include "vm/machine.h"
 #include "workshop/program.h"
+#include "workshop/trace.h"
 #include "workshop/verbs.h"
 
 namespace {
@@ -42,6 +43,9 @@ void set_words(session *s, const source &from, const std::vector<const CHR *> &w
 
 void prepare(session *s, const source &from)
 {
+    static std::vector<code_place> set_places, program_places;
+    s->set_places = &set_places;
+    s->program_places = &program_places;
     load_profile(s);
     program p;
     if (!check_program(from, &p)) end_with_faults(from, p.faults);
@@ -60,13 +64,6 @@ void prepare(session *s, const source &from)
     compile_global_functions(s);
     compile_program(s);
     link_all(s);
-}
-
-std::string runtime_error()
-{
-    const CHR *text = rt_ctrl->rt_error_text;
-    return "runtime error " + std::to_string(rt_ctrl->rt_error_code) + ": " +
-           (notempty(text) ? text : "Unknown error.");
 }
 
 void prepare_stored(session *s, const source &from)
@@ -107,8 +104,12 @@ void run_source(source from, const std::vector<const CHR *> &words, const CHR *p
         prepare_stored(s, from);
     else
         prepare(s, from);
-    if (!run_to_end(s)) end_with_faults(from, {{{0, 0}, runtime_error()}});
-    exit(STATUS_GOOD);
+    error_trail trail;
+    rt_ctrl->rt_trail = &trail;
+    if (run_to_end(s)) exit(STATUS_GOOD);
+    fflush(stdout);
+    print_runtime_error(stderr, *s, from, trail);
+    exit(STATUS_FAULT);
 }
 
 const verb run_verb = {

@@ -334,14 +334,14 @@ class KstRoad:
 
     @staticmethod
     def fits(case):
-        return not case.plan.steps and case.plan.options == ["-q"]
+        steps = case.plan.steps or [case.plan.options]
+        return all(isinstance(step, list) and step[:1] == ["-q"] for step in steps)
 
     def run(self, kestrin):
         plan = Plan()
-        plan.env, plan.stdin, plan.files = dict(self.plan.env), self.plan.stdin, self.plan.files
-        plan.args = self.plan.args
-        profile = plan.env.pop("KESTRIN_CFGPROFILE_path", None)
-        plan.options = ["run"] + (["--cfg", profile] if profile else [])
+        plan.env, plan.stdin, plan.files = self.plan.env, self.plan.stdin, self.plan.files
+        plan.options, plan.args = ["run"], self.plan.args
+        plan.steps = [["run"] + step[1:] for step in self.plan.steps]
         name, text = source_of(self.case)
         outcome = run_program(os.path.join(os.path.dirname(kestrin), "kst"), name, text, plan)
         faulty = bool(self.case.wanted.err) == bool(outcome.err)
