@@ -24,7 +24,7 @@ struct scope {
 
 class analysis {
 public:
-    explicit analysis(const tree &t) : tree_(t) {}
+    analysis(const tree &t, std::vector<node_index> *uses) : tree_(t), uses_(uses) {}
     std::string run(std::string_view name)
     {
         main_.path = name;
@@ -33,11 +33,12 @@ public:
     }
 
 private:
+    bool loops_run() const { return uses_ != nullptr; }
     node_index next(node_index n) const { return n == NO_NODE ? NO_NODE : tree_.nodes[n].next; }
     void learn(node_index variable);
     void read(node_index n);
     void read_rest(node_index first);
-    void read_variable(name_id name);
+    void read_variable(node_index n);
     void read_form(const node &form);
     void read_assignment(node_index target);
     void read_if(node_index condition);
@@ -45,14 +46,17 @@ private:
     void read_definition(node_index name);
 
     const tree &tree_;
+    std::vector<node_index> *uses_; // NULL: nobody asks
     scope main_, *here_ = &main_;
     scoped<bool> known_, warned_; // variables
 };
 
-void analysis::read_variable(name_id name)
+void analysis::read_variable(node_index n)
 {
+    const name_id name = tree_.nodes[n].name;
     if (known_.get(name) || warned_.get(name)) return;
     warned_.set(name, true);
+    if (uses_ != nullptr) uses_->push_back(n);
     here_->warnings.append("*WARNING: In function `").append(here_->path);
     here_->warnings.append("': variable/array `").append(names().text(name));
     here_->warnings.append("' might be uninitialized before use!\n");
@@ -62,7 +66,7 @@ void analysis::read(node_index n)
 {
     if (n == NO_NODE) return;
     const node &token = tree_.nodes[n];
-    if (token.letter == 'V') read_variable(token.name);
+    if (token.letter == 'V') read_variable(n);
     if (token.letter == 'U') read_form(token);
 }
 
@@ -109,7 +113,7 @@ void analysis::read_for(node_index target)
     learn(target);
     const ULO mark = known_.mark();
     for (const node_index part : {end, next(end), increment}) read(part);
-    known_.undo(mark);
+    if (!loops_run()) known_.undo(mark);
 }
 
 // A UDF has variables of its own. Only a name that has been defined before can have left the same
@@ -144,7 +148,7 @@ void analysis::read_form(const node &form)
         read(form.first);
         const ULO mark = known_.mark();
         read_rest(next(form.first));
-        known_.undo(mark);
+        if (!(groups & in(GROUP_WHILE)) || !loops_run()) known_.undo(mark);
         return;
     }
     read_rest(form.first);
@@ -152,7 +156,8 @@ void analysis::read_form(const node &form)
 
 } // namespace
 
-std::string kst_uninit_check(std::string_view name, const tree &program)
+std::string kst_uninit_check(std::string_view name, const tree &program,
+                             std::vector<node_index> *uses)
 {
-    return analysis(program).run(name);
+    return analysis(program, uses).run(name);
 }

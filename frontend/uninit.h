@@ -3,9 +3,12 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "frontend/tree.h"
 
 // The warnings about a checked program, whole lines; empty if there are none. `name` begins the
-// function path in them.
-std::string kst_uninit_check(std::string_view name, const tree &program);
+// function path in them. With `uses` loops are taken to run at least once, as a reader would; the
+// nodes that the warnings are about go there.
+std::string kst_uninit_check(std::string_view name, const tree &program,
+                             std::vector<node_index> *uses = nullptr);

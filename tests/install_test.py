@@ -35,6 +35,7 @@ share/doc/kestrin/kestrin.run
 share/kestrin/ckst_udf.cpp
 share/man/man1/kestrin.1.gz
 share/man/man1/kst.1.gz
+share/man/man1/kst-check.1.gz
 share/man/man1/kst-run.1.gz
 share/man/man3/ckst_udf.3.gz
 """.split()

@@ -4,12 +4,15 @@
   workshop_test.py --kst PATH [--kestrin PATH]
 """
 import argparse
+import json
 import os
 import re
 import subprocess
 import sys
 import tempfile
 import unittest
+
+from workshop_faults import random_faults
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 MAN = os.path.join(ROOT, "workshop", "man")
@@ -33,8 +36,12 @@ COMMANDS = [
     (["run", "bad.kst"], "", 1, "", "bad.kst:2:3: undefined function name `NOSUCH'\n"
                                     "      (nosuch 1)\n      ^\n"),
     (["run", "-"], "(+ 1 2)", 0, "3\n", ""),
-    (["run", "-"], "(+ 1 2", 1, "", "standard input:1:1: "),
+    (["run", "-"], "(+ 1 2", 1, "", "standard input:1:7: `)' is missing: "),
     (["run", "-"], "", 1, "", "standard input: there is no code in it"),
+    (["check"], "", 2, "", "kst check: missing FILE"),
+    (["check", "none.kst", "bad.kst"], "", 2, "bad.kst:2:3: ", "can't open `none.kst'"),
+    (["check", "good.kst", "bad.kst"], "", 1, "bad.kst:2:3: undefined function name `NOSUCH'\n", ""),
+    (["check", "good.kst"], "", 0, "", ""),
     (["run", "-e", "(+ $1 $2)", "20", "-3"], "", 0, "17\n", ""),
 ]
 FILES = {"set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n'}
@@ -74,6 +81,37 @@ FAILING_RUNS = [
                       "nested.kst:4:2: `H' is called here"]),
     (["--cfg", "set.cfg", "-e", "(bad 1)"], ["set.cfg:2:12: runtime error 1: Integer division by zero!",
                                              "-e:1:1: `BAD' is called here"]),
+]
+
+
+# Texts and what check tells of them.
+CHECKED = [
+    ("(progn (setq a 1) (outf \"%ld\" a) \"\")", []),
+    ("(defun alone (progn 1))", []),
+    ("# nothing", ["0:0: there is no code in it"]),
+    ("(progn\n  (one 1 (two))\n  (iadd 1)\n  (setq 1 2)\n  (outf 12x 1))",
+     ["2:3: undefined function name `ONE'", "2:10: undefined function name `TWO'",
+      "3:3: 2 arguments are required instead of 1", "4:9: invalid variable name `1'",
+      "5:9: invalid numeric constant: 12x"]),
+    ("(progn\n  (defun f (iadd $1 (nosuch)))\n  (f 1)\n  (f))",
+     ["2:21: undefined function name `NOSUCH'", "4:3: 1 argument is required instead of 0"]),
+    ("(progn\n  (outf \"%s\" \"a)\n  (outf \"b\" \"c)\n  1)",
+     ["2:14: `\"' opens a string that its line does not close",
+      "3:13: `\"' opens a string that its line does not close"]),
+    ("(progn\n  (if (notempty \"a\"\n    1\n    2)\n  3)",
+     ["2:20: `)' is missing: `(notempty' of 2:7 is not closed"]),
+    ("(progn\n  (while 0\n    1\n  (outf \"a\" 1)\n)",
+     ["3:6: `)' is missing: `(while' of 2:3 is not closed"]),
+    ("(progn\n  (setq a) 1)\n  a)", ["2:10: this `)' is one too many"]),
+    ("(progn\n  setq a 1)\n  (setq b a)\n  b)", ["2:3: `(' is missing in front of this"]),
+    ("(progn\n  (iadd 1 2\n  (nosuch)\n  1)", ["2:12: `)' is missing: `(iadd' of 2:3 is not closed",
+                                               "3:3: undefined function name `NOSUCH'"]),
+    ("(progn\n  (defun once (twice))\n  (defun rec (if $1 (rec 0) 1))\n  1)",
+     ["2:15: undefined function name `TWICE'"]),
+    ("(progn\n  (defun once (progn 1))\n  (defun rec (if $1 (rec 0) 1))\n  TERM_TYPE)",
+     ["2:10: `ONCE' is never called", "3:10: `REC' is never called"]),
+    ("(progn\n  (if 1 (setq a 1) 0)\n  (for i 1 1 2 (setq b i))\n  (cat a (cat b miss)))",
+     ["4:8: `A' may be read before it has a value", "4:17: `MISS' may be read before it has a value"]),
 ]
 
 
@@ -143,6 +181,37 @@ class Workshop(unittest.TestCase):
                 status, _, err = self.kst("run", *words)
                 self.assertEqual(status, 1)
                 self.assertEqual(re.findall(r"^(?!    ).+", err, re.M), wanted)
+
+    def test_check_names_the_line_of_a_fault(self):
+        folder = os.path.join(ROOT, "tutorial", "examples")
+        programs = []
+        for name in sorted(os.listdir(folder)):
+            with open(os.path.join(folder, name), encoding="utf-8") as f:
+                programs.append(f.read())
+        missed = []
+        for fault, text, line in random_faults(programs, 200, seed=13):
+            status, out, _ = self.kst("check", "-", text=text)
+            told = re.match(r"standard input:(\d+):\d+: ", out)
+            self.assertEqual((status, bool(told)), (1, True), "%s in line %d\n%s" % (fault, line, out))
+            if int(told[1]) != line:
+                missed.append((fault, line, out))
+                self.assertLessEqual(abs(int(told[1]) - line), 2, missed[-1])
+        self.assertLessEqual(len(missed), 20, missed)
+
+    def test_check_is_content_with_the_examples(self):
+        folder = os.path.join(ROOT, "tutorial", "examples")
+        names = [os.path.join(folder, name) for name in sorted(os.listdir(folder))]
+        self.assertEqual(self.kst("check", *names), (0, "", ""))
+
+    def test_check_tells_each_fault_at_its_place(self):
+        for text, wanted in CHECKED:
+            with self.subTest(text=text):
+                status, out, err = self.kst("check", "--json", "-", text=text)
+                told = ["%(line)d:%(column)d: %(text)s" % one for one in json.loads(out)]
+                self.assertEqual((told, err), (wanted, ""))
+                self.assertEqual(status, 1 if wanted else 0)
+                plain = self.kst("check", "-", text=text)[1]
+                self.assertEqual(len(re.findall("^standard input:", plain, re.M)), len(wanted))
 
     def test_each_verb_has_help_and_a_page_with_its_options(self):
         self.assertTrue(verbs())

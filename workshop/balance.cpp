@@ -1,51 +1,305 @@
-// One scan of the text, line by line as the reader sees it.
+// Every change that would bring a text nearer to balance is tried, and the one is taken after which
+// the lines lie as the forms say, and the checker finds least. Lines lie so if each is indented
+// deeper than the line in which its innermost open form begins, and as deep as the first line in
+// that form; a line that begins by closing a form stands below it and closes no more than forms.
 
 #include "workshop/balance.h"
 
+#include <algorithm>
+#include <tuple>
+
 namespace {
 
-struct bracket {
+constexpr ULO most_changes = 16; // one after the other: what needs more is not mended
+constexpr ULO short_text = 4000; // tokens that are all looked at
+constexpr ULO most_checks = 300; // of texts in balance
+
+struct token {
+    ULO from, to; // bytes of the text
     file_place at;
-    CHR letter;
+    CHR kind; // '(' ')' or 'a' for all else
 };
 
-// The parentheses outside strings and comments.
-std::vector<bracket> brackets_of(std::string_view text)
+bool ends_word(CHR c) { return static_cast<UCH>(c) <= ' ' || c == '(' || c == ')' || c == '#'; }
+
+// Where a token that is no parenthesis ends; strings may be part of it.
+ULO end_of_word(std::string_view text, ULO i)
 {
-    std::vector<bracket> found;
-    ULO line = 1, begin = 0;
     bool in_string = false;
-    for (ULO i = 0; i < text.size(); i++) {
+    for (; i < text.size() && text[i] != '\n' && (in_string || !ends_word(text[i])); i++) {
+        if (text[i] == '"') in_string = !in_string;
+        if (in_string && text[i] == '\\') i++;
+    }
+    return std::min(i, text.size());
+}
+
+std::vector<token> tokens_of(std::string_view text)
+{
+    std::vector<token> found;
+    ULO line = 1, begin = 0;
+    for (ULO i = 0; i < text.size();) {
         const CHR c = text[i];
         if (c == '\n') {
             line++;
-            begin = i + 1;
-        } else if (c == '"')
-            in_string = !in_string;
-        else if (in_string)
-            i += c == '\\';
-        else if (c == '#') {
-            while (i + 1 < text.size() && text[i + 1] != '\n') i++;
-        } else if (c == '(' || c == ')')
-            found.push_back({{line, i - begin + 1}, c});
+            begin = ++i;
+        } else if (c == '#') {
+            i = std::min(text.find('\n', i), text.size());
+        } else if (static_cast<UCH>(c) <= ' ') {
+            i++;
+        } else {
+            const bool is_bracket = c == '(' || c == ')';
+            const ULO end = is_bracket ? i + 1 : end_of_word(text, i);
+            found.push_back({i, end, {line, i - begin + 1}, is_bracket ? c : 'a'});
+            i = end;
+        }
     }
     return found;
 }
 
+// -- What a text looks like with a change ------------------------------------------------------
+
+enum change_kind { NO_CHANGE, CLOSE_BEHIND, OPEN_BEFORE, LEAVE_OUT };
+
+// A change at a token.
+struct change {
+    change_kind kind = NO_CHANGE;
+    ULO token = 0;
+};
+
+// Less is better, the first first.
+struct score {
+    ULO unmatched = 0, misplaced = 0;
+    auto key() const { return std::tie(unmatched, misplaced); }
+    bool operator<(const score &other) const { return key() < other.key(); }
+    bool operator==(const score &other) const { return key() == other.key(); }
+};
+
+// The open forms along a walk over the tokens.
+class layout {
+public:
+    // The next token, with a change at it.
+    void pass(const token &t, change_kind made = NO_CHANGE);
+    ULO depth() const { return forms_.size(); }
+    score result() const { return {result_.unmatched + forms_.size(), result_.misplaced}; }
+
+private:
+    void begin_line(ULO column, bool closes);
+    void open(ULO column) { forms_.push_back({column_, column, 0}); }
+    void close()
+    {
+        if (forms_.empty())
+            result_.unmatched++;
+        else
+            forms_.pop_back();
+    }
+    struct open_form {
+        ULO line; // column of the first token in its line
+        ULO column;
+        ULO inside; // of the first line in it, 0 if there was none
+    };
+    std::vector<open_form> forms_;
+    ULO line_ = 0, column_ = 0, outermost_ = 0;
+    bool closes_only_ = false; // the line, so far
+    score result_;
+};
+
+void layout::begin_line(ULO column, bool closes)
+{
+    column_ = column;
+    closes_only_ = closes;
+    if (closes) {
+        const bool is_below =
+            !forms_.empty() && (column == forms_.back().line || column == forms_.back().column);
+        result_.misplaced += !is_below;
+        return;
+    }
+    ULO &wanted = forms_.empty() ? outermost_ : forms_.back().inside;
+    ULO still_open = 0; // of the forms that the line should be behind
+    for (ULO i = forms_.size(); i > 0 && column <= forms_[i - 1].line; i--) still_open++;
+    if (still_open != 0)
+        result_.misplaced += still_open;
+    else if (wanted == 0)
+        wanted = column;
+    else
+        result_.misplaced += wanted != column;
+}
+
+void layout::pass(const token &t, change_kind made)
+{
+    if (t.at.line != line_) begin_line(t.at.column, t.kind == ')' && made != LEAVE_OUT);
+    line_ = t.at.line;
+    if (t.kind != ')' && closes_only_) result_.misplaced++;
+    closes_only_ = closes_only_ && t.kind == ')';
+    if (made == OPEN_BEFORE) open(t.at.column);
+    if (t.kind == '(' && made != LEAVE_OUT) open(t.at.column);
+    if (t.kind == ')' && made != LEAVE_OUT) close();
+    if (made == CLOSE_BEHIND) close();
+}
+
+layout walk_over(const std::vector<token> &tokens)
+{
+    layout walk;
+    for (const token &t : tokens) walk.pass(t);
+    return walk;
+}
+
+// -- The search --------------------------------------------------------------------------------
+
+class search {
+public:
+    search(const std::string &text, const std::function<ULO(const std::string &)> &count_faults)
+        : text_(text), tokens_(tokens_of(text)), plain_(walk_over(tokens_)),
+          count_faults_(count_faults)
+    {
+    }
+    // How many parentheses are alone.
+    ULO unmatched() const { return plain_.result().unmatched; }
+    change find();
+    fault tell(const change &made) const;
+    std::string text_with(const change &made) const;
+
+private:
+    void choose_range();
+    void try_all(change_kind kind, CHR letter);
+    void take(const change &made);
+    ULO first_alone() const;
+    ULO open_form_at(ULO token) const;
+    std::string_view word_behind(ULO token) const;
+
+    const std::string &text_;
+    const std::vector<token> tokens_;
+    const layout plain_; // without a change
+    const std::function<ULO(const std::string &)> &count_faults_;
+    ULO from_ = 0, to_ = 0; // tokens at which changes are tried
+    ULO seen_to_ = 0;       // and whose consequences are looked at up to here
+    layout before_;         // the walk up to from_
+    score best_ = {~ULO(0), ~ULO(0)};
+    std::vector<change> equals_; // all changes with that score
+};
+
+// All tokens, or of a long text those around the first line that is out of its place.
+void search::choose_range()
+{
+    seen_to_ = to_ = tokens_.size();
+    if (to_ <= short_text) return;
+    layout walk;
+    ULO suspect = 0;
+    while (suspect < to_ && walk.result().misplaced == 0) walk.pass(tokens_[suspect++]);
+    from_ = suspect > short_text / 4 ? suspect - short_text / 4 : 0;
+    to_ = std::min(suspect + short_text / 16, to_);
+    seen_to_ = std::min(to_ + short_text / 4, seen_to_);
+    for (ULO i = 0; i < from_; i++) before_.pass(tokens_[i]);
+}
+
+void search::take(const change &made)
+{
+    layout walk = before_;
+    for (ULO i = from_; i < seen_to_; i++)
+        walk.pass(tokens_[i], made.token == i ? made.kind : NO_CHANGE);
+    const score now = walk.result();
+    if (best_ < now) return;
+    if (now < best_) equals_.clear();
+    best_ = now;
+    equals_.push_back(made);
+}
+
+// Tries a change at each token of a kind, 0 for any.
+void search::try_all(change_kind kind, CHR letter)
+{
+    for (ULO i = from_; i < to_; i++)
+        if (letter == 0 || tokens_[i].kind == letter) take({kind, i});
+}
+
+// The first closing parenthesis without a partner.
+ULO search::first_alone() const
+{
+    ULO depth = 0, i = 0;
+    for (; i + 1 < tokens_.size(); i++) {
+        if (tokens_[i].kind == ')' && depth == 0) break;
+        depth += (tokens_[i].kind == '(') - (tokens_[i].kind == ')');
+    }
+    return i;
+}
+
+// Of the changes that leave the best layout the one that the checker likes best; of equals the
+// last.
+change search::find()
+{
+    choose_range();
+    if (plain_.depth() < unmatched()) { // a closing one is alone
+        try_all(OPEN_BEFORE, 'a');
+        try_all(LEAVE_OUT, ')');
+    } else {
+        try_all(LEAVE_OUT, '(');
+        try_all(CLOSE_BEHIND, 0);
+    }
+    if (equals_.empty()) return {LEAVE_OUT, first_alone()};
+    change chosen = equals_.back();
+    if (unmatched() > 1) return chosen;
+    ULO least = ~ULO(0), checks = 0;
+    for (ULO i = equals_.size(); i > 0 && least > 0 && checks < most_checks; i--, checks++) {
+        const ULO faults = count_faults_(text_with(equals_[i - 1]));
+        if (faults >= least) continue;
+        least = faults;
+        chosen = equals_[i - 1];
+    }
+    return chosen;
+}
+
+std::string search::text_with(const change &made) const
+{
+    const token &t = tokens_[made.token];
+    std::string text = text_;
+    if (made.kind == CLOSE_BEHIND) text.insert(t.to, ")");
+    if (made.kind == OPEN_BEFORE) text.insert(t.from, "(");
+    if (made.kind == LEAVE_OUT) text[t.from] = ' ';
+    return text;
+}
+
+// The innermost form that is open behind a token, as the number of its parenthesis.
+ULO search::open_form_at(ULO token) const
+{
+    std::vector<ULO> open;
+    for (ULO i = 0; i <= token; i++) {
+        if (tokens_[i].kind == '(') open.push_back(i);
+        if (tokens_[i].kind == ')' && !open.empty()) open.pop_back();
+    }
+    return open.empty() ? 0 : open.back();
+}
+
+std::string_view search::word_behind(ULO token) const
+{
+    if (token + 1 >= tokens_.size() || tokens_[token + 1].kind != 'a') return {};
+    const auto &word = tokens_[token + 1];
+    return std::string_view(text_).substr(word.from, word.to - word.from);
+}
+
+fault search::tell(const change &made) const
+{
+    const token &t = tokens_[made.token];
+    if (made.kind == OPEN_BEFORE) return {t.at, "`(' is missing in front of this"};
+    if (made.kind == LEAVE_OUT)
+        return {t.at, t.kind == ')' ? "this `)' is one too many" : "this `(' is never closed"};
+    const ULO open = open_form_at(made.token);
+    const file_place at = tokens_[open].at;
+    const std::string where = std::to_string(at.line) + ":" + std::to_string(at.column);
+    return {{t.at.line, t.at.column + t.to - t.from},
+            "`)' is missing: `(" + std::string(word_behind(open)) + "' of " + where +
+                " is not closed"};
+}
+
 } // namespace
 
-std::vector<fault> find_unbalanced(std::string_view text)
+bool mend_balance(std::string *text, std::vector<fault> *faults,
+                  const std::function<ULO(const std::string &)> &count_faults)
 {
-    std::vector<fault> faults;
-    std::vector<file_place> open;
-    for (const bracket &b : brackets_of(text)) {
-        if (b.letter == '(')
-            open.push_back(b.at);
-        else if (open.empty())
-            faults.push_back({b.at, "`)' closes nothing"});
-        else
-            open.pop_back();
+    for (;;) {
+        search here(*text, count_faults);
+        if (here.unmatched() == 0) return true;
+        const change made = here.find();
+        const fault found = here.tell(made);
+        if (faults->empty() || faults->back().at.line != found.at.line) faults->push_back(found);
+        if (here.unmatched() > most_changes) return false;
+        *text = here.text_with(made);
     }
-    for (const file_place &at : open) faults.push_back({at, "`(' is never closed"});
-    return faults;
 }

@@ -1,10 +1,16 @@
-// Parentheses without their partners.
+// Parentheses without their partners: where one is missing or too much, judged by the layout of the
+// lines and by what the checker would say of the text with that one change.
 #pragma once
 
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "workshop/fault.h"
 
-// The faults of a text whose parentheses are out of balance; none if they are in balance. Quotes
-// are in balance in every line.
-std::vector<fault> find_unbalanced(std::string_view text);
+// Mends the parentheses of a text, one by one, and adds a fault for each line where they were, at
+// the place of the change; none if they are in balance. Lines keep their numbers. Quotes have to be
+// in balance in every line. `count_faults` says how much is wrong with a text in balance. Returns
+// whether the text is in balance now: one with too many faults is left.
+bool mend_balance(std::string *text, std::vector<fault> *faults,
+                  const std::function<ULO(const std::string &)> &count_faults);

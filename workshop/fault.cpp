@@ -3,6 +3,7 @@
 #include "workshop/fault.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace {
 
@@ -51,12 +52,19 @@ std::string_view source::line(ULO number) const
     return rest.substr(0, std::min(rest.find('\n'), rest.find('\r')));
 }
 
+void sort_by_place(std::vector<fault> *faults)
+{
+    std::stable_sort(faults->begin(), faults->end(), [](const fault &a, const fault &b) {
+        return std::tie(a.at.line, a.at.column) < std::tie(b.at.line, b.at.column);
+    });
+}
+
 void print_fault(FILE *stream, const source &from, const fault &found)
 {
     fprintf(stream, "%s:", from.name.c_str());
     if (found.at.line != 0) fprintf(stream, "%lu:", found.at.line);
     if (found.at.column != 0) fprintf(stream, "%lu:", found.at.column);
-    fprintf(stream, " %s\n", found.text.c_str());
+    fprintf(stream, " %s%s\n", found.is_warning ? "warning: " : "", found.text.c_str());
     if (found.at.column == 0) return;
     const std::string_view line = from.line(found.at.line);
     print_marked(stream, line, std::min(found.at.column - 1, line.size()));

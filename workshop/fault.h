@@ -20,7 +20,11 @@ struct source {
 struct fault {
     file_place at;
     std::string text;
+    bool is_warning = false;
 };
+
+// By line and column; of those at one place the first found stays first.
+void sort_by_place(std::vector<fault> *faults);
 
 // Prints "name:line:column: text", then the line and a mark under the place.
 void print_fault(FILE *stream, const source &from, const fault &found);

@@ -7,11 +7,15 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "driver/prepare.h"
+#include "driver/session.h"
 #include "driver/start.h"
 #include "frontend/check.h"
 #include "frontend/forms.h"
 #include "frontend/isa.h"
 #include "frontend/reader.h"
+#include "frontend/self_check.h"
+#include "frontend/uninit.h"
 #include "strings/tokens.h"
 #include "vm/engine.h"
 #include "vm/machine.h"
@@ -58,17 +62,52 @@ ULO column_of_open_quote(std::string_view line)
     return open;
 }
 
-bool find_faults_of_text(const source &from, program *into, std::string *joined)
+// The faults of lines that end in a string.
+std::vector<fault> find_open_strings(const source &from)
 {
-    const ULO refused = join_lines(joined, from.text, false, &into->parsed.file);
-    if (refused != 0)
-        into->faults.push_back({{refused, column_of_open_quote(from.line(refused))},
-                                "`\"' opens a string that its line does not close"});
-    else
-        into->faults = find_unbalanced(from.text);
-    if (into->faults.empty() && left_trimmed(*joined).empty())
-        into->faults.push_back({{0, 0}, "there is no code in it"});
-    return !into->faults.empty();
+    std::vector<fault> faults;
+    std::string joined;
+    source rest = from;
+    for (ULO line = 0; !rest.text.empty();) {
+        joined.clear();
+        const ULO refused = join_lines(&joined, rest.text, false);
+        if (refused == 0) break;
+        faults.push_back({{line + refused, column_of_open_quote(rest.line(refused))},
+                          "`\"' opens a string that its line does not close"});
+        line += refused;
+        for (ULO i = 0; i < refused; i++)
+            rest.text.erase(0, std::min(rest.text.find('\n'), rest.text.size() - 1) + 1);
+    }
+    return faults;
+}
+
+// Parses and checks a text in balance.
+void check_text(const std::string &text, program *into, lut **table)
+{
+    tree *t = &into->parsed;
+    std::string joined;
+    join_lines(&joined, text, false, &t->file);
+    if (left_trimmed(joined).empty())
+        return into->faults.push_back({{0, 0}, "there is no code in it"});
+    std::vector<syntax_fault> found;
+    const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
+    const SLO wanted =
+        kestrin_check(t, &t->root, wrapped(std::move(joined)), wrapper, "Main", table, &found);
+    for (const syntax_fault &one : found)
+        into->faults.push_back({t->place_of(t->nodes[one.node]), short_text(one)});
+    if (wanted < 0 && found.empty()) // what is said of no node
+        into->faults.push_back({{0, 0}, rt_ctrl->rt_run_text});
+    into->arguments = wanted < 0 ? 0 : static_cast<ULO>(wanted);
+}
+
+// How much is wrong with a text in balance.
+ULO count_faults(const std::string &text)
+{
+    known_functions known;
+    program p;
+    check_text(text, &p, &known.table);
+    const ULO faults = p.faults.size();
+    return faults == 0 ? find_unset(std::move(p)).size() : faults;
 }
 
 } // namespace
@@ -85,23 +124,44 @@ bool read_source(const CHR *path, source *into, std::string *why)
     return false;
 }
 
-bool check_program(const source &from, program *into)
+known_functions::known_functions()
 {
-    std::string joined;
-    if (find_faults_of_text(from, into, &joined)) return false;
-    std::vector<syntax_fault> found;
-    tree *t = &into->parsed;
-    const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
-    const SLO wanted = kestrin_check(t, &t->root, wrapped(std::move(joined)), wrapper, "Main",
-                                     &the_engine.func_lut, &found);
-    for (const syntax_fault &one : found)
-        into->faults.push_back({t->place_of(t->nodes[one.node]), short_text(one)});
-    if (wanted < 0 && found.empty()) // what is said of no node
-        into->faults.push_back({{0, 0}, rt_ctrl->rt_run_text});
-    into->arguments = wanted < 0 ? 0 : static_cast<ULO>(wanted);
-    std::stable_sort(into->faults.begin(), into->faults.end(),
-                     [](const fault &a, const fault &b) { return a.at.line < b.at.line; });
+    if (the_engine.func_lut == nullptr) check_instruction_tables(&the_engine.func_lut);
+    table = lut_make_view(the_engine.func_lut);
+    table->lut_scope++;
+}
+
+known_functions::~known_functions() { lut_free_view(&table); }
+
+bool check_program(const source &from, program *into, lut **table)
+{
+    std::string text = from.text;
+    into->faults = find_open_strings(from);
+    if (!into->faults.empty()) return false;
+    if (!mend_balance(&text, &into->faults, count_faults)) return false;
+    program mended;
+    check_text(text, &mended, table);
+    sort_by_place(&mended.faults);
+    mended.faults.insert(mended.faults.begin(), into->faults.begin(), into->faults.end());
+    *into = std::move(mended);
     return into->faults.empty();
+}
+
+std::vector<fault> find_unset(program checked)
+{
+    session &s = start_workshop();
+    s.program = std::move(checked.parsed);
+    bind_terminal(&s);
+    const tree &t = s.program;
+    std::vector<node_index> uses;
+    std::vector<fault> faults;
+    kst_uninit_check("Main", t, &uses);
+    for (const node_index n : uses)
+        faults.push_back({t.place_of(t.nodes[n]),
+                          "`" + std::string(names().text(t.nodes[n].name)) +
+                              "' may be read before it has a value",
+                          true});
+    return faults;
 }
 
 session &start_workshop()

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/lut.h"
 #include "frontend/tree.h"
 #include "kestrin/types.h"
 #include "workshop/fault.h"
@@ -17,9 +18,23 @@ struct program {
     std::vector<fault> faults; // none: it can be compiled
 };
 
-// Checks a source and leaves its tree, with the place of each node. Wants the language started; the
-// functions of the source stay known to later checks. Returns whether there were no faults.
-bool check_program(const source &from, program *into);
+// A table of known functions for one check: the instructions and the global functions.
+struct known_functions {
+    lut *table;
+    known_functions();
+    ~known_functions();
+    known_functions(const known_functions &) = delete;
+    known_functions &operator=(const known_functions &) = delete;
+};
+
+// Checks a source and leaves its tree, with the place of each node, and all its faults: those of
+// parentheses first, as others may be their consequences. Wants the
+// language started; the functions of the source are entered in the table. Returns whether there
+// were no faults.
+bool check_program(const source &from, program *into, lut **table);
+
+// Reads of variables that may have no value yet, in a program without faults.
+std::vector<fault> find_unset(program checked);
 
 // Starts the engine and the language, once in a process; a second call does nothing.
 struct session;

@@ -48,7 +48,7 @@ void prepare(session *s, const source &from)
     s->program_places = &program_places;
     load_profile(s);
     program p;
-    if (!check_program(from, &p)) end_with_faults(from, p.faults);
+    if (!check_program(from, &p, &the_engine.func_lut)) end_with_faults(from, p.faults);
     const ULO given = s->words_behind_file();
     if (p.arguments != given)
         end_with_faults(from,

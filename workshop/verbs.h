@@ -4,3 +4,4 @@
 #include "workshop/verb.h"
 
 extern const verb run_verb;
+extern const verb check_verb;

@@ -1,0 +1,131 @@
+// kst check: all faults of programs, none of which runs.
+
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "frontend/groups.h"
+#include "frontend/words.h"
+#include "workshop/program.h"
+#include "workshop/verbs.h"
+
+namespace {
+
+// -- Functions that nothing calls --------------------------------------------------------------
+
+class call_finder {
+public:
+    explicit call_finder(const tree &t) : tree_(t) { walk(t.root); }
+    std::vector<fault> never_called() const;
+
+private:
+    bool is_definition(const node &n) const
+    {
+        return n.kind == 'U' && (groups_of(word_of(n.name)) & in(GROUP_DEFUN));
+    }
+    void walk(node_index n);
+
+    const tree &tree_;
+    std::vector<node_index> definitions_; // their names
+    std::vector<name_id> inside_;         // functions around the walk
+    std::set<name_id> called_;            // from outside themselves
+    bool has_more_ = false;               // than definitions
+};
+
+void call_finder::walk(node_index n)
+{
+    const node &form = tree_.nodes[n];
+    node_index first = form.first;
+    const bool defines = is_definition(form);
+    if (defines) {
+        definitions_.push_back(first);
+        inside_.push_back(tree_.nodes[first].name);
+        first = tree_.nodes[first].next;
+    } else if (word_of(form.name) == nullptr &&
+               std::find(inside_.begin(), inside_.end(), form.name) == inside_.end())
+        called_.insert(form.name);
+    for (node_index i = first; i != NO_NODE; i = tree_.nodes[i].next) {
+        if (inside_.empty() && n == tree_.root && !is_definition(tree_.nodes[i])) has_more_ = true;
+        if (tree_.nodes[i].kind == 'U') walk(i);
+    }
+    if (defines) inside_.pop_back();
+}
+
+// A file of nothing but definitions is a set of functions for others.
+std::vector<fault> call_finder::never_called() const
+{
+    std::vector<fault> faults;
+    for (const node_index n : definitions_) {
+        const node &name = tree_.nodes[n];
+        if (has_more_ && called_.count(name.name) == 0)
+            faults.push_back({tree_.place_of(name),
+                              "`" + std::string(names().text(name.name)) + "' is never called",
+                              true});
+    }
+    return faults;
+}
+
+// -- The verb ----------------------------------------------------------------------------------
+
+std::vector<fault> check_source(const source &from)
+{
+    known_functions known;
+    program p;
+    if (!check_program(from, &p, &known.table)) return p.faults;
+    std::vector<fault> warnings = call_finder(p.parsed).never_called();
+    for (fault &one : find_unset(std::move(p))) warnings.push_back(std::move(one));
+    sort_by_place(&warnings);
+    return warnings;
+}
+
+void add_json(nlohmann::ordered_json *list, const source &from, const std::vector<fault> &faults)
+{
+    for (const fault &one : faults)
+        list->push_back({{"file", from.name},
+                         {"line", one.at.line},
+                         {"column", one.at.column},
+                         {"severity", one.is_warning ? "warning" : "error"},
+                         {"text", one.text}});
+}
+
+void print_json(const nlohmann::ordered_json &list)
+{
+    puts(list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+}
+
+int run_check(const request &asked)
+{
+    start_workshop();
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    int status = STATUS_GOOD;
+    for (const CHR *path : asked.operands) {
+        source from;
+        std::string why;
+        if (!read_source(path, &from, &why)) {
+            status = refused("kst check", why);
+            continue;
+        }
+        const std::vector<fault> faults = check_source(from);
+        if (asked.has("--json"))
+            add_json(&list, from, faults);
+        else
+            print_faults(stdout, from, faults);
+        if (!faults.empty()) status = std::max<int>(status, STATUS_FAULT);
+    }
+    if (asked.has("--json")) print_json(list);
+    return status;
+}
+
+constexpr option options[] = {
+    {"--json", "", "an array of objects instead of lines"},
+};
+
+} // namespace
+
+const verb check_verb = {
+    .name = "check",
+    .operands = "FILE ...",
+    .help = "tells all faults of programs and runs none; FILE - is the standard input",
+    .options = options,
+    .run = run_check,
+    .least = 1,
+};
