@@ -20,7 +20,7 @@ public:
 private:
     bool is_definition(const node &n) const
     {
-        return n.kind == 'U' && (groups_of(word_of(n.name)) & in(GROUP_DEFUN));
+        return n.letter == 'U' && (groups_of(word_of(n.name)) & in(GROUP_DEFUN));
     }
     void walk(node_index n);
 
@@ -45,7 +45,7 @@ void call_finder::walk(node_index n)
         called_.insert(form.name);
     for (node_index i = first; i != NO_NODE; i = tree_.nodes[i].next) {
         if (inside_.empty() && n == tree_.root && !is_definition(tree_.nodes[i])) has_more_ = true;
-        if (tree_.nodes[i].kind == 'U') walk(i);
+        if (tree_.nodes[i].letter == 'U') walk(i);
     }
     if (defines) inside_.pop_back();
 }
