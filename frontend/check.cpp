@@ -365,7 +365,8 @@ SLO checker::check_token(node_index index)
 
 SLO checker::refuse_target(node_index form, node_index target, bool is_array)
 {
-    const std::string_view shown = at(target).letter == 0 ? text(target) : std::string_view(folded_);
+    const std::string_view shown =
+        at(target).letter == 0 ? text(target) : std::string_view(folded_);
     if (is_array) return refuse<syntax::INVALID_ARRAY>(target, path(), shown, text(form));
     return refuse<syntax::INVALID_TARGET>(target, path(), shown, text(form));
 }
@@ -489,8 +490,9 @@ SLO checker::define_body(node_index definition, name_id name)
     const node_index body = at(at(definition).first).next;
     paths_.push_back({here_->path, name});
     if (at(body).letter != 'U') // a token, or a comment after all
-        return refuse<syntax::UNTERMINATED_FORM>(
-            body, path_text(paths_.size()), at(body).letter == 'C' ? std::string_view() : text(body));
+        return refuse<syntax::UNTERMINATED_FORM>(body, path_text(paths_.size()),
+                                                 at(body).letter == 'C' ? std::string_view()
+                                                                        : text(body));
     function_scope scope = {paths_.size(), {}, {}};
     function_scope *outer = here_;
     const ULO mark = functions_.mark();

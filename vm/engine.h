@@ -24,7 +24,8 @@ struct engine {
     UCH mapcar_with_decompiler;
     UCH compile_with_debuginfo;
     UCH moves = 1;    // 1: the linker lets values move where nobody sees the difference
-    UCH small_arrays; // 1: arrays own only the places that they use; else as many as they report
+    UCH small_arrays; // 1: arrays own only the places that they use, and copies share them; else
+                      // as many as they report
 };
 
 extern engine the_engine;

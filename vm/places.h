@@ -1,9 +1,13 @@
-// Member places of arrays: how many an array reports, how many of them have memory, their growth.
+// Member places of arrays: how many an array reports, how many of them have memory, their growth,
+// and who shares them.
 //
 // An array reports 128 places or a multiple, and of the first 128 it owns as many as are used,
 // doubled when there are too few. How many stands in place 0, which holds no member: in the record
 // there of a mixed array, in the tag there of a typed one. Tags are whole always, and the tag of a
 // place without memory is zero, so that only who stores, copies or frees asks what is owned.
+//
+// A copy of a whole mixed array shares its places until one of the two is changed. How many records
+// hold the places besides the first one stands in place 0 as well.
 #pragma once
 
 #include <algorithm>
@@ -47,6 +51,18 @@ inline void set_owned_places(kestrin_data *d, ULO owned)
     else
         d->aready_tags[0] = owned < PLACES_STEP ? static_cast<UCH>(owned) : 0;
 }
+
+// True for an array that shares its places. An extension unit's own array says nothing.
+inline bool is_shared(const kestrin_data *d)
+{
+    return d->arraytype == 0 && d->array.mix != nullptr && d->array.mix[0].value.ival != 0 &&
+           the_engine.small_arrays;
+}
+// Gives a record places of its own instead. False, with nothing changed, if there is no memory.
+bool end_sharing(kestrin_data *d);
+
+// Before places are changed.
+inline bool own_places(kestrin_data *d) { return !is_shared(d) || end_sharing(d); }
 
 // Places that are allocated for so many: some more in a large array, for a reallocation costs a
 // system call. Nothing touches the rest. An extension unit's own arrays have none.

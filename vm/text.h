@@ -66,10 +66,20 @@ inline void eval_text(const ULO *word, kestrin_data *slot)
 // none.
 bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot);
 
-// The place of the text of a plain member that is one, NULL if it is not. The text of an array is
-// its member 0; it is one where it is only read.
+// The index of a plain member. False with an error pending, or if its leaf is no good for one.
+bool plain_index(const ULO *node, SLO *index);
+
+// The place of the text of a member that is one, NULL if it is not. The text of an array is its
+// member 0; it is one where it is only read.
 enum text_shape : UCH { ANY_TEXT, SINGLE_TEXT };
-CHR **member_text(const ULO *node, text_shape shape = ANY_TEXT);
+CHR **member_text(kestrin_data *array, SLO index, text_shape shape);
+
+// That of a plain member, to be read.
+inline CHR *const *member_text(const ULO *node)
+{
+    SLO index;
+    return plain_index(node, &index) ? member_text(variable(node[1]), index, ANY_TEXT) : nullptr;
+}
 
 // The text of a constant, or of a variable or plain member that holds one, where it stands; NULL
 // for anything else, an allocated text otherwise.
@@ -80,7 +90,7 @@ inline const CHR *text_in_place(const ULO *node)
         const kestrin_data *v = variable(node[1]);
         return v->type == 'S' ? v->svalue : nullptr;
     }
-    CHR **const place = is_plain_member(node) ? member_text(node) : nullptr;
+    CHR *const *const place = is_plain_member(node) ? member_text(node) : nullptr;
     return place == nullptr ? nullptr : *place;
 }
 

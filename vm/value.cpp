@@ -1,8 +1,9 @@
 // Copy and release of the universal value. An array of one class is a run of machine values with a
 // tag byte each; a mixed array is a run of records, which may be arrays again. Of nested arrays one
 // is done after another, whatever their depth: those to come are a list that runs through their
-// places 0.
+// places 0. Where arrays are the engine's own, a copy of a mixed one shares its places.
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -44,6 +45,7 @@ public:
         const kestrin_data &link = first_[0];
         *count = static_cast<ULO>(link.value.ival);
         *source = reinterpret_cast<const kestrin_data *>(link.svalue);
+        (*places)[0].value.ival = 0; // nobody shares what is being made
         first_ = link.array.mix;
         return true;
     }
@@ -51,6 +53,28 @@ public:
 private:
     kestrin_data *first_ = nullptr;
 };
+
+// -- Shared places -----------------------------------------------------------------------------
+
+void join(kestrin_data *places) { places[0].value.ival++; }
+void leave(kestrin_data *places) { places[0].value.ival--; }
+
+// Whether a copy of the first `n` places may share them: with a unit's instructions it may not.
+bool may_share(const kestrin_data *source, ULO n)
+{
+    return the_engine.small_arrays && !source->single && source->arraytype == 0 &&
+           source->array.mix != nullptr && n == source->indices_numb;
+}
+
+// For a record that has no array; the places have been joined.
+void share_places(kestrin_data *dest, const kestrin_data *source)
+{
+    const ULO owned = owned_places(source);
+    dest->arraytype = 0;
+    dest->array.mix = source->array.mix;
+    dest->indices_numb = array_capacity(source->indices_numb - 1);
+    set_owned_places(dest, owned);
+}
 
 // -- Release -----------------------------------------------------------------------------------
 
@@ -63,6 +87,7 @@ void free_strings(CHR **places, ULO from, ULO to)
 void free_own(kestrin_data *d, waiting_places *waiting)
 {
     free_string(&d->svalue);
+    if (is_shared(d)) return leave(d->array.mix);
     if (d->arraytype == 0) {
         if (d->array.mix != nullptr) waiting->add(d->array.mix, owned_places(d), nullptr);
         return;
@@ -183,17 +208,19 @@ bool copy_places(const array_copy &c, waiting_places *waiting)
     return true;
 }
 
-// An alias and its variable share their buffers: nothing to copy, and nothing may be freed. Only a
-// shorter count acts.
-bool shares_buffers(const kestrin_data *dest, const kestrin_data *source)
+// An alias and its variable have the same buffers: nothing to copy, and nothing may be freed. Only
+// a shorter count acts. Two arrays that share all that they have may be taken for such a pair.
+bool is_alias(const kestrin_data *dest, const kestrin_data *source)
 {
-    return (dest->svalue != nullptr && dest->svalue == source->svalue) ||
+    if (source->disable_ptr || dest->svalue != source->svalue) return false;
+    return dest->svalue != nullptr ||
            (dest->array.mix != nullptr && dest->array.mix == source->array.mix) ||
            (dest->aready_tags != nullptr && dest->aready_tags == source->aready_tags);
 }
 
 void shorten(kestrin_data *d, ULO n)
 {
+    if (!own_places(d)) return;
     const ULO owned = owned_places(d);
     if (d->arraytype == 'S')
         free_strings(d->array.svalue, n, owned);
@@ -214,11 +241,13 @@ void copy_alias(kestrin_data *dest, const kestrin_data *source, ULO n)
 bool copy_record(kestrin_data *dest, const kestrin_data *source, ULO n, waiting_places *waiting)
 {
     if (n == 0 || n > source->indices_numb) n = source->indices_numb;
-    if (shares_buffers(dest, source)) {
+    if (is_alias(dest, source)) {
         copy_alias(dest, source, n);
         return true;
     }
-    if (dest->arraytype != source->arraytype || source->single) {
+    const bool sharing = may_share(source, n);
+    if (sharing) join(source->array.mix);
+    if (dest->arraytype != source->arraytype || source->single || sharing || is_shared(dest)) {
         if (source->single && source->type == 'S') // keeps the buffer of a string for the next
             free_array_of(dest);
         else
@@ -226,7 +255,8 @@ bool copy_record(kestrin_data *dest, const kestrin_data *source, ULO n, waiting_
     }
     copy_single(dest, source);
     dest->single = source->single;
-    return source->single || copy_places({dest, source, n}, waiting);
+    if (sharing) share_places(dest, source);
+    return source->single || sharing || copy_places({dest, source, n}, waiting);
 }
 
 // Members with nothing but a value are the most.
@@ -259,6 +289,25 @@ void free_array_of(kestrin_data *d)
     d->indices_numb = 1;
     d->aready_tags = nullptr;
     d->array.mix = nullptr;
+}
+
+bool end_sharing(kestrin_data *d)
+{
+    kestrin_data *const shared = d->array.mix, *own = nullptr;
+    const ULO owned = owned_places(d);
+    if (!grow_places(&own, 0, owned, site::COPY_MIXED)) return false;
+    std::fill_n(own, owned, fresh_variable);
+    waiting_places none; // nested places are shared in their turn
+    for (ULO i = 1; i < owned; i++) {
+        if (copy_member(&own[i], &shared[i], &none)) continue;
+        free_members(own, 1, owned);
+        free(own);
+        return false;
+    }
+    leave(shared);
+    d->array.mix = own;
+    set_owned_places(d, owned);
+    return true;
 }
 
 void copy_kst_data(kestrin_data *dest, const kestrin_data *source, ULO indices_numb)

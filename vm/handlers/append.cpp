@@ -5,6 +5,7 @@
 #include "kestrin/strings.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
+#include "vm/places.h"
 #include "vm/text.h"
 
 HANDLER(setq);
@@ -21,13 +22,15 @@ namespace {
 // The operand words of a CAT.
 const ULO *joined_words(const ULO *value_word) { return node_at(value_word) + 1; }
 
-// Evaluates the second operand of the CAT and puts it behind the text at `place`, which that does
-// not assign.
-void append(CHR **place, const ULO *cat_words, kestrin_data *ret_dat)
+// Evaluates the second operand of the CAT and puts it behind the text that `find` gives the place
+// of then; the operand does not assign the variable.
+template <class F> void append(F find, const ULO *cat_words, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
     const held_operand<const CHR *, CAST> more(cat_words + 1, cat_words + 2, ret_dat, true);
-    if (rt_ctrl->rt_noterror) cat(place, more.get(ret_dat));
+    if (!rt_ctrl->rt_noterror) return;
+    CHR **const place = find();
+    if (place != nullptr) cat(place, more.get(ret_dat));
 }
 
 template <fcall generic> void append_to_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -35,17 +38,24 @@ template <fcall generic> void append_to_variable(const ULO *dat_ptr, kestrin_dat
     kestrin_data *target = variable(dat_ptr[0]);
     if (!rt_ctrl->rt_noterror) return;
     if (target->indices_numb > 1 || target->type != 'S') return generic(dat_ptr, ret_dat);
-    append(&target->svalue, joined_words(dat_ptr + 1), ret_dat);
+    append([target] { return &target->svalue; }, joined_words(dat_ptr + 1), ret_dat);
 }
 
-// A store of any type refuses an array of one class.
+// A store of any type refuses an array of one class. The operand may copy the array, which shares
+// its places from then on.
 template <fcall generic> void append_to_member(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const ULO *words = joined_words(dat_ptr + 2);
-    CHR **place = member_text(node_at(words), SINGLE_TEXT);
-    const bool refused = generic == func__arsetq && variable(dat_ptr[0])->arraytype != 0;
-    if (place == nullptr || refused) return generic(dat_ptr, ret_dat);
-    append(place, words, ret_dat);
+    kestrin_data *array = variable(dat_ptr[0]);
+    SLO index;
+    const bool refused = generic == func__arsetq && array->arraytype != 0;
+    if (refused || !plain_index(node_at(words), &index) ||
+        member_text(array, index, SINGLE_TEXT) == nullptr)
+        return generic(dat_ptr, ret_dat);
+    const auto find = [array, index] {
+        return own_places(array) ? member_text(array, index, SINGLE_TEXT) : nullptr;
+    };
+    append(find, words, ret_dat);
 }
 
 bool is_cat(const ULO *node) { return is_node(node, func__cat) || is_node(node, func__cat_j); }

@@ -50,13 +50,18 @@ bool grow_mixed(kestrin_data *array, ULO index)
     return true;
 }
 
+// Sees to it that the place has memory, of this array alone.
+bool make_member(kestrin_data *array, ULO index)
+{
+    return own_places(array) && (index < owned_places(array) || grow_mixed(array, index));
+}
+
 // The array stored into itself: its places must not move under the copy.
-[[gnu::noinline]] void store_itself(kestrin_data *array, ULO index)
+[[gnu::noinline]] void store_itself(kestrin_data *array, ULO index, const kestrin_data *source)
 {
     kestrin_data copy = owning_slot;
-    copy_kst_data(&copy, array, 0);
-    if (index < owned_places(array) || grow_mixed(array, index))
-        take_value(&array->array.mix[index], &copy);
+    copy_kst_data(&copy, source, 0);
+    if (make_member(array, index)) take_value(&array->array.mix[index], &copy);
     release(&copy);
 }
 
@@ -74,9 +79,8 @@ void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
     if (index == 0) return store_first(dat_ptr, array, source);
     if (!takes_member(dat_ptr, index, array)) return;
     if (!source->single && source->array.mix == array->array.mix)
-        return store_itself(array, ULO(index));
-    if (ULO(index) < owned_places(array) || grow_mixed(array, ULO(index)))
-        copy_kst_data(&array->array.mix[index], source, 0);
+        return store_itself(array, ULO(index), source);
+    if (make_member(array, ULO(index))) copy_kst_data(&array->array.mix[index], source, 0);
 }
 
 // From a result record that nobody reads any more.
@@ -88,8 +92,7 @@ void take_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
     if (index == 0) {
         std::swap(array->svalue, source->svalue);
         array->type = 'S';
-    } else if (takes_member(dat_ptr, index, array) &&
-               (ULO(index) < owned_places(array) || grow_mixed(array, ULO(index)))) {
+    } else if (takes_member(dat_ptr, index, array) && make_member(array, ULO(index))) {
         take_value(&array->array.mix[index], source);
     }
 }
@@ -425,20 +428,17 @@ bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot)
     return slot->type != 0;
 }
 
-// The index of a plain member, if its leaf is good for one.
-static bool plain_index(const ULO *node, SLO *index)
+bool plain_index(const ULO *node, SLO *index)
 {
+    if (!rt_ctrl->rt_noterror) return false;
     const ULO *word = node + 2;
     return is_node(node_at(word), func__dummy_i) ? read_in_place<SLO, CONSTANT>(word, index)
                                                  : !is_node(node_at(word), func__dummy_f) &&
                                                        read_in_place<SLO, VARIABLE>(word, index);
 }
 
-CHR **member_text(const ULO *node, text_shape shape)
+CHR **member_text(kestrin_data *array, SLO index, text_shape shape)
 {
-    SLO index;
-    if (!rt_ctrl->rt_noterror || !plain_index(node, &index)) return nullptr;
-    kestrin_data *array = variable(node[1]);
     const ULO place = ULO(index);
     if (place >= array->indices_numb) return nullptr;
     if (place == 0) return array->type == 'S' ? &array->svalue : nullptr;

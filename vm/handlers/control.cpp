@@ -7,6 +7,7 @@
 #include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
+#include "vm/places.h"
 
 void answer_zero(kestrin_data *ret_dat)
 {
@@ -31,8 +32,11 @@ void unwind(UCH mark)
     rt_ctrl->rt_error_code = mark;
 }
 
+// An array that is made single keeps its places, but shares them with nobody.
 void set_control(kestrin_data *control, SLO value)
 {
+    if (!control->single) [[unlikely]]
+        own_places(control);
     control->single = 1;
     control->type = 'I';
     control->value.ival = value;
