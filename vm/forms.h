@@ -20,18 +20,19 @@
 // An operation is a class with
 //     result, wants            its number's type, and what it wants of its operands
 //     truth                    whether it serves as a condition
+//     members                  whether a MEMBER as operand is worth forms of its own
 //     generic                  its handler, which takes operands of any kind
 //     compute_in_place<kinds>  the number where all operands stand in place; false where they hold
 //                              another type or the operation has a fault, and nothing has been done
 //     compute<kinds>           the number for operands of other kinds; `ret_dat` is an owning slot
+//     with_first<kinds>        in place of that, only where the first operand stands in place and
+//                              may refuse
 //     make<kinds>              only where some kinds have other forms than the usual: the variant
 //
 // A further form is one function here and one member of `variant`, filled in by forms_of().
 #pragma once
 
 #include "vm/handler.h"
-
-constexpr bool is_in_place(operand_kind kind) { return kind == VARIABLE || kind == CONSTANT; }
 
 // -- Where a number comes from -----------------------------------------------------------------
 
@@ -61,6 +62,10 @@ template <class op, operand_kind... kinds> struct operation {
     {
         if constexpr (in_place) {
             return op::template compute_in_place<kinds...>(dat_ptr, value);
+        } else if constexpr (requires {
+                                 op::template with_first<kinds...>(dat_ptr, ret_dat, value);
+                             }) {
+            return op::template with_first<kinds...>(dat_ptr, ret_dat, value);
         } else {
             *value = op::template compute<kinds...>(dat_ptr, ret_dat);
             return true;
@@ -134,8 +139,10 @@ template <class source> void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
     const UCH owning = ret_dat->disable_ptr, type = ret_dat->type;
     if constexpr (!source::in_place) ret_dat->disable_ptr = 1;
     SLO condition;
-    if (!source::get(dat_ptr, ret_dat, &condition)) [[unlikely]]
+    if (!source::get(dat_ptr, ret_dat, &condition)) [[unlikely]] {
+        ret_dat->disable_ptr = owning;
         return choose<operand<SLO, ANY>>(dat_ptr, ret_dat);
+    }
     if constexpr (!source::in_place) {
         if (!owning) {
             clear(ret_dat);
@@ -199,7 +206,9 @@ template <class op, operand_kind... kinds> constexpr variant forms_of()
 template <class op> struct variant_maker {
     template <operand_kind... kinds> constexpr variant operator()() const
     {
-        if constexpr (requires { op::template make<kinds...>(); })
+        if constexpr (!op::members && ((kinds == MEMBER) || ...))
+            return {};
+        else if constexpr (requires { op::template make<kinds...>(); })
             return op::template make<kinds...>();
         else
             return forms_of<op, kinds...>();

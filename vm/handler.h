@@ -185,8 +185,20 @@ template <operands how, class T>
     return cast_result<T>(word, ret_dat);
 }
 
-// The number of a constant, or of a plain variable that holds one of the type. False: look at it in
-// another way; nothing has been done.
+// A member of an array of the type; the index is a plain variable.
+template <class T> [[gnu::always_inline]] inline bool member_in_place(const ULO *node, T *value)
+{
+    const kestrin_data *at = variable(node_at(node + 2)[1]), *array = variable(node[1]);
+    const ULO index = ULO(at->value.ival);
+    if (at->type != 'I' || index - 1 >= array->indices_numb - 1 ||
+        array->arraytype != in_record<T>::letter || array->aready_tags[index] == 0) [[unlikely]]
+        return false;
+    *value = reinterpret_cast<const T *>(array->array.ival)[index];
+    return true;
+}
+
+// The number of a constant, or of a plain variable that holds one of the type, or of a member.
+// False: look at it in another way; nothing has been done.
 template <class T, operand_kind kind>
 [[gnu::always_inline]] inline bool read_in_place(const ULO *word, T *value)
 {
@@ -194,6 +206,8 @@ template <class T, operand_kind kind>
     if constexpr (kind == CONSTANT) {
         *value = constant_of<T>(node);
         return true;
+    } else if constexpr (kind == MEMBER) {
+        return member_in_place<T>(node, value);
     } else {
         const kestrin_data *v = variable(node[1]);
         *value = in_record<T>::in(v);
@@ -216,7 +230,12 @@ template <operands how, class T, operand_kind kind = ANY>
         return fetch_any<how, T>(word, ret_dat);
     } else if constexpr (kind == HANDED) {
         return handed<T>(word, ret_dat);
-    } else if constexpr (kind == EXPRESSION) {
+    } else if constexpr (kind == EXPRESSION || kind == MEMBER) {
+        if constexpr (kind == MEMBER) {
+            T value;
+            if (read_in_place<T, kind>(word, &value)) [[likely]]
+                return value;
+        }
         eval_value(word, ret_dat);
         if (ret_dat->type == in_record<T>::letter) [[likely]]
             return in_record<T>::in(ret_dat);
@@ -241,6 +260,7 @@ template <class T> void answer(kestrin_data *ret_dat, T value)
 template <class T, operand_kind kind = ANY> bool read_single(const ULO *word, T *value)
 {
     const ULO *node = node_at(word);
+    if constexpr (kind == MEMBER) return read_in_place<T, MEMBER>(word, value);
     if (kind == CONSTANT || (kind == ANY && is_node(node, in_record<T>::constant)))
         return read_in_place<T, CONSTANT>(word, value);
     if (kind == EXPRESSION || (kind == ANY && !is_node(node, in_record<T>::typed_read)))
@@ -278,6 +298,7 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
     static constexpr wanted wants[] = {{in_record<A>::letter}...};
     static constexpr bool truth = false;
     static constexpr bool may_fault = !std::is_null_pointer_v<decltype(fault)>;
+    static constexpr bool members = !may_fault;
     template <class> static constexpr operand_kind unknown = ANY;
     using every = std::index_sequence_for<A...>;
 

@@ -2,6 +2,7 @@
 
 #include "vm/variants.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "vm/handler.h"
@@ -49,7 +50,10 @@ bool gives(const variant *operand, wanted want)
 operand_kind kind_of(const ULO *word, const variant *operand, wanted want)
 {
     const ULO *node = node_at(word);
-    if (!is_leaf(node)) return gives(operand, want) ? HANDED : EXPRESSION;
+    if (!is_leaf(node)) {
+        if (operand != nullptr && operand->member && operand->letter == want.letter) return MEMBER;
+        return gives(operand, want) ? HANDED : EXPRESSION;
+    }
     switch (want.letter) {
     case 'I': return kind_of_leaf<SLO>(node);
     case 'F': return kind_of_leaf<DFL>(node);
@@ -74,11 +78,32 @@ void make_it_hand(ULO *node, const variant *form)
     }
 }
 
+using kind_pair = std::array<operand_kind, 2>;
+
 // The row's variant for operands of these kinds.
-const variant &variant_for(const variant_row &row, const operand_kind *kinds)
+const variant &variant_for(const variant_row &row, kind_pair kinds)
 {
     if (row.operands[1].letter == 0) return row.variants[kinds[0]];
     return row.variants[kinds[0] * OPERAND_KINDS + kinds[1]];
+}
+
+// The same, for the nearest kinds that the row has a variant for.
+const variant &settle(const variant_row &row, const variant *const *operands, kind_pair *kinds)
+{
+    const auto without_handed = [](kind_pair pair) {
+        std::replace(pair.begin(), pair.end(), HANDED, EXPRESSION);
+        return pair;
+    };
+    kind_pair no_member = *kinds;
+    for (std::size_t i = 0; i < 2; i++)
+        if (no_member[i] == MEMBER)
+            no_member[i] = gives(operands[i], row.operands[i]) ? HANDED : EXPRESSION;
+    for (const kind_pair &nearest : {*kinds, without_handed(*kinds), no_member}) {
+        *kinds = nearest;
+        if (variant_for(row, nearest).record != nullptr) return variant_for(row, nearest);
+    }
+    *kinds = without_handed(no_member);
+    return variant_for(row, *kinds);
 }
 
 } // namespace
@@ -95,15 +120,12 @@ const variant *specialise(ULO *node, const ULO *words, const variant *const *ope
         put(node, operands[0]->*row.together);
         return nullptr;
     }
-    operand_kind kinds[2] = {kind_of(words, operands[0], row.operands[0]), EXPRESSION};
+    kind_pair kinds = {kind_of(words, operands[0], row.operands[0]), EXPRESSION};
     if (row.operands[1].letter != 0) kinds[1] = kind_of(words + 1, operands[1], row.operands[1]);
     if (kinds[0] == ANY || kinds[1] == ANY) return nullptr;
-    if (variant_for(row, kinds).record == nullptr)
-        for (operand_kind &kind : kinds)
-            if (kind == HANDED) kind = EXPRESSION;
-    for (int i = 0; i < 2; i++)
+    const variant &chosen = settle(row, operands, &kinds);
+    for (std::size_t i = 0; i < 2; i++)
         if (kinds[i] == HANDED) make_it_hand(reinterpret_cast<ULO *>(words[i]), operands[i]);
-    const variant &chosen = variant_for(row, kinds);
     put(node, used || chosen.unused == nullptr ? chosen.record : chosen.unused);
     return &chosen;
 }

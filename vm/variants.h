@@ -15,10 +15,13 @@
 #include "kestrin/value.h"
 
 // VARIABLE: a read of a plain variable whose type is unknown or the operand's. CONSTANT: one of the
-// operand's type, which may be any. HANDED: a node that hands on a value of the operand's type.
-// EXPRESSION: any other node with operands of its own, or a call. ANY: not looked at.
-enum operand_kind : UCH { VARIABLE, CONSTANT, HANDED, EXPRESSION, ANY };
-constexpr std::size_t OPERAND_KINDS = 4;
+// operand's type, which may be any. MEMBER: one of an array of the operand's type, with a plain
+// variable as index. HANDED: a node that hands on a value of the operand's type. EXPRESSION: any
+// other node with operands of its own, or a call. ANY: not looked at.
+enum operand_kind : UCH { VARIABLE, CONSTANT, MEMBER, HANDED, EXPRESSION, ANY };
+constexpr std::size_t OPERAND_KINDS = 5;
+
+constexpr bool is_in_place(operand_kind kind) { return kind < HANDED; }
 
 // A handler that gives its value in a register. A text stays as it is until the next evaluation.
 union handing_form {
@@ -33,6 +36,7 @@ struct variant {
     fcall unused = nullptr;    // the same where nobody reads the result, if that makes a difference
     CHR letter = 0;            // 'I', 'F' or 'S', if there is one of the following
     bool exact = false;        // they give the operation's own result, never a cast of another type
+    bool member = false;       // the node is a MEMBER
     handing_form handing = {}; // hands the result on, by `letter`; its caller lends an owning slot
     fcall assigning = nullptr; // stands in the node of a SETQ whose value the operation is
     fcall choosing = nullptr;  // in the node of an IF whose condition it is
@@ -47,7 +51,7 @@ struct wanted {
 
 // Handlers, the generic and the fast one of an instruction, and their variants by the kinds of one
 // operand or of two that follow each other. Where there is no variant for an operand that is
-// HANDED, it is taken for an EXPRESSION.
+// HANDED, it is taken for an EXPRESSION, and a MEMBER for one of these two.
 struct variant_row {
     fcall handlers[2] = {};
     UCH first = 0; // number of the operand word that the first letter is about

@@ -216,9 +216,27 @@ void store_typed(const ULO *dat_ptr, SLO index, kestrin_data *source)
     array->aready_tags[place] = letter;
 }
 
+// Where index and number stand in place and the array has the place. False: nothing is done.
+template <UCH letter, operand_kind at, operand_kind from> bool store_at_once(const ULO *dat_ptr)
+{
+    using T = std::conditional_t<letter == 'I', SLO, DFL>;
+    SLO index;
+    T value;
+    if (!rt_ctrl->rt_noterror || !read_in_place<SLO, at>(dat_ptr + 1, &index) ||
+        !read_single<T, from>(dat_ptr + 2, &value))
+        return false;
+    kestrin_data *array = variable(dat_ptr[0]);
+    if (index <= 0 || array->arraytype != letter || !has_place(array, ULO(index))) return false;
+    member_class<letter>::place(array, ULO(index)) = value;
+    array->aready_tags[index] = letter;
+    return true;
+}
+
 template <UCH letter, operand_kind at = ANY, operand_kind from = ANY, bool used = true>
 void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
+    if constexpr (!used && is_in_place(at) && is_in_place(from))
+        if (store_at_once<letter, at, from>(dat_ptr)) return;
     if constexpr (at == HANDED) ret_dat->disable_ptr = 1; // what hands on wants an owning slot
     const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
@@ -339,6 +357,7 @@ template <class T> struct member {
     using result = T;
     static constexpr UCH letter = in_record<T>::letter;
     static constexpr wanted wants[] = {{'I'}};
+    static constexpr bool members = true;
 
     static bool read(const ULO *dat_ptr, SLO index, T *value)
     {
@@ -371,8 +390,10 @@ template <class T> struct member {
     // In the record a member of another type stays what it is; a register takes a number only.
     template <operand_kind at> static constexpr variant make()
     {
-        return {
-            .record = &index_typed<letter, at>, .letter = letter, .handing = handing<member, at>()};
+        return {.record = &index_typed<letter, at>,
+                .letter = letter,
+                .member = at == VARIABLE,
+                .handing = handing<member, at>()};
     }
 
     [[gnu::noinline]] static T other(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
@@ -530,9 +551,9 @@ namespace {
 
 // The handler stays, by which others know what stands in place.
 constexpr auto index_text_variants = by_one([]<operand_kind at>() {
-    variant made = {};
-    if constexpr (at != HANDED) made.record = func__index_s;
-    if constexpr (is_in_place(at)) {
+    variant made = {.member = at == VARIABLE};
+    if constexpr (at != HANDED && at != MEMBER) made.record = func__index_s;
+    if constexpr (at == VARIABLE || at == CONSTANT) {
         made.letter = 'S';
         made.handing = {.text = &hand_text<at>};
     }
@@ -541,9 +562,11 @@ constexpr auto index_text_variants = by_one([]<operand_kind at>() {
 
 template <UCH letter>
 constexpr auto arsetq_variants = by_two([]<operand_kind at, operand_kind from>() {
-    variant made = {.record = &arsetq_typed<letter, at, from>};
-    if (from == VARIABLE || from == EXPRESSION) // may be an array after all
-        made.unused = &arsetq_typed<letter, at, from, false>;
+    variant made = {};
+    if constexpr (at != MEMBER) {
+        made.record = &arsetq_typed<letter, at, from>;
+        if constexpr (from != HANDED) made.unused = &arsetq_typed<letter, at, from, false>;
+    }
     return made;
 });
 

@@ -123,7 +123,7 @@ template <class relation> struct comparison {
 template <class relation, class T> struct of_numbers {
     using result = SLO;
     static constexpr wanted wants[] = {{in_record<T>::letter, true}, {in_record<T>::letter}};
-    static constexpr bool truth = true;
+    static constexpr bool truth = true, members = true;
 
     static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
@@ -147,6 +147,19 @@ template <class relation, class T> struct of_numbers {
         return relation::numbers(first, fetch<CAST, T, b>(dat_ptr + 1, ret_dat));
     }
 
+    // A first operand in place is a T or refuses.
+    template <operand_kind a, operand_kind b>
+    requires(is_in_place(a) && b == EXPRESSION) static bool with_first(const ULO *dat_ptr,
+                                                                       kestrin_data *ret_dat,
+                                                                       SLO *value)
+    {
+        T first;
+        if (!read_in_place<T, a>(dat_ptr, &first)) [[unlikely]]
+            return false;
+        *value = relation::numbers(first, fetch<CAST, T, b>(dat_ptr + 1, ret_dat));
+        return true;
+    }
+
     // For a first operand whose type is open until it has been evaluated.
     template <operand_kind b = ANY> static void evaluated(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
@@ -161,10 +174,10 @@ template <class relation, class T> struct of_numbers {
 
     template <operand_kind a, operand_kind b> static constexpr variant make()
     {
-        constexpr bool open = a == EXPRESSION || (a == VARIABLE && !is_in_place(b));
+        constexpr bool open = a == EXPRESSION || a == VARIABLE || a == MEMBER;
         if constexpr (open && b == HANDED)
             return {}; // it is cast to what the first turns out to be
-        else if constexpr (open)
+        else if constexpr (a == EXPRESSION)
             return {.record = &evaluated<b>};
         else
             return forms_of<of_numbers, a, b>();
@@ -175,7 +188,7 @@ template <class relation, class T> struct of_numbers {
 template <class relation> struct of_texts {
     using result = SLO;
     static constexpr wanted wants[] = {{'S'}, {'S'}};
-    static constexpr bool truth = true;
+    static constexpr bool truth = true, members = true;
 
     static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
     {

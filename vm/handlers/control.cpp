@@ -130,8 +130,12 @@ constexpr auto if_variants = by_one(
 constexpr auto while_variants = by_one([]<operand_kind condition>() {
     return variant{.record = &repeat_while<operand<SLO, condition>>};
 });
-constexpr auto for_variants = by_two(
-    []<operand_kind by, operand_kind to>() { return variant{.record = &repeat_for<by, to>}; });
+constexpr auto for_variants = by_two([]<operand_kind by, operand_kind to>() {
+    if constexpr (by == MEMBER || to == MEMBER)
+        return variant{};
+    else
+        return variant{.record = &repeat_for<by, to>};
+});
 
 constexpr variant_row rows[] = {
     {.handlers = {func__if, func__if_j},

@@ -45,7 +45,7 @@ template <rt_text text> rt_text zero_divisor(SLO, SLO b) { return b == 0 ? text 
 template <bool decided_by> struct decide {
     using result = SLO;
     static constexpr wanted wants[] = {{'I'}, {'I'}};
-    static constexpr bool truth = true;
+    static constexpr bool truth = true, members = false;
 
     template <operand_kind a, operand_kind b, operands how = CAST>
     static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)

@@ -58,6 +58,13 @@ void assign_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 template <class T, operand_kind kind, bool used>
 void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
+    if constexpr (!used && is_in_place(kind)) {
+        T value;
+        kestrin_data *target = variable(dat_ptr[0]);
+        if (rt_ctrl->rt_noterror && owns_nothing(target) &&
+            read_single<T, kind>(dat_ptr + 1, &value)) [[likely]]
+            return answer(target, value);
+    }
     eval_number<T, kind>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     assign_result<used>(dat_ptr, ret_dat->type == in_record<T>::letter, ret_dat);
