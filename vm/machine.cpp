@@ -9,6 +9,7 @@
 #include "strings/state.h"
 #include "terminal/keypress.h"
 #include "vm/handler.h"
+#include "vm/places.h"
 #include "vm/stack.h"
 
 FATAL_SITE(RUN_FRAME, "kestrin", "kestrin_run", 29)
@@ -33,6 +34,8 @@ constexpr rt_control initial_control = {
     .frame_top = nullptr,
     .frame_end = nullptr,
     .rt_trail = nullptr,
+    .spare = nullptr,
+    .spare_count = 0,
 };
 
 // The chunks of a thread's stack of frames are a list: `next` stands at the end of each, where
@@ -132,6 +135,7 @@ void cleanup_quarne_thread_safe_functionality_for_local_thread()
     free_string(&rt_ctrl->rt_error_text);
     free_string(&rt_ctrl->rt_captured);
     free_chunks(&blocks->root);
+    while (kestrin_data *spare = take_spare_places()) free(spare);
     rt_ctrl = nullptr;
     strings_tls = nullptr;
     former_interrupt_handler = nullptr;

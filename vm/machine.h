@@ -25,6 +25,8 @@ struct rt_control {
     kestrin_data *frame_top; // first free record of the stack of frames
     kestrin_data *frame_end; // end of its current chunk; the next chunk's address stands there
     error_trail *rt_trail;   // notes an error for those who ask; else NULL
+    kestrin_data *spare;     // blocks of the fewest places, for arrays to come: a list by array.mix
+    ULO spare_count;         // how many
 };
 
 // NULL on a thread without set-up.

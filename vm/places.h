@@ -14,10 +14,12 @@
 #include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 #include "kestrin/value.h"
 #include "strings/state.h"
 #include "vm/engine.h"
+#include "vm/machine.h"
 
 constexpr ULO PLACES_STEP = 128, FEWEST_PLACES = 4;
 
@@ -73,11 +75,40 @@ inline ULO places_to_allocate(ULO size)
     return (size + step - 1) / step * step;
 }
 
+// Most arrays have the fewest places, and programs that build trees drop as many as they make: such
+// blocks go from one array to the next without the allocator. NULL if there is none.
+#ifdef __SANITIZE_ADDRESS__
+constexpr ULO MOST_SPARE = 0; // the sanitizer is to see the end of each
+#else
+constexpr ULO MOST_SPARE = 256;
+#endif
+
+inline kestrin_data *take_spare_places()
+{
+    rt_control *rt = rt_ctrl;
+    kestrin_data *places = rt->spare;
+    if (places == nullptr) return nullptr;
+    rt->spare = places->array.mix;
+    rt->spare_count--;
+    return places;
+}
+// The end of places whose members are freed.
+inline void drop_places(kestrin_data *places, ULO count)
+{
+    if (count != FEWEST_PLACES || !the_engine.small_arrays || rt_ctrl->spare_count == MOST_SPARE)
+        return free(places);
+    places->array.mix = rt_ctrl->spare;
+    rt_ctrl->spare = places;
+    rt_ctrl->spare_count++;
+}
+
 // Reallocates a run of `old` places, 0 if there is none yet. Returns false if memory ran out and
 // the thread's fault hook let the machine go on.
 template <class T> bool grow_places(T **places, ULO old, ULO size, const fatal_site &site)
 {
     if (old != 0 && places_to_allocate(old) == places_to_allocate(size)) return true;
+    if constexpr (std::is_same_v<T, kestrin_data>)
+        if (old == 0 && size == FEWEST_PLACES && (*places = take_spare_places())) return true;
     size = places_to_allocate(size);
     ULO bytes = 0;
     void *grown = nullptr;

@@ -101,7 +101,7 @@ void free_waiting(waiting_places *waiting)
 {
     kestrin_data *places;
     const kestrin_data *none;
-    for (ULO count; waiting->take(&places, &count, &none); free(places))
+    for (ULO count; waiting->take(&places, &count, &none); drop_places(places, count))
         for (ULO i = 1; i < count; i++)
             if (!owns_nothing(&places[i])) free_own(&places[i], waiting);
 }
@@ -301,7 +301,7 @@ bool end_sharing(kestrin_data *d)
     for (ULO i = 1; i < owned; i++) {
         if (copy_member(&own[i], &shared[i], &none)) continue;
         free_members(own, 1, owned);
-        free(own);
+        drop_places(own, owned);
         return false;
     }
     leave(shared);
@@ -330,6 +330,7 @@ void copy_kst_data(kestrin_data *dest, const kestrin_data *source, ULO indices_n
 
 void take_value(kestrin_data *dest, kestrin_data *source)
 {
+    if (set_number(dest, source)) return;
     if (source->single && source->type != 'S') return copy_kst_data(dest, source, 0);
     if (source->single) {
         free_array_of(dest);
