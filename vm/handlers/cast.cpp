@@ -95,9 +95,12 @@ const CHR *hand_type(const ULO *dat_ptr, kestrin_data *)
         CHR text[8];
     } names[] = {{1, "I"}, {1, "F"}, {1, "S"}, {1, "Z"}};
     const ULO *node = node_at(dat_ptr);
-    const UCH type = variable(node[1])->type;
-    for (const auto &name : names)
-        if (static_cast<UCH>(name.text[0]) == type) return name.text;
+    switch (variable(node[1])->type) {
+    case 'I': return names[0].text;
+    case 'F': return names[1].text;
+    case 'S': return names[2].text;
+    case 'Z': return names[3].text;
+    }
     if (rt_ctrl->rt_noterror) raise_unset_variable(node);
     return names[0].text;
 }

@@ -3,22 +3,32 @@
 
 #include <utility>
 
+#include "strings/block.h"
 #include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/text.h"
 
 namespace {
 
+// cmp(), with short texts compared here: length and text of such a one are two words.
+bool same(const CHR *a, const CHR *b)
+{
+    if (a == nullptr || b == nullptr) return a == b;
+    const ULO size = load_word(a - LENGTH_WORD);
+    if (size != load_word(b - LENGTH_WORD)) return false;
+    return size < sizeof(ULO) ? load_word(a) == load_word(b) : cmp(a, b);
+}
+
 // What a comparison is for each type: numbers, the sign of the order of two strings, equality of
 // two strings, and two nils. A first nil against another type is `nil_other`.
 struct equal {
     template <class T> static bool numbers(T a, T b) { return a == b; }
-    static bool texts(const CHR *a, const CHR *b) { return cmp(a, b); }
+    static bool texts(const CHR *a, const CHR *b) { return same(a, b); }
     static constexpr bool nils = true, nil_other = false;
 };
 struct not_equal {
     template <class T> static bool numbers(T a, T b) { return a != b; }
-    static bool texts(const CHR *a, const CHR *b) { return !cmp(a, b); }
+    static bool texts(const CHR *a, const CHR *b) { return !same(a, b); }
     static constexpr bool nils = false, nil_other = true;
 };
 struct less {
