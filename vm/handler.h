@@ -82,6 +82,19 @@ inline bool owns_nothing(const kestrin_data *d)
     return d->svalue == nullptr && d->array.mix == nullptr && d->aready_tags == nullptr;
 }
 
+inline bool holds_number(const kestrin_data *d) { return d->type == 'I' || d->type == 'F'; }
+
+// A single number for a record that holds no more: nothing is freed or copied. False, with nothing
+// done, for anything else.
+inline bool set_number(kestrin_data *target, const kestrin_data *source)
+{
+    if (!source->single || !holds_number(source) || !owns_nothing(target)) return false;
+    target->single = 1;
+    target->type = source->type;
+    target->value = source->value;
+    return true;
+}
+
 // free_kst_data() where there is something to free. For records that are about to end.
 inline void release(kestrin_data *d)
 {

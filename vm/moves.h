@@ -3,7 +3,7 @@
 // gives away or lends what the usual one copies.
 #pragma once
 
-#include "kestrin/value.h"
+#include "vm/handler.h"
 
 // Gives the value of `source` to `dest`, each the owner of what it holds. What `dest` held is freed
 // or stays in `source` as a buffer; `source` is left with no value to go by. Both keep their
@@ -38,4 +38,8 @@ fcall appending_form(const ULO *node);
 fcall lending_form(fcall handler);
 
 // True for a node that lends what it passes to a function: the frame must not free it.
-bool is_lent(const ULO *node);
+void func__index_lent(const ULO *dat_ptr, kestrin_data *ret_dat);
+inline bool is_lent(const ULO *node)
+{
+    return is_node(node, func__getval_ptr) || is_node(node, func__index_lent);
+}

@@ -74,7 +74,11 @@ bool plain_index(const ULO *node, SLO *index);
 enum text_shape : UCH { ANY_TEXT, SINGLE_TEXT };
 CHR **member_text(kestrin_data *array, SLO index, text_shape shape);
 
-// That of a plain member, to be read.
+// A plain member of a mixed array that holds a value; NULL for any other, and with an error
+// pending.
+const kestrin_data *mixed_member(const ULO *node);
+
+// The place of the text of a plain member, to be read.
 inline CHR *const *member_text(const ULO *node)
 {
     SLO index;

@@ -51,6 +51,7 @@ operand_kind kind_of(const ULO *word, const variant *operand, wanted want)
 {
     const ULO *node = node_at(word);
     if (!is_leaf(node)) {
+        if (want.letter == 'V' && is_plain_member(node)) return MEMBER;
         if (operand != nullptr && operand->member && operand->letter == want.letter) return MEMBER;
         return gives(operand, want) ? HANDED : EXPRESSION;
     }

@@ -16,8 +16,9 @@
 
 // VARIABLE: a read of a plain variable whose type is unknown or the operand's. CONSTANT: one of the
 // operand's type, which may be any. MEMBER: one of an array of the operand's type, with a plain
-// variable as index. HANDED: a node that hands on a value of the operand's type. EXPRESSION: any
-// other node with operands of its own, or a call. ANY: not looked at.
+// variable as index; of any array if the type may be any. HANDED: a node that hands on a value of
+// the operand's type. EXPRESSION: any other node with operands of its own, or a call. ANY: not
+// looked at.
 enum operand_kind : UCH { VARIABLE, CONSTANT, MEMBER, HANDED, EXPRESSION, ANY };
 constexpr std::size_t OPERAND_KINDS = 5;
 

@@ -80,7 +80,9 @@ void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
     if (!takes_member(dat_ptr, index, array)) return;
     if (!source->single && source->array.mix == array->array.mix)
         return store_itself(array, ULO(index), source);
-    if (make_member(array, ULO(index))) copy_kst_data(&array->array.mix[index], source, 0);
+    if (!make_member(array, ULO(index))) return;
+    kestrin_data *member = &array->array.mix[index];
+    if (!set_number(member, source)) copy_kst_data(member, source, 0);
 }
 
 // From a result record that nobody reads any more.
@@ -458,6 +460,17 @@ bool plain_index(const ULO *node, SLO *index)
                                                        read_in_place<SLO, VARIABLE>(word, index);
 }
 
+const kestrin_data *mixed_member(const ULO *node)
+{
+    const kestrin_data *array = variable(node[1]);
+    SLO index;
+    if (!plain_index(node, &index) || index <= 0 || array->arraytype != 0 ||
+        ULO(index) >= owned_places(array))
+        return nullptr;
+    const kestrin_data *member = &array->array.mix[index];
+    return member->type != 0 ? member : nullptr;
+}
+
 CHR **member_text(kestrin_data *array, SLO index, text_shape shape)
 {
     const ULO place = ULO(index);
@@ -509,11 +522,6 @@ fcall lending_form(fcall handler)
          {func__index, func__index_i, func__index_f, func__index_s, func__index_z})
         if (handler == index) return func__index_lent;
     return nullptr;
-}
-
-bool is_lent(const ULO *node)
-{
-    return is_node(node, func__getval_ptr) || is_node(node, func__index_lent);
 }
 
 HANDLER(alindex)

@@ -32,7 +32,7 @@ void drop_members(kestrin_data *record)
 
 // Evaluated in the caller's scope. A plain variable is lent by alias, a member too, all else is
 // owned by the frame.
-void evaluate_argument(const ULO *word, kestrin_data *record)
+[[gnu::always_inline]] inline void evaluate_argument(const ULO *word, kestrin_data *record)
 {
     *record = owning_slot;
     eval(word, record);
@@ -42,7 +42,7 @@ void evaluate_argument(const ULO *word, kestrin_data *record)
 }
 
 // More arguments than the image takes: a function whose arguments only a nested one uses.
-void evaluate_and_drop(const ULO *word)
+[[gnu::noinline]] void evaluate_and_drop(const ULO *word)
 {
     kestrin_data record;
     evaluate_argument(word, &record);

@@ -5,40 +5,29 @@
 #include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
+#include "vm/text.h"
 
 namespace {
 
 // An array, also one that a FOR over its name has made single.
 bool holds_array(const kestrin_data *d) { return d->indices_numb > 1; }
 
-// A number for a variable that holds no more: nothing is freed or copied. False for anything else.
-bool assign_number(kestrin_data *target, bool is_number, const kestrin_data *source)
-{
-    if (!is_number || !source->single || !owns_nothing(target)) return false;
-    target->single = 1;
-    target->type = source->type;
-    target->value = source->value;
-    return true;
-}
-
 // Where nobody reads the result record any more, its value moves.
-template <bool used> void assign_result(const ULO *dat_ptr, bool is_number, kestrin_data *ret_dat)
+template <bool used> void assign_result(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     kestrin_data *target = variable(dat_ptr[0]);
-    if (assign_number(target, is_number, ret_dat)) return;
+    if (set_number(target, ret_dat)) return;
     if (used)
         copy_kst_data(target, ret_dat, 0);
     else
         take_result(target, ret_dat);
 }
 
-bool is_number(const kestrin_data *d) { return d->type == 'I' || d->type == 'F'; }
-
 template <bool used> void assign_value(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     eval(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
-    assign_result<used>(dat_ptr, is_number(ret_dat), ret_dat);
+    assign_result<used>(dat_ptr, ret_dat);
 }
 
 // A variable, copied from where it stands. Nobody reads the record.
@@ -50,7 +39,17 @@ void assign_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
     kestrin_data *target = variable(dat_ptr[0]);
     const kestrin_data *source = variable(node[1]);
     if (source->type == 0) return raise_unset_variable(node);
-    if (!assign_number(target, is_number(source), source)) copy_kst_data(target, source, 0);
+    if (!set_number(target, source)) copy_kst_data(target, source, 0);
+}
+
+// The same of a member of a mixed array.
+void assign_member(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    const ULO *node = node_at(dat_ptr + 1);
+    const kestrin_data *source = node[1] == dat_ptr[0] ? nullptr : mixed_member(node);
+    if (source == nullptr) return assign_value<false>(dat_ptr, ret_dat);
+    kestrin_data *target = variable(dat_ptr[0]);
+    if (!set_number(target, source)) copy_kst_data(target, source, 0);
 }
 
 } // namespace
@@ -67,7 +66,7 @@ void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat)
     }
     eval_number<T, kind>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
-    assign_result<used>(dat_ptr, ret_dat->type == in_record<T>::letter, ret_dat);
+    assign_result<used>(dat_ptr, ret_dat);
 }
 
 // For the files whose operations a SETQ may be one with.
@@ -118,7 +117,9 @@ constexpr auto setq_variants = by_one([]<operand_kind value>() {
 template <fcall setq>
 constexpr auto setq_any_variants = by_one([]<operand_kind value>() {
     return variant{.record = setq,
-                   .unused = value == VARIABLE ? &assign_variable : &assign_value<false>};
+                   .unused = value == VARIABLE ? &assign_variable
+                             : value == MEMBER ? &assign_member
+                                               : &assign_value<false>};
 });
 
 template <fcall setq> constexpr variant_row setq_any_row(fcall alsetq)
