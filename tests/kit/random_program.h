@@ -57,6 +57,7 @@ private:
     {
         if (one_in(8)) return "(IAND " + value(1) + " 131)";
         if (one_in(12)) return pick("128", "-1", "\"1\"", "1.5", "NIL");
+        if (one_in(8)) return variable();
         return pick("0", "1", "1", "2");
     }
 
