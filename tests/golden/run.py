@@ -20,6 +20,7 @@ A case is <group>/<name>.kst beside this script; the filter is a piece of "group
     sh: printf x >>a        a shell command between such runs ($KESTRIN is the program)
     roads: disk             which of the other roads show the same, none if empty; else all
     native: yes             left out with --sanitized: sanitizers change what it shows
+    offsets: exact          byte offsets (Dbg=) are what is shown: they are compared, too
 Outputs of several steps stand one behind the other; the status is that of the last.
 
 A *.cases file holds a case a line, "expression => expected"; blank lines and lines that begin with
@@ -60,20 +61,22 @@ ENVIRONMENT = {
 }
 PASSED_ON = ("ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "GCOV_PREFIX", "LLVM_PROFILE_FILE")
 
-# What differs from run to run: process numbers, addresses, times, the build's description.
+# What differs from run to run: process numbers, addresses, times, the build's description. Behind
+# them, what a change of the terminal's values shifts in every program.
 MASKS = [(re.compile(pattern), text) for pattern, text in (
     (rb"PID=\d+, tID=\d+", b"PID=#, tID=#"),
     (rb"\b0x[0-9a-f]{8,16}\b", b"0x#"),
     (rb"(Used by (?:process| system): )\d+\.\d{6}sec", rb"\g<1>#sec"),
     (rb"(Total used time: |Real absolute time: )\d\.\d{12}E[+-]\d+sec", rb"\g<1>#sec"),
     (rb'(Compiled (?:on|by): )"[^"]*"', rb'\g<1>"#"'),
+    (rb"\bDbg=[1-9]\d*", b"Dbg=#"),
 )]
 
 ESCAPES = {b"n": b"\n", b"t": b"\t", b"\\": b"\\"}
 
 
-def masked(data):
-    for pattern, text in MASKS:
+def masked(data, exact):
+    for pattern, text in MASKS[:-1] if exact else MASKS:
         data = pattern.sub(text, data)
     return data
 
@@ -111,8 +114,8 @@ def write(path, data):
 class Outcome:
     """What a program did: stdout, stderr and status, masked."""
 
-    def __init__(self, out=b"", err=b"", status=0):
-        self.out, self.err, self.status = masked(out), masked(err), status
+    def __init__(self, out=b"", err=b"", status=0, exact=False):
+        self.out, self.err, self.status = masked(out, exact), masked(err, exact), status
 
     def __eq__(self, other):
         return (self.out, self.err, self.status) == (other.out, other.err, other.status)
@@ -140,7 +143,7 @@ class Plan:
     def __init__(self, text="", where=""):
         self.options, self.args, self.steps, self.files = ["-q"], [], [], []
         self.roads = list(ROADS)
-        self.env, self.stdin, self.native = dict(ENVIRONMENT), b"", False
+        self.env, self.stdin, self.native, self.exact = dict(ENVIRONMENT), b"", False, False
         self.env.update((k, os.environ[k]) for k in PASSED_ON if k in os.environ)
         for line in text.splitlines():
             if line.strip() and not line.startswith("#"):
@@ -189,6 +192,9 @@ class Plan:
     def do_native(self, value, _):
         self.native = value.strip() == "yes"
 
+    def do_offsets(self, value, _):
+        self.exact = value.strip() == "exact"
+
 
 def run_step(kestrin, step, plan, folder):
     """Runs words for kestrin, or a text for the shell. The time limit ends the whole session."""
@@ -218,7 +224,7 @@ def run_program(kestrin, name, text, plan, keep=None):
         for step in plan.steps or [plan.options + [name] + plan.args]:
             more_out, more_err, status = run_step(kestrin, step, plan, folder)
             out, err = out + more_out, err + more_err
-        outcome = Outcome(out, err, status)
+        outcome = Outcome(out, err, status, plan.exact)
         return (outcome, read(os.path.join(folder, keep))) if keep else outcome
 
 
@@ -231,7 +237,8 @@ class ProgramCase:
         run = records + ".run"
         self.plan = Plan(os.fsdecode(read(run)), os.path.dirname(run))
         status = read(records + ".status").strip()
-        self.wanted = Outcome(read(records + ".out"), read(records + ".err"), int(status or 0))
+        self.wanted = Outcome(read(records + ".out"), read(records + ".err"), int(status or 0),
+                              self.plan.exact)
 
     def run(self, kestrin):
         return run_program(kestrin, os.path.basename(self.path), read(self.path), self.plan)
@@ -300,7 +307,7 @@ class DiskRoad:
         name, text = source_of(self.case)
         _, stored = run_program(kestrin, name, text, store, name[:-1] + "x")
         load = Plan()
-        load.env, load.stdin = dict(self.plan.env), self.plan.stdin
+        load.env, load.stdin, load.exact = dict(self.plan.env), self.plan.stdin, self.plan.exact
         load.env.pop("KESTRIN_CFGPROFILE_path", None)
         return run_program(kestrin, name, stored, load)
 
