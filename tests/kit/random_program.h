@@ -10,18 +10,19 @@
 // likewise.
 #pragma once
 
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/kit/dice.h"
+
 namespace kit {
 
-class random_program {
+class random_program : dice {
 public:
     // `tick` is an expression of no operand; `gate` a form's beginning, to which an index is added.
     random_program(unsigned seed, bool sound, std::string tick, std::string gate)
-        : random_(seed), sound_(sound), tick_(std::move(tick)), gate_(std::move(gate))
+        : dice(seed), sound_(sound), tick_(std::move(tick)), gate_(std::move(gate))
     {
     }
 
@@ -32,14 +33,6 @@ private:
         std::string name;
         int arguments;
     };
-
-    int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
-    bool one_in(int n) { return below(n) == 0; }
-    template <class... T> std::string pick(T... of)
-    {
-        const char *all[] = {of...};
-        return all[below(sizeof...(T))];
-    }
 
     std::string constant()
     {
@@ -255,7 +248,6 @@ private:
         return text;
     }
 
-    std::mt19937 random_;
     bool sound_;
     std::string tick_, gate_;
     std::vector<function> functions_; // that may be called here

@@ -6,15 +6,16 @@
 // They use instructions of the caller's: (SHOW x) shows a value of any kind, (TICK) bounds the run.
 #pragma once
 
-#include <random>
 #include <string>
 #include <vector>
 
+#include "tests/kit/dice.h"
+
 namespace kit {
 
-class value_program {
+class value_program : dice {
 public:
-    explicit value_program(unsigned seed) : random_(seed) {}
+    explicit value_program(unsigned seed) : dice(seed) {}
 
     std::string text() // once
     {
@@ -32,8 +33,6 @@ private:
         std::vector<int> takes; // levels
     };
 
-    int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
-    bool one_in(int n) { return below(n) == 0; }
     std::string variable(int level)
     {
         return std::string(1, "TXYZ"[level]) + (one_in(2) ? "1" : "2");
@@ -186,7 +185,6 @@ private:
         return text;
     }
 
-    std::mt19937 random_;
     std::vector<function> functions_; // that may be called here
     int inner_ = 0;
     std::vector<int> arguments_; // levels of those of the function that is written

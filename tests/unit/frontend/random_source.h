@@ -2,33 +2,31 @@
 #pragma once
 
 #include <map>
-#include <random>
 #include <string>
 
-class random_source {
+#include "tests/kit/dice.h"
+
+class random_source : kit::dice {
 public:
-    explicit random_source(unsigned seed) : random_(seed) {}
+    explicit random_source(unsigned seed) : dice(seed) {}
 
     // One form; now and then a byte of it is exchanged for another.
     std::string form(int depth)
     {
         std::string text = made(depth);
-        if (below(8) == 0) text[random_() % text.size()] = " ()\"\\$#@x"[below(9)];
+        if (below(8) == 0)
+            text[static_cast<std::size_t>(below(static_cast<int>(text.size())))] =
+                " ()\"\\$#@x"[below(9)];
         return text;
     }
-    std::string garbage(ULO longest)
+    std::string garbage(int longest)
     {
         std::string text;
-        for (ULO n = random_() % longest; n > 0; n--) text += pick(pieces);
+        for (int n = below(longest); n > 0; n--) text += pick(pieces);
         return text;
     }
 
 private:
-    std::mt19937 random_;
-
-    int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
-    template <ULO N> std::string pick(const char *const (&of)[N]) { return of[random_() % N]; }
-
     static constexpr const char *pieces[] = {
         "(",        ")",      "\"",       " ",    "\\",      "$",
         "@",        "a",      "1",        ".",    "E",       "#",

@@ -5,9 +5,9 @@
 // handlers and on the generic ones.
 
 #include <gtest/gtest.h>
-#include <random>
 
 #include "frontend/isa.h"
+#include "tests/kit/dice.h"
 #include "tests/kit/runner.h"
 
 namespace {
@@ -20,9 +20,9 @@ struct expression {
     std::string nested, before, value;
 };
 
-class writer {
+class writer : kit::dice {
 public:
-    explicit writer(unsigned seed) : random_(seed) {}
+    explicit writer(unsigned seed) : dice(seed) {}
     expression made(int depth)
     {
         if (depth == 0 || below(6) == 0) return leaf();
@@ -35,14 +35,7 @@ public:
     }
 
 private:
-    std::mt19937 random_;
     int fresh_ = 0;
-    int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
-    template <class... T> std::string pick(T... of)
-    {
-        const char *all[] = {of...};
-        return all[below(sizeof...(T))];
-    }
     std::string constant()
     {
         return pick("\"\"", "\" ab  cab \"", "\"b\"", "\"ab\"", "\"-1\"", "\"3rd\"", "\"eight by\"",
@@ -50,7 +43,7 @@ private:
                     "3", "-1", "1000", "2.5", "-0.5", "NIL");
     }
     std::string variable() { return pick("A", "B"); }
-    ULO between(ULO first, ULO last) { return first + random_() % (last - first + 1); }
+    ULO between(ULO first, ULO last) { return first + ULO(below(int(last - first + 1))); }
 
     // `nested`, whose value is that of `flat` behind the statements `before`.
     expression kept(const std::string &nested, const std::string &before, const std::string &flat)
