@@ -2,7 +2,9 @@
 // run on its own and by MAPCAR, which decompiles it too. One input in two is new from the first
 // byte on, so that a run of the fuzzer is one over seeds as well. At its end it tells how many
 // images there were and how many of them ran.
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <unistd.h>
@@ -10,7 +12,6 @@
 #include "bytecode/verify.h"
 #include "kestrin/mapcar.h"
 #include "kestrin/unit.h"
-#include "tests/fuzz/fuzz.h"
 #include "tests/kit/code.h"
 #include "tests/kit/random_image.h"
 #include "tests/kit/runner.h"
@@ -22,6 +23,11 @@ extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, st
 // -- The extension unit: steps -----------------------------------------------------------------
 
 namespace {
+
+void require(bool holds)
+{
+    if (!holds) abort();
+}
 
 constexpr int most_steps = 60, steps_of_a_store = 10;
 int steps;
@@ -89,6 +95,7 @@ ULO images, accepted;
 
 void start()
 {
+    kit::start_passes();
     bind_isaext();
     const kit::code set = kit::program(
         "(defun twice (progn (defun inner (cat $1 $2)) (step) (inner $2 $1)))"
@@ -122,13 +129,8 @@ void run_by_mapcar(std::string_view bytes)
     free_kst_data(&value);
 }
 
-} // namespace
-
-void try_input(std::string_view bytes)
+void try_image(const kit::code &words)
 {
-    static const bool started = (start(), true);
-    require(started);
-    const kit::code words = kit::random_image(bytes, globals).words();
     images++;
     if (!verify_bytecode(kit::bytes_of(words))) return;
     accepted++;
@@ -139,6 +141,17 @@ void try_input(std::string_view bytes)
     steps = most_steps;
     run_by_mapcar(kit::bytes_of(words));
     check_machine(top);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    static const bool started = (start(), true);
+    require(started);
+    const std::string_view choices(reinterpret_cast<const CHR *>(data), size);
+    try_image(kit::random_image(choices, globals).words());
+    return 0;
 }
 
 extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size,

@@ -89,9 +89,9 @@ private:
     // A bent code word is never a loop, whose body would have no step.
     void put_code(CHR letter, ULO payload = 0)
     {
-        const ULO code = image::code(letter, payload), word = bent(code);
+        const ULO sound = image::code(letter, payload), word = bent(sound);
         const ULO row = image::row_of(image::payload_of(word));
-        put(row == ISA_WHILE || row == ISA_FOR ? code : word);
+        put(row == ISA_WHILE || row == ISA_FOR ? sound : word);
     }
 
     void refer_straight(ULO place) { words_[place] = here() - place; }
@@ -444,9 +444,9 @@ private:
         random_image inner(rest_.substr(0, rest_.size() / 3), globals_);
         rest_.remove_prefix(rest_.size() / 3);
         inner.inside_ = true;
-        const std::vector<ULO> code = inner.words();
+        const std::vector<ULO> words = inner.words();
         text_node(
-            {reinterpret_cast<const CHR *>(code.data()), code.size() * sizeof(ULO) - up_to(8)});
+            {reinterpret_cast<const CHR *>(words.data()), words.size() * sizeof(ULO) - up_to(8)});
     }
 
     // -- Nodes -------------------------------------------------------------------------------
