@@ -1,4 +1,4 @@
-// Printed numbers, raw images, dump, checksum and clock.
+// Printed numbers, raw images and dump.
 #include "kit.h"
 
 #include <bit>
@@ -53,7 +53,7 @@ TEST(raw_images, round_trip_and_length)
     EXPECT_EQ(0x0807060504030201, str2slo(text("\1\2\3\4\5\6\7\10\11\12\13\14").s));
     EXPECT_EQ(0x41, str2ssh(text("A").s));
     EXPECT_EQ(-1, str2sch(text("\xFF\1").s));
-    EXPECT_EQ(0, str2sch(text("").s) + str2ssh(nullptr) + str2slo(nullptr));
+    EXPECT_EQ(0, str2sch(text("").s) | str2ssh(nullptr) | str2slo(nullptr));
     EXPECT_EQ(0.0, str2dfl(nullptr));
     EXPECT_EQ(nullptr, str2ptr(text("").s));
 }
@@ -68,31 +68,6 @@ TEST(dump, three_characters_for_each_byte)
         expect_each_target(expected, std::string(1, CHR(c)), strdump);
     }
     expect_each_target("  a __ \\(", "a (", strdump);
-}
-
-TEST(checksum, agrees_with_the_bitwise_sum)
-{
-    EXPECT_EQ(0u, crcsum(nullptr) + crcsum(text("").s));
-    std::mt19937 random(7);
-    for (int i = 0; i < 500; ++i) {
-        std::string bytes(1 + random() % 30, 0);
-        ULO sum = ~ULO(0);
-        for (CHR &c : bytes) {
-            c = CHR(random());
-            sum ^= ULO(SLO(SCH(c)));
-            for (int bit = 0; bit < 8; ++bit) sum = (sum >> 1) ^ (sum & 1 ? 0xEDB88320EDB88320 : 0);
-        }
-        EXPECT_EQ(~sum, crcsum(text(bytes).s));
-    }
-}
-
-TEST(clock, is_a_line_of_text_without_its_end)
-{
-    text made("old");
-    const std::string now = bytes_of(string_time(&made.s));
-    EXPECT_EQ(24u, now.size());
-    tm parsed{};
-    EXPECT_NE(nullptr, strptime(now.c_str(), "%a %b %d %H:%M:%S %Y", &parsed)) << now;
 }
 
 } // namespace

@@ -2,24 +2,8 @@
 #include "kit.h"
 
 #include <cstdlib>
-#include <malloc.h>
 
 namespace {
-
-TEST(layout, block_has_the_padded_size)
-{
-    const std::pair<ULO, size_t> cases[] = {{0, 16}, {6, 16}, {7, 16}, {8, 24}, {15, 24}, {16, 32}};
-    for (const auto &[size, block] : cases) {
-        text made(std::string(size, 'x'));
-        EXPECT_EQ(std::string(size, 'x'), bytes_of(made.s));
-#ifdef ADDRESS_SANITIZER
-        EXPECT_EQ(block, malloc_usable_size(made.s - 8)) << size;
-#else
-        EXPECT_LE(block, malloc_usable_size(made.s - 8)) << size;
-        EXPECT_GT(block + 16, malloc_usable_size(made.s - 8)) << size;
-#endif
-    }
-}
 
 TEST(layout, resizing_keeps_what_fits_and_zeroes_the_rest)
 {
@@ -59,12 +43,6 @@ TEST(null, reads_as_empty_and_is_made_where_promised)
     EXPECT_EQ("", bytes_of(replicate(&old.s, nullptr, HUGE_SIZE)));
     EXPECT_EQ("", bytes_of(strtran(&old.s, nullptr, nullptr, nullptr)));
     EXPECT_EQ("  ", bytes_of(padc(&old.s, nullptr, 2)));
-}
-
-TEST(reading, notempty_wants_a_byte_above_the_blanks)
-{
-    for (int c = 0; c < 256; ++c)
-        EXPECT_EQ(c > 32, notempty(text(std::string(" \n") + CHR(c) + "\0"s).s)) << c;
 }
 
 TEST(reading, order_is_that_of_unsigned_bytes_then_length)

@@ -15,7 +15,7 @@ std::string reversed(const std::string &s) { return {s.rbegin(), s.rend()}; }
 std::string back_cut(const std::string &s) { return reversed(front_cut(reversed(s))); }
 std::string both_cut(const std::string &s) { return front_cut(back_cut(s)); }
 
-// The steps as they are told: trim, blanks to spaces, pairs of spaces to one until none is left.
+// Trimmed, blanks made spaces, pairs of spaces made one until none is left.
 std::string packed(const std::string &s)
 {
     std::string words = both_cut(s);
@@ -83,6 +83,10 @@ const std::pair<sized, plain_sized> cuts[] = {
          return n == ~ULO(0) ? s.substr(0, s.empty() ? 0 : s.size() - 1)
                              : s.substr(std::min(n, s.size()));
      }},
+    {[](CHR **targ, const CHR *s, ULO n) { return substr(targ, s, n, 3); },
+     [](const std::string &s, ULO n) { // position 0 is in front of the first
+         return n == 0 ? s.substr(0, 2) : s.substr(std::min(n - 1, s.size()), 3);
+     }},
 };
 
 const std::pair<sized, plain_sized> builders[] = {
@@ -119,42 +123,6 @@ TEST(operations, of_a_size_have_their_plain_meaning)
         for (const auto &row : builders) expect(row, source, count);
         for (const ULO n : {count, ~ULO(0) - count, ~ULO(0) / 2 + count})
             for (const auto &row : cuts) expect(row, source, n);
-    }
-}
-
-TEST(cutting, position_zero_uses_one_up)
-{
-    const struct {
-        ULO from, pos;
-        std::string_view expected;
-    } cases[] = {{2, 2, "bc"},       {5, 9, "e"},          {6, 1, ""}, {0, 2, "a"},
-                 {0, 0, ""},         {0, 1, ""},           {1, 0, ""}, {0, HUGE_SIZE, "abcde"},
-                 {HUGE_SIZE, 5, ""}, {3, HUGE_SIZE, "cde"}};
-    for (const auto &c : cases)
-        expect_each_target(c.expected, "abcde",
-                           [&](CHR **t, const CHR *s) { return substr(t, s, c.from, c.pos); });
-}
-
-TEST(tokens, of_the_language)
-{
-    const std::string_view cases[][3] = {
-        {"   ", "", ""},
-        {"(a b) c", "(a b)", "c"},
-        {"a\"b c\"d e", "a\"b c\"d", "e"},
-        {"a)b", "a", ")b"},
-        {" ) x", "", ") x"},
-        {R"-("a\" b" c)-", R"-("a\" b")-", "c"},
-        {R"-((a "b)" c) d)-", R"-((a "b)" c))-", "d"},
-        {"abs(a (b) c)d e", "abs(a (b) c)", "d e"},
-        {"(a (b ", "(a (b", ""},
-        {"\"ab\\", "\"ab\\", ""},
-        {R"-(a\" b" c)-", R"-(a\" b")-", "c"},
-        {R"-(\( a) b)-", R"-(\( a))-", "b"},
-        {"(a\n b)  \t c d ", "(a\n b)", "c d "},
-    };
-    for (const auto &[source, first, rest] : cases) {
-        expect_each_target(first, source, lsp_head);
-        expect_each_target(rest, source, lsp_tail);
     }
 }
 

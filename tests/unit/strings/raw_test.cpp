@@ -44,28 +44,6 @@ std::string plain_strunraw(std::string made)
     return made;
 }
 
-TEST(escapes, read)
-{
-    const std::pair<std::string_view, std::string_view> cases[] = {
-        {"\\\\\\n", "\\\n"},
-        {"\\0x41\\0x4a\\0x4A", "AJJ"},
-        {"\\0x00", "\0"sv},
-        {"\\0xaB\\0X41\\0x4", "\\0xaB\\0X41\\0x4"},
-        {"a\\", "a\\"},
-        {"\\q\\\"", "\\q\""},
-        {"\\b\\r\\t\\e\\v\\a\\f", "\b\r\t\x1B\v\a\f"},
-        // A byte that one escape yields takes part in a later one, and only in a later one.
-        {"\\\\0x61", "a"},
-        {"\\\\0x41", "\\0x41"},
-        {"\\0\\0x78FF", "\xFF"},
-        {"\\0x3\\0x30", "0"},
-    };
-    for (const auto &[source, expected] : cases) {
-        expect_each_target(expected, source, strraw);
-        EXPECT_EQ(expected, plain_strraw(std::string(source)));
-    }
-}
-
 TEST(escapes, one_pass_reads_like_the_whole_sequence)
 {
     constexpr const CHR *pieces[] = {
@@ -100,21 +78,6 @@ TEST(escapes, written)
         const std::string written = plain_strunraw(source);
         expect_each_target(written, source, strunraw);
         if (source.find("\\0x") == source.npos) expect_each_target(source, written, strraw);
-    }
-}
-
-// For units that write bytes as the library does.
-TEST(escapes, formats_are_told_from_the_first_use_on)
-{
-    const text source("a\\0x41");
-    for (CHR *(*operation)(CHR **, const CHR *) : {strraw, strunraw, strdump}) {
-        scratch target;
-        counted_faults own;
-        EXPECT_EQ(nullptr, own.block.raw_fmt_upper);
-        operation(&target.s, source.s);
-        EXPECT_STREQ("\\0x%02hhX", own.block.raw_fmt_upper);
-        EXPECT_STREQ("\\0x%02hhx", own.block.raw_fmt_lower);
-        EXPECT_STREQ(" %02hhX", own.block.dump_fmt);
     }
 }
 

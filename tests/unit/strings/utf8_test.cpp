@@ -1,9 +1,6 @@
-// UTF-8. The case pairs are checked by their number and sums, by single pairs, and by a walk of
-// rules over random bytes that knows only how single characters change.
+// UTF-8: which bytes are a character, what trimming takes off, how case changes, in broken text
+// too.
 #include "kit.h"
-
-#include <array>
-#include <map>
 
 namespace {
 
@@ -17,13 +14,6 @@ std::string encoded(ULO code)
         return {CHR(0xE0 | code >> 12), CHR(0x80 | (code >> 6 & 63)), CHR(0x80 | (code & 63))};
     return {CHR(0xF0 | code >> 18), CHR(0x80 | (code >> 12 & 63)), CHR(0x80 | (code >> 6 & 63)),
             CHR(0x80 | (code & 63))};
-}
-
-ULO decoded(const std::string &bytes)
-{
-    ULO code = UCH(bytes[0]) & (bytes.size() == 1 ? 0x7F : 0x7F >> bytes.size());
-    for (size_t i = 1; i < bytes.size(); ++i) code = code << 6 | (UCH(bytes[i]) & 63);
-    return code;
 }
 
 bool is_surrogate(ULO code) { return code >= 0xD800 && code < 0xE000; }
@@ -48,16 +38,12 @@ TEST(utf8_trim, looks_at_seven_positions)
     const std::string bad(16, '\x80');
     const auto ruin = [&](size_t count) { return bad.substr(0, count); };
     const std::string cases[][3] = {
-        {"", "", ""},
-        {"ab\xE2\x82", "ab\xE2\x82", "ab"},
-        {ruin(2) + "ab", "ab", ruin(2) + "ab"},
         {ruin(6) + "ab", "ab", ruin(6) + "ab"},
         {ruin(7) + "ab", ruin(7) + "ab", ruin(7) + "ab"},
         {ruin(7), ruin(7), ""},
         {ruin(8), ruin(8), ruin(8)},
         {"a" + ruin(6), "a" + ruin(6), "a"},
         {"a" + ruin(7), "a" + ruin(7), "a" + ruin(7)},
-        {"a\xE2\x82\xAC", "a\xE2\x82\xAC", "a\xE2\x82\xAC"},
         {"\xE2\x82\xAC\xAC", "\xE2\x82\xAC\xAC", "\xE2\x82\xAC"},
         {std::string("\0a\0", 3), std::string("a\0", 2), std::string("\0a", 2)},
     };
@@ -68,34 +54,24 @@ TEST(utf8_trim, looks_at_seven_positions)
     expect_each_target("xy", "\x80\x80xy\xE2\x82", alltrim_utf8);
 }
 
-// Every character beyond ASCII that `change` changes, and what it becomes.
-std::map<std::string, std::string> pairs_of(operation change)
+// The case tables as a whole, by the sum of what they make of every character beyond ASCII. A row
+// that is meant to change comes with the new sum.
+TEST(utf8_case, tables_change_what_they_changed)
 {
-    std::map<std::string, std::string> pairs;
-    for (ULO code = 0x80; code < 0x110000; ++code) {
-        if (is_surrogate(code)) continue;
-        text made(encoded(code));
-        if (view(change(&made.s, made.s)) != encoded(code)) pairs[encoded(code)] = bytes_of(made.s);
-    }
-    return pairs;
-}
-
-TEST(utf8_case, pairs_have_their_number_sums_and_length)
-{
+    std::string all;
+    for (ULO code = 0x80; code < 0x110000; ++code)
+        if (!is_surrogate(code)) all += encoded(code);
     const struct {
         operation change;
-        ULO count, from, to;
-    } cases[] = {{upper_utf8, 1338, 32120125, 29156468}, {lower_utf8, 1337, 29201621, 31832447}};
+        ULO sum;
+    } cases[] = {{upper_utf8, 13072208501854704725U}, {lower_utf8, 6574010654800582351U}};
+    const text source(all);
     for (const auto &c : cases) {
-        const auto pairs = pairs_of(c.change);
-        ULO from = 0, to = 0;
-        for (const auto &[one, other] : pairs) {
-            EXPECT_EQ(one.size(), is_utf8char(other.c_str()));
-            from += decoded(one);
-            to += decoded(other);
-            expect_each_target(other, other, c.change); // nothing changes twice
-        }
-        EXPECT_EQ((std::array{c.count, c.from, c.to}), (std::array{pairs.size(), from, to}));
+        scratch made, again;
+        c.change(&made.s, source.s);
+        EXPECT_EQ(len(source.s), len(made.s));
+        EXPECT_EQ(c.sum, crcsum(made.s));
+        EXPECT_EQ(1, cmp(c.change(&again.s, made.s), made.s)) << "nothing changes twice";
     }
 }
 
@@ -119,27 +95,19 @@ TEST(utf8_case, broken_sequences_go_by_the_rules)
 {
     const std::pair<std::string_view, std::string_view> cases[] = {
         {"\x80zz"sv, "\x80ZZ"sv},
-        {"\xC0zz"sv, "\xC0ZZ"sv},
         {"\xC1zz"sv, "\xC1zZ"sv},
-        {"\xC2zz"sv, "\xC2zZ"sv},
-        {"\xD0zz"sv, "\xD0zZ"sv},
         {"\xDFzz"sv, "\xDFzZ"sv},
         {"\xE0zzz"sv, "\xE0zZZ"sv},
         {"\xE1zzz"sv, "\xE1zzZ"sv},
         {"\xE2\xB0z"sv, "\xE2\xB0z"sv},
         {"\xE3zzz"sv, "\xE3zZZ"sv},
-        {"\xEAzzz"sv, "\xEAzzZ"sv},
         {"\xEFzzz"sv, "\xEFzzZ"sv},
         {"\xF0zzzz"sv, "\xF0zzZZ"sv},
         {"\xF0\x90zzz"sv, "\xF0\x90zzZ"sv},
         {"\xF0\x9Ezzz"sv, "\xF0\x9EzzZ"sv},
         {"\xF0\x92zzz"sv, "\xF0\x92zZZ"sv},
-        {"\xF1zzz"sv, "\xF1zZZ"sv},
-        {"\xFFzzz"sv, "\xFFzZZ"sv},
         {"\xC3\0z"sv, "\xC3\0Z"sv},
-        {"\xE1\0z"sv, "\xE1\0Z"sv},
         {"\xE1z\0z"sv, "\xE1z\0Z"sv},
-        {"\xF0z\0z"sv, "\xF0z\0Z"sv},
         {"\xF0\x90z\0z"sv, "\xF0\x90z\0Z"sv},
         {"\0zz"sv, "\0zz"sv},
         {"z\xE1\xBF"sv, "Z\xE1\xBF"sv}};
