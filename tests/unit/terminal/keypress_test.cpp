@@ -7,24 +7,9 @@
 #include "terminal/terminal.h"
 #include "tests/unit/terminal/kit.h"
 
-using keys = no_window;
+using keys = at_terminal;
 
 namespace {
-
-bool same(const termios &one, const termios &other)
-{
-    return one.c_iflag == other.c_iflag && one.c_oflag == other.c_oflag &&
-           one.c_cflag == other.c_cflag && one.c_lflag == other.c_lflag &&
-           memcmp(one.c_cc, other.c_cc, sizeof one.c_cc) == 0;
-}
-
-// Waits until a program reads keys: its terminal is raw.
-void await_raw(const pty &window)
-{
-    for (int i = 0; i < 500 && (window.state().c_lflag & ICANON); i++) usleep(10000);
-    EXPECT_FALSE(window.state().c_lflag & ICANON);
-    usleep(20000); // the handler of the interrupt key follows the switch
-}
 
 double seconds_of(ULO wait)
 {
@@ -45,14 +30,12 @@ interrupt_handler slot = nullptr;
 // Of several bytes, the later ones stay in the queue.
 TEST_F(keys, ComeAsTheyAreTyped)
 {
-    pty window;
-    termios before = window.state();
     pid_t child = window.start([] {
         std::string text(1, char(term_keypressed(1)));
         while (UCH key = term_keypressed(0)) text += char(key);
         return text == "\033[A\xff" ? 0 : 1;
     });
-    await_raw(window);
+    window.await_raw();
     termios raw = window.state();
     EXPECT_EQ(before.c_lflag & ~tcflag_t(ICANON | ECHO | ECHOE | ECHOK | ECHONL), raw.c_lflag);
     EXPECT_TRUE(raw.c_lflag & ISIG);
@@ -60,44 +43,28 @@ TEST_F(keys, ComeAsTheyAreTyped)
     EXPECT_EQ(tcflag_t(OPOST | ONLCR), raw.c_oflag & (OPOST | ONLCR | OCRNL | ONOCR | ONLRET));
     EXPECT_EQ(0x100, raw.c_cc[VMIN] << 8 | raw.c_cc[VTIME]);
     window.type("\033[A\xff");
-    EXPECT_EQ(0, status_of(child));
-    EXPECT_TRUE(same(before, window.state()));
+    EXPECT_EQ(0, end_of(child));
+    expect_former_state();
     EXPECT_EQ("", window.shown()) << "no echo";
 }
 
 TEST_F(keys, AreWaitedForAsLongAsAsked)
 {
-    pty window;
-    termios before = window.state();
     pid_t child = window.start([] {
         double none = seconds_of(0), short_one = seconds_of(300000), long_one = seconds_of(1100000);
         bool waited = short_one >= 0.29 && long_one >= 1.09;
         return none < 1 && short_one < 1 && long_one < 5 && waited ? 0 : 1;
     });
-    EXPECT_EQ(0, status_of(child));
+    EXPECT_EQ(0, end_of(child));
     child = window.start([] { return int(term_keypressed(~ULO(0))); });
-    await_raw(window);
+    window.await_raw();
     window.type("y");
-    EXPECT_EQ('y', status_of(child));
-    EXPECT_TRUE(same(before, window.state()));
-}
-
-TEST_F(keys, InterruptEndsTheProgram)
-{
-    for (ULO wait : {ULO(1), ULO(15000000)}) {
-        pty window;
-        termios before = window.state();
-        pid_t child = window.start([wait] { return int(term_keypressed(wait)); });
-        await_raw(window);
-        window.type("\x03");
-        EXPECT_EQ(1, status_of(child));
-        EXPECT_TRUE(same(before, window.state()));
-    }
+    EXPECT_EQ('y', end_of(child));
+    expect_former_state();
 }
 
 TEST_F(keys, InterruptReachesAFormerHandler)
 {
-    pty window;
     pid_t child = window.start([] {
         former_interrupt_handler = &slot;
         term_keypressed(0);
@@ -109,26 +76,10 @@ TEST_F(keys, InterruptReachesAFormerHandler)
         raise(SIGINT); // now in place again
         return int(term_keypressed(1));
     });
-    await_raw(window);
+    window.await_raw();
     window.type("\x03");
-    EXPECT_EQ(1, status_of(child));
+    EXPECT_EQ(1, end_of(child));
     EXPECT_EQ("formerformer", window.shown().substr(0, 12));
-}
-
-TEST_F(keys, ComeFromWhatIsNoTerminalToo)
-{
-    terminal.loaded = true;
-    int ends[2];
-    ASSERT_EQ(0, pipe(ends));
-    terminal.tty = ends[0];
-    EXPECT_EQ(0, term_keypressed(0));
-    ASSERT_EQ(2, write(ends[1], "a\xc3", 2));
-    EXPECT_EQ('a', term_keypressed(1));
-    EXPECT_EQ(0xc3, term_keypressed(0));
-    close(ends[1]);
-    EXPECT_EQ(0, term_keypressed(1)) << "end of file";
-    close(ends[0]);
-    terminal = terminal_record{};
 }
 
 TEST_F(keys, FailuresEndTheProcessWithAReport)

@@ -3,6 +3,7 @@
 // size of a window would otherwise reach a test; use fixture no_window.
 #pragma once
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -96,6 +97,16 @@ struct pty {
         return text;
     }
 
+    bool is_raw() const { return !(state().c_lflag & ICANON); }
+
+    // Waits until a program reads keys, or does so no longer.
+    void await_raw(bool raw = true) const
+    {
+        for (int i = 0; i < 2500 && is_raw() != raw; i++) usleep(2000);
+        EXPECT_EQ(raw, is_raw());
+        usleep(20000); // what follows the switch
+    }
+
     // Starts `program` in a session of its own, with this as its terminal on /dev/tty and on
     // descriptors 0 to 2. Its value is the exit status. It ends after 20 seconds at the latest.
     pid_t start(const std::function<int()> &program) const
@@ -104,18 +115,19 @@ struct pty {
         if (child != 0) return child;
         alarm(20);
         setsid();
+        for (int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) signal(number, SIG_DFL);
         ioctl(far, TIOCSCTTY, 0);
         for (int i = 0; i < 3; i++) dup2(far, i);
         _exit(program());
     }
 };
 
-// Exit status of a process, -1 if a signal ended it.
-inline int status_of(pid_t child)
+// How a process ended: its status, or the signal's number below 0.
+inline int end_of(pid_t child)
 {
     int status = 0;
     EXPECT_EQ(child, waitpid(child, &status, 0));
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 // Descriptor 0 is no terminal, and no test takes longer than 60 seconds.
@@ -132,5 +144,21 @@ struct no_window : testing::Test {
     {
         dup2(input, 0);
         close(input);
+    }
+};
+
+// The same with a terminal that a program finds and leaves in one state.
+struct at_terminal : no_window {
+    pty window;
+    termios before = window.state();
+
+    void expect_former_state(const std::string &where = "") const
+    {
+        const termios after = window.state();
+        EXPECT_EQ(before.c_iflag, after.c_iflag) << where;
+        EXPECT_EQ(before.c_oflag, after.c_oflag) << where;
+        EXPECT_EQ(before.c_cflag, after.c_cflag) << where;
+        EXPECT_EQ(before.c_lflag, after.c_lflag) << where;
+        EXPECT_TRUE(std::equal(before.c_cc, before.c_cc + NCCS, after.c_cc)) << where;
     }
 };

@@ -1,6 +1,5 @@
 // Signals around a wait for a key. So that no moment is missed, a signal follows each system call
 // of term_keypressed() once: the calls come here first.
-#include <array>
 #include <csignal>
 #include <dlfcn.h>
 #include <sys/resource.h>
@@ -50,10 +49,7 @@ FOLLOWED(ssize_t, read, (int fd, void *bytes, size_t size), (fd, bytes, size))
 
 namespace {
 
-struct signals : no_window {
-    pty window;
-    termios before = window.state();
-
+struct signals : at_terminal {
     // The pseudo-terminal is opened ahead of the moments that count.
     pid_t start(const std::function<int()> &program) const
     {
@@ -64,35 +60,9 @@ struct signals : no_window {
             return program();
         });
     }
-
-    void await_raw(bool raw) const
-    {
-        for (int i = 0; i < 1000 && is_raw() != raw; i++) usleep(2000);
-        EXPECT_EQ(raw, is_raw());
-    }
-
-    bool is_raw() const { return !(window.state().c_lflag & ICANON); }
-
-    void expect_former_state(const std::string &where) const
-    {
-        const termios after = window.state();
-        EXPECT_EQ(before.c_lflag, after.c_lflag) << where;
-        EXPECT_EQ(before.c_oflag, after.c_oflag) << where;
-        EXPECT_TRUE(std::equal(before.c_cc, before.c_cc + NCCS, after.c_cc)) << where;
-    }
 };
 
-// How a process ended: its status, or the signal's number below 0.
-int end_of(pid_t child)
-{
-    int status = 0;
-    EXPECT_EQ(child, waitpid(child, &status, 0));
-    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 constexpr int WITHOUT_SIGNAL = 42;
-
-volatile sig_atomic_t handled = 0;
 
 } // namespace
 
@@ -123,13 +93,14 @@ TEST_F(signals, FindNoMomentThatLeavesTheTerminalRaw)
 
 TEST_F(signals, EndAWaitAsTheyEndTheProcess)
 {
-    for (int number : {SIGTERM, SIGHUP, SIGQUIT}) {
-        const pid_t child = start([] { return int(term_keypressed(1)); });
-        await_raw(true);
-        kill(child, number);
-        EXPECT_EQ(-number, end_of(child));
-        expect_former_state("");
-    }
+    for (ULO wait : {ULO(1), ULO(15000000)})
+        for (int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
+            const pid_t child = start([wait] { return int(term_keypressed(wait)); });
+            window.await_raw();
+            kill(child, number);
+            EXPECT_EQ(number == SIGINT ? 1 : -number, end_of(child));
+            expect_former_state();
+        }
 }
 
 TEST_F(signals, StopAWaitAndLetItGoOn)
@@ -153,77 +124,17 @@ TEST_F(signals, StopAWaitAndLetItGoOn)
             if (!(state.c_lflag & ICANON) || !(state.c_lflag & ECHO)) return 3;
             kill(child, SIGCONT);
         }
-        return status_of(child);
+        return end_of(child);
     });
     for (const char *key : {"k", "l"}) {
-        await_raw(true);
+        window.await_raw();
         usleep(20000);
         window.type("\x1a"); // the key that stops
         usleep(100000);
-        await_raw(true);
+        window.await_raw();
         window.type(key);
         usleep(20000);
     }
     EXPECT_EQ(0, end_of(session));
-    expect_former_state("");
-}
-
-// What a unit or the parent has set up holds during the wait and behind it.
-TEST_F(signals, KeepToWhatWasSetUp)
-{
-    const pid_t child = start([] {
-        signal(SIGHUP, SIG_IGN);
-        signal(SIGTERM, [](int) { handled = handled + 1; });
-        sigset_t blocked, now;
-        sigemptyset(&blocked);
-        sigaddset(&blocked, SIGQUIT);
-        sigprocmask(SIG_SETMASK, &blocked, nullptr);
-        if (term_keypressed(1) != 'k' || handled != 1) return 1;
-        struct sigaction action;
-        for (auto [number, handler] :
-             {std::pair{SIGHUP, SIG_IGN}, std::pair{SIGTSTP, SIG_DFL}, std::pair{SIGQUIT, SIG_DFL},
-              std::pair{SIGCONT, SIG_DFL}, std::pair{SIGINT, SIG_DFL}}) {
-            sigaction(number, nullptr, &action);
-            if (action.sa_handler != handler) return 2;
-        }
-        raise(SIGTERM);
-        sigprocmask(SIG_BLOCK, nullptr, &now);
-        for (int number = 1; number < SIGRTMIN; number++)
-            if (sigismember(&now, number) != (number == SIGQUIT)) return 3;
-        return handled == 2 ? 0 : 4;
-    });
-    await_raw(true);
-    for (int number : {SIGHUP, SIGQUIT, SIGTERM, SIGCONT}) {
-        usleep(20000);
-        kill(child, number);
-    }
-    usleep(50000);
-    await_raw(true);
-    window.type("k");
-    EXPECT_EQ(0, end_of(child));
-    expect_former_state("");
-}
-
-// A handler of the unit's that returns, without restarting what it interrupts.
-TEST_F(signals, DoNotShortenAWait)
-{
-    const pid_t child = start([] {
-        struct sigaction action = {};
-        action.sa_handler = [](int) {};
-        sigaction(SIGALRM, &action, nullptr);
-        const itimerval often = {{0, 30000}, {0, 30000}};
-        setitimer(ITIMER_REAL, &often, nullptr);
-        timespec from, to;
-        clock_gettime(CLOCK_MONOTONIC, &from);
-        const UCH none = term_keypressed(200000);
-        clock_gettime(CLOCK_MONOTONIC, &to);
-        const long gone = (to.tv_sec - from.tv_sec) * 1000 + (to.tv_nsec - from.tv_nsec) / 1000000;
-        if (none != 0 || gone < 199) return 1;
-        return term_keypressed(1) == 'k' ? 0 : 2;
-    });
-    usleep(400000);
-    await_raw(true);
-    window.type("k");
-    EXPECT_EQ(0, end_of(child));
-    expect_former_state("");
+    expect_former_state();
 }
