@@ -1,5 +1,5 @@
-// Compiled words, the debug text, and what linking makes of them: worked examples word by word. The
-// form of whole images is the verifier's, which accepts all that the compiler makes.
+// Compiled words, the debug text, and what linking makes of them, word by word: another word is
+// another format of stored programs. That whole images are sound is the verifier's to say.
 
 #include "bytecode/compile.h"
 
@@ -18,7 +18,7 @@ namespace {
 using kit::code;
 using bytecode = kit::with_passes<testing::Test>;
 
-TEST_F(bytecode, worked_examples)
+TEST_F(bytecode, whole_images)
 {
     EXPECT_EQ((code{0x255, 1, 0, 0, 0x54, 2, 2, 6, 0x4D4, 0, 1, 0x49, 5, 0x69, 0}),
               kit::compiled("(PROGN (SETQ@I X@I 5) X@I)"));
@@ -77,48 +77,6 @@ TEST_F(bytecode, numbers_of_definitions)
     for (ULO i = 0; i + 2 < words.size(); i++)
         if (words[i] == 0x184C) numbers.push_back(words[i + 1]);
     EXPECT_EQ((code{2, 1, 0, 1, 2, 0, 1}), numbers);
-}
-
-TEST_F(bytecode, debug_text_by_level)
-{
-    const std::string text =
-        "(PROGN (DEFUN F (PROGN (SETQ@I X@I 1) (+ $1 X@I) Y)) (SETQ A 1) (F A) (TIME))";
-    const auto debug_text = [](const code &words, ULO image) {
-        const ULO *table = &words[image + image::UDF_TABLE];
-        return std::string(reinterpret_cast<const CHR *>(table + words[image + image::UDFS]));
-    };
-    EXPECT_EQ(1u, kit::compiled(text)[4]) << "the image of F follows at once";
-    const std::string lists[] = {"()(\xFFPROGN\xFE"
-                                 "0\xFE-1\xFFSETQ\xFE"
-                                 "1\xFE"
-                                 "2\xFF+\xFE"
-                                 "52\xFE"
-                                 "2\xFFTIME\xFE"
-                                 "164\xFE"
-                                 "0\xFF)()",
-                                 "()()()"};
-    for (const UCH level : {1, 2}) {
-        const code words = kit::compiled(text, level);
-        EXPECT_EQ(lists[level - 1] + "Main A", debug_text(words, 0));
-        EXPECT_EQ("Main:F X Y", debug_text(words, 4 + words[4]));
-    }
-}
-
-TEST_F(bytecode, linked_words)
-{
-    scratch text;
-    tree t = kit::read("(PROGN (DEFUN F (IVAL $1)) (F 41) (SETQ X 1))");
-    kestrin_compile(&t, 0, nullptr, &text.s);
-    const auto *words = reinterpret_cast<const ULO *>(text.s);
-    code expected(words, words + len(text.s) / sizeof(ULO));
-    // References, the image that is called among them, and handlers; all else stays.
-    const ULO places[][2] = {{0, 13}, {4, 5}, {5, 9}, {10, 11}, {15, 17}, {16, 23}, {18, 5}};
-    for (const auto &[at, target] : places) expected[at] = ULO(words + target);
-    const ULO rows[][2] = {{9, ISA_IVAL}, {17, ISA_DEFUN}, {23, ISA_SETQ}};
-    for (const auto &[at, row] : rows) expected[at] = ULO(isa_table[row].slots[0]);
-    kestrin_link(text.s);
-    for (const ULO at : {0, 4, 5, 9, 10, 12, 14, 15, 16, 17, 18, 19, 23, 24})
-        EXPECT_EQ(expected[at], words[at]) << at;
 }
 
 // No text ends the process or leaves its memory, whatever pass it is given to. Text behind the

@@ -49,51 +49,6 @@ TEST_F(Decompile, WritesNodesAndNames)
         }
 }
 
-TEST_F(Decompile, OffsetsStandBehindVariablesAndInstructions)
-{
-    EXPECT_EQ("(PROGN (PROGN (REM Dbg=32) (SETQ (REM Dbg=64) Var_1 5) Var_1 (REM Dbg=104)))",
-              listed("(PROGN (SETQ@I X@I 5) X@I)", 0, ENTIRE, true).text);
-    EXPECT_EQ(
-        "(PROGN (DEFUN Udf_1 (PROGN (IVAL (REM Dbg=72) $1 (REM Dbg=88)))) (PROGN (REM Dbg=104)"
-        " (Udf_1 41)))",
-        listed("(PROGN (DEFUN F (IVAL $1)) (F 41))", 0, ENTIRE, true).text);
-}
-
-TEST_F(Decompile, MadeUpNamesArePadded)
-{
-    std::string source = "(PROGN", slots = "(PROGN";
-    for (int i = 0; i < 12; i++) source += " (DEFUN F" + std::to_string(i) + " (TIME))";
-    for (int i = 0; i < 12; i++) slots += " V" + std::to_string(i);
-    EXPECT_TRUE(listed(source + " (F0) (F11))", 0, MINIMISED)
-                    .text.starts_with("(PROGN (DEFUN Udf_01 (PROGN (TIME))) (DEFUN Udf_12 "));
-    EXPECT_TRUE(listed(slots + ")", 0).text.starts_with("(PROGN (PROGN Var_01 Var_02 "));
-}
-
-TEST_F(Decompile, LeavesOutWhatNothingCalls)
-{
-    const std::string source =
-        "(PROGN (DEFUN A (TIME)) (DEFUN B (A)) (DEFUN C (PROGN (DEFUN X (TIME))"
-        " (DEFUN Y (X)) (TIME))) (DEFUN D (B)) (C))";
-    const std::string kept = "(PROGN (DEFUN C (PROGN (PROGN (TIME)))) (PROGN (C)))";
-    const auto said = [](const char *names, const char *behind) {
-        std::string all;
-        for (; *names; names++)
-            all += std::string("UDF `") + *names +
-                   "' is removed from the target because this UDF is not used." + behind;
-        return all;
-    };
-    EXPECT_EQ(kept, listed(source, 1, MINIMISED).text);
-    EXPECT_EQ("(PROGN (COMMENTS \"Decompiler messages:\" \"" + said("ABDX", "\" \"") +
-                  said("Y", "\") ") + kept + ")",
-              listed(source, 1, EFFECTIVE).text);
-    for (const decompile_mode mode : {EFFECTIVE, MINIMISED})
-        EXPECT_EQ(said("ABDXY", "\n"), listed(source, 1, mode).messages);
-    EXPECT_EQ("", listed(source, 1, ENTIRE).messages);
-    EXPECT_NE(std::string::npos, listed(source, 1, ENTIRE).text.find("(DEFUN Y (PROGN (X)))"));
-    // A recursive function that nothing else calls is looked at too late to keep itself.
-    EXPECT_EQ(said("F", "\n"), listed("(PROGN (DEFUN F (F)) (TIME))", 1, EFFECTIVE).messages);
-}
-
 // The code of a root image without variables and this main node.
 kit::code root_of(const kit::code &main_node)
 {
@@ -146,11 +101,6 @@ TEST_F(Decompile, GoesOnOverForeignCode)
         {"unknown letter", {'q'}, trusted, "(Unknown_Code)", "?"},
         {"image as a node", {u, 0, 0, 0, 'Z'}, trusted, "(Unknown_Code)", "?"},
         {"unknown row", {call(beyond), 2, 3, 'I', 7, 'Z'}, trusted, "(" + isa + " 7 NIL)", isa},
-        {"unknown extension",
-         {image::code('t', 8), 1, 'Z'},
-         trusted,
-         "(IsaExt_Cop_1 NIL)",
-         "IsaExt_Cop_1"},
         {"missing operand", {call(ISA_IADD), 2, 0, 'I', 7}, foreign, "(IADD 7)", "IADD"},
         {"unknown operand", {call(ISA_LEN), 1, 'q'}, trusted, "(LEN (Unknown_Code))", "?"},
         {"one too many",
@@ -162,11 +112,6 @@ TEST_F(Decompile, GoesOnOverForeignCode)
         {"call of nothing", {local, 3, 0}, trusted, "(Unknown_Code)", "?"},
         {"global call", {global, 0, 1, 1, 'Z'}, foreign, "(Extern_Udf_1 NIL)", ""},
         {"its bad operand", {global, 0, 1, 9, 'Z'}, foreign, "(Extern_Udf_1)", ""},
-        {"operand that is its own",
-         {call(ISA_PROGN), 2, 2, 1, 'Z'},
-         trusted,
-         "(PROGN NIL)",
-         "PROGN"},
         {"string that runs out", {'S', 8, 0}, trusted, "(Unknown_Code)", "?"},
     };
     for (const auto &c : cases) {
@@ -183,24 +128,6 @@ TEST_F(Decompile, GoesOnOverForeignCode)
                   listing.messages);
         EXPECT_EQ(c.complaint.empty() && c.text != "(Extern_Udf_1)", listing.is_good);
     }
-}
-
-// The file's own list names a row that the table does not have.
-TEST_F(Decompile, ListsWinOverTables)
-{
-    kit::code words = kit::compiled("(PROGN (INEG X))", 1);
-    for (ULO &word : words)
-        if (word == call(ISA_INEG)) word = call(65 + 900);
-    std::string bytes(kit::bytes_of(words));
-    const std::string own = "INEG\xFE" + std::to_string(ISA_INEG) + "\xFE";
-    const auto place = bytes.find(own);
-    ASSERT_NE(bytes.npos, place);
-    bytes.replace(place, own.size(),
-                  "NEG\xFE"
-                  "965\xFE");
-    const kit::listing listing = kit::decompiled(bytes, ENTIRE, code_origin::FOREIGN);
-    EXPECT_EQ("(PROGN (PROGN (NEG X)))", listing.text);
-    EXPECT_TRUE(listing.is_good) << listing.messages;
 }
 
 // -- Round trips -------------------------------------------------------------------------------
