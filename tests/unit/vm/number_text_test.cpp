@@ -73,13 +73,6 @@ TEST(NumberText, SpecialValues)
             EXPECT_EQ(plainly(format, value), printed(format, value)) << format;
 }
 
-TEST(NumberText, Texts)
-{
-    for (const char *format : {"%s", "%s\n", "%-20s|", "%20s", "<%3s>"})
-        for (const CHR *text : {"name", "a longer name than any width that is asked for"})
-            EXPECT_EQ(plainly(format, text), printed(format, text)) << format;
-}
-
 // What another value or another library call is needed for.
 TEST(NumberText, RefusesTheRest)
 {
