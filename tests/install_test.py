@@ -129,12 +129,6 @@ class Installed(unittest.TestCase):
         self.assertEqual(run("sh", "-c", "echo one | examples/number.kst", directory=documents,
                              PATH=self.path), "     1  one\n\n")
 
-    def test_each_header_compiles_alone(self):
-        headers = os.path.join(self.prefix, "include")
-        for name in os.listdir(os.path.join(headers, "kestrin")):
-            run("c++", "-std=c++17", "-Wpedantic", "-Wshadow", *WARNINGS.split(), "-fsyntax-only",
-                "-I", headers, "-include", f"kestrin/{name}", "-x", "c++", "/dev/null")
-
     def build(self, unit, program):
         words = run("pkg-config", "--cflags", "--libs", "--static", "kestrin",
                     PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig")).split()
@@ -168,11 +162,6 @@ class Installed(unittest.TestCase):
         self.assertEqual(run("./names", "-q", "examples/hello.kst", directory=self.top),
                          "Hello, world!\n")
 
-    def test_the_default_unit_is_a_program_again(self):
-        self.build(os.path.join(self.prefix, "share/kestrin/ckst_udf.cpp"), "again")
-        self.assertEqual(run("./again", "-q", "examples/hello.kst", directory=self.top),
-                         "Hello, world!\n")
-
     def test_the_unit_of_the_manual_does_what_the_manual_says(self):
         with open(os.path.join(self.top, "kestrin.doc"), encoding="utf-8") as manual:
             section = re.search(r"\n13\.3 A complete unit\n(.*?)\n13\.4 ", manual.read(), re.S)[1]
@@ -203,21 +192,6 @@ class Installed(unittest.TestCase):
         run("make", "-j2", f"OUT={build}", f"CXXFLAGS={self.flags}", directory=self.kit,
             PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig"))
         self.run_units(build)
-
-    def test_the_shell_completes_options_and_programs(self):
-        usage = run("kestrin", "-h", directory=self.top, PATH=self.path)
-        options = set(re.findall(r"(?:[ \[|])(--?[a-zA-Z0-9]+)(?=[|\]\n])", usage))
-        script = ("source '{}'; COMP_WORDS=(kestrin {}); COMP_CWORD={}; _kestrin;"
-                  "printf '%s\\n' \"${{COMPREPLY[@]}}\"")
-        name = os.path.join(self.prefix, "share/bash-completion/completions/kestrin")
-
-        def completed(words, at):
-            return run("bash", "-c", script.format(name, words, at), directory=self.top).split()
-
-        self.assertEqual(set(completed("-", 1)), options)
-        self.assertEqual(completed("-q examples/hel", 2), ["examples/hello.kst"])
-        self.assertEqual(completed("exam", 1), ["examples"])
-        self.assertEqual(completed("-h k", 2), [])
 
 
 if __name__ == "__main__":

@@ -5,26 +5,18 @@
             program ends with status 0 and all of its output, or with status 1, a part of its output
             and a report
   files     each system call upon a file that a program writes fails: status 0 or 1
-  terminal  a signal behind each system call of a wait for a key, and an interrupt at 300 random
-            moments: the terminal is as it was before
-None may end by a signal that was not sent. `--most` bounds the allocations that are tried for one
+None may end by a signal. `--most` bounds the allocations that are tried for one
 command; those of hello are all tried. The filter is a piece of the name of a line of the table.
 Findings stand behind the table, each with the command that shows it.
 """
 import argparse
 import concurrent.futures
-import fcntl
 import os
-import pty
-import random
 import re
 import shlex
-import signal
 import subprocess
 import sys
 import tempfile
-import termios
-import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(0, os.path.join(os.path.dirname(HERE), "golden"))
@@ -176,72 +168,6 @@ def files(a, pool):
         yield line
 
 
-# -- Terminal -------------------------------------------------------------------------------------
-
-ONE_KEY = b"(scan_console 1) (scan_console 0)\n"
-MANY_KEYS = b"(while 1 (scan_console 0))\n"
-SENT = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGQUIT)
-
-
-def at_terminal(a, text, end=lambda process: None, prefix=()):
-    """Runs a program at a terminal of its own, keys typed ahead, until `end` and it are through.
-    Returns its status, and whether the terminal is as it was."""
-    screen, keyboard = pty.openpty()
-
-    def take():
-        os.setsid()
-        fcntl.ioctl(keyboard, termios.TIOCSCTTY, 0)
-
-    mode = termios.tcgetattr(keyboard)
-    os.write(screen, b"xyz\n")
-    with tempfile.NamedTemporaryFile(suffix=".kst", dir=a.folder) as program:
-        program.write(text)
-        program.flush()
-        process = subprocess.Popen([*prefix, a.kestrin, "-q", program.name], stdin=keyboard, preexec_fn=take,
-                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=golden.Plan().env)
-        end(process)
-        try:
-            status = process.wait(LIMIT)
-        except subprocess.TimeoutExpired:
-            process.kill()
-            status = process.wait()
-    same = termios.tcgetattr(keyboard) == mode
-    os.close(screen)
-    os.close(keyboard)
-    return status, same
-
-
-def terminal_verdict(ended, *statuses):
-    status, same = ended
-    if not same:
-        return "the terminal is raw"
-    return status != 1 if status in statuses else "status %d" % status
-
-
-def terminal(a, pool):
-    trace = os.path.join(a.folder, "calls")
-    for number in SENT:
-        name = signal.Signals(number).name
-        line = Line("terminal %s behind a call" % name)
-        if a.filter not in line.name:
-            continue
-        at_terminal(a, ONE_KEY, prefix=["strace", "-o", trace])
-        tries = ["inject=all:signal=%s:when=%d" % (name, n) for n in range(1, golden.read(trace).count(b"\n") + 1)]
-        run = [pool.submit(at_terminal, a, ONE_KEY, prefix=["strace", "-o", "/dev/null", "-e", t]) for t in tries]
-        for fault, ended in zip(tries, run):
-            line.add(terminal_verdict(ended.result(), 0, 1, -number), shlex.join(["strace", "-e", fault]))
-        yield line
-    line = Line("terminal SIGINT at some moment")
-    if a.filter in line.name:
-        moments = [random.Random(i).uniform(0, 0.03) for i in range(300)]
-
-        def interrupt(moment):
-            return at_terminal(a, MANY_KEYS, lambda p: (time.sleep(moment), p.send_signal(signal.SIGINT)))
-        for moment, ended in zip(moments, pool.map(interrupt, moments)):
-            line.add(terminal_verdict(ended, 1, -signal.SIGINT), "after %.4f s" % moment)
-        yield line
-
-
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("filter", nargs="?", default="")
@@ -253,7 +179,7 @@ def main():
     with tempfile.TemporaryDirectory(prefix="kestrin-faults-") as a.folder:
         with concurrent.futures.ThreadPoolExecutor(os.cpu_count() or 1) as pool:
             print("%-34s %7s %7s %9s %9s" % ("", "tried", "ended", "reported", "findings"))
-            for kind in (memory, files, terminal):
+            for kind in (memory, files):
                 for line in kind(a, pool):
                     print(line, flush=True)
                     lines.append(line)
