@@ -1,12 +1,10 @@
 // Any bytes as the choices of an image made from scratch. What the verifier accepts is linked and
-// run on its own and by MAPCAR, which decompiles it too. One input in two is new from the first
-// byte on, so that a run of the fuzzer is one over seeds as well. At its end it tells how many
-// images there were and how many of them ran.
+// run on its own and by MAPCAR, which decompiles it too. At its end it tells how many images there
+// were and how many of them ran.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <random>
 #include <unistd.h>
 
 #include "bytecode/verify.h"
@@ -17,8 +15,6 @@
 #include "tests/kit/runner.h"
 #include "vm/async_heap.h"
 #include "vm/engine.h"
-
-extern "C" std::size_t LLVMFuzzerMutate(std::uint8_t *data, std::size_t size, std::size_t room);
 
 // -- The extension unit: steps -----------------------------------------------------------------
 
@@ -152,16 +148,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string_view choices(reinterpret_cast<const CHR *>(data), size);
     try_image(kit::random_image(choices, globals).words());
     return 0;
-}
-
-extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t *data, std::size_t size,
-                                               std::size_t room, unsigned seed)
-{
-    if (seed % 2 == 0) return LLVMFuzzerMutate(data, size, room);
-    std::mt19937 random(seed);
-    const std::size_t wanted = std::min<std::size_t>(room, 8 + random() % 500);
-    for (std::size_t i = 0; i < wanted; i++) data[i] = static_cast<std::uint8_t>(random());
-    return wanted;
 }
 
 extern "C" [[gnu::visibility("default")]] const char *__asan_default_options()

@@ -39,19 +39,15 @@ TEST_F(bytecode, last_words_of_nodes)
         const char *text;
         code node;
     } cases[] = {
-        {"(TIME)", {call("TIME")}},
         {"(LEN \"1234567\")", {call("LEN"), 1, 'S', 7, 0x37363534333231}},
-        {"(LEN \"12345678\")", {call("LEN"), 1, 'S', 8, 0x3837363534333231, 0}},
         {"(LEN \"\")", {call("LEN"), 1, 'S', 0, 0}},
         {"(LEN \"\\n\\\\\")", {call("LEN"), 1, 'S', 2, 0x5C0A}},
         {"(LEN@J 2.)", {call("LEN", 1), 1, 'F', 0x4000000000000000}},
         {"(==@F NIL -1)", {call("==", 2), 2, 2, 'Z', 'I', ~ULO(0)}},
-        {"(INDEX@S A@S 1)", {call("INDEX", 3), 0, 1, 'I', 1}},
         {"(PROGN B A (ARSETQ A $2 B@F))",
          {call("PROGN"), 3, 3, 4, 5, 'V', 2, 'V', 3, call("ARSETQ"), 3, 2, 3, 'V', 1, 'f', 4}},
         {"(FOR@J I 0 1 9 I)",
          {call("FOR", 1), 5, 6, 7, 8, 9, 'V', 0, 'I', 0, 'I', 1, 'I', 9, 'V', 0}},
-        {"(PROGN@Q 1)", {call("PROGN"), 1, 1, 'I', 1}},
         // Arguments of a function pass by alias, suffix or not.
         {"(PROGN (DEFUN F (IVAL $1)) (F X@I) (F (IVAL X@I)))",
          {defun, 0, 1, 1, 'P', 0, defun, 0, 1, 1, ival, 1, 'i', 0}},
@@ -65,18 +61,6 @@ TEST_F(bytecode, last_words_of_nodes)
         const code words = kit::compiled(c.text);
         EXPECT_EQ(c.node, code(words.end() - SLO(c.node.size()), words.end())) << c.text;
     }
-}
-
-// Numbers of definitions go on inside one and are taken again by its siblings.
-TEST_F(bytecode, numbers_of_definitions)
-{
-    const code words =
-        kit::compiled("(PROGN (DEFUN A (PROGN (DEFUN B (PROGN (DEFUN C (TIME)) (C) (B) (A)))"
-                      " (DEFUN D (TIME)) (B) (D))) (DEFUN E (TIME)) (A) (E))");
-    code numbers;
-    for (ULO i = 0; i + 2 < words.size(); i++)
-        if (words[i] == 0x184C) numbers.push_back(words[i + 1]);
-    EXPECT_EQ((code{2, 1, 0, 1, 2, 0, 1}), numbers);
 }
 
 // No text ends the process or leaves its memory, whatever pass it is given to. Text behind the

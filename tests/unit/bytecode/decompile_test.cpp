@@ -49,87 +49,6 @@ TEST_F(Decompile, WritesNodesAndNames)
         }
 }
 
-// The code of a root image without variables and this main node.
-kit::code root_of(const kit::code &main_node)
-{
-    kit::code words = {image::code('U', 4), 0, 0, 0};
-    words.insert(words.end(), main_node.begin(), main_node.end());
-    return words;
-}
-
-TEST_F(Decompile, SpellsFloatsAsTheFrontEndWantsThem)
-{
-    const struct {
-        ULO bits;
-        const char *print, *spelling;
-    } cases[] = {
-        {0x3FE0000000000000, "5.0000000000000000E-01", "5E-1"},
-        {0x4000000000000000, "2.0000000000000000E+00", "2."},
-        {0x8000000000000000, "-0.0000000000000000E+00", "-0."},
-        {0x7FEFFFFFFFFFFFFF, "1.7976931348623157E+308", "1.7976931348623157E308"},
-        {0x7FF0000000000000, "", "INF"},
-        {0xFFF0000000000000, "-INF", "-INF"},
-        {0x7FF8000000000000, "", "NAN"},
-    };
-    for (const auto &c : cases) {
-        const kit::listing listing =
-            kit::decompiled(kit::bytes_of(root_of({'F', c.bits})), MINIMISED);
-        EXPECT_TRUE(listing.is_good);
-        EXPECT_EQ("(PROGN " + std::string(c.spelling) + ")", listing.text);
-        const std::string said = "Float constant `" + std::string(c.print) + "' is typed as `" +
-                                 c.spelling + "' in the target.\n";
-        EXPECT_EQ(*c.print == 0 ? "" : said, listing.messages);
-        EXPECT_EQ(0, rt_ctrl->rt_run_flag);
-        EXPECT_EQ("", view(rt_ctrl->rt_run_text));
-    }
-}
-
-ULO call(ULO row) { return image::code('T', image::instruction(row, 0)); }
-
-TEST_F(Decompile, GoesOnOverForeignCode)
-{
-    const ULO beyond = isa_count + 5, u = image::code('U', 4);
-    const ULO local = image::code('L', 48), global = image::code('G', 48);
-    const std::string isa = "Isa_Cop_" + std::to_string(beyond);
-    const code_origin trusted = code_origin::OWN, foreign = code_origin::FOREIGN;
-    const struct {
-        const char *name;
-        kit::code node;
-        code_origin origin;
-        std::string text, complaint; // the instruction complained of, "?" for unknown code
-    } cases[] = {
-        {"unknown letter", {'q'}, trusted, "(Unknown_Code)", "?"},
-        {"image as a node", {u, 0, 0, 0, 'Z'}, trusted, "(Unknown_Code)", "?"},
-        {"unknown row", {call(beyond), 2, 3, 'I', 7, 'Z'}, trusted, "(" + isa + " 7 NIL)", isa},
-        {"missing operand", {call(ISA_IADD), 2, 0, 'I', 7}, foreign, "(IADD 7)", "IADD"},
-        {"unknown operand", {call(ISA_LEN), 1, 'q'}, trusted, "(LEN (Unknown_Code))", "?"},
-        {"one too many",
-         {call(ISA_INEG), 2, 2, 'Z', 'Z'},
-         foreign,
-         "(INEG NIL (COMMENTS NIL))",
-         "INEG"},
-        {"the same, trusted", {call(ISA_INEG), 2, 2, 'Z', 'Z'}, trusted, "(INEG NIL)", ""},
-        {"call of nothing", {local, 3, 0}, trusted, "(Unknown_Code)", "?"},
-        {"global call", {global, 0, 1, 1, 'Z'}, foreign, "(Extern_Udf_1 NIL)", ""},
-        {"its bad operand", {global, 0, 1, 9, 'Z'}, foreign, "(Extern_Udf_1)", ""},
-        {"string that runs out", {'S', 8, 0}, trusted, "(Unknown_Code)", "?"},
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.name);
-        const kit::listing listing =
-            kit::decompiled(kit::bytes_of(root_of(c.node)), MINIMISED, c.origin);
-        EXPECT_EQ("(PROGN " + c.text + ")", listing.text);
-        const std::string told = c.complaint == "?"
-                                     ? "Unknown corrupted code `(Unknown_Code)' is found"
-                                     : "The specified precompiled file is precompiled for other " +
-                                           std::string(c.complaint[3] == 'E' ? "ISAext" : "ISA") +
-                                           " COP `(" + c.complaint + ")'";
-        EXPECT_EQ(c.complaint.empty() ? "" : "ERROR: " + told + ", trying to continue anyway...\n",
-                  listing.messages);
-        EXPECT_EQ(c.complaint.empty() && c.text != "(Extern_Udf_1)", listing.is_good);
-    }
-}
-
 // -- Round trips -------------------------------------------------------------------------------
 
 // The code of a program compiled from what the decompiler makes of `words`.
@@ -222,11 +141,20 @@ TEST_F(Decompile, OnlyOwnCodeIsWithoutLimits)
     }
 }
 
+// The code of a root image without variables and this main node.
+kit::code root_of(const kit::code &main_node)
+{
+    kit::code words = {image::code('U', 4), 0, 0, 0};
+    words.insert(words.end(), main_node.begin(), main_node.end());
+    return words;
+}
+
 // References that meet would make the text double at each step.
 TEST_F(Decompile, SharedNodesAreWrittenOnce)
 {
     kit::code node;
-    for (int i = 0; i < 60; i++) node.insert(node.end(), {call(ISA_IADD), 2, 1});
+    for (int i = 0; i < 60; i++)
+        node.insert(node.end(), {image::code('T', image::instruction(ISA_IADD, 0)), 2, 1});
     node.push_back('Z');
     for (const auto origin : {code_origin::OWN, code_origin::FOREIGN})
         EXPECT_GT(10000u,

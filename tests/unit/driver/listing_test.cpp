@@ -100,19 +100,13 @@ struct edge_case {
 
 const edge_case edges[] = {
     {"(CAT \"12345\" \"67890\")", "(CAT\n  \"12345\" \"67890\"\n)\n"},
-    {"(CAT \"1234\" \"67890\")", "(CAT \"1234\" \"67890\")\n"},
-    {"A", "A\n"},
-    {"(LEN \"123456 89 123\")", "(LEN\n  \"123456 89 123\"\n)\n"},
     {"(LEN \"123456 89 123456\")", "(LEN\n  (\n    \"123456 89 123\"\n    \"456\"\n  )\n)\n"},
     // Six raw bytes stay whole, however they are written.
-    {R"((LEN "\0x01\0x01\0x01\0x01\0x01\0x01"))",
-     "(LEN\n  \"\\0x01\\0x01\\0x01\\0x01\\0x01\\0x01\"\n)\n"},
     {R"((LEN "\0x01\0x01\0x01\0x01\0x01\0x01a"))",
      "(LEN\n  (\n    \"\\0x01\\0x01\\0x01\\0x01\\0x01\\0x01\"\n    \"a\"\n  )\n)\n"},
     // A character is not torn apart.
     {"(LEN \"123456789012\xC3\xA9 4567\")",
      "(LEN\n  (\n    \"123456789012\"\n    \"\xC3\xA9 4567\"\n  )\n)\n"},
-    {"(SUBSTR A 100000000 B)", "(SUBSTR\n  A 100000000 B\n)\n"},
     {"(SUBSTR A 10000000000 BBBB)", "(SUBSTR\n  A 10000000000 BBBB\n)\n"},
     {"(SUBSTR A 10000000000 BBBBB)", "(SUBSTR\n  A 10000000000\n  BBBBB\n)\n"},
     {"(IADD (IADD AAAA BBBB) 1)", "(IADD\n  (IADD AAAA BBBB)\n  1\n)\n"},

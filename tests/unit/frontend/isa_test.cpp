@@ -63,16 +63,6 @@ TEST_F(isa, table_round_trip_and_reset)
     EXPECT_EQ(ULO(ISA_ROWS), isa_count);
 }
 
-TEST_F(isa, rows_end_at_the_first_other_token)
-{
-    const std::string all = told(_internal_ISA_COPs_get);
-    give(_internal_ISA_COPs_set,
-         row_of(all, "PROGN") + " " + row_of(all, "IADD") + " garbage " + row_of(all, "SETQ"));
-    EXPECT_EQ(2u, isa_count);
-    EXPECT_EQ("(PROGN (IADD 1 2))", kit::checked("(progn (iadd 1 2))"));
-    EXPECT_EQ(no_setq, kit::checked("(setq a 1)"));
-}
-
 TEST_F(isa, groups)
 {
     scratch group;
@@ -87,18 +77,6 @@ TEST_F(isa, groups)
     EXPECT_FALSE(cmp_mnm("SET", group.s));
     EXPECT_EQ(ULO(ISA_ROWS), find_word("LET")->row);
     EXPECT_EQ("(LET A 1)", kit::checked("(let a 1)"));
-}
-
-TEST_F(isa, renaming)
-{
-    const std::string before = told(_internal_ISA_COP_mnemonics_get);
-    EXPECT_TRUE(before.starts_with("PROGN SETQ ALSETQ"));
-    EXPECT_NE(before.npos, before.find(" GET_ERROR_TEXT MAPCAR"));
-    give(_internal_ISA_COP_mnemonics_set, "PROGN LET");
-    EXPECT_EQ("PROGN LET " + before.substr(11), told(_internal_ISA_COP_mnemonics_get));
-    EXPECT_EQ(no_setq, kit::checked("(setq a 1)"));
-    give(_internal_ISA_COP_mnemonics_set, before);
-    EXPECT_EQ("(SETQ A 1)", kit::checked("(setq a 1)"));
 }
 
 // Every test of a row, in both tables.

@@ -21,22 +21,16 @@ const type_case cases[] = {
      'S'},
     {R"((PROGN (SETQ@I A 1) (WHILE@J (< A 3) (SETQ@S A "x"))))", 'I'},
     // Tokens.
-    {"5", 'I'},
-    {R"("a b")", 'S'},
-    {"NIL", 'Z'},
     {"A", 'U'},
     {"$1", 'U'},
     // A read ahead of the first assignment is another variable than those behind it.
     {R"((PROGN (OUTF "%d" A) (SETQ@I A@I 1)))", 'I'},
     // Assignments.
-    {R"((ALSETQ@S A@S "x"))", 'S'},
-    {R"((SETQ@I A@I (IVAL@S "1")))", 'I'},
     // Once of changing type, always so.
     {"(PROGN (SETQ@I A 1) (SETQ A B) (SETQ@I A 1) A)", 'U'},
     {"(PROGN (SETQ@I A@I (SETQ@I B@I 1)) (SETQ@I B@I A@I))", 'I'},
     // The target's row is made behind the value.
     {"(PROGN (SETQ@I $1 1) (IADD@J $1 2))", 'I'},
-    {R"((PROGN (SETQ@I $1 1) (SETQ@S $1 "a") $1))", 'U'},
     // Arrays.
     {"(PROGN (ARSETQ@I A@I 0 1) (INDEX@I A@I 0))", 'I'},
     {R"((PROGN (ARSETQ A 0 1) (ARSETQ A 1 "x")))", 'S'},
@@ -46,7 +40,6 @@ const type_case cases[] = {
     {"(PROGN (ARSETQ@I B@I 1 1) (ARSETQ@I A@I 0 (PROGN B@I)))", 'I'},
     // The index must be an integer.
     {R"((PROGN (ARSETQ@I A@I 0 1) (INDEX A@I "0")))", 'I'},
-    {"(PROGN (ARSETQ A 0 1) (INDEX A 0) (SETQ@F A 2.))", 'F'},
     // The sweep leaves the suffix of ALINDEX alone.
     {"(PROGN (ARSETQ A 1 2.) (ALINDEX@J A 2) (SETQ@I A 1))", 'I'},
     // A formal argument has a type and shows none, and so its INDEX shows none.
@@ -55,29 +48,18 @@ const type_case cases[] = {
     {"(IF@J 1 2 3.)", 'U'},
     // A PROGN may end at a BREAK that stands in it, but not at an EXIT or at one further in.
     {"(PROGN 1 (BREAK) (EXIT) 2.)", 'S'},
-    {"(PROGN (EXIT) 1)", 'I'},
-    {"(PROGN (IF@J 1 (BREAK) 0) 1)", 'I'},
     {"(PROGN (WHILE@J 1 (BREAK)) 2.)", 'F'},
     // Loops.
     {R"((FOR@J I@I 0 1 9 (OUTF "%d" I@I)))", 'I'},
-    {"(FOR I@F 0. 1 9 I@F)", 'I'},
     // The rehearsal of the body finds the second type ahead of the walk; the suffix of FOR stays.
     {R"((FOR@J I 0 1 9 (SETQ@S I "x")))", 'I'},
-    {R"((FOR I 0 I 9 (SETQ@S I "x")))", 'I'},
-    {"(PROGN (SETQ@F I 1.) (FOR@J I 0 1 9 I))", 'I'},
     // What a body assigns is known to a condition only behind the rehearsal.
     {"(WHILE@J (<@I A@I 3) (SETQ@I A@I 1))", 'I'},
-    {"(WHILE@J 1 (PROGN (IADD@J A@I 1) (SETQ@I A@I 1)))", 'I'},
     // A loop within a loop has no rehearsal of its own, but its outer one's comes to the same.
     {"(WHILE@J 1 (WHILE@J (<@I A@I 3) (SETQ@I A@I 1)))", 'I'},
     // One rehearsal does not see through a chain of assignments.
     {"(WHILE@J 1 (PROGN (SETQ C B) (SETQ@I B A@I) (SETQ@I A@I 1)))", 'I'},
     // Instructions.
-    {"(IADD 1 2.)", 'I'},
-    {"(+.@J 1. (FVAL@I 1))", 'F'},
-    {"(==@F 1. 2.)", 'I'},
-    {R"((<@S "a" "b"))", 'I'},
-    {"(&&@J 1 (||@J 0 1))", 'I'},
     {R"((SUBSTR@J "abc" 1 (LEN@J "x")))", 'S'},
     // Definitions.
     {"(PROGN (DEFUN F (IF $1 (F (ISUB $1 1)) 0)) (F 1))", 'U'},
@@ -88,7 +70,6 @@ const type_case cases[] = {
     // The second walk knows the arrays of the first, but not its types.
     {"(DEFUN F (PROGN (ARSETQ A 0 B) (ARSETQ@I B@I 0 1)))", 'S'},
     {"(DEFUN F (PROGN (SETQ@I B@I 1) (ARSETQ A 0 B@I) (ARSETQ@I B@I 0 1)))", 'S'},
-    {"(PROGN (SETQ@I B@I 1) (ARSETQ@I A@I 0 B@I) (ARSETQ@I B@I 0 1))", 'I'},
     // A nested definition sees the type of the function around it that the walk goes by.
     {"(DEFUN F (PROGN (DEFUN G (SETQ@I A@I (F))) (G) 1))", 'S'},
 };
@@ -101,19 +82,15 @@ const context_case contexts[] = {
     {"(PROGN (DEFUN F (PROGN 1)) (DEFUN G (F)) (G))", "", "F:I G:I "},
     // Nested definitions leave nothing behind.
     {"(DEFUN F (PROGN (DEFUN G (PROGN 1)) (G)))", "", "F:I "},
-    {"(DEFUN F (PROGN (BREAK) 1))", "", "F:S "},
     {"(DEFUN F (IF $1 (F (ISUB $1 1)) 0))", "", "F:U "},
-    {"(DEFUN F (PROGN (F) 1))", "", "F:I "},
     // Global functions are known from the beginning.
     {"(SETQ@F A@F (G))", "G:F ", "G:F "},
     {"(DEFUN F (IADD (G) (H)))", "G:I H:U ", "G:I H:U F:I "},
-    {"(DEFUN F (IADD@J (G) (H)))", "G:I H:I ", "G:I H:I F:I "},
 };
 
 // Instructions of a unit: I*2_ takes an integer, FUSION_CMP two operands of one type.
 const type_case of_a_unit[] = {
     {"(I*2_@J 2)", 'I'},
-    {"(I*2_ 2.)", 'I'},
     {"(PROGN (SETQ@I A@I 2) (SETQ@F B@F 2.) (I*2_@J A@I))", 'I'},
     {"(PROGN (SETQ@I A@I 2) (SETQ@F B@F 2.) (FUSION_CMP A@I B@F))", 'I'},
     {"(PROGN (SETQ@I A@I 2) (FUSION_CMP@I A@I A@I))", 'I'},

@@ -53,20 +53,6 @@ TEST(lut, entries_by_key_and_scope)
     EXPECT_EQ(2, t.get("m")) << "a single key in the last place is found";
 }
 
-// A run of one key that reaches the end of the table answers with the entry before the last.
-TEST(lut, last_place_is_not_reached_by_walking)
-{
-    table t;
-    t.add("a", 1);
-    for (ULO scope = 0; scope < 4; scope++) {
-        t.l->lut_scope = scope;
-        t.add("z", SLO(scope) + 10);
-        EXPECT_EQ(scope == 0 ? 10 : SLO(scope) + 9, t.get("z"));
-    }
-    t.add("zz", 5);
-    EXPECT_EQ(13, t.get("z")) << "no longer at the end";
-}
-
 // Many at once are entered as one by one.
 TEST(lut, random_use_against_a_map)
 {

@@ -76,20 +76,6 @@ TEST(joining, both_ends_and_a_string_with_itself)
     }
 }
 
-TEST(standard_buffer, becomes_a_string_in_place_or_stays)
-{
-    CHR *buffer = nullptr;
-    strcpy(mk_std_buff(&buffer, 5), "abc");
-    EXPECT_EQ(0, buffer[5]);
-    text other("something else");
-    EXPECT_EQ("abc", bytes_of(get_std_buff(&other.s, buffer)));
-    EXPECT_STREQ("abc", buffer);
-    EXPECT_EQ("abc", bytes_of(get_std_buff(&buffer, buffer)));
-    EXPECT_EQ("bc", bytes_of(get_std_buff(&buffer, buffer + 1)));
-    free_string(&buffer);
-    EXPECT_EQ("Ostrand StrgLib v.2.2.5.", bytes_of(strings_version(&other.s)));
-}
-
 TEST(running_out, hook_is_called_and_the_target_stays)
 {
     text kept("kept");
@@ -105,25 +91,6 @@ TEST(running_out, hook_is_called_and_the_target_stays)
     EXPECT_EQ("kept", bytes_of(kept.s));
     EXPECT_STREQ("buffer", buffer);
     free(buffer);
-}
-
-TEST(running_out, secure_forms_survive_and_give_the_hook_back)
-{
-    const auto fail = [] {
-        text kept("kept");
-        const CHR *const old = kept.s;
-        CHR *buffer = nullptr;
-        EXPECT_EQ(old, mk_fst_buff_secure(&kept.s, HUGE_SIZE));
-        EXPECT_EQ(old, equ_secure(&kept.s, impossible_string()));
-        EXPECT_EQ(nullptr, mk_std_buff_secure(&buffer, HUGE_SIZE));
-        EXPECT_EQ("now", bytes_of(get_std_buff_secure(&kept.s, "now")));
-    };
-    fail();
-    EXPECT_EQ(nullptr, strings_tls);
-    counted_faults faults;
-    fail();
-    EXPECT_EQ(0, counted_faults::calls);
-    EXPECT_EQ(&faults.block, strings_tls);
 }
 
 } // namespace

@@ -25,8 +25,6 @@ TEST(fatal_report, names_place_and_process)
     CHR name[] = "kst";
     CHR *arguments[] = {name, nullptr};
     saved_argv = arguments;
-    EXPECT_EQ("\ntext\nProcName=kst, " + place + "255.\n",
-              reported([] { fprint_error_info("text", "m", "f", 255, nullptr); }));
     const auto failed_open = [](const CHR *message) {
         return reported([message] {
             errno = ENOENT;

@@ -60,8 +60,6 @@ std::string default_report(const std::string &type)
            "  SHOWCURSOR_TERM=`'; GOTOCURSOR_TERM=`\\e[%i%d;%dH'.\n";
 }
 
-std::string calls;
-
 } // namespace
 
 TEST_F(values, AreDefaultsWithoutADatabase)
@@ -141,21 +139,6 @@ TEST_F(values, KeepTheSizeWithinLimits)
     EXPECT_TRUE(terminal.warning);
     term_init(nullptr);
     EXPECT_EQ(0U, len(terminal.reinit_status));
-}
-
-TEST_F(values, CallTheHooks)
-{
-    calls.clear();
-    terminal.before_init = [](const char *argument) { calls += argument ? argument : "0"; };
-    terminal.after_init = [] { calls += ")"; };
-    terminal.before_cursor = [](const char *argument) { calls += argument ? "?" : "["; };
-    terminal.after_cursor = [] { calls += "]"; };
-    scratch text;
-    term_pre_gotoYX(&text.s, -1, 0);
-    term_pre_goto1YX(&text.s, 1, 2);
-    term_init("a");
-    term_reinit("b");
-    EXPECT_EQ("0)[][]a)b)", calls);
 }
 
 TEST_F(values, OpenTheTerminal)
