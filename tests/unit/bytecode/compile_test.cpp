@@ -16,9 +16,9 @@
 namespace {
 
 using kit::code;
-using bytecode = kit::with_passes<testing::Test>;
+using Bytecode = kit::with_passes<testing::Test>;
 
-TEST_F(bytecode, whole_images)
+TEST_F(Bytecode, WholeImages)
 {
     EXPECT_EQ((code{0x255, 1, 0, 0, 0x54, 2, 2, 6, 0x4D4, 0, 1, 0x49, 5, 0x69, 0}),
               kit::compiled("(PROGN (SETQ@I X@I 5) X@I)"));
@@ -32,7 +32,7 @@ ULO call(const char *mnemonic, ULO slot = 0)
     return image::code('T', image::instruction(find_word(mnemonic)->row, slot));
 }
 
-TEST_F(bytecode, last_words_of_nodes)
+TEST_F(Bytecode, LastWordsOfNodes)
 {
     const ULO ival = call("IVAL"), defun = 0x184C;
     const struct {
@@ -65,7 +65,7 @@ TEST_F(bytecode, last_words_of_nodes)
 
 // No text ends the process or leaves its memory, whatever pass it is given to. Text behind the
 // driver's bindings has not been checked.
-TEST_F(bytecode, garbage_is_harmless)
+TEST_F(Bytecode, GarbageIsHarmless)
 {
     random_source source(41);
     for (int i = 0; i < 20000; i++) {

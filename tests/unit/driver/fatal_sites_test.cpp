@@ -67,7 +67,7 @@ std::string line(const char *module, const char *function, ULO location)
     return std::string(module) + " " + function + " " + std::to_string(location);
 }
 
-TEST(fatal_sites, are_those_that_are_known)
+TEST(FatalSites, AreThoseThatAreKnown)
 {
     std::vector<std::string> listed, found;
     for (const auto &k : known)

@@ -33,9 +33,9 @@ outcome check(const std::string &text, std::string_view name = "Main", lut **tab
     return {status, 0, "", t.written()};
 }
 
-using checker = kit::with_passes<testing::Test>;
+using Checker = kit::with_passes<testing::Test>;
 
-TEST_F(checker, whole_texts)
+TEST_F(Checker, WholeTexts)
 {
     const struct {
         const char *name, *text;
@@ -68,7 +68,7 @@ TEST_F(checker, whole_texts)
 
 // Definitions of one text are known in the next one that is given the same table; inner ones are
 // not.
-TEST_F(checker, table_outlives_a_text)
+TEST_F(Checker, TableOutlivesAText)
 {
     lut *table = nullptr;
     EXPECT_EQ(1,
@@ -82,7 +82,7 @@ TEST_F(checker, table_outlives_a_text)
     lut_free(&table);
 }
 
-TEST_F(checker, accepts_again_what_it_has_accepted)
+TEST_F(Checker, AcceptsAgainWhatItHasAccepted)
 {
     random_source source(20);
     int accepted = 0;

@@ -29,7 +29,7 @@ std::string row_of(const std::string &all, const std::string &name)
 
 const char *const no_setq = "[In function `Main': undefined function name `SETQ': (setq a 1)]";
 
-class isa : public testing::Test {
+class Isa : public testing::Test {
 protected:
     void SetUp() override { kit::start_passes(); }
     void TearDown() override
@@ -40,7 +40,7 @@ protected:
     }
 };
 
-TEST_F(isa, table_as_text)
+TEST_F(Isa, TableAsText)
 {
     const std::string text = told([](CHR **targ) { _internal_ISA_COPs_get_(targ, 0); });
     EXPECT_TRUE(text.starts_with("(PROGN -1 U \"-\")(SETQ 2 U \"VU\")(ALSETQ 2 U \"VU\")"));
@@ -51,7 +51,7 @@ TEST_F(isa, table_as_text)
               row_of(told(_internal_ISA_COPs_get), "IADD"));
 }
 
-TEST_F(isa, table_round_trip_and_reset)
+TEST_F(Isa, TableRoundTripAndReset)
 {
     const std::string built_in = told(_internal_ISA_COPs_get);
     give(_internal_ISA_COPs_set, built_in);
@@ -63,7 +63,7 @@ TEST_F(isa, table_round_trip_and_reset)
     EXPECT_EQ(ULO(ISA_ROWS), isa_count);
 }
 
-TEST_F(isa, groups)
+TEST_F(Isa, Groups)
 {
     scratch group;
     _group_ctrl_cop(&group.s, group.s);
@@ -80,7 +80,7 @@ TEST_F(isa, groups)
 }
 
 // Every test of a row, in both tables.
-TEST_F(isa, tables_are_tested)
+TEST_F(Isa, TablesAreTested)
 {
     const std::string all = told(_internal_ISA_COPs_get);
     const struct {
@@ -112,14 +112,14 @@ TEST_F(isa, tables_are_tested)
     }
 }
 
-TEST_F(isa, extension_table_as_text)
+TEST_F(Isa, ExtensionTableAsText)
 {
     const std::string rows = "(I*2 1 I \"I\" 4096)(FUSION_CMP 2 I \"SF\" 0)";
     give(_internal_ISAext_COPs_set, rows + " garbage");
     EXPECT_EQ(rows, told(_internal_ISAext_COPs_get));
 }
 
-TEST_F(isa, misuse_is_fatal)
+TEST_F(Isa, MisuseIsFatal)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const struct {

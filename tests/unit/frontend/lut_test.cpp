@@ -31,7 +31,7 @@ struct table {
     }
 };
 
-TEST(lut, entries_by_key_and_scope)
+TEST(Lut, EntriesByKeyAndScope)
 {
     table t;
     EXPECT_EQ(0, t.add("m", 1));
@@ -54,7 +54,7 @@ TEST(lut, entries_by_key_and_scope)
 }
 
 // Many at once are entered as one by one.
-TEST(lut, random_use_against_a_map)
+TEST(Lut, RandomUseAgainstAMap)
 {
     std::mt19937 random(50);
     for (int round = 0; round < 40; round++) {

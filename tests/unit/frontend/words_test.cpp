@@ -9,9 +9,9 @@
 
 namespace {
 
-using words = kit::with_passes<testing::Test>;
+using Words = kit::with_passes<testing::Test>;
 
-TEST_F(words, classes_of_tokens)
+TEST_F(Words, ClassesOfTokens)
 {
     const struct {
         bool utf8;
@@ -36,7 +36,7 @@ TEST_F(words, classes_of_tokens)
     _internal_ISA_COP_mnemonics_vars_ASCIIorUTF8_set(0);
 }
 
-TEST_F(words, squeezing)
+TEST_F(Words, Squeezing)
 {
     const struct {
         const char *text, *squeezed;

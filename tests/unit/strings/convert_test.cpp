@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(numbers, printed_as_the_system_prints_them)
+TEST(Numbers, PrintedAsTheSystemPrintsThem)
 {
     std::mt19937_64 random(5);
     std::vector<ULO> words = {0, 1, 9, 10, 255, ~ULO(0), ULO(1) << 63, (ULO(1) << 63) - 1};
@@ -34,7 +34,7 @@ TEST(numbers, printed_as_the_system_prints_them)
     }
 }
 
-TEST(raw_images, round_trip_and_length)
+TEST(RawImages, RoundTripAndLength)
 {
     std::mt19937_64 random(6);
     scratch made;
@@ -55,7 +55,7 @@ TEST(raw_images, round_trip_and_length)
     EXPECT_EQ(nullptr, str2ptr(text("").s));
 }
 
-TEST(dump, three_characters_for_each_byte)
+TEST(Dump, ThreeCharactersForEachByte)
 {
     for (int c = 0; c < 256; ++c) {
         const bool hidden = c != 0 && strchr("\"#()\\", c), shown = c > 32 && c < 127;

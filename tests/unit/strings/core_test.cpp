@@ -5,7 +5,7 @@
 
 namespace {
 
-TEST(layout, resizing_keeps_what_fits_and_zeroes_the_rest)
+TEST(Layout, ResizingKeepsWhatFitsAndZeroesTheRest)
 {
     for (ULO from = 0; from < 40; ++from)
         for (ULO to = 0; to < 40; ++to) {
@@ -18,7 +18,7 @@ TEST(layout, resizing_keeps_what_fits_and_zeroes_the_rest)
         }
 }
 
-TEST(null, reads_as_empty_and_is_made_where_promised)
+TEST(Null, ReadsAsEmptyAndIsMadeWherePromised)
 {
     scratch made;
     EXPECT_EQ(0u, len(nullptr) + notempty(nullptr));
@@ -45,7 +45,7 @@ TEST(null, reads_as_empty_and_is_made_where_promised)
     EXPECT_EQ("  ", bytes_of(padc(&old.s, nullptr, 2)));
 }
 
-TEST(reading, order_is_that_of_unsigned_bytes_then_length)
+TEST(Reading, OrderIsThatOfUnsignedBytesThenLength)
 {
     const std::string_view ascending[] = {"",         "\0"sv, "\0\0"sv, "\0\x01"sv, "a",
                                           "a\0"sv,    "ab",   "abc",    "abcdefg",  "abcdefg\0"sv,
@@ -58,7 +58,7 @@ TEST(reading, order_is_that_of_unsigned_bytes_then_length)
         }
 }
 
-TEST(joining, both_ends_and_a_string_with_itself)
+TEST(Joining, BothEndsAndAStringWithItself)
 {
     std::mt19937 random(1);
     for (int i = 0; i < 500; ++i) {
@@ -76,7 +76,7 @@ TEST(joining, both_ends_and_a_string_with_itself)
     }
 }
 
-TEST(running_out, hook_is_called_and_the_target_stays)
+TEST(RunningOut, HookIsCalledAndTheTargetStays)
 {
     text kept("kept");
     CHR *buffer = nullptr;

@@ -15,7 +15,7 @@ std::string reported(const std::function<void()> &report)
     return testing::internal::GetCapturedStderr();
 }
 
-TEST(fatal_report, names_place_and_process)
+TEST(FatalReport, NamesPlaceAndProcess)
 {
     const std::string id = std::to_string(getpid());
     const std::string place = "PID=" + id + ", tID=" + id + ", Module=m, Function=f(), Location=";
@@ -40,7 +40,7 @@ TEST(fatal_report, names_place_and_process)
 }
 
 // Whether the thread has a hook does not matter for these.
-TEST(fatal_report_DeathTest, sites_that_ignore_the_hook)
+TEST(FatalReportDeathTest, SitesThatIgnoreTheHook)
 {
     const struct {
         const CHR *place;
@@ -65,7 +65,7 @@ TEST(fatal_report_DeathTest, sites_that_ignore_the_hook)
     }
 }
 
-TEST(fatal_report_DeathTest, sites_without_a_hook)
+TEST(FatalReportDeathTest, SitesWithoutAHook)
 {
     scratch target;
     const auto exits = testing::ExitedWithCode(1);

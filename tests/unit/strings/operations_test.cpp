@@ -51,7 +51,7 @@ const std::pair<operation, plain> operations[] = {
      [](const std::string &s) { return front_cut(front_cut(s).substr(first_word(s).size())); }},
 };
 
-TEST(operations, have_their_plain_meaning)
+TEST(Operations, HaveTheirPlainMeaning)
 {
     constexpr CHR bytes[] = {' ', ' ',    '\t',   '\0',   '\x1F', 'a', 'Z', '@',
                              '{', '\x7F', '\x80', '\xFF', 'A',    'z', '[', '`'};
@@ -108,7 +108,7 @@ const std::pair<sized, plain_sized> builders[] = {
      [](const std::string &, ULO n) { return std::string(n, ' '); }},
 };
 
-TEST(operations, of_a_size_have_their_plain_meaning)
+TEST(Operations, OfASizeHaveTheirPlainMeaning)
 {
     constexpr CHR bytes[] = {' ', '\t', 'a', 'b', '\x80'};
     std::mt19937 random(5);
@@ -128,7 +128,7 @@ TEST(operations, of_a_size_have_their_plain_meaning)
 
 constexpr const CHR *ab_pieces[] = {"a", "b", "aa", "ab"};
 
-TEST(search, agrees_with_a_plain_search)
+TEST(Search, AgreesWithAPlainSearch)
 {
     std::mt19937 random(2);
     for (int i = 0; i < 20000; ++i) {
@@ -151,7 +151,7 @@ std::string replaced(std::string source, const std::string &pattern, const std::
     return source;
 }
 
-TEST(replacing, target_may_be_any_of_the_three)
+TEST(Replacing, TargetMayBeAnyOfTheThree)
 {
     std::mt19937 random(3);
     for (int i = 0; i < 20000; ++i) {

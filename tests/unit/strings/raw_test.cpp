@@ -44,7 +44,7 @@ std::string plain_strunraw(std::string made)
     return made;
 }
 
-TEST(escapes, one_pass_reads_like_the_whole_sequence)
+TEST(Escapes, OnePassReadsLikeTheWholeSequence)
 {
     constexpr const CHR *pieces[] = {
         "\\",     "\\",     "\\",     "\\\\",   "\\0x",  "\\0x",   "\\0",    "0x",    "0",    "x",
@@ -60,7 +60,7 @@ TEST(escapes, one_pass_reads_like_the_whole_sequence)
     }
 }
 
-TEST(escapes, long_nested_text_takes_linear_time)
+TEST(Escapes, LongNestedTextTakesLinearTime)
 {
     std::string source;
     for (int i = 0; i < 200000; ++i) source += "\\0\\\\";
@@ -68,7 +68,7 @@ TEST(escapes, long_nested_text_takes_linear_time)
     EXPECT_EQ(source.size() / 4 * 3, bytes_of(strraw(&made.s, made.s)).size());
 }
 
-TEST(escapes, written)
+TEST(Escapes, Written)
 {
     std::mt19937 random(9);
     for (int i = 0; i < 20000; ++i) {

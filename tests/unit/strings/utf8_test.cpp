@@ -18,7 +18,7 @@ std::string encoded(ULO code)
 
 bool is_surrogate(ULO code) { return code >= 0xD800 && code < 0xE000; }
 
-TEST(utf8_character, legal_exactly_if_well_formed)
+TEST(Utf8Character, LegalExactlyIfWellFormed)
 {
     for (ULO code = 0; code < 0x200000; ++code) {
         const std::string bytes = encoded(code);
@@ -33,7 +33,7 @@ TEST(utf8_character, legal_exactly_if_well_formed)
     EXPECT_EQ(1, is_utf8char("\x7E"));
 }
 
-TEST(utf8_trim, looks_at_seven_positions)
+TEST(Utf8Trim, LooksAtSevenPositions)
 {
     const std::string bad(16, '\x80');
     const auto ruin = [&](size_t count) { return bad.substr(0, count); };
@@ -56,7 +56,7 @@ TEST(utf8_trim, looks_at_seven_positions)
 
 // The case tables as a whole, by the sum of what they make of every character beyond ASCII. A row
 // that is meant to change comes with the new sum.
-TEST(utf8_case, tables_change_what_they_changed)
+TEST(Utf8Case, TablesChangeWhatTheyChanged)
 {
     std::string all;
     for (ULO code = 0x80; code < 0x110000; ++code)
@@ -76,7 +76,7 @@ TEST(utf8_case, tables_change_what_they_changed)
 }
 
 // Characters with two lower or upper forms, or with none.
-TEST(utf8_case, single_pairs)
+TEST(Utf8Case, SinglePairs)
 {
     constexpr ULO cases[][3] = {{0xE9, 0xC9, 0xE9},       {0xDF, 0xDF, 0xDF},
                                 {0x258, 0x18E, 0x258},    {0x1DD, 0x1DD, 0x1DD},
@@ -91,7 +91,7 @@ TEST(utf8_case, single_pairs)
 
 // What stands behind a lead is stepped over, whatever it is, so a broken sequence swallows letters.
 // It ends in front of a NUL.
-TEST(utf8_case, broken_sequences_go_by_the_rules)
+TEST(Utf8Case, BrokenSequencesGoByTheRules)
 {
     const std::pair<std::string_view, std::string_view> cases[] = {
         {"\x80zz"sv, "\x80ZZ"sv},

@@ -23,7 +23,7 @@ std::string expand(const std::string &form, int first, int second, const char *u
 
 } // namespace
 
-TEST(cursor, PrintsNumbersAsPrintfDoes)
+TEST(Cursor, PrintsNumbersAsPrintfDoes)
 {
     for (int i = 0; i <= 9999; i++) {
         char text[64];
@@ -36,7 +36,7 @@ TEST(cursor, PrintsNumbersAsPrintfDoes)
 }
 
 // With a text that moves left, no NUL, tab or newline goes out; the steps are undone at the end.
-TEST(cursor, KeepsControlBytesFromTheTerminal)
+TEST(Cursor, KeepsControlBytesFromTheTerminal)
 {
     static const struct {
         const char *form;
@@ -52,7 +52,7 @@ TEST(cursor, KeepsControlBytesFromTheTerminal)
     EXPECT_EQ("\1\1L", expand("%.%.", 0, 0, nullptr, "L"));
 }
 
-TEST(cursor, MovesToTheHeapWhenItGrows)
+TEST(Cursor, MovesToTheHeapWhenItGrows)
 {
     for (int size : {10, 74, 75, 80, 119, 120, 121, 1000}) {
         std::string form(size, 'a');
@@ -65,7 +65,7 @@ TEST(cursor, MovesToTheHeapWhenItGrows)
 }
 
 // Any template ends, and writes at most four bytes for each of its own.
-TEST(cursor, SurvivesAnyTemplate)
+TEST(Cursor, SurvivesAnyTemplate)
 {
     std::mt19937 random(11);
     const std::string bytes = "%%%%%%%d23.+C>rifbBDnmap=-*/@AB?\x01\x80\xff";

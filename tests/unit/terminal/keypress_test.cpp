@@ -7,7 +7,7 @@
 #include "terminal/terminal.h"
 #include "tests/unit/terminal/kit.h"
 
-using keys = at_terminal;
+using Keys = at_terminal;
 
 namespace {
 
@@ -28,7 +28,7 @@ interrupt_handler slot = nullptr;
 } // namespace
 
 // Of several bytes, the later ones stay in the queue.
-TEST_F(keys, ComeAsTheyAreTyped)
+TEST_F(Keys, ComeAsTheyAreTyped)
 {
     pid_t child = window.start([] {
         std::string text(1, char(term_keypressed(1)));
@@ -48,7 +48,7 @@ TEST_F(keys, ComeAsTheyAreTyped)
     EXPECT_EQ("", window.shown()) << "no echo";
 }
 
-TEST_F(keys, AreWaitedForAsLongAsAsked)
+TEST_F(Keys, AreWaitedForAsLongAsAsked)
 {
     pid_t child = window.start([] {
         double none = seconds_of(0), short_one = seconds_of(300000), long_one = seconds_of(1100000);
@@ -63,7 +63,7 @@ TEST_F(keys, AreWaitedForAsLongAsAsked)
     expect_former_state();
 }
 
-TEST_F(keys, InterruptReachesAFormerHandler)
+TEST_F(Keys, InterruptReachesAFormerHandler)
 {
     pid_t child = window.start([] {
         former_interrupt_handler = &slot;
@@ -82,7 +82,7 @@ TEST_F(keys, InterruptReachesAFormerHandler)
     EXPECT_EQ("formerformer", window.shown().substr(0, 12));
 }
 
-TEST_F(keys, FailuresEndTheProcessWithAReport)
+TEST_F(Keys, FailuresEndTheProcessWithAReport)
 {
     terminal.loaded = true;
     terminal.tty = 40; // not open

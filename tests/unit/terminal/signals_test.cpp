@@ -49,7 +49,7 @@ FOLLOWED(ssize_t, read, (int fd, void *bytes, size_t size), (fd, bytes, size))
 
 namespace {
 
-struct signals : at_terminal {
+struct Signals : at_terminal {
     // The pseudo-terminal is opened ahead of the moments that count.
     pid_t start(const std::function<int()> &program) const
     {
@@ -66,7 +66,7 @@ constexpr int WITHOUT_SIGNAL = 42;
 
 } // namespace
 
-TEST_F(signals, FindNoMomentThatLeavesTheTerminalRaw)
+TEST_F(Signals, FindNoMomentThatLeavesTheTerminalRaw)
 {
     for (int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP}) {
         int moments = 0;
@@ -91,7 +91,7 @@ TEST_F(signals, FindNoMomentThatLeavesTheTerminalRaw)
     }
 }
 
-TEST_F(signals, EndAWaitAsTheyEndTheProcess)
+TEST_F(Signals, EndAWaitAsTheyEndTheProcess)
 {
     for (ULO wait : {ULO(1), ULO(15000000)})
         for (int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
@@ -103,7 +103,7 @@ TEST_F(signals, EndAWaitAsTheyEndTheProcess)
         }
 }
 
-TEST_F(signals, StopAWaitAndLetItGoOn)
+TEST_F(Signals, StopAWaitAndLetItGoOn)
 {
     // A process group that is not alone in its session can be stopped.
     const pid_t session = start([] {

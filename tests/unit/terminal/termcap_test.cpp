@@ -8,7 +8,7 @@
 #include "terminal/memory.h"
 #include "tests/unit/terminal/kit.h"
 
-using termcap = no_window;
+using Termcap = no_window;
 
 namespace {
 
@@ -82,7 +82,7 @@ int collect_byte(int byte)
 
 } // namespace
 
-TEST_F(termcap, AnswersFromTheDatabase)
+TEST_F(Termcap, AnswersFromTheDatabase)
 {
     for (auto &row : answers) {
         database file(row.text);
@@ -91,7 +91,7 @@ TEST_F(termcap, AnswersFromTheDatabase)
     }
 }
 
-TEST_F(termcap, TellsWhatItFound)
+TEST_F(Termcap, TellsWhatItFound)
 {
     free_entry();
     EXPECT_EQ("-1", ask("co#"));
@@ -110,7 +110,7 @@ TEST_F(termcap, TellsWhatItFound)
     }
 }
 
-TEST_F(termcap, FollowsSixteenNames)
+TEST_F(Termcap, FollowsSixteenNames)
 {
     for (int references : {1, 15, 16, 40}) {
         database file(chain(references));
@@ -119,7 +119,7 @@ TEST_F(termcap, FollowsSixteenNames)
     }
 }
 
-TEST_F(termcap, TakesAnEntryFromTheEnvironment)
+TEST_F(Termcap, TakesAnEntryFromTheEnvironment)
 {
     for (const char *variable : {"v|x|long name:co#70:tc=y:li#2:", "x\n:co#70:", "|x:co#70:"}) {
         setenv("TERMCAP", variable, 1);
@@ -136,7 +136,7 @@ TEST_F(termcap, TakesAnEntryFromTheEnvironment)
     unlink(name.c_str());
 }
 
-TEST_F(termcap, PrefersTheWindow)
+TEST_F(Termcap, PrefersTheWindow)
 {
     pty window;
     dup2(window.far, 0);
@@ -153,7 +153,7 @@ TEST_F(termcap, PrefersTheWindow)
     EXPECT_EQ("1/2", ask("li#") + "/" + ask("co#"));
 }
 
-TEST_F(termcap, ReadsLinesInPieces)
+TEST_F(Termcap, ReadsLinesInPieces)
 {
     EXPECT_EQ("x:" + std::string(300, 'a'), entry_of("x:" + std::string(300, 'a') + "\nb"));
     // Blanks at the start of the second piece fall out, a piece that starts with # does so whole.
@@ -169,7 +169,7 @@ TEST_F(termcap, ReadsLinesInPieces)
 }
 
 // Whatever the bytes: it ends, and what is answered lies within the entry.
-TEST_F(termcap, SurvivesAnyBytes)
+TEST_F(Termcap, SurvivesAnyBytes)
 {
     std::mt19937 random(7);
     static const char bytes[] = "xxyab12:::|\\\\\\^^=#@.\n\n\t tc=cl=co#E0789%\0\xff\x80";
@@ -191,7 +191,7 @@ TEST_F(termcap, SurvivesAnyBytes)
     }
 }
 
-TEST_F(termcap, PadsForTheLineSpeed)
+TEST_F(Termcap, PadsForTheLineSpeed)
 {
     static const struct {
         const char *text;

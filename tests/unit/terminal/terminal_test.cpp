@@ -7,14 +7,14 @@
 namespace {
 
 // The record starts each test as it starts a process.
-struct values : no_window {
-    values()
+struct Values : no_window {
+    Values()
     {
         terminal.wants_tty = false;
         unsetenv("TERM");
         setenv("TERMCAP", "/no/such/file", 1);
     }
-    ~values() override
+    ~Values() override
     {
 #define TERM_NAME(name, standard) free_string(&terminal.name);
 #define TERM_NUMBER(name, capability, standard, few, least, what)
@@ -62,7 +62,7 @@ std::string default_report(const std::string &type)
 
 } // namespace
 
-TEST_F(values, AreDefaultsWithoutADatabase)
+TEST_F(Values, AreDefaultsWithoutADatabase)
 {
     term_init(nullptr);
     EXPECT_EQ(NO_NAME + NO_ENTRY + default_report("ansi.sys"), view(terminal.init_status));
@@ -72,7 +72,7 @@ TEST_F(values, AreDefaultsWithoutADatabase)
     EXPECT_EQ("other", view(terminal.TERM_TYPE));
 }
 
-TEST_F(values, ComeFromTheDatabase)
+TEST_F(Values, ComeFromTheDatabase)
 {
     database file("full:li#30:co#100:cl=C:mr=R:mb=B:md=D:me=E:vi=I:ve=V:cm=%d.%d:\n"
                   "bare:am:\n");
@@ -96,7 +96,7 @@ TEST_F(values, ComeFromTheDatabase)
 }
 
 // The same limits for what the database says and for the window behind it.
-TEST_F(values, KeepTheSizeWithinLimits)
+TEST_F(Values, KeepTheSizeWithinLimits)
 {
     static const struct {
         int lines, columns;
@@ -141,7 +141,7 @@ TEST_F(values, KeepTheSizeWithinLimits)
     EXPECT_EQ(0U, len(terminal.reinit_status));
 }
 
-TEST_F(values, OpenTheTerminal)
+TEST_F(Values, OpenTheTerminal)
 {
     pty window;
     window.set_window(33, 99);
