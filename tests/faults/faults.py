@@ -5,9 +5,9 @@
             program ends with status 0 and all of its output, or with status 1, a part of its output
             and a report
   files     each system call upon a file that a program writes fails: status 0 or 1
-None may end by a signal. `--most` bounds the allocations that are tried for one
-command; those of hello are all tried. The filter is a piece of the name of a line of the table.
-Findings stand behind the table, each with the command that shows it.
+None may end by a signal. `--most` bounds the allocations that are tried for one command; those of
+hello are all tried. The filter is a piece of the name of a line of the table. Findings stand behind
+the table, each with the command that shows it.
 """
 import argparse
 import concurrent.futures
