@@ -36,6 +36,7 @@ share/kestrin/ckst_udf.cpp
 share/man/man1/kestrin.1.gz
 share/man/man1/kst.1.gz
 share/man/man1/kst-check.1.gz
+share/man/man1/kst-explain.1.gz
 share/man/man1/kst-run.1.gz
 share/man/man3/ckst_udf.3.gz
 """.split()

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The verbs of kst: what they answer to good and to bad words, and what they tell of faults.
 
-  workshop_test.py --kst PATH [--kestrin PATH]
+  workshop_test.py --kst PATH
 """
 import argparse
 import json
@@ -18,6 +18,26 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 MAN = os.path.join(ROOT, "workshop", "man")
 OPTIONS = argparse.Namespace()
 
+EXPLAINED = """# a comment
+(progn
+  (setq a (+ 1 2)) # three
+  (progn (outf "%ld" a)
+    a))
+"""
+EXPLANATION = """
+   1  # a comment
+   2  (progn
+   3    (setq a (+ 1 2)) # three |   (SETQ@I A@I (+@J 1 2))
+   4    (progn (outf "%ld" a)    |   (OUTF "%ld" A@I)
+   5      a))                    |     A@I
+"""
+STAGES = """
+   4    (progn (outf "%ld" a)
+       checked |   (PROGN (OUTF "%ld" A)
+      squeezed |   (OUTF "%ld" A)
+         typed |   (OUTF "%ld" A@I)
+   5      a))
+"""
 # Words of the command, standard input, then status, a piece of stdout and one of stderr. A file
 # named good.kst or bad.kst is in the folder.
 COMMANDS = [
@@ -42,9 +62,21 @@ COMMANDS = [
     (["check", "none.kst", "bad.kst"], "", 2, "bad.kst:2:3: ", "can't open `none.kst'"),
     (["check", "good.kst", "bad.kst"], "", 1, "bad.kst:2:3: undefined function name `NOSUCH'\n", ""),
     (["check", "good.kst"], "", 0, "", ""),
+    (["check", "--cfg", "set.cfg", "calls_bad.kst"], "", 0, "", ""),
+    (["check", "calls_bad.kst"], "", 1, "undefined function name `BAD'", ""),
+    (["check", "--cfg", "none.cfg", "good.kst"], "", 2, "", "can't read the profile `none.cfg'"),
+    (["run", "--cfg", "none.cfg", "good.kst", "a"], "", 2, "", "can't read the profile `none.cfg'"),
+    (["explain"], "", 2, "", "kst explain: missing FILE"),
+    (["explain", "good.kst", "bad.kst"], "", 2, "", "kst explain: too many words: `bad.kst'"),
+    (["explain", "none.kst"], "", 2, "", "can't open `none.kst'"),
+    (["explain", "bad.kst"], "", 1, "", "bad.kst:2:3: undefined function name `NOSUCH'"),
+    (["explain", "good.kst"], "", 0, '   1  (cat $1 "") | (CAT $1 "")\n', ""),
+    (["explain", "-"], EXPLAINED, 0, EXPLANATION, ""),
+    (["explain", "--all", "-"], EXPLAINED, 0, STAGES, ""),
+    (["explain", "--code", "-"], "\n(+ 1\n  $1)", 0, " T +\n   3    $1) |   $1)\n", ""),
     (["run", "-e", "(+ $1 $2)", "20", "-3"], "", 0, "17\n", ""),
 ]
-FILES = {"set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n'}
+FILES = {"calls_bad.kst": "(bad 1)", "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n'}
 
 
 # Programs that fail, and the lines of what they are told, without the source lines.
@@ -234,7 +266,6 @@ class Workshop(unittest.TestCase):
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--kst", default=os.path.join(ROOT, "build", "release", "kst"))
-    p.add_argument("--kestrin", default=os.path.join(ROOT, "build", "release", "kestrin"))
     _, rest = p.parse_known_args(namespace=OPTIONS)
     OPTIONS.kst = os.path.abspath(OPTIONS.kst)
     unittest.main(argv=sys.argv[:1] + rest)

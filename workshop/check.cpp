@@ -94,7 +94,8 @@ void print_json(const nlohmann::ordered_json &list)
 
 int run_check(const request &asked)
 {
-    start_workshop();
+    if (!load_functions(asked.value("--cfg")))
+        return refused_profile("kst check", asked.value("--cfg"));
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     int status = STATUS_GOOD;
     for (const CHR *path : asked.operands) {
@@ -116,6 +117,7 @@ int run_check(const request &asked)
 }
 
 constexpr option options[] = {
+    PROFILE_OPTION,
     {"--json", "", "an array of objects instead of lines"},
 };
 

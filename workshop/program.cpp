@@ -7,7 +7,9 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "driver/precompiled.h"
 #include "driver/prepare.h"
+#include "driver/profile.h"
 #include "driver/session.h"
 #include "driver/start.h"
 #include "frontend/check.h"
@@ -16,6 +18,7 @@
 #include "frontend/reader.h"
 #include "frontend/self_check.h"
 #include "frontend/uninit.h"
+#include "strings/scratch.h"
 #include "strings/tokens.h"
 #include "vm/engine.h"
 #include "vm/machine.h"
@@ -136,7 +139,10 @@ known_functions::~known_functions() { lut_free_view(&table); }
 bool check_program(const source &from, program *into, lut **table)
 {
     std::string text = from.text;
-    into->faults = find_open_strings(from);
+    if (is_precompiled(text))
+        into->faults = {{{0, 0}, "is a stored program, not a source"}};
+    else
+        into->faults = find_open_strings(from);
     if (!into->faults.empty()) return false;
     if (!mend_balance(&text, &into->faults, count_faults)) return false;
     program mended;
@@ -162,6 +168,14 @@ std::vector<fault> find_unset(program checked)
                               "' may be read before it has a value",
                           true});
     return faults;
+}
+
+bool load_functions(const CHR *profile)
+{
+    session *s = &start_workshop();
+    if (profile != nullptr) assign(&s->cfg_profile_path, profile);
+    load_profile(s);
+    return profile == nullptr || access(profile, R_OK) == 0;
 }
 
 session &start_workshop()

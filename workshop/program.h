@@ -39,3 +39,8 @@ std::vector<fault> find_unset(program checked);
 // Starts the engine and the language, once in a process; a second call does nothing.
 struct session;
 session &start_workshop();
+
+// Makes the functions of a profile known, NULL for the one that the environment names, if any. Once
+// in a process, ahead of all checks. Returns whether the file could be read; its faults end the
+// process.
+bool load_functions(const CHR *profile);

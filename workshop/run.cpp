@@ -7,7 +7,6 @@
 #include "driver/code.h"
 #include "driver/precompiled.h"
 #include "driver/prepare.h"
-#include "driver/profile.h"
 #include "driver/run.h"
 #include "driver/source.h"
 #include "frontend/forms.h"
@@ -41,12 +40,12 @@ void set_words(session *s, const source &from, const std::vector<const CHR *> &w
     s->argv = argv.data();
 }
 
-void prepare(session *s, const source &from)
+void prepare(session *s, const source &from, const CHR *profile)
 {
     static std::vector<code_place> set_places, program_places;
     s->set_places = &set_places;
     s->program_places = &program_places;
-    load_profile(s);
+    if (!load_functions(profile)) exit(refused_profile("kst run", profile));
     program p;
     if (!check_program(from, &p, &the_engine.func_lut)) end_with_faults(from, p.faults);
     const ULO given = s->words_behind_file();
@@ -90,7 +89,7 @@ int run_verb_on(const request &asked)
 
 constexpr option options[] = {
     {"-e", "TEXT", "the program is TEXT; all that follows are its words"},
-    {"--cfg", "FILE", "global functions of the program"},
+    PROFILE_OPTION,
 };
 
 } // namespace
@@ -99,11 +98,10 @@ void run_source(source from, const std::vector<const CHR *> &words, const CHR *p
 {
     session *s = &start_workshop();
     set_words(s, from, words);
-    if (profile != nullptr) assign(&s->cfg_profile_path, profile);
     if (is_precompiled(from.text))
         prepare_stored(s, from);
     else
-        prepare(s, from);
+        prepare(s, from, profile);
     error_trail trail;
     rt_ctrl->rt_trail = &trail;
     if (run_to_end(s)) exit(STATUS_GOOD);

@@ -12,6 +12,7 @@ namespace {
 constexpr const verb *all_verbs[] = {
     &run_verb,
     &check_verb,
+    &explain_verb,
 };
 
 std::string command_of(const verb &v) { return std::string("kst ").append(v.name); }
@@ -66,6 +67,11 @@ int refused(std::string_view command, std::string_view why)
     fprintf(stderr, "%s: %.*s (see %s --help)\n", name.c_str(), int(why.size()), why.data(),
             name.c_str());
     return STATUS_MISUSE;
+}
+
+int refused_profile(std::string_view command, std::string_view path)
+{
+    return refused(command, "can't read the profile " + quoted(path));
 }
 
 int call_verb(const verb &asked, std::span<CHR *const> words)

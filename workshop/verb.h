@@ -56,6 +56,11 @@ std::span<const verb *const> verbs();
 // refused() without a run.
 int call_verb(const verb &asked, std::span<CHR *const> words);
 
+// What verbs that look at programs take.
+inline constexpr option PROFILE_OPTION = {"--cfg", "FILE", "global functions of the program"};
+
 // Says what is wrong with the words of a command, in one line on stderr. `command` is "kst" or
 // "kst run". Returns STATUS_MISUSE.
 int refused(std::string_view command, std::string_view why);
+// The same of a profile that can't be read.
+int refused_profile(std::string_view command, std::string_view path);

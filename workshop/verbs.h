@@ -5,3 +5,4 @@
 
 extern const verb run_verb;
 extern const verb check_verb;
+extern const verb explain_verb;
