@@ -39,7 +39,7 @@ void print_value(kestrin_data *value)
 
 bool run_to_end(session *s)
 {
-    kestrin_data value = owning_slot;
+    static kestrin_data value = owning_slot; // never freed: the process ends behind it
     startup_callback();
     const bool done = kestrin_run(reinterpret_cast<const ULO *>(s->prog_text), &value, 0);
     if (done) print_value(&value);

@@ -25,6 +25,7 @@ LIB/cmake/kestrin/kestrin-config-version.cmake
 LIB/libkestrin.a
 LIB/pkgconfig/kestrin.pc
 share/bash-completion/completions/kestrin
+share/bash-completion/completions/kst
 share/doc/kestrin/changelog.gz
 share/doc/kestrin/copyright
 share/doc/kestrin/examples/extension/fusion.cpp
@@ -193,6 +194,25 @@ class Installed(unittest.TestCase):
         run("make", "-j2", f"OUT={build}", f"CXXFLAGS={self.flags}", directory=self.kit,
             PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig"))
         self.run_units(build)
+
+    def test_the_shell_completes_options_and_programs(self):
+        usage = run("kestrin", "-h", directory=self.top, PATH=self.path)
+        options = set(re.findall(r"(?:[ \[|])(--?[a-zA-Z0-9]+)(?=[|\]\n])", usage))
+        folder = os.path.join(self.prefix, "share/bash-completion/completions")
+        script = ("source '{0}/{1}'; COMP_WORDS=({1} {2}); COMP_CWORD={3}; _{1};"
+                  "printf '%s\\n' \"${{COMPREPLY[@]}}\"")
+
+        def completed(words, at, command="kestrin"):
+            return run("bash", "-c", script.format(folder, command, words, at), directory=self.top,
+                       PATH=self.path).split()
+
+        self.assertEqual(set(completed("-", 1)), options)
+        self.assertEqual(completed("-q examples/hel", 2), ["examples/hello.kst"])
+        self.assertEqual(completed("exam", 1), ["examples"])
+        self.assertEqual(completed("-h k", 2), [])
+        self.assertEqual(completed("ch", 1, "kst"), ["check"])
+        self.assertEqual(completed("run -", 2, "kst"), ["-e", "--cfg"])
+        self.assertEqual(completed("run examples/hel", 2, "kst"), ["examples/hello.kst"])
 
 
 if __name__ == "__main__":
