@@ -72,7 +72,8 @@ std::vector<fault> check_source(const source &from)
     program p;
     if (!check_program(from, &p, &known.table)) return p.faults;
     std::vector<fault> warnings = call_finder(p.parsed).never_called();
-    for (fault &one : find_unset(std::move(p))) warnings.push_back(std::move(one));
+    const std::vector<fault> unset = find_unset(std::move(p));
+    warnings.insert(warnings.end(), unset.begin(), unset.end());
     sort_by_place(&warnings);
     return warnings;
 }
