@@ -81,4 +81,19 @@ TEST(Escapes, Written)
     }
 }
 
+// For units that write bytes as the library does.
+TEST(Escapes, FormatsAreToldFromTheFirstUseOn)
+{
+    const text source("a\\0x41");
+    for (CHR *(*operation)(CHR **, const CHR *) : {strraw, strunraw, strdump}) {
+        scratch target;
+        counted_faults own;
+        EXPECT_EQ(nullptr, own.block.raw_fmt_upper);
+        operation(&target.s, source.s);
+        EXPECT_STREQ("\\0x%02hhX", own.block.raw_fmt_upper);
+        EXPECT_STREQ("\\0x%02hhx", own.block.raw_fmt_lower);
+        EXPECT_STREQ(" %02hhX", own.block.dump_fmt);
+    }
+}
+
 } // namespace
