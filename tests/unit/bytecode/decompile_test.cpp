@@ -49,6 +49,16 @@ TEST_F(Decompile, WritesNodesAndNames)
         }
 }
 
+TEST_F(Decompile, OffsetsStandBehindVariablesAndInstructions)
+{
+    EXPECT_EQ("(PROGN (PROGN (REM Dbg=32) (SETQ (REM Dbg=64) Var_1 5) Var_1 (REM Dbg=104)))",
+              listed("(PROGN (SETQ@I X@I 5) X@I)", 0, ENTIRE, true).text);
+    EXPECT_EQ(
+        "(PROGN (DEFUN Udf_1 (PROGN (IVAL (REM Dbg=72) $1 (REM Dbg=88)))) (PROGN (REM Dbg=104)"
+        " (Udf_1 41)))",
+        listed("(PROGN (DEFUN F (IVAL $1)) (F 41))", 0, ENTIRE, true).text);
+}
+
 // -- Round trips -------------------------------------------------------------------------------
 
 // The code of a program compiled from what the decompiler makes of `words`.
