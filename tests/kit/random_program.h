@@ -46,11 +46,12 @@ private:
 
     std::string variable() { return pick("A", "B", "C", "D", "P", "Q", "R"); }
     std::string array() { return one_in(6) ? variable() : pick("P", "Q", "R"); }
+    // Of a member that is read: a store could ask for more memory than there is.
+    std::string any_index() { return one_in(8) ? variable() : index(); }
     std::string index()
     {
         if (one_in(8)) return "(IAND " + value(1) + " 131)";
         if (one_in(12)) return pick("128", "-1", "\"1\"", "1.5", "NIL");
-        if (one_in(8)) return variable();
         return pick("0", "1", "1", "2");
     }
 
@@ -79,7 +80,7 @@ private:
         case 7: return operation("PROGN", 2, depth);
         case 8:
         case 9: return assignment(depth);
-        case 10: return "(INDEX " + source() + " " + index() + ")";
+        case 10: return "(INDEX " + source() + " " + any_index() + ")";
         case 11:
             return "(ALINDEX " + source() + " " + pick("1", "2", "2", "3", "\"2\"", "1.") + ")";
         case 12:
@@ -135,7 +136,7 @@ private:
 
     std::string member_or_variable()
     {
-        return one_in(3) ? variable() : "(INDEX " + source() + " " + index() + ")";
+        return one_in(3) ? variable() : "(INDEX " + source() + " " + any_index() + ")";
     }
 
     // A text that grows, of a variable or a member.
