@@ -75,6 +75,16 @@ COMMANDS = [
     (["explain", "--all", "-"], EXPLAINED, 0, STAGES, ""),
     (["explain", "--code", "-"], "\n(+ 1\n  $1)", 0, " T +\n   3    $1) |   $1)\n", ""),
     (["run", "-e", "(+ $1 $2)", "20", "-3"], "", 0, "17\n", ""),
+    (["doc"], "", 0, "Strings\n  CHR ASC LEN", ""),
+    (["doc", "strtran"], "", 0, "  [26.4 Searching and replacing]\n", ""),
+    (["doc", "--"], "", 0, "IDECR, --", ""),
+    (["doc", "if"], "", 0, "  [21. Control]\n  [5.2 IF]\n", ""),
+    (["doc", "4"], "", 0, "argument counts ", ""),
+    (["doc", "7.3"], "", 0, "7.3 Parts of an array\n-----", ""),
+    (["doc", "Formatted", "output"], "", 0, "27. Formatted output\n=====", ""),
+    (["doc", "errors"], "", 0, "  8. Errors\n", ""),
+    (["doc", "kestrin_cfgprofile_path"], "", 0, "10.3 The configuration profile\n", ""),
+    (["doc", "strtrn"], "", 1, "", "kst doc: the manual has no `strtrn'; alike: STRTRAN, "),
 ]
 FILES = {"calls_bad.kst": "(bad 1)", "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n'}
 
@@ -244,6 +254,24 @@ class Workshop(unittest.TestCase):
                 self.assertEqual(status, 1 if wanted else 0)
                 plain = self.kst("check", "-", text=text)[1]
                 self.assertEqual(len(re.findall("^standard input:", plain, re.M)), len(wanted))
+
+    def test_the_manual_tells_every_name_of_the_tables(self):
+        def names(path, pattern):
+            with open(os.path.join(ROOT, path), encoding="utf-8") as f:
+                return re.findall(pattern, f.read(), re.M)
+        mnemonics = names("frontend/isa.def", r'^ROW\(\w+, *"(\S+)",')
+        switches = names("driver/switches.def", r'^SWITCH\(\w+, +"(\w+)"')
+        options = names("driver/options.cpp", r'^    \{"(--?\w+)", "(--?\w+)"')
+        codes = [str(code) for code in range(1, 17)]
+        self.assertEqual((len(mnemonics), len(switches), len(options)), (223, 9, 7))
+        for name in mnemonics + switches + [o for pair in options for o in pair if o not in
+                                            ("-h", "--help")] + codes:
+            with self.subTest(name=name):
+                status, out, _ = self.kst("doc", name)
+                first = re.split(r"  \[\d+\.\d* ", out)[0]
+                self.assertEqual(status, 0)
+                self.assertIn(name, re.split(r"[,\s]+", first))
+                self.assertRegex(out, r"\n  \[\d+\.\d* ")
 
     def test_each_verb_has_help_and_a_page_with_its_options(self):
         self.assertTrue(verbs())

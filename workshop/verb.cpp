@@ -13,6 +13,7 @@ constexpr const verb *all_verbs[] = {
     &run_verb,
     &check_verb,
     &explain_verb,
+    &doc_verb,
 };
 
 std::string command_of(const verb &v) { return std::string("kst ").append(v.name); }
@@ -42,7 +43,11 @@ int print_help(const verb &v)
     return STATUS_GOOD;
 }
 
-bool is_option(std::string_view word) { return word.size() > 1 && word[0] == '-'; }
+bool is_option(const verb &v, std::string_view word)
+{
+    if (word.size() < 2 || word[0] != '-') return false;
+    return asks_for_help(word) || v.is_operand == nullptr || !v.is_operand(word);
+}
 
 } // namespace
 
@@ -80,7 +85,7 @@ int call_verb(const verb &asked, std::span<CHR *const> words)
     bool options_end = false;
     for (ULO i = 0; i < words.size(); i++) {
         const std::string_view word = words[i];
-        if (options_end || !is_option(word)) {
+        if (options_end || !is_option(asked, word)) {
             got.operands.push_back(words[i]);
             options_end = options_end || asked.passes_words;
             continue;

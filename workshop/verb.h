@@ -47,6 +47,8 @@ struct verb {
     // they begin with: they belong to a program.
     bool passes_words = false;
     std::string_view first_operand = {};
+    // Whether a word that looks like an option is an operand; NULL: none is.
+    bool (*is_operand)(std::string_view word) = nullptr;
 };
 
 // All verbs, in the order in which help lists them.

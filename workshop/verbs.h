@@ -6,3 +6,4 @@
 extern const verb run_verb;
 extern const verb check_verb;
 extern const verb explain_verb;
+extern const verb doc_verb;
