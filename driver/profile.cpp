@@ -85,6 +85,7 @@ std::vector<node_index> take_forms(session *s, std::string_view text)
 void make_index(const tree &set, const std::vector<node_index> &definitions)
 {
     static auto *index = new std::vector<std::string>;
+    index->clear();
     scratch name;
     for (const node_index definition : definitions) {
         assign(&name.s, set.token_of(set.nodes[set.nodes[definition].first]));
@@ -154,7 +155,12 @@ void load_profile(session *s)
     const std::string text = read_from_file(s->cfg_profile_path, &s->set.file);
     tell(s, message::CHECKING_PROFILE);
     if (trimmed(text).empty()) return;
-    s->definitions = take_forms(s, text);
+    make_global(s, take_forms(s, text));
+}
+
+void make_global(session *s, std::vector<node_index> definitions)
+{
+    s->definitions = std::move(definitions);
     make_index(s->set, s->definitions);
     keep_functions_for_good();
     make_set(&s->set, s->definitions, " 0 1)");
@@ -162,6 +168,7 @@ void load_profile(session *s)
     if (s->is_storing()) s->stored_set = set_text(s);
     tell(s, message::RESOLVING_SET);
     static auto *types = new std::vector<udf_letter>;
+    types->clear();
     kestrin_justify(&s->set, {}, types);
     the_engine.global_udf_types = *types;
     s->definitions = strip_wrapper(&s->set);

@@ -8,6 +8,10 @@
 // the process.
 void load_profile(session *s);
 
+// Makes the definitions, which stand checked in the set's tree and in the table of known functions,
+// the global function set of the_engine, but for its code. What it had is replaced.
+void make_global(session *s, std::vector<node_index> definitions);
+
 // The definitions as a text.
 std::string set_text(const session *s);
 // Makes one program of the set, which may be empty, for the compiler.

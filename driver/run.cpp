@@ -16,6 +16,15 @@ void print_text(CHR **text)
     fwrite(*text, 1, len(*text), stdout);
 }
 
+[[noreturn]] void die_of_runtime_error()
+{
+    const rt_control *rt = rt_ctrl;
+    die(message::RUNTIME_ERROR, unsigned(rt->rt_error_code),
+        notempty(rt->rt_error_text) ? rt->rt_error_text : "Unknown error.");
+}
+
+} // namespace
+
 void print_value(kestrin_data *value)
 {
     switch (value->type) {
@@ -27,15 +36,6 @@ void print_value(kestrin_data *value)
     }
     putchar('\n');
 }
-
-[[noreturn]] void die_of_runtime_error()
-{
-    const rt_control *rt = rt_ctrl;
-    die(message::RUNTIME_ERROR, unsigned(rt->rt_error_code),
-        notempty(rt->rt_error_text) ? rt->rt_error_text : "Unknown error.");
-}
-
-} // namespace
 
 bool run_to_end(session *s)
 {

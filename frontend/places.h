@@ -30,6 +30,13 @@ public:
                 found.column + joined - found.joined + 1};
     }
 
+    // Where that place of a line that is known stands in the joined text, find() the other way.
+    ULO joined_at(file_place place) const
+    {
+        const line &known = lines_[place.line - 1];
+        return known.joined + place.column - 1 - known.column;
+    }
+
 private:
     struct line {
         std::uint32_t joined, column;

@@ -3,6 +3,8 @@
 // produced. Nothing that goes wrong in the code escapes: the caller's state is as it was
 // afterwards.
 
+#include "mapcar/mapcar.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <string>
@@ -287,6 +289,8 @@ void answer_pending_error(kestrin_data *ret_dat)
 }
 
 } // namespace
+
+void forget_functions_of_mapcar() { lut_free_view(&known_functions()); }
 
 HANDLER(mapcar)
 {

@@ -167,20 +167,26 @@ kestrin_data *next_frame_chunk(ULO slots, const fatal_site &site)
 UCH kestrin_run(const ULO *program, kestrin_data *ret_dat, UCH capture)
 {
     rt_control *rt = rt_ctrl;
-    clear_errors(rt);
-    equ(&rt->rt_captured, nullptr);
-    rt->rt_capture = capture;
-    rt->rt_program = rt->rt_function = program;
-
     kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;
     const ULO slots = image_slots(program);
     kestrin_data *frame = slots == 0 ? nullptr : take_frame(rt, slots, site::RUN_FRAME);
     for (ULO i = 0; i < slots; i++) frame[i] = fresh_variable;
-    rt->rt_frame = frame;
-    call(image_main_node(program), ret_dat);
+    const UCH ended_well = kestrin_run_on(frame, program, ret_dat, capture);
     for (ULO i = 0; i < slots; i++) release(&frame[i]);
     rt->frame_top = saved_top;
     rt->frame_end = saved_end;
+    return ended_well;
+}
+
+UCH kestrin_run_on(kestrin_data *frame, const ULO *program, kestrin_data *ret_dat, UCH capture)
+{
+    rt_control *rt = rt_ctrl;
+    clear_errors(rt);
+    equ(&rt->rt_captured, nullptr);
+    rt->rt_capture = capture;
+    rt->rt_program = rt->rt_function = program;
+    rt->rt_frame = frame;
+    call(image_main_node(program), ret_dat);
     rt->rt_frame = nullptr;
 
     if (rt->rt_error_code == UNWIND_BREAK || rt->rt_error_code == UNWIND_EXIT) {

@@ -54,6 +54,10 @@ template <class T> T &of_thread()
 // the top, and 0 with a runtime error pending.
 UCH kestrin_run(const ULO *program, kestrin_data *ret_dat, UCH capture);
 
+// The same on a frame of the caller's: as many records as the program has slots. They hold values
+// before the run, and the values that it leaves afterwards, also after an error.
+UCH kestrin_run_on(kestrin_data *frame, const ULO *program, kestrin_data *ret_dat, UCH capture);
+
 // Records of the thread's stack of frames from a further chunk; the caller puts frame_top and
 // frame_end back as they were when it is done. `site` is reported when memory runs out.
 kestrin_data *next_frame_chunk(ULO slots, const fatal_site &site);
