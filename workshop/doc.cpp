@@ -66,27 +66,6 @@ std::string overview()
         "chapter or section by its title or number, such as arrays, 7. or 7.3.\n");
 }
 
-// The topics that fit, when there are several to choose from.
-std::string choice(const std::vector<const manual_entry *> &found)
-{
-    std::string out;
-    for (const manual_entry *entry : found) out.append("  ").append(entry->place).append("\n");
-    return out;
-}
-
-std::string entries_text(const std::vector<const manual_entry *> &found)
-{
-    if (found.size() > 1 && found[0]->kind == entry_kind::TOPIC) return choice(found);
-    std::string out;
-    for (const manual_entry *entry : found) {
-        if (entry != found[0] && entry->kind != entry_kind::TOPIC) out.append("\n");
-        out.append(entry == found[0] || entry->kind != entry_kind::TOPIC
-                       ? shown_entry(*entry)
-                       : "  [" + std::string(entry->place) + "]\n");
-    }
-    return out;
-}
-
 bool is_longer_than_screen(const std::string &text)
 {
     winsize size = {};
@@ -114,10 +93,7 @@ int tell(const std::string &text)
 
 int tell_nothing_found(const std::string &name)
 {
-    std::string near;
-    for (const std::string_view other : similar_names(name))
-        near.append(near.empty() ? "; alike: " : ", ").append(other);
-    fprintf(stderr, "kst doc: the manual has no `%s'%s\n", name.c_str(), near.c_str());
+    fprintf(stderr, "kst doc: the manual has no `%s'%s\n", name.c_str(), hint_for(name).c_str());
     return STATUS_FAULT;
 }
 
@@ -126,8 +102,8 @@ int run_verb_on(const request &asked)
     std::string name;
     for (const CHR *word : asked.operands) name.append(name.empty() ? "" : " ").append(word);
     if (name.empty()) return tell(overview());
-    const auto found = find_in_manual(name);
-    return found.empty() ? tell_nothing_found(name) : tell(entries_text(found));
+    const std::string told = told_of(name);
+    return told.empty() ? tell_nothing_found(name) : tell(told);
 }
 
 } // namespace

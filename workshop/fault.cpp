@@ -62,7 +62,7 @@ void sort_by_place(std::vector<fault> *faults)
 void print_fault(FILE *stream, const source &from, const fault &found)
 {
     fprintf(stream, "%s:", from.name.c_str());
-    if (found.at.line != 0) fprintf(stream, "%lu:", found.at.line);
+    if (found.at.line != 0) fprintf(stream, "%lu:", from.number_of(found.at.line));
     if (found.at.column != 0) fprintf(stream, "%lu:", found.at.column);
     fprintf(stream, " %s%s\n", found.is_warning ? "warning: " : "", found.text.c_str());
     if (found.at.column == 0) return;

@@ -12,6 +12,8 @@
 // A source text with the name that it is shown by.
 struct source {
     std::string name, text;
+    ULO first_line = 1; // number of its first line, where it is part of a longer text
+    ULO number_of(ULO line_of_text) const { return first_line - 1 + line_of_text; }
     // A line without its end, from 1; empty beyond the last.
     std::string_view line(ULO number) const;
 };

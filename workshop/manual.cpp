@@ -240,6 +240,62 @@ template <class Fits> std::vector<const manual_entry *> select(Fits fits)
     return found;
 }
 
+// Names of instructions, options and switches that look alike, the most alike first, at most five.
+std::vector<std::string_view> similar_names(std::string_view name)
+{
+    struct candidate {
+        std::string_view name;
+        std::size_t distance;
+    };
+    std::vector<candidate> near;
+    const std::size_t most = name.size() / 3 + 1;
+    for (const manual_entry &entry : manual_entries())
+        for (const std::string_view own : entry.names) {
+            const std::size_t apart = distance(name, own);
+            if (entry.kind != entry_kind::TOPIC && own.size() > 1 && apart <= most)
+                near.push_back({own, apart});
+        }
+    std::stable_sort(near.begin(), near.end(), [](const candidate &a, const candidate &b) {
+        return a.distance < b.distance;
+    });
+    std::vector<std::string_view> names;
+    for (std::size_t i = 0; i < near.size() && i < 5; i++) names.push_back(near[i].name);
+    return names;
+}
+
+// -- What is shown ------------------------------------------------------------------------------
+
+// It ends with the line of its place.
+std::string shown_entry(const manual_entry &entry)
+{
+    std::string_view text = entry.text;
+    while (text.ends_with("\n")) text.remove_suffix(1);
+    std::string shown = std::string(text).append("\n");
+    if (entry.kind != entry_kind::TOPIC) shown.append("\n  [").append(entry.place).append("]\n");
+    return shown;
+}
+
+// The topics that fit, when there are several to choose from.
+std::string choice(const std::vector<const manual_entry *> &found)
+{
+    std::string out;
+    for (const manual_entry *entry : found) out.append("  ").append(entry->place).append("\n");
+    return out;
+}
+
+std::string text_of(const std::vector<const manual_entry *> &found)
+{
+    if (found.size() > 1 && found[0]->kind == entry_kind::TOPIC) return choice(found);
+    std::string out;
+    for (const manual_entry *entry : found) {
+        if (entry != found[0] && entry->kind != entry_kind::TOPIC) out.append("\n");
+        out.append(entry == found[0] || entry->kind != entry_kind::TOPIC
+                       ? shown_entry(*entry)
+                       : "  [" + std::string(entry->place) + "]\n");
+    }
+    return out;
+}
+
 } // namespace
 
 const std::vector<manual_entry> &manual_entries()
@@ -268,33 +324,16 @@ std::vector<const manual_entry *> find_in_manual(std::string_view name)
     return found;
 }
 
-std::vector<std::string_view> similar_names(std::string_view name)
+std::string told_of(std::string_view name)
 {
-    struct candidate {
-        std::string_view name;
-        std::size_t distance;
-    };
-    std::vector<candidate> near;
-    const std::size_t most = name.size() / 3 + 1;
-    for (const manual_entry &entry : manual_entries())
-        for (const std::string_view own : entry.names) {
-            const std::size_t apart = distance(name, own);
-            if (entry.kind != entry_kind::TOPIC && own.size() > 1 && apart <= most)
-                near.push_back({own, apart});
-        }
-    std::stable_sort(near.begin(), near.end(), [](const candidate &a, const candidate &b) {
-        return a.distance < b.distance;
-    });
-    std::vector<std::string_view> names;
-    for (std::size_t i = 0; i < near.size() && i < 5; i++) names.push_back(near[i].name);
-    return names;
+    const auto found = find_in_manual(name);
+    return found.empty() ? std::string() : text_of(found);
 }
 
-std::string shown_entry(const manual_entry &entry)
+std::string hint_for(std::string_view name)
 {
-    std::string_view text = entry.text;
-    while (text.ends_with("\n")) text.remove_suffix(1);
-    std::string shown = std::string(text).append("\n");
-    if (entry.kind != entry_kind::TOPIC) shown.append("\n  [").append(entry.place).append("]\n");
-    return shown;
+    std::string near;
+    for (const std::string_view other : similar_names(name))
+        near.append(near.empty() ? "; alike: " : ", ").append(other);
+    return near;
 }

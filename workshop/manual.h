@@ -32,8 +32,8 @@ const std::vector<manual_entry> &manual_entries();
 // these words in their titles, else the topics whose text has these words. Topics come last.
 std::vector<const manual_entry *> find_in_manual(std::string_view name);
 
-// Names of instructions, options and switches that look alike, the most alike first, at most five.
-std::vector<std::string_view> similar_names(std::string_view name);
-
-// The text of an entry as it is shown: it ends with the line of its place.
-std::string shown_entry(const manual_entry &entry);
+// What the manual says of a name: its entries, or the list of several topics. Whole lines; empty if
+// it says nothing.
+std::string told_of(std::string_view name);
+// Names that look alike, to be put behind the report of one that is not there; empty without any.
+std::string hint_for(std::string_view name);

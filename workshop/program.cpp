@@ -96,8 +96,7 @@ void check_text(const std::string &text, program *into, lut **table)
     const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
     const SLO wanted =
         kestrin_check(t, &t->root, wrapped(std::move(joined)), wrapper, "Main", table, &found);
-    for (const syntax_fault &one : found)
-        into->faults.push_back({t->place_of(t->nodes[one.node]), short_text(one)});
+    into->faults = faults_of(found, *t);
     if (wanted < 0 && found.empty()) // what is said of no node
         into->faults.push_back({{0, 0}, rt_ctrl->rt_run_text});
     into->arguments = wanted < 0 ? 0 : static_cast<ULO>(wanted);
@@ -114,6 +113,14 @@ ULO count_faults(const std::string &text)
 }
 
 } // namespace
+
+std::vector<fault> faults_of(const std::vector<syntax_fault> &found, const tree &t)
+{
+    std::vector<fault> faults;
+    for (const syntax_fault &one : found)
+        faults.push_back({t.place_of(t.nodes[one.node]), short_text(one)});
+    return faults;
+}
 
 bool read_source(const CHR *path, source *into, std::string *why)
 {

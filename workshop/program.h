@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/check.h"
 #include "frontend/lut.h"
 #include "frontend/tree.h"
 #include "kestrin/types.h"
@@ -26,6 +27,9 @@ struct known_functions {
     known_functions(const known_functions &) = delete;
     known_functions &operator=(const known_functions &) = delete;
 };
+
+// What the checker has found in a tree.
+std::vector<fault> faults_of(const std::vector<syntax_fault> &found, const tree &t);
 
 // Checks a source and leaves its tree, with the place of each node, and all its faults: those of
 // parentheses first, as others may be their consequences. Wants the

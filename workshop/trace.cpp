@@ -21,16 +21,18 @@ struct origin {
 
 class origins {
 public:
-    origins(const session &s, const source &from) : session_(s), program_(from)
+    origins(const session &s, const source &from, const source *set)
+        : session_(s), program_(from), set_(set == nullptr ? profile_ : *set)
     {
         std::string why;
-        if (s.cfg_profile_path != nullptr) read_source(s.cfg_profile_path, &profile_, &why);
+        if (set == nullptr && s.cfg_profile_path != nullptr)
+            read_source(s.cfg_profile_path, &profile_, &why);
     }
     origin find(const ULO *word) const
     {
         origin found = find_in(s().prog_text, s().program_places, s().program, program_, word);
         if (found.file == nullptr)
-            found = find_in(the_engine.global_udf_code, s().set_places, s().set, profile_, word);
+            found = find_in(the_engine.global_udf_code, s().set_places, s().set, set_, word);
         return found;
     }
 
@@ -42,6 +44,7 @@ private:
     const session &session_;
     const source &program_;
     source profile_;
+    const source &set_;
 };
 
 // The last node that begins at the word or in front of it: a handler tells the word behind its own,
@@ -73,8 +76,8 @@ void print_call(FILE *stream, const origin &call, ULO times)
 {
     if (call.file == nullptr) return;
     const std::string_view name = call.name == NO_NAME ? "" : names().text(call.name);
-    fprintf(stream, "%s:%lu:%lu: `%.*s' is called here", call.file->name.c_str(), call.at.line,
-            call.at.column, int(name.size()), name.data());
+    fprintf(stream, "%s:%lu:%lu: `%.*s' is called here", call.file->name.c_str(),
+            call.file->number_of(call.at.line), call.at.column, int(name.size()), name.data());
     if (times > 1) fprintf(stream, " (%lu times)", times);
     putc('\n', stream);
 }
@@ -98,9 +101,9 @@ void print_calls(FILE *stream, const origins &known, const error_trail &trail)
 } // namespace
 
 void print_runtime_error(FILE *stream, const session &s, const source &from,
-                         const error_trail &trail)
+                         const error_trail &trail, const source *set)
 {
-    const origins known(s, from);
+    const origins known(s, from, set);
     const origin place = trail.at == nullptr ? origin() : known.find(trail.at);
     const bool has_place = place.file != nullptr && place.at.line != 0;
     print_fault(stream, has_place ? *place.file : from,

@@ -14,6 +14,7 @@ constexpr const verb *all_verbs[] = {
     &check_verb,
     &explain_verb,
     &doc_verb,
+    &repl_verb,
 };
 
 std::string command_of(const verb &v) { return std::string("kst ").append(v.name); }

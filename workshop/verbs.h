@@ -7,3 +7,4 @@ extern const verb run_verb;
 extern const verb check_verb;
 extern const verb explain_verb;
 extern const verb doc_verb;
+extern const verb repl_verb;
