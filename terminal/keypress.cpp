@@ -25,6 +25,7 @@ FATAL_SITE(RAW_SIGNAL, "trmnldrv", "keypressed", 4)
 FATAL_SITE(RAW_SIGACTION_RESTORE, "trmnldrv", "keypressed", 5)
 
 constinit thread_local interrupt_handler *former_interrupt_handler = nullptr;
+constinit thread_local bool interrupt_ends_wait = false;
 
 namespace {
 
@@ -38,8 +39,9 @@ struct key_wait {
     pthread_t reader;    // the thread that waits
     sigset_t former_set; // signals that it holds back outside the call
     struct sigaction former_actions[std::size(PASSED_ON)];
-    termios kept_state; // what raw mode replaced
-    bool is_raw;        // never where the descriptor is no terminal
+    termios kept_state;                   // what raw mode replaced
+    bool is_raw;                          // never where the descriptor is no terminal
+    volatile sig_atomic_t is_interrupted; // by a signal that ends the wait alone
 };
 
 key_wait wait_in_progress = {};
@@ -183,10 +185,14 @@ void give_terminal_back()
 void end_by_interrupt(int number)
 {
     if (!is_for_this_thread(number)) return;
+    interrupt_handler former = former_handler();
+    if (former && interrupt_ends_wait) {
+        wait_in_progress.is_interrupted = 1;
+        return former(number);
+    }
     const sigset_t before = hold_signals();
     give_terminal_back();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    interrupt_handler former = former_handler();
     if (former) former(number);
     exit(1);
 }
@@ -233,6 +239,7 @@ void begin_wait()
 {
     await_foreground();
     wait_in_progress.reader = pthread_self();
+    wait_in_progress.is_interrupted = 0;
     wait_in_progress.former_set = hold_signals();
     if (!watch_signals()) {
         fail(site::RAW_SIGACTION, "RAW_TTY: error creating signal handler.", "sigaction");
@@ -259,6 +266,7 @@ bool key_is_there(ULO wait)
         timeval limit = {time_t(left / MICROSECONDS), suseconds_t(left % MICROSECONDS)};
         const int count = select(terminal.tty + 1, &ready, nullptr, nullptr, &limit);
         if ((count & 0xFFFF) != 0xFFFF) return FD_ISSET(terminal.tty, &ready);
+        if (wait_in_progress.is_interrupted) return false;
         if (errno != EINTR) {
             fail(site::RAW_SELECT, "RAW_TTY: synchronous I/O multiplexing error.", "select");
         }
@@ -268,7 +276,7 @@ bool key_is_there(ULO wait)
 UCH read_key()
 {
     UCH key = 0;
-    while (read(terminal.tty, &key, 1) < 0) {
+    while (!wait_in_progress.is_interrupted && read(terminal.tty, &key, 1) < 0) {
         if (errno != EINTR) {
             fail(site::RAW_READ, "RAW_TTY: error getting char from /dev/tty.", "read");
         }

@@ -12,6 +12,10 @@ using interrupt_handler = void (*)(int signal);
 // it holds none, SIGINT gets its default action back.
 extern constinit thread_local interrupt_handler *former_interrupt_handler;
 
+// Where this is set and the slot holds a handler, an interrupt calls the handler and ends the wait,
+// without a key, and not the process.
+extern constinit thread_local bool interrupt_ends_wait;
+
 // Reads one key and returns its byte; 0 if there is none. `wait` is 1: waits without limit; 0: only
 // looks; anything else: waits at most that many microseconds. Does term_init(0) first if needed.
 //

@@ -33,6 +33,7 @@ constexpr rt_control initial_control = {
     .rt_noterror = 1,
     .frame_top = nullptr,
     .frame_end = nullptr,
+    .rt_survives = 0,
     .rt_trail = nullptr,
     .spare = nullptr,
     .spare_count = 0,

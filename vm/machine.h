@@ -24,6 +24,7 @@ struct rt_control {
     UCH rt_noterror;         // 1 while no error or unwinding is pending
     kestrin_data *frame_top; // first free record of the stack of frames
     kestrin_data *frame_end; // end of its current chunk; the next chunk's address stands there
+    UCH rt_survives;         // 1: a recursion too deep ends the run by an error, not the process
     error_trail *rt_trail;   // notes an error for those who ask; else NULL
     kestrin_data *spare;     // blocks of the fewest places, for arrays to come: a list by array.mix
     ULO spare_count;         // how many

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "kestrin/strings.h"
+#include "strings/scratch.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
 #include "vm/trail.h"
@@ -15,10 +16,13 @@ namespace {
 // A recursion of calls ends here, with room left for what a body does on its own.
 constexpr ULO ROOM_OF_A_BODY = ULO(64) << 10;
 
-void check_call_depth()
+[[gnu::cold, gnu::noinline]] void give_up(rt_control *rt, const ULO *dat_ptr)
 {
-    if (stack_pointer() < stack_floor + ROOM_OF_A_BODY) [[unlikely]]
-        fatal(site::DEFUN_FRAME);
+    if (!rt->rt_survives) fatal(site::DEFUN_FRAME);
+    rt->rt_error_code = 0;
+    assign(&rt->rt_error_text, "The recursion is too deep.");
+    rt->rt_noterror = 0;
+    note_error(rt, dat_ptr);
 }
 
 // A single value may come with the members of an array that it was made from; INDEX would find
@@ -74,7 +78,8 @@ HANDLER(defun)
     rt_control *rt = rt_ctrl;
     if (!rt->rt_noterror) [[unlikely]]
         return;
-    check_call_depth();
+    if (stack_pointer() < stack_floor + ROOM_OF_A_BODY) [[unlikely]]
+        return give_up(rt, dat_ptr);
     const ULO *image = node_at(dat_ptr);
     const ULO slots = image_slots(image), passed = dat_ptr[1];
     const ULO arguments = std::min({image_arguments(image), passed, slots});

@@ -23,8 +23,8 @@ bool ends_input(UCH code)
 {
     if (code == NEWLINE || code == RETURN) return true;
     // No key, though the wait had no limit: what should be a terminal is a file at its end, or has
-    // hung up.
-    return code == 0 && !isatty(terminal.tty);
+    // hung up; or an interrupt has ended the wait.
+    return code == 0 && (!isatty(terminal.tty) || !rt_ctrl->rt_noterror);
 }
 
 // The part of a line editor that a program gets: deleting the last byte.
