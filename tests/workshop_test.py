@@ -75,6 +75,8 @@ COMMANDS = [
     (["explain", "--all", "-"], EXPLAINED, 0, STAGES, ""),
     (["explain", "--code", "-"], "\n(+ 1\n  $1)", 0, " T +\n   3    $1) |   $1)\n", ""),
     (["run", "-e", "(+ $1 $2)", "20", "-3"], "", 0, "17\n", ""),
+    (["repl"], "(setq a 2)\n(* a 3)\n", 0, "2\n6\n", ""),
+    (["repl", "x"], "", 2, "", "kst repl: too many words: `x'"),
     (["doc"], "", 0, "Strings\n  CHR ASC LEN", ""),
     (["doc", "strtran"], "", 0, "  [26.4 Searching and replacing]\n", ""),
     (["doc", "--"], "", 0, "IDECR, --", ""),

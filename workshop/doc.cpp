@@ -13,14 +13,14 @@
 
 namespace {
 
-constexpr std::size_t width = 79;
+constexpr std::size_t WIDTH = 79;
 
 // Lays words out in lines that are indented by two blanks.
 void append_words(std::string *out, const std::vector<std::string_view> &words)
 {
     std::size_t column = 0;
     for (const std::string_view word : words) {
-        const bool begins_line = column == 0 || column + 1 + word.size() > width;
+        const bool begins_line = column == 0 || column + 1 + word.size() > WIDTH;
         if (begins_line && column > 0) out->append("\n");
         out->append(begins_line ? "  " : " ").append(word);
         column = begins_line ? 2 + word.size() : column + 1 + word.size();

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr suseconds_t tick = 10000; // microseconds
+constexpr suseconds_t TICK = 10000; // microseconds
 
 volatile sig_atomic_t noted = 0;
 volatile sig_atomic_t is_running = 0;
@@ -33,7 +33,7 @@ void on_interrupt(int)
     noted = 1;
     if (!is_running) return;
     unwind();
-    set_timer(tick);
+    set_timer(TICK);
 }
 
 void on_tick(int)
@@ -70,7 +70,8 @@ void note_interrupts()
 {
     handle(SIGINT, on_interrupt);
     handle(SIGALRM, on_tick);
-    *former_interrupt_handler = on_interrupt; // what a wait for a key puts back
+    *former_interrupt_handler = on_interrupt; // what a wait for a key calls and puts back
+    interrupt_ends_wait = true;
 }
 
 bool take_interrupt()

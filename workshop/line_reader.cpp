@@ -11,15 +11,17 @@
 #include <cstring>
 #include <cwchar>
 #include <fcntl.h>
-#include <histedit.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "workshop/edit_library.h"
 #include "workshop/interrupt.h"
 
 namespace {
 
-constexpr int most_lines = 1000; // of the history
+constexpr int MOST_LINES = 1000; // of the history
+
+const edit_library *library = nullptr;
 
 // The folders of a path, only for their owner where they are new.
 void make_folders(const std::string &path)
@@ -109,30 +111,33 @@ line_end read_plain(std::string *line)
 
 line_reader::line_reader(completer complete) : complete_(std::move(complete))
 {
-    if (isatty(STDIN_FILENO) && isatty(STDOUT_FILENO)) start_editor();
+    is_terminal_ = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+    if (is_terminal_) start_editor();
 }
 
 line_reader::~line_reader()
 {
-    if (editor_ != nullptr) el_end(editor_);
-    if (history_ != nullptr) history_end(history_);
+    if (editor_ != nullptr) library->el_end(editor_);
+    if (history_ != nullptr) library->history_end(history_);
 }
 
 // Names are UTF-8 or ASCII, whatever the locale.
 void line_reader::start_editor()
 {
+    library = load_edit_library();
+    if (library == nullptr) return;
     setlocale(LC_CTYPE, "");
     if (MB_CUR_MAX == 1) setlocale(LC_CTYPE, "C.UTF-8");
-    editor_ = el_init("kst", stdin, stdout, stderr);
+    editor_ = library->el_init("kst", stdin, stdout, stderr);
     if (editor_ == nullptr) return;
-    el_set(editor_, EL_CLIENTDATA, this);
-    el_set(editor_, EL_PROMPT, prompt_of);
-    el_set(editor_, EL_EDITOR, "emacs");
-    el_set(editor_, EL_GETCFN, read_key);
-    el_set(editor_, EL_ADDFN, "kst-complete", "completes a word", complete_word);
-    el_set(editor_, EL_BIND, "^I", "kst-complete", nullptr);
-    el_set(editor_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-    el_source(editor_, nullptr);
+    library->el_set(editor_, EL_CLIENTDATA, this);
+    library->el_set(editor_, EL_PROMPT, prompt_of);
+    library->el_set(editor_, EL_EDITOR, "emacs");
+    library->el_set(editor_, EL_GETCFN, read_key);
+    library->el_set(editor_, EL_ADDFN, "kst-complete", "completes a word", complete_word);
+    library->el_set(editor_, EL_BIND, "^I", "kst-complete", nullptr);
+    library->el_set(editor_, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+    library->el_source(editor_, nullptr);
     load_history();
 }
 
@@ -142,19 +147,19 @@ void line_reader::start_editor()
 // side by side lose nothing, and is cut when a session begins.
 void line_reader::load_history()
 {
-    history_ = history_init();
+    history_ = library->history_init();
     HistEvent event;
-    history(history_, &event, H_SETSIZE, most_lines);
-    history(history_, &event, H_SETUNIQUE, 1);
-    el_set(editor_, EL_HIST, ::history, history_);
+    library->history(history_, &event, H_SETSIZE, MOST_LINES);
+    library->history(history_, &event, H_SETUNIQUE, 1);
+    library->el_set(editor_, EL_HIST, library->history, history_);
     history_path_ = path_of_history();
     std::vector<std::string> lines = read_lines(history_path_);
-    for (const std::string &line : lines) history(history_, &event, H_ENTER, line.c_str());
-    if (lines.size() < 2 * most_lines) return;
+    for (const std::string &line : lines) library->history(history_, &event, H_ENTER, line.c_str());
+    if (lines.size() < 2 * MOST_LINES) return;
     const std::string fresh = history_path_ + ".new";
     FILE *file = open_private(fresh, O_WRONLY | O_TRUNC, "w");
     if (file == nullptr) return;
-    for (size_t i = lines.size() - most_lines; i < lines.size(); i++) write_line(file, lines[i]);
+    for (size_t i = lines.size() - MOST_LINES; i < lines.size(); i++) write_line(file, lines[i]);
     if (fclose(file) == 0) rename(fresh.c_str(), history_path_.c_str());
 }
 
@@ -162,7 +167,7 @@ void line_reader::remember(std::string_view line)
 {
     if (history_ == nullptr || line.empty()) return;
     HistEvent event;
-    history(history_, &event, H_ENTER, std::string(line).c_str());
+    library->history(history_, &event, H_ENTER, std::string(line).c_str());
     if (history_path_.empty()) return;
     make_folders(history_path_);
     FILE *file = open_private(history_path_, O_WRONLY | O_APPEND, "a");
@@ -176,7 +181,7 @@ void line_reader::remember(std::string_view line)
 const char *line_reader::prompt_of(editline *editor)
 {
     line_reader *self = nullptr;
-    el_get(editor, EL_CLIENTDATA, &self);
+    library->el_get(editor, EL_CLIENTDATA, &self);
     return self->prompt_;
 }
 
@@ -203,8 +208,8 @@ int line_reader::read_key(editline *, wchar_t *key)
 unsigned char line_reader::complete_word(editline *editor, int)
 {
     line_reader *self = nullptr;
-    el_get(editor, EL_CLIENTDATA, &self);
-    const LineInfo *info = el_line(editor);
+    library->el_get(editor, EL_CLIENTDATA, &self);
+    const LineInfo *info = library->el_line(editor);
     const std::string line(info->buffer, info->cursor);
     const size_t typed = line.size() - begin_of_word(line);
     const std::vector<std::string> words = self->complete_(line);
@@ -215,13 +220,14 @@ unsigned char line_reader::complete_word(editline *editor, int)
         print_choice(words);
         return CC_REDISPLAY;
     }
-    return el_insertstr(editor, more.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+    return library->el_insertstr(editor, more.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
 }
 
 line_end line_reader::read(std::string *line, const char *prompt)
 {
     line->clear();
-    if (!is_terminal()) {
+    if (editor_ == nullptr) {
+        if (is_terminal_) fputs(prompt, stdout), fflush(stdout);
         const line_end end = read_plain(line);
         if (end == line_end::LINE && !line->ends_with('\n')) line->push_back('\n');
         return end;
@@ -230,7 +236,7 @@ line_end line_reader::read(std::string *line, const char *prompt)
     int size = 0;
     take_interrupt();
     errno = 0;
-    const char *text = el_gets(editor_, &size);
+    const char *text = library->el_gets(editor_, &size);
     if (text != nullptr && size > 0) {
         line->assign(text, static_cast<size_t>(size));
         return line_end::LINE;

@@ -22,7 +22,7 @@ public:
     line_reader &operator=(const line_reader &) = delete;
 
     // Both the standard input and output are a terminal.
-    bool is_terminal() const { return editor_ != nullptr; }
+    bool is_terminal() const { return is_terminal_; }
     // The next line, with a newline at its end. A last line may be read together with the end of
     // the input. Lines of an input that is no terminal leave the rest to who else reads it.
     line_end read(std::string *line, const char *prompt);
@@ -37,7 +37,8 @@ private:
     void start_editor();
 
     completer complete_;
-    editline *editor_ = nullptr;
+    bool is_terminal_ = false;
+    editline *editor_ = nullptr; // NULL too where the editor's library is missing
     history *history_ = nullptr;
     const char *prompt_ = "";
     std::string history_path_; // empty: there is none

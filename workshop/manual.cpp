@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr auto none = std::string_view::npos;
+constexpr auto NONE = std::string_view::npos;
 
 std::string_view manual()
 {
@@ -58,7 +58,7 @@ std::size_t number_size(std::string_view line)
 
 bool is_underline(std::string_view line, char mark)
 {
-    return line.size() > 2 && line.find_first_not_of(mark) == none;
+    return line.size() > 2 && line.find_first_not_of(mark) == NONE;
 }
 
 // "IADD, +      I I -> I": the names; empty for another line.
@@ -67,7 +67,7 @@ std::string_view names_of_heading(std::string_view line)
     if (line.empty() || line[0] == ' ' || line.size() < 5) return {};
     if (line.substr(line.size() - 5, 4) != " -> " || !isupper(line.back())) return {};
     const auto end = line.find("  ");
-    return end == none ? std::string_view() : line.substr(0, end);
+    return end == NONE ? std::string_view() : line.substr(0, end);
 }
 
 // Tables whose rows are entries, and how their rows begin.
@@ -117,7 +117,7 @@ private:
     std::size_t behind(std::size_t place) const
     {
         const auto end = text_.find('\n', place);
-        return end == none ? text_.size() : end + 1;
+        return end == NONE ? text_.size() : end + 1;
     }
     bool take_title(std::size_t place);
     bool take_heading(std::size_t place);

@@ -29,12 +29,17 @@
 #include "strings/tokens.h"
 #include "vm/engine.h"
 #include "vm/machine.h"
+#include "vm/stack.h"
 #include "vm/trail.h"
 #include "workshop/interrupt.h"
 #include "workshop/program.h"
 #include "workshop/trace.h"
 
 namespace {
+
+// A session gives a recursion up earlier than a program: what it has touched of the stack stays
+// taken.
+constexpr ULO STACK_OF_SESSION = ULO(256) << 20;
 
 session &the_session() { return start_workshop(); }
 
@@ -152,6 +157,8 @@ workspace::workspace(std::string name)
     s.set_places = &set_places;
     s.program_places = &program_places;
     entered_.name = std::move(name);
+    rt_ctrl->rt_survives = 1;
+    stack_floor = std::max(stack_floor, stack_pointer() - STACK_OF_SESSION);
     build({});
     s.program.read("0", CHECKED);
     bind_terminal(&s);
