@@ -34,10 +34,13 @@ share/doc/kestrin/kestrin.cfg
 share/doc/kestrin/kestrin.doc
 share/doc/kestrin/kestrin.run
 share/kestrin/ckst_udf.cpp
+share/kestrin/termcap
 share/man/man1/kestrin.1.gz
 share/man/man1/kst.1.gz
 share/man/man1/kst-check.1.gz
 share/man/man1/kst-explain.1.gz
+share/man/man1/kst-doc.1.gz
+share/man/man1/kst-repl.1.gz
 share/man/man1/kst-run.1.gz
 share/man/man3/ckst_udf.3.gz
 """.split()
@@ -130,6 +133,38 @@ class Installed(unittest.TestCase):
                          "1,234,567\n")
         self.assertEqual(run("sh", "-c", "echo one | examples/number.kst", directory=documents,
                              PATH=self.path), "     1  one\n\n")
+
+    def test_terminals_are_known(self):
+        with open(os.path.join(self.top, "one.kst"), "w", encoding="utf-8") as program:
+            program.write("1")
+        said = run("kestrin", "one.kst", directory=self.top, PATH=self.path, TERM="xterm-256color",
+                   TERMCAP=os.path.join(self.prefix, "share/kestrin/termcap"))
+        self.assertTrue(said.startswith("Current termcap settings:\n"), said[:300])
+
+    def test_the_package_links_its_terminals_where_there_are_none(self):
+        if not OPTIONS.package:
+            self.skipTest("no package")
+        scripts, etc = os.path.join(self.top, "DEBIAN"), os.path.join(self.top, "etc")
+        run("dpkg-deb", "-e", OPTIONS.package, scripts)
+        os.mkdir(etc)
+        link = os.path.join(etc, "termcap")
+
+        def call(script, word):
+            with open(os.path.join(scripts, script), encoding="utf-8") as text:
+                run("sh", "-c", text.read().replace("/etc/termcap", link), script, word)
+
+        call("postinst", "configure")
+        self.assertTrue(os.path.samefile(link, os.path.join(self.prefix, "share/kestrin/termcap")))
+        call("postinst", "configure")
+        call("prerm", "upgrade")
+        self.assertTrue(os.path.exists(link))
+        call("prerm", "remove")
+        self.assertFalse(os.path.lexists(link))
+        with open(link, "w", encoding="utf-8") as own:
+            own.write("mine")
+        call("postinst", "configure")
+        call("prerm", "remove")
+        self.assertEqual(os.path.getsize(link), 4)
 
     def build(self, unit, program):
         words = run("pkg-config", "--cflags", "--libs", "--static", "kestrin",
