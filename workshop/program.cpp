@@ -143,6 +143,14 @@ known_functions::known_functions()
 
 known_functions::~known_functions() { lut_free_view(&table); }
 
+std::vector<fault> faults_of_balance(const source &from)
+{
+    std::vector<fault> faults = find_open_strings(from);
+    std::string text = from.text;
+    if (faults.empty()) mend_balance(&text, &faults, count_faults);
+    return faults;
+}
+
 bool check_program(const source &from, program *into, lut **table)
 {
     std::string text = from.text;
