@@ -87,8 +87,16 @@ COMMANDS = [
     (["doc", "errors"], "", 0, "  8. Errors\n", ""),
     (["doc", "kestrin_cfgprofile_path"], "", 0, "10.3 The configuration profile\n", ""),
     (["doc", "strtrn"], "", 1, "", "kst doc: the manual has no `strtrn'; alike: STRTRAN, "),
+    (["fmt"], "", 2, "", "kst fmt: missing FILE"),
+    (["fmt", "none.kst", "good.kst"], "", 2, "", "kst fmt: can't open `none.kst': No such file"),
+    (["fmt", "."], "", 2, "", "kst fmt: can't read `.': Is a directory"),
+    (["fmt", "--check", "good.kst", "bad.kst", "wide.kst"], "", 1, "wide.kst\n", ""),
+    (["fmt", "-"], " (a\n b)", 0, "(a b)\n", ""),
+    (["fmt", "-"], "(a\n  (b)", 1, "", "standard input:1:1: `(' is never closed\n"),
+    (["fmt", "-"], '(a "b)', 1, "", "standard input:1:4: `\"' opens a string"),
 ]
-FILES = {"calls_bad.kst": "(bad 1)", "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n'}
+FILES = {"calls_bad.kst": "(bad 1)", "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n',
+         "wide.kst": "(a\n b)\n"}
 
 
 # Programs that fail, and the lines of what they are told, without the source lines.
@@ -169,7 +177,7 @@ def verbs():
     return re.findall(r"^  (\w+) ", run(["--help"])[1], re.M)
 
 
-class Workshop(unittest.TestCase):
+class Folder(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory(prefix="kst-test-")
         self.addCleanup(self.folder.cleanup)
@@ -291,6 +299,43 @@ class Workshop(unittest.TestCase):
                     self.assertRegex(page, shown)
                 self.assertIn("Xr kst-%s 1\n" % verb, overview)
                 self.assertEqual(run([verb, "--no-such"])[0], 2)
+
+
+class Fmt(Folder):
+    def path(self, name):
+        return os.path.join(self.folder.name, name)
+
+    def test_a_file_is_replaced_only_by_another_layout(self):
+        os.chmod(self.path("wide.kst"), 0o640)
+        os.symlink("wide.kst", self.path("link.kst"))
+        for name, changes in (("link.kst", True), ("wide.kst", False), ("good.kst", False)):
+            with self.subTest(name=name):
+                before = os.stat(self.path(name))
+                self.assertEqual(run(["fmt", name], folder=self.folder.name), (0, "", ""))
+                after = os.stat(self.path(name))
+                self.assertEqual(before.st_mode, after.st_mode)
+                self.assertEqual(before.st_ino != after.st_ino, changes)
+        self.assertTrue(os.path.islink(self.path("link.kst")))
+        with open(self.path("wide.kst"), encoding="utf-8") as f:
+            self.assertEqual(f.read(), "(a b)\n")
+        self.assertEqual(sorted(os.listdir(self.folder.name)), sorted([*FILES, "link.kst"]))
+
+    def test_a_faulty_or_stored_program_is_left_alone(self):
+        open_form = "(progn\n (a)"
+        with open(self.path("open.kst"), "w", encoding="utf-8") as f:
+            f.write(open_form)
+        subprocess.run([os.path.join(os.path.dirname(OPTIONS.kst), "kestrin"), "-c", "good.kst", "x"], cwd=self.folder.name, check=False,
+                       stdout=subprocess.DEVNULL)
+        stored = [n for n in os.listdir(self.folder.name) if n not in (*FILES, "open.kst")]
+        self.assertEqual(len(stored), 1)
+        status, _, err = run(["fmt", "open.kst", stored[0], "wide.kst"], folder=self.folder.name)
+        self.assertEqual(status, 1)
+        self.assertIn("open.kst:1:1: `(' is never closed", err)
+        self.assertIn(stored[0] + ": is a stored program", err)
+        with open(self.path("open.kst"), encoding="utf-8") as f:
+            self.assertEqual(f.read(), open_form)
+        with open(self.path("wide.kst"), encoding="utf-8") as f:
+            self.assertEqual(f.read(), "(a b)\n")
 
 
 def main():

@@ -8,3 +8,4 @@ extern const verb check_verb;
 extern const verb explain_verb;
 extern const verb doc_verb;
 extern const verb repl_verb;
+extern const verb fmt_verb;
