@@ -40,7 +40,8 @@ void set_words(session *s, const source &from, const std::vector<const CHR *> &w
     s->argv = argv.data();
 }
 
-void prepare(session *s, const source &from, const CHR *profile)
+void prepare(session *s, const source &from, const CHR *profile,
+             const std::function<void(tree *)> &arrange)
 {
     static std::vector<code_place> set_places, program_places;
     s->set_places = &set_places;
@@ -55,6 +56,7 @@ void prepare(session *s, const source &from, const CHR *profile)
                           "takes " + std::to_string(p.arguments) + " word" +
                               (p.arguments == 1 ? "" : "s") + ", not " + std::to_string(given)}});
     s->program = std::move(p.parsed);
+    if (arrange) arrange(&s->program);
     bind_terminal(s);
     if (given > 0) bind_exact_words(s);
     if (!is_one_form(s->program)) wrap_program(s);
@@ -94,14 +96,15 @@ constexpr option options[] = {
 
 } // namespace
 
-void run_source(source from, const std::vector<const CHR *> &words, const CHR *profile)
+void run_source(source from, const std::vector<const CHR *> &words, const CHR *profile,
+                const std::function<void(tree *)> &arrange)
 {
     session *s = &start_workshop();
     set_words(s, from, words);
     if (is_precompiled(from.text))
         prepare_stored(s, from);
     else
-        prepare(s, from, profile);
+        prepare(s, from, profile, arrange);
     error_trail trail;
     rt_ctrl->rt_trail = &trail;
     if (run_to_end(s)) exit(STATUS_GOOD);
