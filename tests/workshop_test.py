@@ -7,10 +7,13 @@ import argparse
 import json
 import os
 import re
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
+import xml.etree.ElementTree
 
 from workshop_faults import random_faults
 
@@ -92,7 +95,14 @@ COMMANDS = [
     (["fmt", "."], "", 2, "", "kst fmt: can't read `.': Is a directory"),
     (["fmt", "--check", "good.kst", "bad.kst", "wide.kst"], "", 1, "wide.kst\n", ""),
     (["fmt", "-"], " (a\n b)", 0, "(a b)\n", ""),
-    (["fmt", "-"], "(a\n  (b)", 1, "", "standard input:1:1: `(' is never closed\n"),
+    (["fmt", "-"], "(a\n  (b)", 1, "", "standard input:2:3: this `(' is never closed\n"),
+    (["test"], "", 2, "", "kst test: no program has a comment `# expect:' or `# error:'"),
+    (["test", "good.kst"], "", 2, "", "kst test: `good.kst' has no comment `# expect:'"),
+    (["test", "none.kst"], "", 2, "", "kst test: can't open `none.kst': No such file"),
+    (["test", "--jobs", "0"], "", 2, "", "kst test: `--jobs' wants a number from 1 to 50"),
+    (["test", "--jobs", "2x"], "", 2, "", "kst test: `--jobs' wants a number"),
+    (["test", "--timeout", ""], "", 2, "", "kst test: `--timeout' wants seconds"),
+    (["test", "--junit"], "", 2, "", "kst test: `--junit' wants FILE"),
     (["fmt", "-"], '(a "b)', 1, "", "standard input:1:4: `\"' opens a string"),
 ]
 FILES = {"calls_bad.kst": "(bad 1)", "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n',
@@ -170,7 +180,7 @@ CHECKED = [
 def run(words, text="", folder=None):
     done = subprocess.run([OPTIONS.kst] + words, input=text.encode(), cwd=folder, check=False,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    return done.returncode, done.stdout.decode(), done.stderr.decode()
+    return done.returncode, done.stdout.decode("utf-8", "replace"), done.stderr.decode("utf-8", "replace")
 
 
 def verbs():
@@ -330,12 +340,115 @@ class Fmt(Folder):
         self.assertEqual(len(stored), 1)
         status, _, err = run(["fmt", "open.kst", stored[0], "wide.kst"], folder=self.folder.name)
         self.assertEqual(status, 1)
-        self.assertIn("open.kst:1:1: `(' is never closed", err)
+        self.assertRegex(err, "open.kst:[12]:[0-9]+: ")
         self.assertIn(stored[0] + ": is a stored program", err)
         with open(self.path("open.kst"), encoding="utf-8") as f:
             self.assertEqual(f.read(), open_form)
         with open(self.path("wide.kst"), encoding="utf-8") as f:
             self.assertEqual(f.read(), "(a b)\n")
+
+
+# A program that says what it does, then what kst test tells of it without the file's name; empty if
+# it is right.
+SAYING = [
+    ('(defun f (*. 2. $1))\n(f 4) # expect: 8.0\n(str (f 4)) # expect: 8.0000000000000000E+00', ""),
+    ('nil # expect: `NIL\'', ""),
+    ('(f) # expect: 1\n# error: undefined function name', ""),
+    ('(defun f 1) # expect: 1\n# error: 1', "ended with a fault\n:2: expected error 1\n:1:10: "),
+    ('(defun f (+ 1 $1)) # expect: 1', ":1: the form has no value"),
+    ('(progn (defun f (+ $1 1))\n (progn (f 1) (rem x))) # expect: 2', ""),
+    ('(setq a (+ 1 1)) # expect: 3\na # expect: 2', ":1: the value is another one\n-3\n+2\n"),
+    ('(setq kst_value 4) # expect: 4\n(+ kst_value 1) # expect: 5', ""),
+    ('(exit) # error: 1', "ended without an error\n:1: expected error 1\n"),
+    ('(/ 1 0)\n# error: 1', ""),
+    ('(/ 1 0)\n# error: by zero', ""),
+    ('(/ 1 0)\n# error: 11', "ended with a fault\n:2: expected error 11\n:1:1: runtime error 1: "),
+    ('(/ 1 0) # expect: 1', "ended with a fault\n:1:1: runtime error 1: "),
+    ('(progn (a)\n# error: missing', ""),
+    ('# input: a\n# input: b\\c\n(outf "%s" (accept ""))\n(accept "") # expect: b\n'
+     '# expect: a\n# expect: b', ""),
+    ('(outf "%s" "x\\ny\\n")\n""\n# expect: x\n# expect: z', "the output is another one\nx\n-z\n+y\n"),
+    ('(outf "%s" "x")\n(exit)\n# expect: x', ""),
+    ('(scan_console 1)\n# error: 99', "ended"),
+    ('(while 1 1)\n# expect: x', "takes too long\n"),
+    ('(while 1 (outf "%s" "' + 90 * "x" + '"))\n# expect: x', "writes more than 16 MB\n"),
+    ('(progn (for i 0 1 255 (file_close i)) (while 1 1))\n# expect: x', "takes too long\n"),
+    ('(/ (- -9223372036854775807 1) -1)\n# expect: x', "died of signal 8, Floating point exception\n"),
+]
+
+
+class Test(Folder):
+    def write(self, name, text):
+        path = os.path.join(self.folder.name, name)
+        with open(path, "wb") as f:
+            f.write(text if isinstance(text, bytes) else text.encode())
+        return path
+
+    def test_what_programs_say(self):
+        for i, (text, _) in enumerate(SAYING):
+            self.write("%02d.kst" % i, text + "\n")
+        status, out, _ = run(["test", "--timeout", "1"], folder=self.folder.name)
+        self.assertEqual(status, 1)
+        lines = [line.strip() for line in out.splitlines()]
+        for i, (text, told) in enumerate(SAYING):
+            with self.subTest(text=text):
+                mine = [n for n, line in enumerate(lines) if line.startswith("%02d.kst:" % i)]
+                end = next((n for n in range(mine[-1] + 1, len(lines))
+                            if re.match(r"\d\d\.kst:|\d+ passed", lines[n])), 0) if mine else 0
+                shown = "\n".join(lines[mine[0]:end]) + "\n" if mine else ""
+                shown = re.sub(r"(?m)^%02d\.kst(:(?= )|(?=:\d)) ?" % i, "", shown)
+                self.assertTrue(shown.startswith(told) if told else not shown, shown)
+        self.assertEqual(lines[-1], "%d passed, %d failed." % (
+            sum(not told for _, told in SAYING), sum(bool(told) for _, told in SAYING)))
+
+    def test_updated_comments_are_right_and_the_rest_stays(self):
+        told = b"".join(b'(outf "%%s" (chr %d))\n' % i for i in range(1, 256))
+        text = (b'#!/usr/bin/x\n' + told + b'(cat "a\\\\" " b ") # expect:\n'
+                b'  # expect: one\n(/ 7. 2) # kept\n5   # expect: 4 \n(outf "%s" "end") # expect:\n')
+        path = self.write("bytes.kst", text)
+        status, out, _ = run(["test", "--update", path])
+        self.assertEqual((status, out), (0, "1 passed.\n"))
+        with open(path, "rb") as f:
+            code = [re.sub(rb"\s*# expect:.*", b"", line) for line in f.read().splitlines()]
+        wanted = [re.sub(rb"\s*# expect:.*", b"", line) for line in text.splitlines()]
+        self.assertEqual([c for c in code if c], [w for w in wanted if w])
+        for words in (["test", path], ["fmt", path], ["test", path]):
+            self.assertEqual(run(words)[0], 0, words)
+
+    def test_a_failing_program_is_not_updated(self):
+        for text in ("(/ 1 0)\n# expect: x\n", "1\n# error: 1\n", "(a\n# expect: x\n"):
+            path = self.write("fails.kst", text)
+            self.assertEqual(run(["test", "--update", path])[0], 1)
+            with open(path, encoding="utf-8") as f:
+                self.assertEqual(f.read(), text)
+
+    def test_tap_and_junit(self):
+        self.write("1.kst", "1 # expect: 1\n")
+        self.write("2.kst", '"<&\x01\xff\x80" # expect: 2\n'.encode("latin-1"))
+        status, out, _ = run(["test", "--tap", "--junit", "j.xml", "."], folder=self.folder.name)
+        self.assertEqual(status, 1)
+        self.assertTrue(out.startswith("TAP version 13\n1..2\nok 1 - 1.kst\nnot ok 2 - 2.kst\n# "))
+        suite = xml.etree.ElementTree.parse(os.path.join(self.folder.name, "j.xml")).getroot()
+        self.assertEqual((suite.get("tests"), suite.get("failures")), ("2", "1"))
+        self.assertEqual([len(case) for case in suite], [0, 1])
+
+    def test_an_interrupt_leaves_no_process(self):
+        path = self.write("loop.kst", "(while 1 1)\n# expect: x\n")
+        asked = subprocess.Popen([OPTIONS.kst, "test", path])
+        children = "/proc/%d/task/%d/children" % (asked.pid, asked.pid)
+        for _ in range(500):
+            with open(children, encoding="utf-8") as f:
+                child = f.read().split()
+            if child:
+                break
+            time.sleep(0.01)
+        asked.send_signal(signal.SIGINT)
+        self.assertEqual(asked.wait(10), -signal.SIGINT)
+        for _ in range(500):
+            if not os.path.exists("/proc/" + child[0]):
+                return
+            time.sleep(0.01)
+        self.fail("the program goes on")
 
 
 def main():

@@ -13,9 +13,6 @@
 // Reads a file, "-" for the standard input. False with the reason in `*why`.
 bool read_source(const CHR *path, source *into, std::string *why);
 
-// Quotes and parentheses without their partners; none: the text can be taken apart.
-std::vector<fault> faults_of_balance(const source &from);
-
 // Quotes and parentheses without their partners; none: the text can be taken apart. Wants the
 // language started.
 std::vector<fault> faults_of_balance(const source &from);

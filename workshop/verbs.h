@@ -9,3 +9,4 @@ extern const verb explain_verb;
 extern const verb doc_verb;
 extern const verb repl_verb;
 extern const verb fmt_verb;
+extern const verb test_verb;
