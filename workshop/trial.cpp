@@ -83,7 +83,7 @@ public:
     }
     ~child()
     {
-        if (pid_ > 0) kill(-pid_, SIGKILL);
+        if (pid_ > 0) stop(ending::SIGNAL);
         for (const int end : ends_)
             if (end >= 0) close(end);
     }
@@ -135,7 +135,7 @@ private:
 
     static void take(int *end, std::string *written)
     {
-        CHR buffer[16384];
+        CHR buffer[65536];
         const ssize_t got = read(*end, buffer, sizeof buffer);
         if (got > 0) written->append(buffer, static_cast<ULO>(got));
         if (got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR))) return;
