@@ -86,7 +86,7 @@ int run_verb_on(const request &asked)
         words.erase(words.begin());
     else
         return refused("kst run", why);
-    run_source(std::move(from), words, asked.value("--cfg"));
+    run_source(from, words, asked.value("--cfg"));
 }
 
 constexpr option options[] = {
@@ -96,7 +96,7 @@ constexpr option options[] = {
 
 } // namespace
 
-void run_source(source from, const std::vector<const CHR *> &words, const CHR *profile,
+void run_source(const source &from, const std::vector<const CHR *> &words, const CHR *profile,
                 const std::function<void(tree *)> &arrange)
 {
     session *s = &start_workshop();
