@@ -177,6 +177,7 @@ std::vector<fault> find_unset(program checked)
     std::vector<node_index> uses;
     std::vector<fault> faults;
     kst_uninit_check("Main", t, &uses);
+    faults.reserve(uses.size());
     for (const node_index n : uses)
         faults.push_back({t.place_of(t.nodes[n]),
                           "`" + std::string(names().text(t.nodes[n].name)) +
