@@ -4,15 +4,15 @@
   count.py [ROOT]   prints the table; status 1 if a share is above a third
 
 Product is the engine, its tools and the extension kit: sources, tables, the kit's programs and build
-files. Test code is what tests/ holds, whatever its language, but for the golden cases. Those are
-counted as they are written: line cases, programs and the files beside them. What programs answer
-(recorded by run.py --accept, or beside the kit's programs) has a row of its own and no share.
-Manual, documents, benches and packaging are not counted.
+files. Test code is what tests/ holds, whatever its language, but for the golden cases: line cases,
+programs and the files beside them, and the records of what programs answer. Manual, documents,
+benches and packaging are not counted.
 """
 import os
 import sys
 
-PRODUCT = ("strings", "terminal", "vm", "frontend", "bytecode", "driver", "extension", "native", "workshop")
+PRODUCT = ("strings", "terminal", "vm", "frontend", "bytecode", "mapcar", "native",
+           "driver", "extension", "workshop")
 RECORDS = (".out", ".err", ".status")
 GOLDEN = os.path.join("tests", "golden", "")
 RUNNER = GOLDEN + "run.py"
@@ -50,7 +50,7 @@ def main():
     root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
     rows = count(sys.argv[1] if len(sys.argv) > 1 else root)
     product, code = rows["product"], rows["test code"]
-    tests = code + rows["cases and programs"]
+    tests = code + rows["cases and programs"] + rows["records"]
     shares = (("test code to product", code, product), ("tests to all", tests, product + tests))
     for name, lines in rows.items():
         print("%-22s %6d" % (name, lines))
