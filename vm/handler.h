@@ -299,19 +299,20 @@ template <class T, operand_kind kind = ANY> void eval_number(const ULO *word, ke
 // The signature of `op` says the rest: how many operands, how each is fetched, the result's letter.
 // `fault` takes the same operands and gives the error to raise, or rt_text::NONE. An operation in
 // the sense of vm/forms.h.
-template <auto op, auto fault = nullptr> struct numeric;
+template <auto op, auto fault = nullptr, bool of_members = true> struct numeric;
 
 template <class T>
 concept is_number = std::is_same_v<T, SLO> || std::is_same_v<T, DFL>;
 
-template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fault> {
+template <class R, class... A, R (*op)(A...), auto fault, bool of_members>
+struct numeric<op, fault, of_members> {
     static_assert((is_number<R> && ... && is_number<A>),
                   "an operation on numbers takes and gives SLO and DFL, no other types");
     using result = R;
     static constexpr wanted wants[] = {{in_record<A>::letter}...};
     static constexpr bool truth = false;
     static constexpr bool may_fault = !std::is_null_pointer_v<decltype(fault)>;
-    static constexpr bool members = !may_fault;
+    static constexpr bool members = of_members && !may_fault;
     template <class> static constexpr operand_kind unknown = ANY;
     using every = std::index_sequence_for<A...>;
 

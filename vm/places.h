@@ -72,7 +72,7 @@ inline ULO places_to_allocate(ULO size)
 {
     if (!the_engine.small_arrays || size < 1024) return size;
     const ULO step = std::bit_floor(size) / 8;
-    return (size + step - 1) / step * step;
+    return (size + step - 1) & ~(step - 1); // step is a power of two
 }
 
 // Most arrays have the fewest places, and programs that build trees drop as many as they make: such

@@ -117,6 +117,7 @@ ULO count_faults(const std::string &text)
 std::vector<fault> faults_of(const std::vector<syntax_fault> &found, const tree &t)
 {
     std::vector<fault> faults;
+    faults.reserve(found.size());
     for (const syntax_fault &one : found)
         faults.push_back({t.place_of(t.nodes[one.node]), short_text(one)});
     return faults;

@@ -42,9 +42,7 @@ SLO random_integer(SLO m)
 template <rt_text text> rt_text zero_divisor(SLO, SLO b) { return b == 0 ? text : rt_text::NONE; }
 
 // Operations that arrays seldom go into have no forms for members of them.
-template <class op> struct without_members : op {
-    static constexpr bool members = false;
-};
+template <auto op> using without_members = numeric<op, nullptr, false>;
 
 // AND and OR evaluate the second operand only if the first leaves the result open.
 template <bool decided_by> struct decide {
@@ -91,13 +89,13 @@ template <bool decided_by> struct decide {
     X(idecr, numeric<decrement>)                                                                   \
     X(ineg, numeric<negate>)                                                                       \
     X(iabs, numeric<absolute>)                                                                     \
-    X(iand, without_members<numeric<bit_and>>)                                                     \
-    X(ior, without_members<numeric<bit_or>>)                                                       \
-    X(ixor, without_members<numeric<bit_xor>>)                                                     \
-    X(inot, without_members<numeric<bit_not>>)                                                     \
-    X(ishr, without_members<numeric<shift_right>>)                                                 \
-    X(ishl, without_members<numeric<shift_left>>)                                                  \
-    X(not, without_members<numeric<logical_not>>)
+    X(iand, without_members<bit_and>)                                                              \
+    X(ior, without_members<bit_or>)                                                                \
+    X(ixor, without_members<bit_xor>)                                                              \
+    X(inot, without_members<bit_not>)                                                              \
+    X(ishr, without_members<shift_right>)                                                          \
+    X(ishl, without_members<shift_left>)                                                           \
+    X(not, without_members<logical_not>)
 
 INTEGER_INSTRUCTIONS(HANDLERS)
 HANDLERS(ima, numeric<multiply_add>)
