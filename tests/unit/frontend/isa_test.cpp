@@ -27,8 +27,6 @@ std::string row_of(const std::string &all, const std::string &name)
     return all.substr(from, all.find(')', from) + 1 - from);
 }
 
-const char *const no_setq = "[In function `Main': undefined function name `SETQ': (setq a 1)]";
-
 class Isa : public testing::Test {
 protected:
     void SetUp() override { kit::start_passes(); }
