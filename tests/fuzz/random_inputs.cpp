@@ -10,8 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 int main()
 {
-    const rlimit memory = {std::size_t(1) << 31, std::size_t(1) << 31};
 #ifndef __SANITIZE_ADDRESS__
+    const rlimit memory = {std::size_t(1) << 31, std::size_t(1) << 31};
     setrlimit(RLIMIT_AS, &memory);
 #endif
     const char *asked = getenv("KESTRIN_TEST_COUNT");
