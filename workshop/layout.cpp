@@ -6,8 +6,12 @@
 #include <algorithm>
 #include <vector>
 
+#include "strings/fatal.h"
 #include "strings/tokens.h"
+#include "vm/stack.h"
 #include "workshop/outline.h"
+
+FATAL_SITE(STACK_LAYOUT, "kst", "laid_out", 1)
 
 namespace {
 
@@ -212,6 +216,7 @@ private:
 
     void write_open(const piece &form, ULO closing)
     {
+        check_stack(site::STACK_LAYOUT);
         const ULO begin = column_;
         const ULO indent = std::min(begin + (has_strings(form) ? 1 : 2), deepest_indent);
         ULO words = words_in_line(form, begin, closing);
