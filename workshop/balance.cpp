@@ -10,9 +10,9 @@
 
 namespace {
 
-constexpr ULO most_changes = 16; // one after the other: what needs more is not mended
-constexpr ULO short_text = 4000; // tokens that are all looked at
-constexpr ULO most_checks = 300; // of texts in balance
+constexpr ULO MOST_CHANGES = 16; // one after the other: what needs more is not mended
+constexpr ULO SHORT_TEXT = 4000; // tokens that are all looked at
+constexpr ULO MOST_CHECKS = 300; // of texts in balance
 
 struct token {
     ULO from, to; // bytes of the text
@@ -181,13 +181,13 @@ private:
 void search::choose_range()
 {
     seen_to_ = to_ = tokens_.size();
-    if (to_ <= short_text) return;
+    if (to_ <= SHORT_TEXT) return;
     layout walk;
     ULO suspect = 0;
     while (suspect < to_ && walk.result().misplaced == 0) walk.pass(tokens_[suspect++]);
-    from_ = suspect > short_text / 4 ? suspect - short_text / 4 : 0;
-    to_ = std::min(suspect + short_text / 16, to_);
-    seen_to_ = std::min(to_ + short_text / 4, seen_to_);
+    from_ = suspect > SHORT_TEXT / 4 ? suspect - SHORT_TEXT / 4 : 0;
+    to_ = std::min(suspect + SHORT_TEXT / 16, to_);
+    seen_to_ = std::min(to_ + SHORT_TEXT / 4, seen_to_);
     for (ULO i = 0; i < from_; i++) before_.pass(tokens_[i]);
 }
 
@@ -237,7 +237,7 @@ change search::find()
     change chosen = equals_.back();
     if (unmatched() > 1) return chosen;
     ULO least = ~ULO(0), checks = 0;
-    for (ULO i = equals_.size(); i > 0 && least > 0 && checks < most_checks; i--, checks++) {
+    for (ULO i = equals_.size(); i > 0 && least > 0 && checks < MOST_CHECKS; i--, checks++) {
         const ULO faults = count_faults_(text_with(equals_[i - 1]));
         if (faults >= least) continue;
         least = faults;
@@ -299,7 +299,7 @@ bool mend_balance(std::string *text, std::vector<fault> *faults,
         const change made = here.find();
         const fault found = here.tell(made);
         if (faults->empty() || faults->back().at.line != found.at.line) faults->push_back(found);
-        if (here.unmatched() > most_changes) return false;
+        if (here.unmatched() > MOST_CHANGES) return false;
         *text = here.text_with(made);
     }
 }

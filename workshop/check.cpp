@@ -18,10 +18,6 @@ public:
     std::vector<fault> never_called() const;
 
 private:
-    bool is_definition(const node &n) const
-    {
-        return n.letter == 'U' && (groups_of(word_of(n.name)) & in(GROUP_DEFUN));
-    }
     void walk(node_index n);
 
     const tree &tree_;

@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr ULO largest_table = ULO(4) << 20;
-constexpr ULO around = 2;       // lines shown around a difference
-constexpr ULO most_shown = 100; // lines of a difference
+constexpr ULO LARGEST_TABLE = ULO(4) << 20;
+constexpr ULO AROUND = 2;       // lines shown around a difference
+constexpr ULO MOST_SHOWN = 100; // lines of a difference
 
 using lines = std::vector<std::string_view>;
 
@@ -63,7 +63,7 @@ middle middle_of(const lines &a, const lines &b)
 void show_middle(std::vector<std::string> *shown, const lines &a, const lines &b, const middle &m)
 {
     ULO i = m.from, j = m.from;
-    if ((m.a_end - m.from) * (m.b_end - m.from) <= largest_table) {
+    if ((m.a_end - m.from) * (m.b_end - m.from) <= LARGEST_TABLE) {
         table t(a, b, m.from, m.a_end, m.b_end);
         while (i < m.a_end && j < m.b_end)
             if (a[i] == b[j])
@@ -95,14 +95,14 @@ std::vector<std::string> difference(std::string_view wanted, std::string_view go
     const lines a = lines_of(wanted), b = lines_of(got);
     const middle m = middle_of(a, b);
     std::vector<std::string> shown;
-    for (ULO i = m.from - std::min(m.from, around); i < m.from; i++)
+    for (ULO i = m.from - std::min(m.from, AROUND); i < m.from; i++)
         shown.push_back(visible(' ', a[i]));
     show_middle(&shown, a, b, m);
-    for (ULO i = m.a_end; i < std::min(a.size(), m.a_end + around); i++)
+    for (ULO i = m.a_end; i < std::min(a.size(), m.a_end + AROUND); i++)
         shown.push_back(visible(' ', a[i]));
-    if (shown.size() > most_shown) {
-        const ULO left_out = shown.size() - most_shown;
-        shown.resize(most_shown);
+    if (shown.size() > MOST_SHOWN) {
+        const ULO left_out = shown.size() - MOST_SHOWN;
+        shown.resize(MOST_SHOWN);
         shown.push_back("... " + std::to_string(left_out) + " more lines");
     }
     return shown;

@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr ULO widest = 96; // bytes of a line that are shown
-constexpr ULO ahead = 60;  // of them, at most, in front of the place
+constexpr ULO WIDEST = 96; // bytes of a line that are shown
+constexpr ULO AHEAD = 60;  // of them, at most, in front of the place
 
 bool continues_character(CHR byte) { return (static_cast<UCH>(byte) & 0xC0) == 0x80; }
 
@@ -28,9 +28,9 @@ void print_gap(FILE *stream, std::string_view text)
 
 void print_marked(FILE *stream, std::string_view line, ULO place)
 {
-    ULO from = place > widest - 1 ? place - ahead : 0;
+    ULO from = place > WIDEST - 1 ? place - AHEAD : 0;
     while (from > 0 && continues_character(line[from])) from--;
-    ULO to = std::min(line.size(), from + widest);
+    ULO to = std::min(line.size(), from + WIDEST);
     while (to < line.size() && continues_character(line[to])) to++;
     fputs("    ", stream);
     print_plain(stream, line.substr(from, to - from));

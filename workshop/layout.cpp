@@ -15,9 +15,9 @@ FATAL_SITE(STACK_LAYOUT, "kst", "laid_out", 1)
 
 namespace {
 
-constexpr ULO widest = 100;
+constexpr ULO WIDEST = 100;
 // Deeper forms are not indented further: a text is as long as its forms, however deep they stand.
-constexpr ULO deepest_indent = 80;
+constexpr ULO DEEPEST_INDENT = 80;
 
 // What is known of a word: how many of its arguments stand behind it on its line, and whether the
 // others are to be done one after the other.
@@ -101,7 +101,7 @@ private:
             if (!p->is_code()) continue;
             column += flat(*p) + 1;
             const ULO behind = p->next == NO_PIECE ? closing + 1 : 0;
-            const bool fits = p->kind == piece_kind::TOKEN && column + behind <= widest;
+            const bool fits = p->kind == piece_kind::TOKEN && column + behind <= WIDEST;
             if (count > 0 && (!fits || has_strings(form))) break;
             count++;
         }
@@ -170,7 +170,7 @@ private:
         case piece_kind::REMARK: write_remark(p); break;
         case piece_kind::TOKEN: write_as_it_stands(p.text, 0); break;
         case piece_kind::FORM:
-            if (flat(p) != never && column_ + flat(p) + closing <= widest)
+            if (flat(p) != never && column_ + flat(p) + closing <= WIDEST)
                 write_flat(p);
             else
                 write_open(p, closing);
@@ -218,7 +218,7 @@ private:
     {
         check_stack(site::STACK_LAYOUT);
         const ULO begin = column_;
-        const ULO indent = std::min(begin + (has_strings(form) ? 1 : 2), deepest_indent);
+        const ULO indent = std::min(begin + (has_strings(form) ? 1 : 2), DEEPEST_INDENT);
         ULO words = words_in_line(form, begin, closing);
         bool may_be_blank = false; // ahead of the next piece
         put("(");
@@ -233,7 +233,7 @@ private:
             }
             write_piece(*p, p->next == NO_PIECE ? closing + 1 : 0);
         }
-        if (behind_note()) begin_line(false, std::min(begin, deepest_indent));
+        if (behind_note()) begin_line(false, std::min(begin, DEEPEST_INDENT));
         put(")");
     }
 

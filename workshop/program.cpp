@@ -14,10 +14,12 @@
 #include "driver/start.h"
 #include "frontend/check.h"
 #include "frontend/forms.h"
+#include "frontend/groups.h"
 #include "frontend/isa.h"
 #include "frontend/reader.h"
 #include "frontend/self_check.h"
 #include "frontend/uninit.h"
+#include "frontend/words.h"
 #include "strings/scratch.h"
 #include "strings/tokens.h"
 #include "vm/engine.h"
@@ -121,6 +123,11 @@ std::vector<fault> faults_of(const std::vector<syntax_fault> &found, const tree 
     for (const syntax_fault &one : found)
         faults.push_back({t.place_of(t.nodes[one.node]), short_text(one)});
     return faults;
+}
+
+bool is_definition(const node &n)
+{
+    return n.letter == 'U' && (groups_of(word_of(n.name)) & in(GROUP_DEFUN));
 }
 
 bool read_source(const CHR *path, source *into, std::string *why)

@@ -35,6 +35,9 @@ struct known_functions {
 // What the checker has found in a tree.
 std::vector<fault> faults_of(const std::vector<syntax_fault> &found, const tree &t);
 
+// Whether a node of a checked tree defines a function.
+bool is_definition(const node &n);
+
 // Checks a source and leaves its tree, with the place of each node, and all its faults: those of
 // parentheses first, as others may be their consequences. Wants the
 // language started; the functions of the source are entered in the table. Returns whether there

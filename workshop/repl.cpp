@@ -231,11 +231,16 @@ std::string recalled(const std::string &entry)
     return std::string(trimmed(joined));
 }
 
+std::string lower_case(std::string text)
+{
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    return text;
+}
+
 bool leaves(const std::string &entry)
 {
-    std::string word(trimmed(entry));
-    std::transform(word.begin(), word.end(), word.begin(),
-                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
+    const std::string word = lower_case(std::string(trimmed(entry)));
     return word == "(exit)" || word == "exit" || word == "quit";
 }
 
@@ -251,13 +256,6 @@ void answer(prompt_session *p, const std::string &entry)
 }
 
 // -- Completion --------------------------------------------------------------------------------
-
-std::string lower_case(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
-    return text;
-}
 
 std::vector<std::string> candidates(const prompt_session &p, bool of_commands)
 {

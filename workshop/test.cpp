@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr ULO most_jobs = 50, usual_seconds = 10, most_seconds = 86400;
+constexpr ULO MOST_JOBS = 50, USUAL_SECONDS = 10, MOST_SECONDS = 86400;
 
 struct test_run {
     std::vector<trial> trials;
@@ -114,11 +114,11 @@ int run_tests(const request &asked, const test_run &run, ULO jobs, ULO seconds)
 
 int test_verb_on(const request &asked)
 {
-    ULO jobs = std::min(static_cast<ULO>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L)), most_jobs);
-    ULO seconds = usual_seconds;
-    if (!read_number(asked, "--jobs", most_jobs, &jobs))
+    ULO jobs = std::min(static_cast<ULO>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L)), MOST_JOBS);
+    ULO seconds = USUAL_SECONDS;
+    if (!read_number(asked, "--jobs", MOST_JOBS, &jobs))
         return refused("kst test", "`--jobs' wants a number from 1 to 50");
-    if (!read_number(asked, "--timeout", most_seconds, &seconds))
+    if (!read_number(asked, "--timeout", MOST_SECONDS, &seconds))
         return refused("kst test", "`--timeout' wants seconds from 1 to 86400");
     start_workshop();
     test_run run;

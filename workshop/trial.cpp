@@ -22,9 +22,9 @@ namespace {
 using steady = std::chrono::steady_clock;
 
 // Descriptors that programs open get the same numbers as without a trial.
-constexpr int told_descriptor = 200, most_descriptors = 256;
-constexpr int no_trial = 127; // exit status: the system gives no process, pipe or file
-constexpr int patience = 2;   // milliseconds between two looks at a process that is silent for good
+constexpr int TOLD_DESCRIPTOR = 200, MOST_DESCRIPTORS = 256;
+constexpr int NO_TRIAL = 127; // exit status: the system gives no process, pipe or file
+constexpr int PATIENCE = 2;   // milliseconds between two looks at a process that is silent for good
 
 volatile sig_atomic_t interrupted = 0;
 void note_interrupt(int signal) { interrupted = signal; }
@@ -35,13 +35,13 @@ void note_interrupt(int signal) { interrupted = signal; }
 void tell_error_code()
 {
     const std::string code = std::to_string(rt_ctrl->rt_error_code);
-    dprintf(told_descriptor, "0 E %zu:%s", code.size(), code.c_str());
+    dprintf(TOLD_DESCRIPTOR, "0 E %zu:%s", code.size(), code.c_str());
 }
 
 void become_input(const std::string &text)
 {
     FILE *file = tmpfile();
-    if (file == nullptr) _exit(no_trial);
+    if (file == nullptr) _exit(NO_TRIAL);
     fwrite(text.data(), 1, text.size(), file);
     rewind(file);
     dup2(fileno(file), STDIN_FILENO);
@@ -56,12 +56,12 @@ void become_input(const std::string &text)
     become_input(t.input);
     dup2(pipes[0][1], STDOUT_FILENO);
     dup2(pipes[1][1], STDERR_FILENO);
-    dup2(pipes[2][1], told_descriptor);
-    for (int i = STDERR_FILENO + 1; i < most_descriptors; i++)
-        if (i != told_descriptor) close(i);
+    dup2(pipes[2][1], TOLD_DESCRIPTOR);
+    for (int i = STDERR_FILENO + 1; i < MOST_DESCRIPTORS; i++)
+        if (i != TOLD_DESCRIPTOR) close(i);
     atexit(tell_error_code);
     run_source(t.from, {}, nullptr,
-               [&t](tree *checked) { watch_forms(checked, t.watched, told_descriptor); });
+               [&t](tree *checked) { watch_forms(checked, t.watched, TOLD_DESCRIPTOR); });
 }
 
 // -- the parent
@@ -106,7 +106,7 @@ public:
             if (ends_[i] >= 0) take(&ends_[i], &written_[i]);
             is_silent = is_silent && ends_[i] < 0;
         }
-        if (pid_ <= 0) return end_as(ending::EXIT, no_trial);
+        if (pid_ <= 0) return end_as(ending::EXIT, NO_TRIAL);
         if (written_[0].size() + written_[1].size() + written_[2].size() > most_output)
             return stop(ending::TOO_MUCH);
         if (is_silent && has_ended()) return true;
@@ -171,7 +171,7 @@ void wait_for(const std::vector<std::unique_ptr<child>> &running)
 {
     std::vector<pollfd> wanted;
     for (const auto &c : running) c->await(&wanted);
-    poll(wanted.data(), wanted.size(), patience);
+    poll(wanted.data(), wanted.size(), PATIENCE);
 }
 
 } // namespace

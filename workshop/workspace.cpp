@@ -112,11 +112,6 @@ std::vector<std::string> names_defined_in(const std::string &text)
 
 // -- Trees -------------------------------------------------------------------------------------
 
-bool is_definition(const tree &t, node_index n)
-{
-    return t.nodes[n].letter == 'U' && (groups_of(word_of(t.nodes[n].name)) & in(GROUP_DEFUN));
-}
-
 bool is_progn(const tree &t)
 {
     return (groups_of(word_of(t.nodes[t.root].name)) & in(GROUP_PROGN)) != 0;
@@ -134,7 +129,7 @@ bool defines_only(const tree &t)
 {
     if (!is_progn(t)) return false;
     for (node_index i = t.nodes[t.root].first; i != NO_NODE; i = t.nodes[i].next)
-        if (!is_definition(t, i)) return false;
+        if (!is_definition(t.nodes[i])) return false;
     return true;
 }
 
@@ -246,7 +241,7 @@ std::vector<workspace::function> workspace::definitions_of(const program &checke
     const ULO lines = source_of("").first_line - 1;
     if (!is_progn(t)) return found;
     for (node_index i = t.nodes[t.root].first; i != NO_NODE; i = t.nodes[i].next) {
-        if (!is_definition(t, i)) continue;
+        if (!is_definition(t.nodes[i])) continue;
         file_place at = t.place_of(t.nodes[i]);
         at.line += lines;
         found.push_back({std::string(t.token_of(t.nodes[t.nodes[i].first])), at});
