@@ -65,6 +65,9 @@ enum class relation : UCH {
 
 using label = unsigned;
 
+struct form;   // of an instruction: a row of the encoder's table
+struct number; // of a register of either kind
+
 class assembler {
 public:
     // -- Places in the code. A label is bound once, before or behind its uses.
@@ -73,13 +76,13 @@ public:
     // Ends the code: every use of a label gets its distance. The bytes stay until the assembler
     // ends. The code can stand at any address.
     std::span<const UCH> finish();
-    ULO size() const { return bytes_.size(); }
+    ULO size() const { return size_; }
     ULO offset_of(label place) const { return labels_[place]; }
 
     // -- Values of 64 bits
     void move(reg to, reg from);
     void move(freg to, freg from);
-    void set(reg to, SLO value); // the shortest form; leaves the flags, none are held over calls
+    void set(reg to, SLO value);  // the shortest form; no flags are held over calls
     void set(freg to, DFL value); // takes scratch[0]
     void load(reg to, const memory &from);
     void load(freg to, const memory &from);
@@ -99,10 +102,11 @@ public:
     void compute(whole op, reg to, SLO by); // takes scratch[2] where it has more than 32 bits
     void negate(reg to);
     void invert(reg to);
-    void shift_by(shift op, reg to, reg by); // by its low six bits; takes scratch[1], `to` is not it
+    void shift_by(shift op, reg to,
+                  reg by); // by its low six bits; takes scratch[1], `to` is not it
     void shift_by(shift op, reg to, unsigned by);
-    // Cut toward zero; the divisor is not 0 and not in scratch. Take scratch[0] and [2]. The smallest
-    // integer by -1 ends in the processor's trap.
+    // Cut toward zero; the divisor is not 0 and not in scratch. Take scratch[0] and [2]. The
+    // smallest integer by -1 ends in the processor's trap.
     void divide(reg to, reg by);
     void remainder(reg to, reg by);
 
@@ -110,7 +114,7 @@ public:
     void compute(real op, freg to, freg by);
     void compute(real op, freg to, const memory &by);
     void square_root(freg to, freg from);
-    void absolute(freg to); // takes scratch[0] and real_scratch[1]
+    void absolute(freg to); // without its sign; a NaN too
     void from_whole(freg to, reg from);
     void from_whole(freg to, const memory &from);
     void to_whole(reg to, freg from); // toward zero; the smallest integer for what does not fit
@@ -146,8 +150,41 @@ public:
     void move_stack(int bytes); // down for a negative number
 
 private:
-    std::vector<UCH> bytes_;
+    struct use {
+        ULO end; // behind the distance, which is counted from there
+        label place;
+    };
+
+    // The end of the code, with room for an instruction, and where it is from now on.
+    UCH *room();
+    void end(const UCH *code);
+
+    // An instruction: what stands before its operands; all of it without a register, with one in
+    // its opcode, and with two operands, the first a register or 0, the second also memory.
+    UCH *head(const form &f, number field, number index, number base);
+    void plain(const form &f, SLO immediate = 0);
+    void with_register(const form &f, number of, SLO immediate = 0);
+    void emit(const form &f, number field, number operand, SLO immediate = 0);
+    void emit(const form &f, number field, const memory &operand, SLO immediate = 0);
+
+    void apply(const form &f, reg to, SLO by); // of at most 32 bits
+    void divide(reg to, reg by, reg from);
+    void aim(const form &f, label place);
+    void aim(const form &near, const form &f, label place);
+    void branch(UCH condition, label place);
+    void answer(UCH condition, reg to);
+
+    // Set the flags; the second ones give the condition that the relation then is.
+    void compare_with(reg a, reg b);
+    void compare_with(reg a, SLO b);
+    void compare_with(reg a, const memory &b);
+    template <class T> UCH compare(relation r, reg a, const T &b);
+    UCH compare(relation r, freg a, freg b);
+
+    std::vector<UCH> bytes_;  // with room behind the code
+    ULO size_ = 0;            // of the code
     std::vector<ULO> labels_; // where each stands
+    std::vector<use> uses_;
 };
 
 } // namespace native

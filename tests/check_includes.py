@@ -12,7 +12,7 @@ import re
 import sys
 
 # Folder -> the folders that it may include besides itself and the published headers.
-EVERYTHING = ["strings", "terminal", "vm", "frontend", "bytecode", "mapcar"]
+EVERYTHING = ["strings", "terminal", "vm", "frontend", "bytecode", "native", "mapcar"]
 LAYERS = {
     "extension/include/kestrin": [],
     "extension": [],
@@ -21,7 +21,8 @@ LAYERS = {
     "vm": ["strings", "terminal"],
     "frontend": ["strings", "vm"],
     "bytecode": ["strings", "vm", "frontend"],
-    "mapcar": ["strings", "terminal", "vm", "frontend", "bytecode"],
+    "native": ["strings", "vm", "frontend", "bytecode"],
+    "mapcar": ["strings", "terminal", "vm", "frontend", "bytecode", "native"],
     "driver": EVERYTHING,
     "workshop": EVERYTHING + ["driver"],
 }
