@@ -1,0 +1,543 @@
+// The encoder: what a disassembler reads in its bytes, for all registers and shapes of memory, and
+// what the processor makes of them beside C++.
+
+#if defined(__x86_64__)
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "native/x86_64.h"
+
+namespace {
+
+using namespace native;
+
+// -- As a disassembler reads it
+
+const char *const names[] = {"rax", "rcx", "rdx", "rbx", "rsp", "rbp", "rsi", "rdi", "r8",
+                             "r9",  "r10", "r11", "r12", "r13", "r14", "r15", ""};
+const char *const short_names[] = {"eax", "ecx", "edx",  "ebx",  "esp",  "ebp",  "esi",  "edi",
+                                   "r8d", "r9d", "r10d", "r11d", "r12d", "r13d", "r14d", "r15d"};
+
+std::string name_of(reg r) { return names[int(r)]; }
+std::string name_of(freg r) { return "xmm" + std::to_string(int(r)); }
+
+std::string hexadecimal(SLO value)
+{
+    char text[32];
+    snprintf(text, sizeof text, "%c0x%llx", value < 0 ? '-' : '+', std::llabs(value));
+    return text;
+}
+
+// As written in brackets; an offset of 0 shows where the machine has no form without one.
+std::string name_of(const memory &m)
+{
+    std::string text = "[" + name_of(m.base);
+    if (m.index != reg::NONE) text += "+" + name_of(m.index) + "*" + std::to_string(m.scale);
+    const bool bare = m.offset == 0 && m.base != reg::BP && m.base != reg::R13;
+    return text + (bare ? "" : hexadecimal(m.offset)) + "]";
+}
+
+// The instructions by their offsets, in one form of blanks and without comments.
+std::map<ULO, std::string> disassembled(std::span<const UCH> code)
+{
+    char path[] = "/tmp/kestrin_code_XXXXXX";
+    const int file = mkstemp(path);
+    EXPECT_EQ(ssize_t(code.size()), write(file, code.data(), code.size()));
+    close(file);
+    const std::string command =
+        "objdump -D -w -b binary -m i386:x86-64 -M intel --no-show-raw-insn " + std::string(path);
+    FILE *lines = popen(command.c_str(), "r");
+    std::map<ULO, std::string> found;
+    char line[256], first[32], second[128];
+    unsigned long long offset = 0;
+    while (fgets(line, sizeof line, lines) != nullptr) {
+        const int parts = sscanf(line, " %llx: %31s %127[^#\n]", &offset, first, second);
+        if (parts < 2) continue;
+        std::string text = parts == 3 ? std::string(first) + " " + second : first;
+        text.erase(text.find_last_not_of(' ') + 1);
+        found[offset] = text;
+    }
+    EXPECT_EQ(0, pclose(lines)) << command;
+    unlink(path);
+    return found;
+}
+
+// Code in the making, with the end and the text of each part: instructions between semicolons.
+struct listing {
+    assembler code;
+    std::vector<std::pair<ULO, std::string>> parts;
+
+    void expect(const std::string &text) { parts.emplace_back(code.size(), text); }
+    void check()
+    {
+        const auto found = disassembled(code.finish());
+        auto line = found.begin();
+        for (const auto &[end, text] : parts) {
+            std::string read;
+            for (; line != found.end() && line->first < end; ++line) read += "; " + line->second;
+            ASSERT_EQ("; " + text, read);
+        }
+        EXPECT_TRUE(line == found.end() && !parts.empty());
+    }
+};
+
+struct operands {
+    reg a, b;
+    freg x, y;
+    memory m;
+};
+
+// $A and $B are registers, $a the lower half of $A, $X and $Y floats, $M memory.
+std::string with_operands(std::string text, const operands &o)
+{
+    const std::pair<const char *, std::string> places[] = {
+        {"$A", name_of(o.a)}, {"$a", short_names[int(o.a)]}, {"$B", name_of(o.b)},
+        {"$X", name_of(o.x)}, {"$Y", name_of(o.y)},          {"$M", name_of(o.m)},
+    };
+    for (const auto &[place, name] : places) {
+        for (size_t at = 0; (at = text.find(place)) != text.npos;) text.replace(at, 2, name);
+    }
+    return text;
+}
+
+const void *function_at(ULO address) { return reinterpret_cast<const void *>(address); }
+
+// clang-format off
+#define FORM(text, call) {text, [](assembler &s, [[maybe_unused]] const operands &o) { s.call; }}
+const struct {
+    const char *text;
+    void (*emit)(assembler &, const operands &);
+} forms[] = {
+    FORM("mov $A,$B", move(o.a, o.b)),
+    FORM("mov $A,QWORD PTR $M", load(o.a, o.m)),
+    FORM("mov QWORD PTR $M,$A", store(o.m, o.a)),
+    FORM("lea $A,$M", address(o.a, o.m)),
+    FORM("movzx $a,BYTE PTR $M", load_byte(o.a, o.m)),
+    FORM("mov BYTE PTR $M,0xfe", store_byte(o.m, 0xFE)),
+    FORM("mov WORD PTR $M,0xfedc", store_pair(o.m, 0xFEDC)),
+    FORM("mov QWORD PTR $M,0xffffffff80000000", store(o.m, INT32_MIN)),
+    FORM("movabs rax,0x80000000000; mov QWORD PTR $M,rax", store(o.m, SLO(1) << 43)),
+    FORM("xor $a,$a", set(o.a, SLO(0))),
+    FORM("mov $a,0xffffffff", set(o.a, SLO(UINT32_MAX))),
+    FORM("mov $A,0xffffffffffffffff", set(o.a, SLO(-1))),
+    FORM("movabs $A,0x100000000", set(o.a, SLO(1) << 32)),
+    FORM("push $A", push(o.a)),
+    FORM("pop $A", pop(o.a)),
+    FORM("add $A,$B", compute(whole::ADD, o.a, o.b)),
+    FORM("sub $A,$B", compute(whole::SUB, o.a, o.b)),
+    FORM("and $A,$B", compute(whole::AND, o.a, o.b)),
+    FORM("or $A,$B", compute(whole::OR, o.a, o.b)),
+    FORM("xor $A,$B", compute(whole::XOR, o.a, o.b)),
+    FORM("imul $A,$B", compute(whole::MUL, o.a, o.b)),
+    FORM("imul $A,QWORD PTR $M", compute(whole::MUL, o.a, o.m)),
+    FORM("add $A,0xffffffffffffff80", compute(whole::ADD, o.a, SLO(-128))),
+    FORM("imul $A,$A,0x7f", compute(whole::MUL, o.a, SLO(127))),
+    FORM("imul $A,$A,0x80", compute(whole::MUL, o.a, SLO(128))),
+    FORM("and $A,0x80", compute(whole::AND, o.a, SLO(128))),
+    FORM("movabs rdx,0x100000000; or $A,rdx", compute(whole::OR, o.a, SLO(1) << 32)),
+    FORM("neg $A", negate(o.a)),
+    FORM("not $A", invert(o.a)),
+    FORM("shl $A,0x3f", shift_by(shift::LEFT, o.a, 63U)),
+    FORM("sar $A,0x2", shift_by(shift::RIGHT, o.a, 66U)),
+    FORM("shl $A,cl", shift_by(shift::LEFT, o.a, reg::CX)),
+    FORM("mov rcx,r9; sar $A,cl", shift_by(shift::RIGHT, o.a, reg::R9)),
+    FORM("mov rax,r9; cqo; idiv $A; mov r9,rax", divide(reg::R9, o.a)),
+    FORM("cqo; idiv $A; mov rax,rdx", remainder(reg::AX, o.a)),
+    FORM("movaps $X,$Y", move(o.x, o.y)),
+    FORM("movsd $X,QWORD PTR $M", load(o.x, o.m)),
+    FORM("movsd QWORD PTR $M,$X", store(o.m, o.x)),
+    FORM("xorps $X,$X", set(o.x, 0.0)),
+    FORM("movabs rax,0x8000000000000000; movq $X,rax", set(o.x, -0.0)),
+    FORM("addsd $X,$Y", compute(real::ADD, o.x, o.y)),
+    FORM("subsd $X,$Y", compute(real::SUB, o.x, o.y)),
+    FORM("mulsd $X,QWORD PTR $M", compute(real::MUL, o.x, o.m)),
+    FORM("divsd $X,QWORD PTR $M", compute(real::DIV, o.x, o.m)),
+    FORM("xorps $X,$X; sqrtsd $X,$Y", square_root(o.x, o.y)),
+    FORM("psllq $X,0x1; psrlq $X,0x1", absolute(o.x)),
+    FORM("xorps $X,$X; cvtsi2sd $X,$A", from_whole(o.x, o.a)),
+    FORM("xorps $X,$X; cvtsi2sd $X,QWORD PTR $M", from_whole(o.x, o.m)),
+    FORM("cvttsd2si $A,$X", to_whole(o.a, o.x)),
+    FORM("cmp $A,$B; setl al; movzx $a,al", set_if(relation::LESS, o.a, o.a, o.b)),
+    FORM("test $A,$A; setne al; movzx $a,al", set_if(relation::NOT_EQUAL, o.a, o.a, SLO(0))),
+    FORM("ucomisd $Y,$X; seta al; movzx $a,al", set_if(relation::LESS, o.a, o.x, o.y)),
+    FORM("ucomisd $X,$Y; setbe al; sbb al,0x0; movzx $a,al", set_if(relation::EQUAL, o.a, o.x, o.y)),
+    FORM("ucomisd $X,$Y; seta al; adc al,0x0; movzx $a,al", set_if(relation::NOT_EQUAL, o.a, o.x, o.y)),
+    FORM("mov eax,0x90909090; call rax", call(function_at(0x90909090))),
+    FORM("jmp QWORD PTR [rip+0x0]; nop; nop; nop; nop; nop; nop; nop; nop", jump(function_at(0x9090909090909090))),
+    FORM("ret", leave()),
+};
+
+// clang-format on
+
+TEST(Encoder, FormsWithAllRegisters)
+{
+    listing l;
+    for (const auto &f : forms) {
+        for (int i = 0; i < 256; ++i) {
+            const int first = i / 16, second = i % 16;
+            if (first == second) continue;
+            const operands o = {reg(first), reg(second), freg(first), freg(second),
+                                memory{reg(second), 0x1234}};
+            f.emit(l.code, o);
+            l.expect(with_operands(f.text, o));
+        }
+    }
+    l.check();
+}
+
+TEST(Encoder, MovesThatDoNothingAreNoCode)
+{
+    assembler code;
+    code.move(reg::R9, reg::R9);
+    code.move(freg::X9, freg::X9);
+    EXPECT_EQ(0U, code.size());
+}
+
+TEST(Encoder, ShapesOfMemory)
+{
+    listing l;
+    int field = 0;
+    for (const int offset : {0, 1, 127, 128, INT32_MAX, -1, -128, -129, INT32_MIN}) {
+        for (int base = 0; base < 16; ++base) {
+            for (int index = 0; index <= 16 * 4; ++index) {
+                const memory m{reg(base), offset, reg(index / 4), UCH(1 << index % 4)};
+                if (m.index == STACK) continue;
+                l.code.load(reg(++field & 15), m);
+                l.expect("mov " + name_of(reg(field & 15)) + ",QWORD PTR " + name_of(m));
+            }
+        }
+    }
+    l.check();
+}
+
+TEST(Encoder, DistancesBothWays)
+{
+    for (const int between : {0, 125, 126, 127, 1000}) {
+        SCOPED_TRACE(between);
+        const auto fill = [&](assembler &code) {
+            for (int i = 0; i < between; ++i) code.leave();
+        };
+        assembler code;
+        const label back = code.make_label(), ahead = code.make_label();
+        code.bind(back);
+        fill(code);
+        code.jump(back);
+        const ULO behind = code.size();
+        EXPECT_EQ(ULO(between <= 126 ? 2 : 5), behind - between);
+        code.jump(ahead);
+        code.call(ahead);
+        code.branch_if_byte(relation::EQUAL, {reg::SI}, 7, ahead);
+        fill(code);
+        code.bind(ahead);
+        code.leave();
+
+        const std::string end = hexadecimal(SLO(code.offset_of(ahead))).substr(1);
+        auto found = disassembled(code.finish());
+        EXPECT_EQ("jmp 0x0", found[between]);
+        EXPECT_EQ("jmp " + end, found[behind]);
+        EXPECT_EQ("call " + end, found[behind + 5]);
+        EXPECT_EQ("cmp BYTE PTR [rsi],0x7", found[behind + 10]);
+        EXPECT_EQ("je " + end, found[behind + 13]);
+    }
+}
+
+// -- As the processor runs it
+
+// Code of a function of the C++ type F, which leaves its answer in RESULT or REAL_RESULT.
+template <class F> class function {
+public:
+    explicit function(const std::function<void(assembler &)> &emit)
+    {
+        assembler code;
+        emit(code);
+        code.leave();
+        const auto bytes = code.finish();
+        size_ = bytes.size();
+        page_ = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        EXPECT_NE(MAP_FAILED, page_);
+        memcpy(page_, bytes.data(), size_);
+        EXPECT_EQ(0, mprotect(page_, size_, PROT_READ | PROT_EXEC));
+    }
+    ~function() { munmap(page_, size_); }
+    function(const function &) = delete;
+    function &operator=(const function &) = delete;
+    template <class... A> auto operator()(A... arguments) const
+    {
+        return reinterpret_cast<F *>(page_)(arguments...);
+    }
+
+private:
+    void *page_;
+    size_t size_;
+};
+
+using of_wholes = SLO(SLO, SLO);
+using of_reals = DFL(DFL, DFL);
+constexpr reg A = reg::DI, B = reg::SI; // arguments
+constexpr freg X = freg::X0, Y = freg::X1;
+
+constexpr SLO least = INT64_MIN, most = INT64_MAX;
+// clang-format off
+const SLO wholes[] = {0, 1, -1, 2, -2, 7, 63, 64, 127, 128, -128, -129, INT32_MAX, INT32_MIN, most, least,
+                      SLO(1) << 31, SLO(1) << 32, -(SLO(1) << 40) - 3};
+// clang-format on
+const DFL NaN = std::numeric_limits<DFL>::quiet_NaN(), infinity = HUGE_VAL;
+const DFL reals[] = {0.0, -0.0, 1, -1, 0.5, 1e300, -1e300, 5e-324, infinity, -infinity, NaN};
+
+bool same(DFL a, DFL b) { return a == b ? std::signbit(a) == std::signbit(b) : a != a && b != b; }
+
+// The same operation with its second operand in a register, in memory and as a constant.
+template <class Operation, class Expected>
+void for_all_wholes(const Operation &emit, const Expected &expected)
+{
+    const function<of_wholes> direct([&](assembler &s) { emit(s, B); });
+    const function<of_wholes> indirect([&](assembler &s) {
+        s.push(B);
+        emit(s, memory{STACK});
+        s.pop(B);
+    });
+    for (const SLO b : wholes) {
+        const function<of_wholes> constant([&](assembler &s) { emit(s, b); });
+        for (const SLO a : wholes) {
+            SCOPED_TRACE(std::to_string(a) + ", " + std::to_string(b));
+            const SLO wanted = expected(a, b);
+            ASSERT_EQ(wanted, direct(a, b));
+            ASSERT_EQ(wanted, indirect(a, b));
+            ASSERT_EQ(wanted, constant(a, b));
+        }
+    }
+}
+
+TEST(Encoder, ComputesWholeNumbers)
+{
+    const struct {
+        whole op;
+        SLO (*expected)(SLO, SLO);
+    } cases[] = {
+        {whole::ADD, [](SLO a, SLO b) { return SLO(ULO(a) + ULO(b)); }},
+        {whole::SUB, [](SLO a, SLO b) { return SLO(ULO(a) - ULO(b)); }},
+        {whole::MUL, [](SLO a, SLO b) { return SLO(ULO(a) * ULO(b)); }},
+        {whole::AND, [](SLO a, SLO b) { return a & b; }},
+        {whole::OR, [](SLO a, SLO b) { return a | b; }},
+        {whole::XOR, [](SLO a, SLO b) { return a ^ b; }},
+    };
+    for (const auto &c : cases) {
+        const auto emit = [&](assembler &s, const auto &by) {
+            s.compute(c.op, A, by);
+            s.move(RESULT, A);
+        };
+        for_all_wholes(emit, c.expected);
+    }
+}
+
+TEST(Encoder, DividesAndShifts)
+{
+    const struct {
+        void (*emit)(assembler &);
+        SLO (*expected)(SLO, SLO);
+        bool divides;
+    } cases[] = {
+        {[](assembler &s) { s.shift_by(shift::LEFT, A, B); },
+         [](SLO a, SLO b) { return SLO(ULO(a) << (b & 63)); }, false},
+        {[](assembler &s) { s.shift_by(shift::RIGHT, A, B); },
+         [](SLO a, SLO b) { return a >> (b & 63); }, false},
+        {[](assembler &s) { s.divide(A, B); }, [](SLO a, SLO b) { return a / b; }, true},
+        {[](assembler &s) { s.remainder(A, B); }, [](SLO a, SLO b) { return a % b; }, true},
+    };
+    for (const auto &c : cases) {
+        const function<of_wholes> code([&](assembler &s) {
+            c.emit(s);
+            s.move(RESULT, A);
+        });
+        for (const SLO a : wholes) {
+            for (const SLO b : wholes) {
+                if (c.divides && (b == 0 || (a == least && b == -1))) continue;
+                EXPECT_EQ(c.expected(a, b), code(a, b)) << a << ", " << b;
+            }
+        }
+    }
+}
+
+// clang-format off
+#define RELATION(name, op, T) \
+    {relation::name, [](SLO a, SLO b) { return T(a) op T(b); }, [](DFL a, DFL b) { return a op b; }}
+const struct {
+    relation is;
+    bool (*of_wholes)(SLO, SLO);
+    bool (*of_reals)(DFL, DFL);
+} relations[] = {
+    RELATION(EQUAL, ==, SLO),          RELATION(NOT_EQUAL, !=, SLO),
+    RELATION(LESS, <, SLO),            RELATION(GREATER_OR_EQUAL, >=, SLO),
+    RELATION(LESS_OR_EQUAL, <=, SLO),  RELATION(GREATER, >, SLO),
+    RELATION(BELOW, <, ULO),           RELATION(ABOVE_OR_EQUAL, >=, ULO),
+    RELATION(BELOW_OR_EQUAL, <=, ULO), RELATION(ABOVE, >, ULO),
+};
+// clang-format on
+
+// The relation in bit 0 as a branch sees it, in bit 1 as the branch on its contrary does, in bit 2
+// as a value: 0 or 7.
+template <class T, class U> void ask_in_all_ways(assembler &s, relation r, const T &a, const U &b)
+{
+    const label yes = s.make_label(), no = s.make_label();
+    s.set_if(r, reg::R8, a, b);
+    s.shift_by(shift::LEFT, reg::R8, 2U);
+    s.set(reg::R9, SLO(1));
+    s.branch_if(r, a, b, yes);
+    s.set(reg::R9, SLO(0));
+    s.bind(yes);
+    s.set(reg::R10, SLO(0));
+    s.branch_unless(r, a, b, no);
+    s.set(reg::R10, SLO(2));
+    s.bind(no);
+    s.move(RESULT, reg::R8);
+    s.compute(whole::OR, RESULT, reg::R9);
+    s.compute(whole::OR, RESULT, reg::R10);
+}
+
+TEST(Encoder, Compares)
+{
+    for (const auto &c : relations) {
+        SCOPED_TRACE(int(c.is));
+        for_all_wholes([&](assembler &s, const auto &b) { ask_in_all_ways(s, c.is, A, b); },
+                       [&](SLO a, SLO b) { return c.of_wholes(a, b) ? 7 : 0; });
+        if (c.is >= relation::BELOW) continue;
+        const function<SLO(DFL, DFL)> code([&](assembler &s) { ask_in_all_ways(s, c.is, X, Y); });
+        for (const DFL a : reals) {
+            for (const DFL b : reals) {
+                EXPECT_EQ(c.of_reals(a, b) ? 7 : 0, code(a, b)) << a << ", " << b;
+            }
+        }
+    }
+}
+
+TEST(Encoder, ComputesFloats)
+{
+    const struct {
+        real op;
+        DFL (*expected)(DFL, DFL);
+    } cases[] = {
+        {real::ADD, [](DFL a, DFL b) { return a + b; }},
+        {real::SUB, [](DFL a, DFL b) { return a - b; }},
+        {real::MUL, [](DFL a, DFL b) { return a * b; }},
+        {real::DIV, [](DFL a, DFL b) { return a / b; }},
+    };
+    for (const auto &c : cases) {
+        const function<of_reals> code([&](assembler &s) { s.compute(c.op, X, Y); });
+        for (const DFL a : reals) {
+            for (const DFL b : reals) EXPECT_TRUE(same(c.expected(a, b), code(a, b))) << a << b;
+        }
+    }
+    const function<of_reals> root([](assembler &s) { s.square_root(X, Y); });
+    const function<of_reals> size([](assembler &s) { s.absolute(X); });
+    for (const DFL a : reals) {
+        const function<of_reals> constant([&](assembler &s) { s.set(X, a); });
+        EXPECT_TRUE(same(a, constant(1, 1)));
+        EXPECT_TRUE(same(std::sqrt(a), root(1, a)));
+        EXPECT_EQ(std::bit_cast<ULO>(a) & most, std::bit_cast<ULO>(size(a, 1)));
+    }
+    const ULO payload = 0xFFF8000000001234;
+    EXPECT_EQ(payload & most, std::bit_cast<ULO>(size(std::bit_cast<DFL>(payload), 0)));
+}
+
+TEST(Encoder, ConvertsBothWays)
+{
+    const function<SLO(DFL)> to([](assembler &s) { s.to_whole(RESULT, X); });
+    const function<DFL(SLO)> from([](assembler &s) { s.from_whole(X, A); });
+    for (const SLO a : wholes) EXPECT_EQ(DFL(a), from(a));
+    for (const DFL a : {0.9, -0.9, -1.5, 4e18, -9223372036854775808.0}) EXPECT_EQ(SLO(a), to(a));
+    for (const DFL a : {9223372036854775808.0, -1e300, infinity, NaN}) EXPECT_EQ(least, to(a));
+}
+
+TEST(Encoder, ReadsAndWritesMemory)
+{
+    // record[index] = {b, -1, constants}, and the answer is its first byte times 2 to the 8th
+    const function<SLO(void *, SLO, DFL)> code([](assembler &s) {
+        const auto at = [](int offset) { return memory{A, offset - 24, B, 8}; };
+        s.store(at(0), X);
+        s.store(at(8), SLO(-1));
+        s.store(at(16), SLO(0x123456789ABC));
+        s.store_byte(at(24), 0x80);
+        s.store_pair(at(26), 0xFEDC);
+        s.load(reg::R8, at(8));
+        s.store(at(32), reg::R8);
+        s.load(freg::X9, at(0));
+        s.from_whole(freg::X10, at(32));
+        s.compute(real::MUL, freg::X9, freg::X10);
+        s.store(at(40), freg::X9);
+        s.load_byte(reg::R9, at(24));
+        s.address(RESULT, {reg::R9, 1, reg::R9, 2});
+        const label no = s.make_label();
+        s.branch_if_byte(relation::NOT_EQUAL, at(24), 0x80, no);
+        s.branch_if_pair(relation::NOT_EQUAL, at(26), 0xFEDC, no);
+        s.negate(RESULT);
+        s.invert(RESULT);
+        s.bind(no);
+    });
+    struct {
+        DFL real;
+        SLO one, wide;
+        UCH byte, kept;
+        USH pair;
+        int kept_too;
+        SLO copy;
+        DFL negative;
+    } record = {0, 0, 0, 0, 0x55, 0, 0x66, 0, 0};
+    EXPECT_EQ(3 * 0x80, code(&record, 3, 2.5));
+    EXPECT_EQ(2.5, record.real);
+    EXPECT_EQ(-2.5, record.negative);
+    EXPECT_EQ(-1, record.one);
+    EXPECT_EQ(-1, record.copy);
+    EXPECT_EQ(0x123456789ABC, record.wide);
+    EXPECT_EQ(0x80, record.byte);
+    EXPECT_EQ(0xFEDC, record.pair);
+    EXPECT_EQ(0x55, record.kept);
+    EXPECT_EQ(0x66, record.kept_too);
+}
+
+SLO twice(SLO a) { return 2 * a; }
+
+TEST(Encoder, CallsAndJumps)
+{
+    // twice(product(n)) with product(n) = n * product(n - 1), and product(0) = twice(1)
+    const auto product_of = [](assembler &s) {
+        const auto address_of_twice = reinterpret_cast<const void *>(&twice);
+        const label product = s.make_label(), one = s.make_label();
+        s.push(reg::BX);
+        s.call(product);
+        s.pop(reg::BX);
+        s.move(A, RESULT);
+        s.jump(address_of_twice);
+        s.bind(product);
+        s.push(A);
+        s.branch_if(relation::EQUAL, A, SLO(0), one);
+        s.compute(whole::SUB, A, SLO(1));
+        s.call(product);
+        s.pop(A);
+        s.compute(whole::MUL, RESULT, A);
+        s.leave();
+        s.bind(one);
+        s.address(A, {A, 1});
+        s.call(address_of_twice);
+        s.move_stack(8);
+    };
+    const function<SLO(SLO)> code(product_of);
+    EXPECT_EQ(2 * 2, code(0));
+    EXPECT_EQ(2 * 2 * 3628800, code(10));
+}
+
+} // namespace
+
+#endif
