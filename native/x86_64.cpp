@@ -152,7 +152,7 @@ const machine_form &machine_relation(relation r) { return relations[static_cast<
 constexpr UCH opposite(UCH condition) { return condition ^ 1; }
 
 constexpr ULO UNBOUND = ~ULO(0);
-constexpr unsigned LONGEST = 32; // more than an instruction with what put() writes behind it
+constexpr unsigned LONGEST = 32; // more than an instruction and what put() spoils behind it
 
 template <class T> constexpr bool fits(SLO value) { return value == static_cast<T>(value); }
 

@@ -102,8 +102,8 @@ public:
     void compute(whole op, reg to, SLO by); // takes scratch[2] where it has more than 32 bits
     void negate(reg to);
     void invert(reg to);
-    void shift_by(shift op, reg to,
-                  reg by); // by its low six bits; takes scratch[1], `to` is not it
+    // By the low six bits of `by`. The first takes scratch[1], and `to` is not it.
+    void shift_by(shift op, reg to, reg by);
     void shift_by(shift op, reg to, unsigned by);
     // Cut toward zero; the divisor is not 0 and not in scratch. Take scratch[0] and [2]. The
     // smallest integer by -1 ends in the processor's trap.
@@ -141,7 +141,7 @@ public:
 
     // -- Ways through the code
     void jump(label place);
-    void jump(const void *function);
+    void jump(const void *function); // takes no register
     void call(label place);
     void call(const void *function); // takes scratch[0]
     void leave();                    // returns to the caller
@@ -155,8 +155,7 @@ private:
         label place;
     };
 
-    // The end of the code, with room for an instruction, and where it is from now on.
-    UCH *room();
+    UCH *room(); // the end of the code, with space for an instruction
     void end(const UCH *code);
 
     // An instruction: what stands before its operands; all of it without a register, with one in
