@@ -12,6 +12,7 @@
 #include "frontend/isa.h"
 #include "kestrin/strings.h"
 #include "kestrin/unit.h"
+#include "native/hot.h"
 #include "strings/fatal.h"
 #include "strings/scratch.h"
 #include "terminal/terminal.h"
@@ -74,6 +75,8 @@ void start_engine(session *s)
     // Instructions of an extension unit may walk all places of an array.
     the_engine.moves = getenv("KESTRIN_DEBUG_NO_MOVES") == nullptr;
     the_engine.small_arrays = the_engine.moves && isaext_count == 0;
+    the_engine.native = choose_native_maker();
+    *rt_ctrl->counters = fresh_counters();
 }
 
 void start_language(session *s)

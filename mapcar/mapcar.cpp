@@ -27,6 +27,7 @@
 #include "strings/scratch.h"
 #include "vm/engine.h"
 #include "vm/handler.h"
+#include "vm/hot.h"
 #include "vm/image.h"
 
 FATAL_SITE(MAPCAR_PLACES, "kestrin", "func__mapcar", 26)
@@ -146,6 +147,7 @@ struct saved_run {
     CHR *captured = std::exchange(rt_ctrl->rt_captured, nullptr);
     lut *scope_table = std::exchange(known_functions(), nullptr);
     UCH capture = rt_ctrl->rt_capture;
+    hot_counters *counters = rt_ctrl->counters;
     kestrin_data *frame = std::exchange(rt_ctrl->rt_frame, nullptr);
 
     void restore(CHR **output) const
@@ -156,6 +158,7 @@ struct saved_run {
         free_string(output);
         *output = std::exchange(rt->rt_captured, captured);
         rt->rt_capture = capture;
+        rt->counters = counters;
         rt->rt_frame = frame;
         lut_free_view(&known_functions()); // of a MAPCAR inside the run
         known_functions() = scope_table;
@@ -190,8 +193,11 @@ void link_and_run(evaluation *e, code_origin origin)
     equ(&e->linked.s, e->compiled.s);
     kestrin_link(e->linked.s);
     const saved_run saved;
+    hot_counters own = fresh_counters(); // code of an earlier call may have stood where this stands
+    rt_ctrl->counters = &own;
     if (!kestrin_run(reinterpret_cast<const ULO *>(e->linked.s), &e->value, 1))
         set_empty(&e->value);
+    forget_native(e->linked.s, len(e->linked.s));
     decompile(e, origin);
     saved.restore(&e->captured.s);
 }

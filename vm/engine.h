@@ -8,6 +8,7 @@
 #include "kestrin/types.h"
 
 struct lut;
+struct native_maker;
 
 // A function with the type letter of its value.
 struct udf_letter {
@@ -26,6 +27,7 @@ struct engine {
     UCH moves = 1;    // 1: the linker lets values move where nobody sees the difference
     UCH small_arrays; // 1: arrays own only the places that they use, and copies share them; else
                       // as many as they report
+    const native_maker *native; // NULL: the handlers run alone
 };
 
 extern engine the_engine;

@@ -33,6 +33,7 @@
 #pragma once
 
 #include "vm/handler.h"
+#include "vm/hot.h"
 
 // -- Where a number comes from -----------------------------------------------------------------
 
@@ -157,11 +158,16 @@ void answer_zero(kestrin_data *ret_dat);
 // Takes back a BREAK. False if something else is pending.
 bool absorb_break();
 
+// Goes on with a FOR behind its body.
+void go_on_with_for(const ULO *dat_ptr, kestrin_data *ret_dat);
+
 template <class source> void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
+    unsigned *const rounds_left = rounds_left_of(dat_ptr);
     for (;;) {
+        if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return;
         SLO condition;
         if (!source::get(dat_ptr, ret_dat, &condition)) [[unlikely]]
             condition = fetch<CAST, SLO>(dat_ptr, ret_dat);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstring>
+#include <span>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -52,6 +53,12 @@ inline void eval(const ULO *operand_word, kestrin_data *ret_dat)
 {
     call(node_at(operand_word), ret_dat);
 }
+
+// A recursion of calls ends that far from the end of the stack: room for what a body does on its
+// own.
+constexpr ULO ROOM_OF_A_BODY = ULO(64) << 10;
+// Where it ends: raises the error of the call at `dat_ptr`, or ends the process.
+[[gnu::cold]] void give_up(rt_control *rt, const ULO *dat_ptr);
 
 // Evaluates an operand whose value is wanted. A node may leave its record as it was, such as a
 // PROGN of nothing: what stood there before is not its value, so the record is undefined until
@@ -301,6 +308,15 @@ template <class T, operand_kind kind = ANY> void eval_number(const ULO *word, ke
 // the sense of vm/forms.h.
 template <auto op, auto fault = nullptr, bool of_members = true> struct numeric;
 
+// An operation on numbers for those who have its operands.
+struct numeric_row {
+    fcall handler;        // the generic one
+    const void *function; // numeric::direct
+    const CHR *letters;   // of the operands' types
+    CHR result;
+    bool may_fault;
+};
+
 template <class T>
 concept is_number = std::is_same_v<T, SLO> || std::is_same_v<T, DFL>;
 
@@ -344,6 +360,20 @@ struct numeric<op, fault, of_members> {
         if (are_good(args, dat_ptr)) [[likely]]
             answer<R>(ret_dat, std::apply(op, args));
     }
+    // The number for operands that have been evaluated, without an error pending; `dat_ptr` is
+    // where a fault is raised.
+    static R direct(A... args, [[maybe_unused]] const ULO *dat_ptr)
+    {
+        if constexpr (may_fault)
+            if (!are_good({args...}, dat_ptr)) return 0;
+        return op(args...);
+    }
+    static constexpr CHR letters[] = {in_record<A>::letter..., 0};
+    static numeric_row row(fcall handler)
+    {
+        return {handler, reinterpret_cast<const void *>(&direct), letters, in_record<R>::letter,
+                may_fault};
+    }
     static void generic(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
 
     template <operand_kind... kinds> static R compute(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -372,6 +402,10 @@ struct numeric<op, fault, of_members> {
         return true;
     }
 };
+
+// All of them.
+std::span<const numeric_row> integer_operations();
+std::span<const numeric_row> float_operations();
 
 // The generic handler and the fast one of an instruction.
 #define HANDLERS(name, ...)                                                                        \

@@ -9,6 +9,7 @@
 #include "strings/state.h"
 #include "terminal/keypress.h"
 #include "vm/handler.h"
+#include "vm/hot.h"
 #include "vm/places.h"
 #include "vm/stack.h"
 
@@ -37,6 +38,8 @@ constexpr rt_control initial_control = {
     .rt_trail = nullptr,
     .spare = nullptr,
     .spare_count = 0,
+    .counters = nullptr,
+    .call_floor = nullptr,
 };
 
 // The chunks of a thread's stack of frames are a list: `next` stands at the end of each, where
@@ -55,6 +58,7 @@ constexpr ULO MOST_ENDS = 4;
 
 struct thread_blocks {
     rt_control control;
+    hot_counters counters;
     strings_state strings;
     chunk_end root; // where the list of chunks begins
     interrupt_handler former_interrupt;
@@ -122,8 +126,9 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
     if (blocks != nullptr) return;
     blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
     if (blocks == nullptr) fatal(site::THREAD_SETUP);
-    *blocks = {initial_control, {}, {nullptr, nullptr, FIRST_CHUNK}, nullptr, {}, 0};
+    *blocks = {initial_control, fresh_counters(), {}, {nullptr, nullptr, FIRST_CHUNK}, nullptr, {}, 0};
     rt_ctrl = &blocks->control;
+    rt_ctrl->counters = &blocks->counters;
     strings_tls = &blocks->strings;
     former_interrupt_handler = &blocks->former_interrupt;
 }

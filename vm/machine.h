@@ -10,6 +10,12 @@ enum : UCH { UNWIND_BREAK = 254, UNWIND_EXIT = 255 };
 
 struct error_trail;
 
+// What is left to the rounds of loops and the calls of functions until they are hot (vm/hot.h).
+struct hot_counters {
+    static constexpr ULO COUNT = 64;
+    unsigned rounds[COUNT], calls[COUNT];
+};
+
 // All state of a run, one for each thread.
 struct rt_control {
     UCH rt_run_flag;         // syntax error code of the text passes, 0 none
@@ -28,6 +34,8 @@ struct rt_control {
     error_trail *rt_trail;   // notes an error for those who ask; else NULL
     kestrin_data *spare;     // blocks of the fewest places, for arrays to come: a list by array.mix
     ULO spare_count;         // how many
+    hot_counters *counters;  // of the running program
+    const CHR *call_floor;   // lowest address at which native code calls a function
 };
 
 // NULL on a thread without set-up.

@@ -34,6 +34,9 @@ value_use use_of_operand(fcall handler, ULO i, ULO count, value_use own);
 // NULL if `node` is no such thing. Not for one whose value operand assigns the variable.
 fcall appending_form(const ULO *node);
 
+// Those forms, each with the handler that it stands for.
+std::array<std::pair<fcall, fcall>, 4> appending_forms();
+
 // The form of an INDEX that lends its member to a function; NULL for other handlers.
 fcall lending_form(fcall handler);
 

@@ -3,10 +3,17 @@
 #include "vm/variants.h"
 
 #include <algorithm>
+#include <bit>
 #include <unordered_map>
 
 #include "vm/handler.h"
+#include "vm/moves.h"
 #include "vm/text.h"
+
+HANDLER(setq);
+HANDLER(if);
+HANDLER(while);
+HANDLER(index);
 
 namespace {
 
@@ -129,4 +136,49 @@ const variant *specialise(ULO *node, const ULO *words, const variant *const *ope
         if (kinds[i] == HANDED) make_it_hand(reinterpret_cast<ULO *>(words[i]), operands[i]);
     put(node, used || chosen.unused == nullptr ? chosen.record : chosen.unused);
     return &chosen;
+}
+
+namespace {
+
+using facts_by_form = std::unordered_map<fcall, form_facts>;
+
+void note(facts_by_form *facts, fcall form, form_facts of)
+{
+    if (form != nullptr) facts->emplace(form, of);
+}
+
+void note_variant(facts_by_form *facts, const variant &made, fcall handler)
+{
+    const auto handing = std::bit_cast<fcall>(made.handing);
+    for (const fcall form : {made.record, made.unused}) note(facts, form, {handler, form});
+    note(facts, handing, {handler, made.record});
+    note(facts, made.assigning, {func__setq, made.assigning});
+    note(facts, made.choosing, {func__if, made.choosing});
+    note(facts, made.looping, {func__while, made.looping});
+}
+
+const facts_by_form &all_facts()
+{
+    static const facts_by_form *made = [] {
+        auto *facts = new facts_by_form;
+        for (const auto &[handler, row] : rows()) {
+            const std::size_t count = row->operands[1].letter == 0
+                                          ? OPERAND_KINDS
+                                          : OPERAND_KINDS * OPERAND_KINDS;
+            for (std::size_t i = 0; i < count; i++)
+                note_variant(facts, row->variants[i], row->handlers[0]);
+        }
+        for (const auto &[form, handler] : appending_forms()) note(facts, form, {handler, form});
+        note(facts, func__index_lent, {func__index, func__index_lent});
+        return facts;
+    }();
+    return *made;
+}
+
+} // namespace
+
+form_facts facts_of_form(fcall form)
+{
+    const auto found = all_facts().find(form);
+    return found == all_facts().end() ? form_facts{form, form} : found->second;
 }

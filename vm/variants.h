@@ -95,3 +95,11 @@ extern const std::span<const variant_row> integer_variants, float_variants, comp
 // false where nobody reads the node's value.
 constexpr std::size_t LOOKED_AT = 4;
 const variant *specialise(ULO *node, const ULO *words, const variant *const *operands, bool used);
+
+// What a handler in linked code stands for.
+struct form_facts {
+    fcall handler; // the generic one of the node
+    fcall record;  // does what the node does and leaves the value in the record
+};
+// Of a form of this table; of any other handler it is the handler itself, twice.
+form_facts facts_of_form(fcall form);

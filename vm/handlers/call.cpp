@@ -6,17 +6,13 @@
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
 #include "vm/handler.h"
+#include "vm/hot.h"
 #include "vm/moves.h"
 #include "vm/trail.h"
 
 FATAL_SITE(DEFUN_FRAME, "kestrin", "func__defun", 23)
 
-namespace {
-
-// A recursion of calls ends here, with room left for what a body does on its own.
-constexpr ULO ROOM_OF_A_BODY = ULO(64) << 10;
-
-[[gnu::cold, gnu::noinline]] void give_up(rt_control *rt, const ULO *dat_ptr)
+void give_up(rt_control *rt, const ULO *dat_ptr)
 {
     if (!rt->rt_survives) fatal(site::DEFUN_FRAME);
     rt->rt_error_code = 0;
@@ -24,6 +20,8 @@ constexpr ULO ROOM_OF_A_BODY = ULO(64) << 10;
     rt->rt_noterror = 0;
     note_error(rt, dat_ptr);
 }
+
+namespace {
 
 // A single value may come with the members of an array that it was made from; INDEX would find
 // them.
@@ -95,6 +93,7 @@ HANDLER(defun)
     kestrin_data *saved_frame = rt->rt_frame;
     rt->rt_function = image;
     rt->rt_frame = frame;
+    count_call(rt, image);
     ret_dat->disable_ptr = 1; // what the body answers outlives the frame
     call(image_main_node(image), ret_dat);
     release_frame(frame, slots, words, arguments);

@@ -48,15 +48,18 @@ SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
     return control->type == 'I' ? control->value.ival : fetch<CAST, SLO>(word, ret_dat);
 }
 
-// True where the loop has ended well. Words: variable, start, increment, end, body. The increment
-// is evaluated twice a round, for its sign and for the step: programs can see its side effects.
-template <operand_kind by, operand_kind to> bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat)
+// The rounds of a FOR from one with this value on. True where the loop has ended well. Words:
+// variable, start, increment, end, body. The increment is evaluated twice a round, for its sign and
+// for the step: programs can see its side effects.
+template <operand_kind by, operand_kind to>
+bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat, SLO current)
 {
     kestrin_data *control = variable(node_at(dat_ptr)[1]);
-    SLO current = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    unsigned *const rounds_left = rounds_left_of(dat_ptr);
     for (;;) {
         if (!rt_ctrl->rt_noterror) return false;
         set_control(control, current);
+        if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return false;
         const SLO step = fetch<CAST, SLO, by>(dat_ptr + 2, ret_dat);
         const SLO end = fetch<CAST, SLO, to>(dat_ptr + 3, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
@@ -73,10 +76,19 @@ void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
-    if (count_up<by, to>(dat_ptr, ret_dat) || absorb_break()) answer_zero(ret_dat);
+    const SLO start = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    if (count_up<by, to>(dat_ptr, ret_dat, start) || absorb_break()) answer_zero(ret_dat);
 }
 
 } // namespace
+
+void go_on_with_for(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    kestrin_data *control = variable(node_at(dat_ptr)[1]);
+    SLO current = read_control(dat_ptr, control, ret_dat);
+    current += fetch<CAST, SLO>(dat_ptr + 2, ret_dat);
+    if (count_up<ANY, ANY>(dat_ptr, ret_dat, current) || absorb_break()) answer_zero(ret_dat);
+}
 
 HANDLER(progn)
 {

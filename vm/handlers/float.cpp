@@ -63,20 +63,31 @@ template <ULO bits> void answer_constant(kestrin_data *ret_dat)
     X(fmul, numeric<multiply>)                                                                     \
     X(fdiv, numeric<divide, zero_divisor>)
 
+#define OTHER_FLOAT_INSTRUCTIONS(X)                                                                \
+    X(fma, numeric<multiply_add>)                                                                  \
+    X(fabs, numeric<absolute>)                                                                     \
+    X(fint, numeric<integer_part>)                                                                 \
+    X(fround, numeric<rounded>)                                                                    \
+    X(fcos, numeric<cosine>)                                                                       \
+    X(fsin, numeric<sine>)                                                                         \
+    X(fcas, numeric<sine_plus_cosine>)                                                             \
+    X(fatn, numeric<arc_tangent>)                                                                  \
+    X(fexp, numeric<exponential>)                                                                  \
+    X(fpow, numeric<power, no_power>)                                                              \
+    X(fln, numeric<logarithm, not_positive>)                                                       \
+    X(fsqrt, numeric<square_root, negative>)                                                       \
+    X(frnd, numeric<random_float>)
+
 FLOAT_INSTRUCTIONS(HANDLERS)
-HANDLERS(fma, numeric<multiply_add>)
-HANDLERS(fabs, numeric<absolute>)
-HANDLERS(fint, numeric<integer_part>)
-HANDLERS(fround, numeric<rounded>)
-HANDLERS(fcos, numeric<cosine>)
-HANDLERS(fsin, numeric<sine>)
-HANDLERS(fcas, numeric<sine_plus_cosine>)
-HANDLERS(fatn, numeric<arc_tangent>)
-HANDLERS(fexp, numeric<exponential>)
-HANDLERS(fpow, numeric<power, no_power>)
-HANDLERS(fln, numeric<logarithm, not_positive>)
-HANDLERS(fsqrt, numeric<square_root, negative>)
-HANDLERS(frnd, numeric<random_float>)
+OTHER_FLOAT_INSTRUCTIONS(HANDLERS)
+
+#define OPERATION(name, ...) __VA_ARGS__::row(func__##name),
+std::span<const numeric_row> float_operations()
+{
+    static const numeric_row rows[] = {
+        FLOAT_INSTRUCTIONS(OPERATION) OTHER_FLOAT_INSTRUCTIONS(OPERATION)};
+    return rows;
+}
 
 #define FIXED_VALUE(name, bits)                                                                    \
     HANDLER(name)                                                                                  \

@@ -97,12 +97,23 @@ template <bool decided_by> struct decide {
     X(ishl, without_members<shift_left>)                                                           \
     X(not, without_members<logical_not>)
 
+#define OTHER_INTEGER_INSTRUCTIONS(X)                                                              \
+    X(ima, numeric<multiply_add>)                                                                  \
+    X(irnd, numeric<random_integer>)
+
 INTEGER_INSTRUCTIONS(HANDLERS)
-HANDLERS(ima, numeric<multiply_add>)
-HANDLERS(irnd, numeric<random_integer>)
+OTHER_INTEGER_INSTRUCTIONS(HANDLERS)
 
 HANDLERS(and, decide<false>)
 HANDLERS(or, decide<true>)
+
+#define OPERATION(name, ...) __VA_ARGS__::row(func__##name),
+std::span<const numeric_row> integer_operations()
+{
+    static const numeric_row rows[] = {
+        INTEGER_INSTRUCTIONS(OPERATION) OTHER_INTEGER_INSTRUCTIONS(OPERATION)};
+    return rows;
+}
 
 namespace {
 

@@ -1,0 +1,116 @@
+#include "native/helpers.h"
+
+#include "vm/errors.h"
+#include "vm/forms.h"
+#include "vm/trail.h"
+
+namespace native {
+
+namespace {
+
+void run(const ULO *node, kestrin_data *ret_dat, fcall handler)
+{
+    check_stack(site::STACK_EVAL);
+    (handler != nullptr ? handler : reinterpret_cast<fcall>(node[0]))(node + 1, ret_dat);
+}
+
+template <class T> T value_of(const ULO *word, fcall handler)
+{
+    kestrin_data slot = owning_slot;
+    run(node_at(word), &slot, handler);
+    T value = 0;
+    if (rt_ctrl->rt_noterror) {
+        if (slot.type != 0)
+            value = in_record<T>::from(&slot);
+        else
+            raise_error(in_record<T>::undefined, word);
+    }
+    if (slot.disable_ptr) release(&slot);
+    return value;
+}
+
+template <class T> void assign(kestrin_data *target, T value)
+{
+    kestrin_data source = owning_slot;
+    answer(&source, value);
+    copy_kst_data(target, &source, 0);
+}
+
+// The operands of a PROGN from one on.
+void go_on_with_progn(const ULO *dat_ptr, ULO from, kestrin_data *ret_dat)
+{
+    for (ULO i = from; i < dat_ptr[0] && rt_ctrl->rt_noterror; i++) {
+        lend_again(ret_dat);
+        eval(dat_ptr + 1 + i, ret_dat);
+    }
+}
+
+// A loop whose body is done for this time.
+void go_on_with_loop(const exit_step &step, kestrin_data *ret_dat)
+{
+    lend_again(ret_dat);
+    ret_dat->disable_ptr = 1;
+    if (!rt_ctrl->rt_noterror) {
+        if (absorb_break()) answer_zero(ret_dat);
+    } else if (step.what == work::FOR) {
+        go_on_with_for(step.node + 1, ret_dat);
+    } else {
+        call(step.node, ret_dat);
+    }
+}
+
+} // namespace
+
+rt_control *enter()
+{
+    rt_control *rt = rt_ctrl;
+    rt->call_floor = stack_floor + ROOM_OF_A_BODY;
+    return rt;
+}
+
+SLO whole_of(const ULO *word, fcall handler) { return value_of<SLO>(word, handler); }
+DFL real_of(const ULO *word, fcall handler) { return value_of<DFL>(word, handler); }
+
+void run_statement(const ULO *node, kestrin_data *ret_dat, fcall handler)
+{
+    run(node, ret_dat, handler);
+    lend_again(ret_dat);
+    ret_dat->disable_ptr = 1;
+}
+
+void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler)
+{
+    run(node, ret_dat, handler);
+}
+
+void assign_whole(kestrin_data *target, SLO value) { assign(target, value); }
+void assign_real(kestrin_data *target, DFL value) { assign(target, value); }
+
+void go_on_by_handlers(const exit_path *path, kestrin_data *ret_dat)
+{
+    if (__atomic_add_fetch(&path->taken, 1, __ATOMIC_RELAXED) == MOST_EXITS) stop_using(path->root);
+    for (const exit_step &step : path->steps)
+        if (step.what == work::PROGN)
+            go_on_with_progn(step.node + 1, step.done, ret_dat);
+        else
+            go_on_with_loop(step, ret_dat);
+}
+
+void name_function(const ULO *image) { rt_ctrl->rt_function = image; }
+
+void note_direct_call(const ULO *dat_ptr, const ULO *image)
+{
+    rt_control *rt = rt_ctrl;
+    if (rt->rt_trail != nullptr)
+        note_call(rt, dat_ptr, rt->rt_trail->function, rt->rt_trail->frame);
+    rt->rt_function = image;
+    if (rt->rt_trail != nullptr) rt->rt_trail->function = image;
+}
+
+void give_up_call(const ULO *dat_ptr, const ULO *image)
+{
+    rt_ctrl->rt_function = image;
+    give_up(rt_ctrl, dat_ptr);
+}
+
+} // namespace native

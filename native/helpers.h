@@ -1,0 +1,52 @@
+// What native code calls when a value does not fit, an error comes or a node is left to its
+// handler. All of them run in the frame that stands in the thread's record.
+#pragma once
+
+#include "native/region.h"
+
+namespace native {
+
+// Where the handlers go on when a variable has got a value of another type than the code is made
+// for: the nodes around the one that is done, from the inside.
+struct exit_step {
+    work what;       // PROGN, WHILE, FOR
+    const ULO *node; // of it
+    ULO done;        // operands of a PROGN that are done
+};
+struct exit_path {
+    std::vector<exit_step> steps;
+    const ULO *root = nullptr;  // of the region
+    mutable unsigned taken = 0; // how often
+};
+// Code that is left that often is used no more.
+constexpr unsigned MOST_EXITS = 16;
+
+// The record of the calling thread, ready for native code.
+rt_control *enter();
+
+// The value of the node at an operand word, by `handler`, or by the one that stands in the node if
+// that is NULL. With an error pending afterwards it is nothing.
+SLO whole_of(const ULO *word, fcall handler);
+DFL real_of(const ULO *word, fcall handler);
+// Evaluates a node whose value nobody reads, or that the function answers.
+void run_statement(const ULO *node, kestrin_data *ret_dat, fcall handler);
+void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler);
+
+// SETQ of a number where the variable holds more.
+void assign_whole(kestrin_data *target, SLO value);
+void assign_real(kestrin_data *target, DFL value);
+
+// The rest of a region by handlers.
+void go_on_by_handlers(const exit_path *path, kestrin_data *ret_dat);
+
+// The handler of before stands in the region's node again, for good.
+void stop_using(const ULO *root);
+
+// For a function without a frame, or what calls one: `image` is the one that the node at `dat_ptr`
+// stands in. Makes that the running function, for an error to come.
+void name_function(const ULO *image);
+// The error of the call has come from inside.
+void note_direct_call(const ULO *dat_ptr, const ULO *image);
+void give_up_call(const ULO *dat_ptr, const ULO *image);
+
+} // namespace native

@@ -1,0 +1,205 @@
+#include "native/hot.h"
+
+#include <atomic>
+#include <bit>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+
+#include "native/lower.h"
+#include "native/pages.h"
+
+namespace native {
+
+namespace {
+
+using way_in = native_maker::rest_of_loop; // every way into native code is called like this
+
+// The code of a node. Without pages it has been looked at, and there will be none.
+struct piece {
+    std::unique_ptr<code_pages> pages;
+    std::vector<std::unique_ptr<exit_path>> exits;
+    fcall handler = nullptr; // that stood in the node before
+    way_in resume = nullptr;
+};
+
+// A function of numbers, or one that is none.
+struct function_piece {
+    direct_function direct;
+    bool is_made = false;
+};
+
+// All code of the process: by nodes, and the functions of numbers by images. Their addresses stay.
+struct registry {
+    std::recursive_mutex lock;
+    std::map<const ULO *, piece> nodes;
+    std::map<const ULO *, function_piece> functions;
+};
+
+registry &all()
+{
+    static registry *made = new registry; // code may run until the process ends
+    return *made;
+}
+
+void put_word(const ULO *node, const void *handler)
+{
+    __atomic_store_n(const_cast<ULO *>(node), std::bit_cast<ULO>(handler), __ATOMIC_RELEASE);
+}
+
+const UCH *place_in(const piece &p, ULO offset) { return p.pages->begin() + offset; }
+
+// Makes the code of a settled region and puts it in the place of its root's handler. False if there
+// is no memory for it.
+bool make_code(region *r, piece *p)
+{
+    const ULO *root = r->items[0].node;
+    lowered made = lower(r);
+    p->pages = code_pages::make(made.code);
+    if (p->pages == nullptr) return false;
+    p->exits = std::move(made.exits);
+    for (const auto &path : p->exits) path->root = root;
+    p->handler = linked_handler(root);
+    p->resume = std::bit_cast<way_in>(place_in(*p, made.resume));
+    if (r->self != nullptr) r->self->code = place_in(*p, made.direct);
+    put_word(root, place_in(*p, made.handler));
+    return true;
+}
+
+// The types of the arguments in a frame; nothing if one is no single number.
+std::vector<CHR> number_types(const kestrin_data *frame, ULO count)
+{
+    std::vector<CHR> types;
+    for (ULO i = 0; i < count; i++) {
+        if (!frame[i].single || !holds_number(&frame[i])) return {};
+        types.push_back(static_cast<CHR>(frame[i].type));
+    }
+    return types;
+}
+
+bool fit_in_registers(const std::vector<CHR> &types)
+{
+    return types.size() <= std::size(real_temporaries);
+}
+
+// A function without a frame, for arguments of these types; once for each image.
+const direct_function *make_direct(const ULO *image, const std::vector<CHR> &types)
+{
+    function_piece &known = all().functions[image];
+    if (known.is_made)
+        return known.direct.code != nullptr && known.direct.arguments == types ? &known.direct
+                                                                               : nullptr;
+    known.is_made = true;
+    const ULO *root = image_main_node(image);
+    if (!fit_in_registers(types) || all().nodes.contains(root)) return nullptr;
+    known.direct = {.image = image, .arguments = types, .result = OPEN};
+    region r;
+    r.kind = shape::DIRECT;
+    r.image = image;
+    r.self = &known.direct;
+    if (!read_region(&r, root) || !settle_types(&r)) return nullptr;
+    piece made;
+    if (!make_code(&r, &made)) return nullptr;
+    all().nodes[root] = std::move(made);
+    return &known.direct;
+}
+
+way_in make_loop(const ULO *node)
+{
+    const std::lock_guard guard(all().lock);
+    const auto [place, is_new] = all().nodes.try_emplace(node);
+    piece &p = place->second;
+    if (!is_new) return p.resume;
+    region r;
+    r.kind = shape::LOOP;
+    r.image = rt_ctrl->rt_function;
+    r.frame = rt_ctrl->rt_frame;
+    if (read_region(&r, node) && settle_types(&r)) make_code(&r, &p);
+    return p.resume;
+}
+
+bool make_body(const ULO *image, piece *p)
+{
+    region r;
+    r.kind = shape::BODY;
+    r.image = image;
+    r.frame = rt_ctrl->rt_frame;
+    return read_region(&r, image_main_node(image)) && settle_types(&r) && make_code(&r, p);
+}
+
+bool make_function(const ULO *image)
+{
+    const std::lock_guard guard(all().lock);
+    const ULO *root = image_main_node(image), arguments = image_arguments(image);
+    const auto types = number_types(rt_ctrl->rt_frame, arguments);
+    if (types.size() == arguments && make_direct(image, types) != nullptr) return true;
+    const auto [place, is_new] = all().nodes.try_emplace(root);
+    if (is_new) make_body(image, &place->second);
+    return place->second.pages != nullptr;
+}
+
+// The words of before stand in the nodes again: the code's text may be read once more.
+void forget(const void *from, const void *to)
+{
+    const std::lock_guard guard(all().lock);
+    const auto *first = static_cast<const ULO *>(from), *last = static_cast<const ULO *>(to);
+    auto &nodes = all().nodes;
+    for (auto p = nodes.lower_bound(first); p != nodes.end() && p->first < last;) {
+        if (p->second.handler != nullptr)
+            put_word(p->first, reinterpret_cast<const void *>(p->second.handler));
+        p = nodes.erase(p);
+    }
+    auto &functions = all().functions;
+    functions.erase(functions.lower_bound(first), functions.lower_bound(last));
+}
+
+} // namespace
+
+fcall linked_handler(const ULO *node)
+{
+    const std::lock_guard guard(all().lock);
+    const auto found = all().nodes.find(node);
+    if (found != all().nodes.end() && found->second.handler != nullptr)
+        return found->second.handler;
+    return reinterpret_cast<fcall>(node[0]);
+}
+
+const direct_function *find_callee(const region &r, unsigned i)
+{
+    const ULO *image = node_at(r[i].node + 1);
+    std::vector<CHR> types;
+    for (unsigned k = i + 1; k < r[i].end; k = r[k].end) {
+        if (!r[k].type.certain) return nullptr;
+        types.push_back(r[k].type.letter);
+    }
+    if (types.size() != image_arguments(image)) return nullptr;
+    if (r.self != nullptr && r.self->image == image)
+        return r.self->arguments == types ? r.self : nullptr;
+    return make_direct(image, types);
+}
+
+void stop_using(const ULO *node)
+{
+    const std::lock_guard guard(all().lock);
+    const auto found = all().nodes.find(node);
+    if (found == all().nodes.end()) return;
+    put_word(node, reinterpret_cast<const void *>(found->second.handler));
+    found->second.resume = nullptr;
+}
+
+} // namespace native
+
+const native_maker *choose_native_maker()
+{
+#if defined(__x86_64__)
+    static constexpr native_maker hot = {50, 2, native::make_loop, native::make_function,
+                                         native::forget};
+    static constexpr native_maker at_once = {1, 1, native::make_loop, native::make_function,
+                                             native::forget};
+    const char *wish = getenv("KESTRIN_NATIVE");
+    if (wish == nullptr || *wish == '\0') return &hot;
+    return *wish == '0' ? nullptr : *wish == '2' ? &at_once : &hot;
+#else
+    return nullptr;
+#endif
+}

@@ -1,0 +1,333 @@
+#include "native/lower.h"
+
+#include <algorithm>
+
+#include "native/lowering.h"
+#include "vm/forms.h"
+
+namespace native {
+
+namespace {
+
+// With the return address and the words of own_stack they leave the stack as calls want it.
+constexpr reg saved[] = {MACHINE, FRAME, kept[0], kept[1], kept[2], kept[3]};
+constexpr int own_stack = OWN_VARIABLES + 8;
+static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
+
+} // namespace
+
+// The handler to call for a node in the record's form; NULL: the one that stands in the node,
+// whatever it is by then.
+fcall lowering::record_form(const ULO *node)
+{
+    const fcall form = linked_handler(node), record = facts_of_form(form).record;
+    return record == form ? nullptr : record;
+}
+
+memory lowering::home(const local &v) const
+{
+    if (r_.kind != shape::DIRECT) return record(v, offsetof(kestrin_data, value));
+    return {STACK, OWN_VARIABLES + 8 * static_cast<int>(&v - r_.locals.data())};
+}
+
+memory lowering::record(const local &v, std::size_t offset) const
+{
+    return {FRAME, static_cast<int>(v.number * sizeof(kestrin_data) + offset)};
+}
+
+bool lowering::is_lost_in_calls(const local &v) const
+{
+    if (!v.kept) return false;
+    return v.type == 'F' || std::find(std::begin(kept), std::end(kept), v.whole) == std::end(kept);
+}
+
+// -- Calls of the engine -----------------------------------------------------------------------
+
+// What a call could lose goes into memory, and with `all` what the called one may look at.
+void lowering::store_variables(bool all)
+{
+    for (const local &v : r_.locals) {
+        const bool changed = v.assigned || r_.kind == shape::DIRECT;
+        if (!v.kept || !changed || !(all || is_lost_in_calls(v))) continue;
+        if (v.type == 'I')
+            a_.store(home(v), v.whole);
+        else
+            a_.store(home(v), v.real);
+    }
+}
+
+void lowering::load_lost_variables()
+{
+    for (const local &v : r_.locals) {
+        if (!is_lost_in_calls(v)) continue;
+        if (v.type == 'I')
+            a_.load(v.whole, home(v));
+        else
+            a_.load(v.real, home(v));
+    }
+}
+
+void lowering::before_call(bool sees_variables)
+{
+    store_variables(sees_variables && r_.kind != shape::DIRECT);
+    for (unsigned k = 0; k < wholes_; k++)
+        a_.store(memory{STACK, HELD_WHOLES + 8 * static_cast<int>(k)}, temporaries[k]);
+    for (unsigned k = 0; k < reals_; k++)
+        a_.store(memory{STACK, HELD_REALS + 8 * static_cast<int>(k)}, real_temporaries[k]);
+}
+
+void lowering::after_call()
+{
+    load_lost_variables();
+    for (unsigned k = 0; k < wholes_; k++)
+        a_.load(temporaries[k], {STACK, HELD_WHOLES + 8 * static_cast<int>(k)});
+    for (unsigned k = 0; k < reals_; k++)
+        a_.load(real_temporaries[k], {STACK, HELD_REALS + 8 * static_cast<int>(k)});
+}
+
+void lowering::check_error(label place)
+{
+    a_.branch_if_byte(relation::EQUAL, in_machine(offsetof(rt_control, rt_noterror)), 0, place);
+}
+
+void lowering::emit_late()
+{
+    for (std::size_t i = 0; i < late_.size(); i++) {
+        const auto emit = std::move(late_[i]);
+        emit();
+    }
+}
+
+// -- Ways in and out ---------------------------------------------------------------------------
+
+void lowering::begin()
+{
+    for (const reg r : saved) a_.push(r);
+    a_.move_stack(-own_stack);
+    a_.store(memory{STACK, RESULT_RECORD}, arguments[1]);
+    call(&enter);
+    a_.move(MACHINE, RESULT);
+    a_.load(FRAME, in_machine(offsetof(rt_control, rt_frame)));
+}
+
+void lowering::end()
+{
+    a_.set(RESULT, 1);
+    a_.move_stack(own_stack);
+    for (std::size_t i = std::size(saved); i-- > 0;) a_.pop(saved[i]);
+    a_.leave();
+}
+
+// Nothing has been done, and the answer is 0.
+void lowering::refuse(label fails)
+{
+    a_.bind(fails);
+    a_.set(RESULT, 0);
+    a_.move_stack(own_stack);
+    for (std::size_t i = std::size(saved); i-- > 0;) a_.pop(saved[i]);
+    a_.leave();
+}
+
+void lowering::check_owns_nothing(const local &v, label fails)
+{
+    a_.load(scratch[0], record(v, offsetof(kestrin_data, svalue)));
+    a_.compute(whole::OR, scratch[0], record(v, offsetof(kestrin_data, aready_tags)));
+    a_.compute(whole::OR, scratch[0], record(v, offsetof(kestrin_data, array)));
+    a_.branch_if(relation::NOT_EQUAL, scratch[0], 0, fails);
+}
+
+// The variable holds a number of its type, and nothing besides where it is to get another one.
+void lowering::check_type(const local &v, label fails)
+{
+    if (!v.late)
+        a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), fails);
+    if (v.assigned) check_owns_nothing(v, fails);
+}
+
+// The locals of a function are fresh.
+void lowering::check_types(label fails)
+{
+    for (UCH v = 0; v < r_.locals.size(); v++)
+        if (r_.locals[v].type != 0 && (r_.kind == shape::LOOP || (r_.arguments & bit(v))))
+            check_type(r_.locals[v], fails);
+}
+
+// As they are: what is not assigned goes back as it has come.
+void lowering::load_variables()
+{
+    for (const local &v : r_.locals) {
+        if (!v.kept) continue;
+        if (v.type == 'I')
+            a_.load(v.whole, home(v));
+        else
+            a_.load(v.real, home(v));
+    }
+}
+
+// An error is pending, and the variables stand in their registers.
+void lowering::leave_with_error()
+{
+    a_.bind(error_);
+    store_variables(true);
+    end();
+}
+
+void lowering::make_loop()
+{
+    const label fails = a_.make_label();
+    if (r_[0].what == work::FOR) {
+        a_.bind(resume_start_);
+        begin();
+        check_types(fails);
+        load_variables();
+        a_.jump(resume_);
+    }
+    a_.bind(start_);
+    begin();
+    check_types(fails);
+    load_variables();
+    statement(0);
+    store_variables(true);
+    a_.load(arguments[0], {STACK, RESULT_RECORD});
+    call(&answer_zero);
+    end();
+    refuse(fails);
+    emit_late();
+    leave_with_error();
+}
+
+void lowering::make_body()
+{
+    const label fails = a_.make_label();
+    a_.bind(start_);
+    begin();
+    check_types(fails);
+    load_variables();
+    answer(0);
+    a_.bind(done_);
+    end();
+    refuse(fails);
+    emit_late();
+    leave_with_error();
+}
+
+// The way in from handlers, with the arguments in a frame, and the function itself.
+void lowering::make_direct()
+{
+    const label fails = a_.make_label(), ends = a_.make_label();
+    const CHR result = r_.self->result;
+    a_.bind(start_);
+    begin();
+    unsigned wholes = 0, reals = 0;
+    for (std::size_t k = 0; k < r_.self->arguments.size(); k++) {
+        const int at = static_cast<int>(k * sizeof(kestrin_data));
+        const CHR type = r_.self->arguments[k];
+        a_.branch_if_pair(relation::NOT_EQUAL, {FRAME, at + SHAPE}, single_of(type), fails);
+        if (type == 'I')
+            a_.load(temporaries[wholes++], memory{FRAME, at + VALUE});
+        else
+            a_.load(real_temporaries[reals++], memory{FRAME, at + VALUE});
+    }
+    a_.call(direct_);
+    check_error(ends);
+    a_.load(scratch[1], {STACK, RESULT_RECORD});
+    a_.store_pair({scratch[1], SHAPE}, single_of(result));
+    if (result == 'I')
+        a_.store(memory{scratch[1], VALUE}, RESULT);
+    else
+        a_.store(memory{scratch[1], VALUE}, REAL_RESULT);
+    a_.bind(ends);
+    end();
+    refuse(fails);
+    make_function_of_numbers();
+}
+
+// Arguments come as temporaries.
+void lowering::take_arguments()
+{
+    unsigned wholes = 0, reals = 0;
+    for (std::size_t k = 0; k < r_.self->arguments.size(); k++) {
+        const bool is_whole = r_.self->arguments[k] == 'I';
+        const unsigned from = is_whole ? wholes++ : reals++;
+        for (const local &v : r_.locals) {
+            if (v.number != k) continue;
+            if (is_whole && v.kept)
+                a_.move(v.whole, temporaries[from]);
+            else if (is_whole)
+                a_.store(home(v), temporaries[from]);
+            else if (v.kept)
+                a_.move(v.real, real_temporaries[from]);
+            else
+                a_.store(home(v), real_temporaries[from]);
+        }
+    }
+}
+
+void lowering::make_function_of_numbers()
+{
+    std::vector<reg> pushed;
+    for (const reg r : kept)
+        for (const local &v : r_.locals)
+            if (v.kept && v.type == 'I' && v.whole == r) pushed.push_back(r);
+    int own = OWN_VARIABLES + 8 * static_cast<int>(r_.locals.size());
+    if ((8 + 8 * pushed.size() + static_cast<ULO>(own)) % 16 != 0) own += 8;
+    a_.bind(direct_);
+    for (const reg r : pushed) a_.push(r);
+    a_.move_stack(-own);
+    take_arguments();
+    answer_in_register(0);
+    a_.bind(done_);
+    a_.move_stack(own);
+    for (std::size_t i = pushed.size(); i-- > 0;) a_.pop(pushed[i]);
+    a_.leave();
+    emit_late();
+    a_.bind(error_);
+    a_.jump(done_);
+}
+
+// Tries the code; where it does not fit, the handler of before has the same arguments.
+void lowering::make_handler()
+{
+    const label refused = a_.make_label();
+    a_.push(arguments[0]);
+    a_.push(arguments[1]);
+    a_.move_stack(-8);
+    a_.call(start_);
+    a_.move_stack(8);
+    a_.pop(arguments[1]);
+    a_.pop(arguments[0]);
+    a_.branch_if(relation::EQUAL, RESULT, 0, refused);
+    a_.leave();
+    a_.bind(refused);
+    a_.jump(reinterpret_cast<const void *>(linked_handler(r_[0].node)));
+}
+
+lowered lowering::make()
+{
+    start_ = a_.make_label();
+    resume_start_ = a_.make_label();
+    error_ = a_.make_label();
+    done_ = a_.make_label();
+    resume_ = a_.make_label();
+    direct_ = a_.make_label();
+    make_handler();
+    switch (r_.kind) {
+    case shape::LOOP: make_loop(); break;
+    case shape::BODY: make_body(); break;
+    case shape::DIRECT: make_direct(); break;
+    }
+    const auto code = a_.finish();
+    made_.code.assign(code.begin(), code.end());
+    const bool is_for = r_.kind == shape::LOOP && r_[0].what == work::FOR;
+    made_.resume = a_.offset_of(is_for ? resume_start_ : start_);
+    if (r_.kind == shape::DIRECT) made_.direct = a_.offset_of(direct_);
+    return std::move(made_);
+}
+
+lowered lower(region *r)
+{
+    allot_registers(r);
+    return lowering(r).make();
+}
+
+} // namespace native

@@ -1,0 +1,176 @@
+// The lowering's one class. Its functions stand in lower.cpp (ways in and out, calls of the engine),
+// lower_statements.cpp and lower_values.cpp.
+//
+// A value is made in the temporary that is the next free one of its class; who needs it while other
+// values are made holds it there.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <functional>
+
+#include "native/lower.h"
+#include "vm/variants.h"
+
+namespace native {
+
+// -- Places in memory --------------------------------------------------------------------------
+
+constexpr int offset_in_record(std::size_t offset) { return static_cast<int>(offset); }
+constexpr int VALUE = offset_in_record(offsetof(kestrin_data, value));
+constexpr int TYPE = offset_in_record(offsetof(kestrin_data, type));
+constexpr int SHAPE = offset_in_record(offsetof(kestrin_data, single));
+static_assert(TYPE == SHAPE + 1, "`single` and `type` are looked at together");
+
+constexpr unsigned short single_of(CHR type) { return static_cast<unsigned short>(type << 8 | 1); }
+
+inline memory in_machine(std::size_t offset) { return {MACHINE, offset_in_record(offset)}; }
+
+// The native stack of a piece of code, from its lowest word: what is held over a call, the result
+// record of the region, a word for what a call has returned, variables that have no frame.
+constexpr int HELD_WHOLES = 0, HELD_REALS = 6 * 8, RESULT_RECORD = 12 * 8, RETURNED = 13 * 8,
+              OWN_VARIABLES = 14 * 8;
+
+// An operand that an instruction of the machine can take as it is.
+struct operand {
+    enum { NUMBER, REGISTER, MEMORY } kind = NUMBER;
+    SLO number = 0;
+    reg in = reg::NONE;
+    memory at = {};
+};
+
+// Where a BREAK, or an error that may be one, leaves the code of a loop.
+struct open_loop {
+    label end, pending;
+};
+
+class lowering {
+public:
+    explicit lowering(region *r) : r_(*r) {}
+    lowered make();
+
+private:
+    // Ways in and out.
+    void make_loop();
+    void make_body();
+    void make_direct();
+    void make_handler();
+    void make_function_of_numbers();
+    void begin();
+    void end();
+    void refuse(label fails);
+    void check_types(label fails);
+    void check_type(const local &v, label fails);
+    void check_owns_nothing(const local &v, label fails);
+    void load_variables();
+    void store_variables(bool all);
+    void load_lost_variables();
+    void take_arguments();
+    void leave_with_error();
+
+    // Calls of the engine.
+    void before_call(bool sees_variables);
+    void after_call();
+    void check_error(label place);
+    void set_address(reg to, const void *address) { a_.set(to, std::bit_cast<SLO>(address)); }
+    void set_handler(reg to, const ULO *node) { a_.set(to, std::bit_cast<SLO>(record_form(node))); }
+    template <class F> void call(F *function) { a_.call(reinterpret_cast<const void *>(function)); }
+    label pending() const { return loops_.empty() ? error_ : loops_.back().pending; }
+
+    // Code off the road, for what seldom happens: it is emitted at the end, with the temporaries and
+    // loops of here.
+    template <class F> void late(F emit)
+    {
+        late_.push_back([this, emit, wholes = wholes_, reals = reals_, loops = loops_] {
+            wholes_ = wholes;
+            reals_ = reals;
+            loops_ = loops;
+            emit();
+        });
+    }
+    void emit_late();
+
+    // Statements.
+    void statement(unsigned i);
+    void statement_by_handler(unsigned i);
+    void lower_if(unsigned i, void (lowering::*branch_of)(unsigned));
+    void lower_while(unsigned i);
+    void lower_for(unsigned i);
+    void test_for(unsigned i, label body, label behind);
+    void step_for(unsigned i);
+    reg control_of(unsigned i);
+    open_loop begin_loop();
+    void end_loop(const open_loop &loop);
+    void setq(unsigned i);
+    void setq_uncertain(unsigned i);
+    void setq_by_handler(unsigned i);
+    void setq_record(unsigned i);
+    void assign(const local &v);
+    void store_shape(const local &v);
+    void arsetq(unsigned i);
+    void mark_member(unsigned i, reg index, label marked, label fails);
+    void go_on_by_handlers_after(unsigned i);
+    const exit_path *path_of(unsigned i);
+    void answer(unsigned i);
+    void answer_by_handler(unsigned i);
+    void answer_in_register(unsigned i);
+
+    // Conditions.
+    void branch(unsigned i, label place, bool when);
+    void branch_compare(unsigned i, label place, bool when);
+    void branch_both(unsigned i, label place, bool when);
+    void compare_branch(relation r, bool when, reg a, const operand &b, label place);
+
+    // Values: in the next temporary of the class that the name says, or of the item's own.
+    reg to_whole(unsigned i);
+    freg to_real(unsigned i);
+    void produce(unsigned i);
+    void produce_guarded(unsigned i, label fails);
+    void to(unsigned i, CHR letter);
+    void to_branches(unsigned i, CHR letter);
+    void cast(CHR from, CHR to);
+    void value_by_handler(unsigned i, CHR letter);
+    void read_variable(const local &v);
+    void read_record(unsigned i, CHR letter, label fails);
+    void read_member(unsigned i, label fails);
+    void check_member(const item &it, reg index, label fails);
+    void truth_of(unsigned i);
+    bool is_simple(unsigned i, CHR letter) const;
+    operand simple(unsigned i) const;
+    operand second_whole(unsigned i);
+    freg second_real(unsigned i);
+    void compute(whole op, reg to, const operand &by);
+    void numeric(unsigned i);
+    void one_whole(UCH what);
+    void shift_whole(unsigned i, UCH what);
+    void divide(unsigned i, bool is_quotient);
+    void divide_by_power(bool is_quotient, SLO by);
+    void divide_real(unsigned i);
+    void square_root(unsigned i);
+    void multiply_add(unsigned i);
+    void raise_fault_at(unsigned i, label place);
+    void call_operation(unsigned i);
+    void pass_to_operation(unsigned i);
+    void call_function(unsigned i);
+    void pass_to_function(unsigned i);
+    void leave_call_at(unsigned i, label place, const void *tell);
+
+    memory home(const local &v) const;
+    memory record(const local &v, std::size_t offset) const;
+    bool is_lost_in_calls(const local &v) const;
+    reg whole_temporary() const { return temporaries[wholes_]; }
+    freg real_temporary() const { return real_temporaries[reals_]; }
+    const local &variable_of(unsigned i) const { return r_.locals[r_[i].variable]; }
+
+    region &r_;
+    assembler a_;
+    lowered made_;
+    std::vector<open_loop> loops_;
+    std::vector<std::function<void()>> late_;
+    unsigned wholes_ = 0, reals_ = 0; // temporaries that hold values
+    label start_ = 0, resume_start_ = 0, resume_ = 0, direct_ = 0, done_ = 0, error_ = 0;
+
+    static fcall record_form(const ULO *node);
+};
+
+} // namespace native

@@ -1,0 +1,143 @@
+// A region: the loop or the function that becomes native code, as a tree of what its nodes do.
+//
+// The items stand in the order of the text, each in front of its operands, in one vector. What the
+// lowering has no code for is OTHER: such a node is evaluated by its handler, and its operands are
+// items only so that it is known which variables they read and assign.
+#pragma once
+
+#include <vector>
+
+#include "kestrin/value.h"
+#include "native/x86_64.h"
+#include "vm/handler.h"
+
+namespace native {
+
+enum class work : UCH {
+    CONSTANT,
+    READ,
+    NUMERIC,
+    COMPARE,
+    BOTH,   // AND
+    EITHER, // OR
+    CAST,
+    SETQ,
+    INDEX,
+    ARSETQ,
+    IF,
+    WHILE,
+    FOR, // operands: start, increment, end, body
+    PROGN,
+    BREAK,
+    CALL,
+    OTHER
+};
+
+// A set of the region's variables, as bits of their numbers in the region.
+using variable_set = ULO;
+constexpr ULO MOST_VARIABLES = 64;
+
+// In place of a type while none is known.
+constexpr CHR OPEN = '?';
+
+// The type of a value. `certain`: no other can come, but an error.
+struct value_type {
+    CHR letter = 0; // 'I' or 'F'; 0: anything
+    bool certain = false;
+    bool operator==(const value_type &) const = default;
+};
+
+struct direct_function;
+
+struct item {
+    work what = work::OTHER;
+    CHR letter = 0;           // of CONSTANT and CAST; of what OTHER gives; class that INDEX, ARSETQ
+                              // find, 0 not known
+    relation comparison = {}; // of COMPARE
+    UCH variable = 0;         // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
+    bool pure = false;        // may be evaluated again: it changes nothing and calls nobody
+    bool statement = false;   // nobody reads its value, and no other value is held meanwhile
+    bool by_handler = false;  // the lowering leaves it to its handler, with all that is in it
+    unsigned end = 0;         // of its subtree: where the next sibling stands
+    unsigned parent = 0;
+    ULO place = 0; // among the parent's operands
+    unsigned loops = 0; // around it, in the region
+    const ULO *node = nullptr;
+    const ULO *word = nullptr; // the operand word that leads to it
+    const numeric_row *row = nullptr;         // of NUMERIC
+    const direct_function *callee = nullptr; // of CALL: native code that takes numbers in registers
+    variable_set reads = 0, assigns = 0;
+    value_type type; // of its value
+    UCH temporaries = 0; // registers that its evaluation takes, at most
+};
+
+// A function that takes numbers in registers and answers one.
+struct direct_function {
+    const ULO *image = nullptr;
+    std::vector<CHR> arguments; // their types, 'I' or 'F'
+    CHR result = 0;
+    const void *code = nullptr; // NULL while it is being made
+    bool operator==(const direct_function &) const = default;
+};
+
+// A variable of the region.
+struct local {
+    ULO number = 0;        // in the frame
+    CHR type = 0;          // 'I' or 'F' throughout the region; 0: its record tells; OPEN
+    CHR observed = 0;      // type of what it holds when the code is made, 'A' for an array
+    CHR array = 0;         // class of that
+    bool assigned = false; // in the region
+    bool late = false;     // it is assigned before it is read
+    reg whole = reg::NONE; // where it is kept, if not in its record
+    freg real = freg::X0;
+    bool kept = false;     // in one of these two
+    ULO weight = 0;        // how often it is used, by estimate
+};
+
+// A loop; the body of a function in its frame; a function of numbers that needs no frame.
+enum class shape : UCH { LOOP, BODY, DIRECT };
+
+struct region {
+    shape kind = shape::LOOP;
+    const ULO *image = nullptr; // of the function, or that the loop stands in
+    const kestrin_data *frame = nullptr; // what the variables hold; NULL: not known
+    direct_function *self = nullptr;     // of DIRECT
+    std::vector<item> items;
+    std::vector<local> locals;
+    variable_set arguments = 0; // of a function
+
+    item &operator[](unsigned i) { return items[i]; }
+    const item &operator[](unsigned i) const { return items[i]; }
+    // The k-th operand of an item.
+    unsigned operand(unsigned i, unsigned k) const
+    {
+        unsigned at = i + 1;
+        while (k-- > 0) at = items[at].end;
+        return at;
+    }
+};
+
+constexpr variable_set bit(UCH variable) { return variable_set(1) << variable; }
+
+// Reads the tree at `root`, a linked node, by the types that stand in the frame. False if there is
+// a node of which nothing is known, or too many nodes or variables.
+bool read_region(region *r, const ULO *root);
+
+// Finds out the types of variables and values, and what is left to handlers. False if the region is
+// not worth code of its own, or can't have its shape.
+bool settle_types(region *r);
+
+// The function that a CALL with operands of these types goes to without a frame; it may be made for
+// that. NULL: to its handler.
+const direct_function *find_callee(const region &r, unsigned i);
+
+// True for an operation that the lowering has instructions for; others are calls.
+bool is_inline(const numeric_row &row);
+
+// Gives variables their registers.
+void allot_registers(region *r);
+
+// The first word of a linked node as the linker has left it, whatever native code stands there.
+fcall linked_handler(const ULO *node);
+
+} // namespace native

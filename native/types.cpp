@@ -1,0 +1,380 @@
+// Types of variables and values. Every variable begins as what it holds, or open, and takes the type
+// of what is assigned to it; where two differ, its record tells. What cannot be done with numbers in
+// registers is left to handlers, and with it the variables that it assigns. Each of these steps goes
+// one way, so they come to an end.
+
+#include <algorithm>
+#include <bit>
+
+#include "native/region.h"
+
+namespace native {
+
+namespace {
+
+constexpr UCH MOST_TEMPORARIES = 5;
+constexpr int MOST_PASSES = 20;
+
+bool is_number(CHR letter) { return letter == 'I' || letter == 'F'; }
+
+// What becomes of a value. STATEMENT: nobody reads it, and the handlers could go on behind it.
+// EFFECT: nobody reads it, in the middle of an expression. ANSWER: the function answers it.
+enum class use : UCH { VALUE, EFFECT, STATEMENT, ANSWER };
+
+class typing {
+public:
+    explicit typing(region *r) : r_(*r) {}
+    bool run();
+
+private:
+    void visit(unsigned i, use how);
+    void visit_operands(unsigned i);
+    void visit_progn(unsigned i, use how);
+    void visit_if(unsigned i, use how);
+    void visit_loop(unsigned i, use how);
+    void visit_compare(unsigned i);
+    void visit_setq(unsigned i, use how);
+    void visit_index(unsigned i);
+    void visit_arsetq(unsigned i, use how);
+    void visit_call(unsigned i);
+    void count_temporaries(unsigned i);
+    void leave_to_handler(unsigned i);
+    void set_type(UCH variable, CHR type);
+    void give(unsigned i, value_type type);
+    value_type type_of_operand(unsigned i, unsigned k) { return r_[r_.operand(i, k)].type; }
+
+    region &r_;
+    bool changed_ = false;
+};
+
+void typing::set_type(UCH variable, CHR type)
+{
+    local &v = r_.locals[variable];
+    if (type == OPEN || v.type == type || v.type == 0) return;
+    v.type = v.type == OPEN ? type : 0;
+    changed_ = true;
+}
+
+void typing::give(unsigned i, value_type type)
+{
+    if (r_[i].type == type) return;
+    r_[i].type = type;
+    changed_ = true;
+}
+
+void typing::leave_to_handler(unsigned i)
+{
+    item &it = r_[i];
+    if (it.what == work::COMPARE || it.what == work::BOTH || it.what == work::EITHER)
+        give(i, {'I', true});
+    else
+        give(i, {is_number(it.letter) && it.what == work::OTHER ? it.letter : CHR(0), false});
+    if (it.by_handler) return;
+    it.by_handler = changed_ = true;
+    it.pure = false;
+    for (unsigned up = i; up != 0; up = r_[up].parent) r_[up].pure = false;
+    r_[0].pure = false;
+    for (UCH v = 0; v < r_.locals.size(); v++)
+        if (it.assigns & bit(v)) set_type(v, 0);
+}
+
+void typing::visit_operands(unsigned i)
+{
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) visit(k, use::VALUE);
+}
+
+void typing::visit_progn(unsigned i, use how)
+{
+    if (r_[i].end == i + 1) return leave_to_handler(i);
+    const use unread = how == use::STATEMENT || how == use::ANSWER ? use::STATEMENT : use::EFFECT;
+    unsigned last = i;
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) {
+        visit(k, r_[k].end < r_[i].end ? unread : how);
+        last = k;
+    }
+    give(i, r_[last].type);
+}
+
+void typing::visit_if(unsigned i, use how)
+{
+    const unsigned yes = r_.operand(i, 1), no = r_.operand(i, 2);
+    visit(i + 1, use::VALUE);
+    visit(yes, how);
+    visit(no, how);
+    value_type a = r_[yes].type, b = r_[no].type;
+    if (a.letter == OPEN) a = b;
+    if (b.letter == OPEN) b = a;
+    if (a.letter == b.letter) return give(i, {a.letter, a.certain && b.certain});
+    give(i, {});
+    if (how == use::VALUE) leave_to_handler(i);
+}
+
+void typing::visit_loop(unsigned i, use how)
+{
+    if (how == use::VALUE || how == use::EFFECT) return leave_to_handler(i);
+    const bool is_for = r_[i].what == work::FOR;
+    const unsigned body = r_.operand(i, is_for ? 3 : 1);
+    for (unsigned k = i + 1; k < body; k = r_[k].end) visit(k, use::VALUE);
+    visit(body, use::STATEMENT);
+    give(i, {'I', true});
+    if (!is_for) return;
+    set_type(r_[i].variable, 'I');
+    const variable_set control = bit(r_[i].variable);
+    for (unsigned k = i + 1; k < body; k = r_[k].end) // the handler keeps a value of its own
+        if (r_[k].assigns & control) return leave_to_handler(i);
+    if (r_.locals[r_[i].variable].type == 0) leave_to_handler(i);
+}
+
+void typing::visit_compare(unsigned i)
+{
+    visit_operands(i);
+    const value_type first = type_of_operand(i, 0);
+    give(i, {'I', true});
+    if (first.letter == 0 || (!first.certain && first.letter != OPEN && !r_[i + 1].pure))
+        leave_to_handler(i);
+}
+
+// A value that may be of another type is stored where the handlers can go on.
+void typing::visit_setq(unsigned i, use how)
+{
+    visit(i + 1, use::VALUE);
+    const value_type value = r_[i + 1].type;
+    const bool is_statement = how == use::STATEMENT;
+    if (value.certain || value.letter == OPEN || (is_statement && value.letter != 0))
+        set_type(r_[i].variable, value.letter);
+    else if (!is_statement)
+        set_type(r_[i].variable, 0);
+    const CHR type = r_.locals[r_[i].variable].type;
+    if (type != 0) return give(i, {type, true});
+    give(i, {value.letter, false});
+    if (!is_statement || !value.certain) leave_to_handler(i);
+}
+
+void typing::visit_index(unsigned i)
+{
+    visit_operands(i);
+    set_type(r_[i].variable, 0);
+    give(i, {r_[i].letter, false});
+    if (r_[i].letter == 0 || !r_[i + 1].pure) leave_to_handler(i);
+}
+
+void typing::visit_arsetq(unsigned i, use how)
+{
+    visit_operands(i);
+    set_type(r_[i].variable, 0);
+    const CHR stored = type_of_operand(i, 1).letter;
+    const bool fits = r_[i].letter != 0 && (stored == r_[i].letter || stored == OPEN);
+    const bool again = r_[i + 1].pure && r_[r_.operand(i, 1)].pure;
+    if (how != use::STATEMENT || !fits || !again) leave_to_handler(i);
+}
+
+void typing::visit_call(unsigned i)
+{
+    visit_operands(i);
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end)
+        if (r_[k].type.letter == OPEN) return give(i, {OPEN, false});
+    r_[i].callee = find_callee(r_, i);
+    if (r_[i].callee == nullptr) return leave_to_handler(i);
+    give(i, {r_[i].callee->result, r_[i].callee->result != OPEN});
+}
+
+// Each operand is held while the next ones are evaluated.
+void typing::count_temporaries(unsigned i)
+{
+    unsigned held = 0, most = 1;
+    const bool holds = r_[i].what != work::PROGN && r_[i].what != work::IF &&
+                       r_[i].what != work::BOTH && r_[i].what != work::EITHER;
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) {
+        if (!r_[k].by_handler) most = std::max(most, held + r_[k].temporaries);
+        if (holds) held++;
+    }
+    r_[i].temporaries = static_cast<UCH>(std::max(most, held));
+    if (r_[i].temporaries > MOST_TEMPORARIES) {
+        leave_to_handler(i);
+        r_[i].temporaries = 1;
+    }
+}
+
+void typing::visit(unsigned i, use how)
+{
+    item &it = r_[i];
+    it.statement = how == use::STATEMENT;
+    if (it.by_handler) return;
+    switch (it.what) {
+    case work::CONSTANT: give(i, {it.letter, true}); break;
+    case work::READ: {
+        const local &v = r_.locals[it.variable];
+        give(i, v.type != 0 ? value_type{v.type, true}
+                            : value_type{is_number(v.observed) ? v.observed : CHR(0), false});
+        break;
+    }
+    case work::NUMERIC:
+        visit_operands(i);
+        give(i, {it.row->result, true});
+        break;
+    case work::COMPARE: visit_compare(i); break;
+    case work::BOTH:
+    case work::EITHER:
+        visit_operands(i);
+        give(i, {'I', true});
+        break;
+    case work::CAST:
+        visit_operands(i);
+        give(i, {it.letter, true});
+        break;
+    case work::SETQ: visit_setq(i, how); break;
+    case work::INDEX: visit_index(i); break;
+    case work::ARSETQ: visit_arsetq(i, how); break;
+    case work::IF: visit_if(i, how); break;
+    case work::WHILE:
+    case work::FOR: visit_loop(i, how); break;
+    case work::PROGN: visit_progn(i, how); break;
+    case work::BREAK:
+        if (how != use::STATEMENT || it.loops == 0) leave_to_handler(i);
+        break;
+    case work::CALL: visit_call(i); break;
+    case work::OTHER: leave_to_handler(i); break;
+    }
+    if (!r_[i].by_handler) count_temporaries(i);
+}
+
+// False if the types do not settle soon.
+bool typing::run()
+{
+    for (int pass = 0; pass < MOST_PASSES; pass++) {
+        changed_ = false;
+        visit(0, r_.kind == shape::LOOP ? use::STATEMENT : use::ANSWER);
+        if (!changed_) return true;
+    }
+    return false;
+}
+
+// Which variables are read before they are surely assigned: one walk in the order of evaluation.
+class order {
+public:
+    explicit order(const region &r) : r_(r) {}
+    variable_set early() { return walk(0, 0), early_; }
+
+private:
+    // Takes what is assigned before; returns what is afterwards.
+    variable_set walk(unsigned i, variable_set set);
+    variable_set walk_operands(unsigned i, variable_set set);
+
+    const region &r_;
+    variable_set early_ = 0;
+};
+
+variable_set order::walk_operands(unsigned i, variable_set set)
+{
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) set = walk(k, set);
+    return set;
+}
+
+variable_set order::walk(unsigned i, variable_set set)
+{
+    const item &it = r_[i];
+    if (it.by_handler || it.what == work::READ) {
+        early_ |= it.reads & ~set;
+        return set;
+    }
+    switch (it.what) {
+    case work::SETQ: return walk(i + 1, set) | bit(it.variable);
+    case work::IF: {
+        const variable_set tested = walk(i + 1, set);
+        return walk(r_.operand(i, 1), tested) & walk(r_.operand(i, 2), tested);
+    }
+    case work::BOTH:
+    case work::EITHER: {
+        const variable_set first = walk(i + 1, set);
+        walk(r_.operand(i, 1), first);
+        return first;
+    }
+    case work::WHILE: walk_operands(i, set); return set; // a BREAK may come anywhere
+    case work::FOR: {
+        variable_set inside = walk(i + 1, set) | bit(it.variable);
+        for (unsigned k = r_[i + 1].end; k < it.end; k = r_[k].end) inside = walk(k, inside);
+        return set;
+    }
+    default: return walk_operands(i, set);
+    }
+}
+
+CHR type_to_begin_with(const region &r, UCH v)
+{
+    const local &it = r.locals[v];
+    if (r.kind != shape::LOOP && !(r.arguments & bit(v))) return OPEN;
+    if (is_number(it.observed)) return it.observed;
+    return it.observed == 0 && it.array == 0 && it.assigned ? OPEN : CHR(0);
+}
+
+// False if a variable had to be left to its record for what is read too early.
+bool settle_order(region *r)
+{
+    const variable_set early = order(*r).early();
+    bool settled = true;
+    for (UCH v = 0; v < r->locals.size(); v++) {
+        local &it = r->locals[v];
+        if (it.type == 0) continue;
+        const bool is_set =
+            r->kind == shape::LOOP ? it.observed == it.type : (r->arguments & bit(v)) != 0;
+        it.late = !(early & bit(v)) && !(r->arguments & bit(v));
+        if (it.type == OPEN || (!it.late && !is_set)) {
+            it.type = 0;
+            settled = false;
+        }
+    }
+    return settled;
+}
+
+// Nodes in native code against those that are left to handlers.
+bool is_worth_it(const region &r)
+{
+    unsigned mine = 0, theirs = 0;
+    for (unsigned i = 0; i < r.items.size(); i = r[i].by_handler ? r[i].end : i + 1) {
+        const work what = r[i].what;
+        if (r[i].by_handler)
+            theirs++;
+        else if (what != work::CONSTANT && what != work::READ && what != work::PROGN)
+            mine++;
+    }
+    return mine > theirs && !r[0].by_handler;
+}
+
+// A function without a frame has numbers only, and nobody who would look for its frame.
+bool needs_no_frame(const region &r)
+{
+    for (const item &it : r.items)
+        if (it.by_handler || it.what == work::INDEX || it.what == work::ARSETQ ||
+            (it.row != nullptr && it.row->may_fault && !is_inline(*it.row)))
+            return false;
+    for (const local &v : r.locals)
+        if (v.type == 0) return false;
+    return r[0].type.certain;
+}
+
+bool settle_all(region *r)
+{
+    do {
+        if (!typing(r).run()) return false;
+    } while (!settle_order(r));
+    return true;
+}
+
+} // namespace
+
+bool settle_types(region *r)
+{
+    for (UCH v = 0; v < r->locals.size(); v++) {
+        r->locals[v].assigned = r->items[0].assigns & bit(v);
+        r->locals[v].type = type_to_begin_with(*r, v);
+    }
+    if (r->kind != shape::DIRECT) return settle_all(r) && is_worth_it(*r);
+    // A function that calls itself answers what it answers where it does not.
+    if (!typing(r).run()) return false;
+    if (!r->items[0].type.certain && r->items[0].type.letter != OPEN) return false;
+    r->self->result = r->items[0].type.letter;
+    return settle_all(r) && needs_no_frame(*r) && is_number(r->self->result) &&
+           r->items[0].type.letter == r->self->result;
+}
+
+} // namespace native

@@ -1,0 +1,60 @@
+// Where the handlers hand over to native code: they count how often a loop goes round and a function
+// is called, and a layer above makes code of what runs hot.
+#pragma once
+
+#include "vm/engine.h"
+#include "vm/machine.h"
+
+// That layer. Where it is not there, the handlers run alone.
+struct native_maker {
+    unsigned rounds, calls; // of a loop or of a function until it is hot
+
+    // Code that goes on with the linked loop at `node` and does all that is left of it, its value
+    // too. It returns false, with nothing done, where the variables hold other types than it was
+    // made for. NULL if there is no code.
+    using rest_of_loop = bool (*)(const ULO *dat_ptr, kestrin_data *ret_dat);
+    rest_of_loop (*loop)(const ULO *node);
+    // Sees to it that the main node of an image, which stands in the record with its arguments, is
+    // native, if it can be. Else false.
+    bool (*function)(const ULO *image);
+    // Linked code between two addresses is about to end.
+    void (*forget)(const void *from, const void *to);
+};
+
+// What is not worth a further look gets so many rounds or calls.
+constexpr unsigned LEFT_ALONE = 1 << 20;
+
+// All counters at their beginning.
+hot_counters fresh_counters();
+
+// Places that lie near each other have counters of their own; two that share one are hot earlier.
+inline ULO counter_of(const ULO *place)
+{
+    return reinterpret_cast<ULO>(place) / sizeof(ULO) % hot_counters::COUNT;
+}
+
+// At the top of each round of a loop. True if native code has done the rest.
+bool go_on_natively(const ULO *dat_ptr, kestrin_data *ret_dat, unsigned *rounds_left);
+inline bool is_done_natively(const ULO *dat_ptr, kestrin_data *ret_dat, unsigned *rounds_left)
+{
+    return --*rounds_left == 0 && go_on_natively(dat_ptr, ret_dat, rounds_left);
+}
+inline unsigned *rounds_left_of(const ULO *dat_ptr)
+{
+    return &rt_ctrl->counters->rounds[counter_of(dat_ptr)];
+}
+
+// At each call of a function, when its frame stands in the record.
+void make_function_native(const ULO *image, unsigned *calls_left);
+inline void count_call(rt_control *rt, const ULO *image)
+{
+    unsigned *left = &rt->counters->calls[counter_of(image)];
+    if (--*left == 0) [[unlikely]]
+        make_function_native(image, left);
+}
+
+// To be called before linked code of so many bytes ends.
+inline void forget_native(const CHR *code, ULO size)
+{
+    if (the_engine.native != nullptr) the_engine.native->forget(code, code + size);
+}
