@@ -16,12 +16,12 @@ static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
 
 } // namespace
 
-// The handler to call for a node in the record's form; NULL: the one that stands in the node,
-// whatever it is by then.
-fcall lowering::record_form(const ULO *node)
+// The handler to call for a node that leaves the value in the record. NULL: the one that stands in
+// the node, whatever it is by then; the root's will be this code.
+fcall lowering::record_form(unsigned i) const
 {
-    const fcall form = linked_handler(node), record = facts_of_form(form).record;
-    return record == form ? nullptr : record;
+    const fcall form = linked_handler(r_[i].node), record = facts_of_form(form).record;
+    return record == form && i != 0 ? nullptr : record;
 }
 
 memory lowering::home(const local &v) const

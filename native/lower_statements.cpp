@@ -11,7 +11,7 @@ void lowering::statement_by_handler(unsigned i)
     before_call(true);
     set_address(arguments[0], r_[i].node);
     a_.load(arguments[1], {STACK, RESULT_RECORD});
-    set_handler(arguments[2], r_[i].node);
+    set_handler(arguments[2], i);
     call(&run_statement);
     after_call();
     check_error(pending());
@@ -333,7 +333,7 @@ void lowering::answer_by_handler(unsigned i)
     before_call(true);
     set_address(arguments[0], r_[i].node);
     a_.load(arguments[1], {STACK, RESULT_RECORD});
-    set_handler(arguments[2], r_[i].node);
+    set_handler(arguments[2], i);
     call(&run_answer);
     a_.jump(done_);
 }

@@ -208,7 +208,7 @@ void lowering::value_by_handler(unsigned i, CHR letter)
 {
     before_call(true);
     set_address(arguments[0], r_[i].word);
-    set_handler(arguments[1], r_[i].node);
+    set_handler(arguments[1], i);
     if (letter == 'I') {
         call(&whole_of);
         a_.move(whole_temporary(), RESULT);

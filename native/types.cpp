@@ -182,8 +182,10 @@ void typing::visit_call(unsigned i)
 void typing::count_temporaries(unsigned i)
 {
     unsigned held = 0, most = 1;
-    const bool holds = r_[i].what != work::PROGN && r_[i].what != work::IF &&
-                       r_[i].what != work::BOTH && r_[i].what != work::EITHER;
+    const auto is_one_of = [this, i](auto... works) { return ((r_[i].what == works) || ...); };
+    const bool holds = !is_one_of(work::PROGN, work::IF, work::BOTH, work::EITHER, work::WHILE,
+                                  work::FOR);
+    if (r_[i].what == work::FOR) most = 1u + r_[r_.operand(i, 2)].temporaries; // step and end
     for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) {
         if (!r_[k].by_handler) most = std::max(most, held + r_[k].temporaries);
         if (holds) held++;

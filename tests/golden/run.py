@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Runs whole programs through kestrin and compares what comes out with what is recorded.
 
-  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|mapcar] [--sanitized]
+  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|mapcar] [--native 0|1|2]
+         [--sanitized]
 
 A case is <group>/<name>.kst beside this script; the filter is a piece of "group/name".
   name.out     stdout, byte for byte; without the file nothing may be printed
@@ -414,10 +415,13 @@ def main():
     p.add_argument("--accept", action="store_true", help="record what comes out; review the change")
     p.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
     p.add_argument("--road", choices=sorted(ROADS), help="run the quiet cases on another road")
+    p.add_argument("--native", choices="012", help="KESTRIN_NATIVE in the environment")
     p.add_argument("--sanitized", action="store_true", help="leave out the cases marked native")
     a = p.parse_args()
     if a.accept and a.road:
         p.error("records are made on the plain road only")
+    if a.native:
+        ENVIRONMENT["KESTRIN_NATIVE"] = a.native
     kestrin = os.path.abspath(a.kestrin)
     if not os.access(kestrin, os.X_OK):
         p.error("no program at " + kestrin)
