@@ -20,8 +20,8 @@ static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
 // the node, whatever it is by then; the root's will be this code.
 fcall lowering::record_form(unsigned i) const
 {
-    const fcall form = linked_handler(r_[i].node), record = facts_of_form(form).record;
-    return record == form && i != 0 ? nullptr : record;
+    const fcall handler = linked_handler(r_[i].node), answering = facts_of_form(handler).record;
+    return answering == handler && i != 0 ? nullptr : answering;
 }
 
 memory lowering::home(const local &v) const
