@@ -275,24 +275,62 @@ void lowering::mark_member(unsigned i, reg index, label marked, label fails)
     });
 }
 
-void lowering::arsetq(unsigned i)
+void lowering::store_typed(unsigned i, label fails)
 {
-    const label fails = a_.make_label(), marked = a_.make_label(), behind = a_.make_label();
-    const unsigned value = r_.operand(i, 1);
-    const local &array = variable_of(i);
-    const reg index = to_whole(i + 1);
-    wholes_++;
-    produce_guarded(value, fails);
-    wholes_--;
+    const label marked = a_.make_label();
+    const reg index = temporaries[wholes_ - 1];
     check_member(r_[i], index, fails);
     mark_member(i, index, marked, fails);
     a_.bind(marked);
+    a_.load(scratch[0], record(variable_of(i), offsetof(kestrin_data, array)));
+    store_number(r_[i].letter, {scratch[0], 0, index, sizeof(SLO)});
+}
+
+// Places of an array that nobody shares, of which the member owns nothing.
+void lowering::store_mixed(unsigned i, label fails)
+{
+    const local &array = variable_of(i);
+    const CHR letter = r_[r_.operand(i, 1)].type.letter;
+    const auto member = [](std::size_t offset) {
+        return memory{scratch[0], offset_in_record(offset)};
+    };
     a_.load(scratch[0], record(array, offsetof(kestrin_data, array)));
-    const memory place = {scratch[0], 0, index, sizeof(SLO)};
-    if (r_[i].letter == 'I')
-        a_.store(place, temporaries[wholes_ + 1]);
+    a_.branch_if(relation::EQUAL, scratch[0], 0, fails);
+    a_.load(scratch[1], member(VALUE)); // of place 0: how many share them
+    a_.branch_if(relation::NOT_EQUAL, scratch[1], 0, fails);
+    find_record(array, temporaries[wholes_ - 1], fails);
+    a_.load(scratch[1], member(offsetof(kestrin_data, svalue)));
+    a_.compute(whole::OR, scratch[1], member(offsetof(kestrin_data, aready_tags)));
+    a_.compute(whole::OR, scratch[1], member(offsetof(kestrin_data, array)));
+    a_.branch_if(relation::NOT_EQUAL, scratch[1], 0, fails);
+    a_.store_pair(member(SHAPE), single_of(letter));
+    store_number(letter, member(VALUE));
+}
+
+// Member 0 is the record's own value.
+void lowering::store_first(unsigned i, label fails)
+{
+    const local &array = variable_of(i);
+    const CHR letter = r_[r_.operand(i, 1)].type.letter;
+    a_.load(scratch[0], record(array, offsetof(kestrin_data, svalue)));
+    a_.branch_if(relation::NOT_EQUAL, scratch[0], 0, fails);
+    a_.store_byte(record(array, TYPE), static_cast<UCH>(letter));
+    store_number(letter, record(array, VALUE));
+}
+
+void lowering::arsetq(unsigned i)
+{
+    const label fails = a_.make_label(), behind = a_.make_label();
+    to_whole(i + 1);
+    wholes_++;
+    produce_guarded(r_.operand(i, 1), fails);
+    if (is_first(r_, i))
+        store_first(i, fails);
+    else if (r_[i].mixed)
+        store_mixed(i, fails);
     else
-        a_.store(place, real_temporary());
+        store_typed(i, fails);
+    wholes_--;
     a_.bind(behind);
     late([this, i, fails, behind] {
         a_.bind(fails);

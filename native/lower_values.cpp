@@ -340,6 +340,22 @@ void lowering::read_record(unsigned i, CHR letter, label fails)
         a_.load(real_temporary(), record(v, VALUE));
 }
 
+void lowering::load_number(CHR letter, const memory &from)
+{
+    if (letter == 'I')
+        a_.load(whole_temporary(), from);
+    else
+        a_.load(real_temporary(), from);
+}
+
+void lowering::store_number(CHR letter, const memory &to)
+{
+    if (letter == 'I')
+        a_.store(to, whole_temporary());
+    else
+        a_.store(to, real_temporary());
+}
+
 // The array has the class and the place; its tags stand in scratch[0].
 void lowering::check_member(const item &it, reg index, label fails)
 {
@@ -351,22 +367,54 @@ void lowering::check_member(const item &it, reg index, label fails)
     a_.load(scratch[0], record(array, offsetof(kestrin_data, aready_tags)));
 }
 
-// Place 0 of the tags, which says something else, is no letter.
+// The places of a mixed array stand in scratch[0]; then the record of a member. How many there are
+// is told by place 0 where the array has the fewest that it can report.
+void lowering::find_record(const local &array, reg index, label fails)
+{
+    const label large = a_.make_label();
+    constexpr int COUNT = offset_in_record(offsetof(kestrin_data, indices_numb));
+    a_.branch_if_byte(relation::NOT_EQUAL, record(array, offsetof(kestrin_data, arraytype)), 0,
+                      fails);
+    a_.load(scratch[1], record(array, COUNT));
+    a_.branch_if(relation::NOT_EQUAL, scratch[1], static_cast<SLO>(PLACES_STEP), large);
+    a_.load(scratch[1], memory{scratch[0], COUNT});
+    a_.bind(large);
+    a_.branch_if(relation::ABOVE_OR_EQUAL, index, scratch[1], fails);
+    a_.branch_if(relation::EQUAL, index, 0, fails);
+    a_.move(scratch[1], index);
+    a_.compute(whole::MUL, scratch[1], static_cast<SLO>(sizeof(kestrin_data)));
+    a_.compute(whole::ADD, scratch[0], scratch[1]);
+}
+
+// Member 0 is the record's own value.
+void lowering::read_first(unsigned i, label fails)
+{
+    const local &array = variable_of(i);
+    a_.branch_if_byte(relation::NOT_EQUAL, record(array, TYPE), static_cast<UCH>(r_[i].letter),
+                      fails);
+    load_number(r_[i].letter, record(array, VALUE));
+}
+
+// Place 0, which says something else, looks like no member.
 void lowering::read_member(unsigned i, label fails)
 {
     const item &it = r_[i];
     const local &array = variable_of(i);
+    if (is_first(r_, i)) return read_first(i, fails);
     const bool stays = is_simple(i + 1, 'I') && simple(i + 1).kind == operand::REGISTER;
     const reg index = stays ? simple(i + 1).in : to_whole(i + 1);
+    if (it.mixed) {
+        a_.load(scratch[0], record(array, offsetof(kestrin_data, array)));
+        a_.branch_if(relation::EQUAL, scratch[0], 0, fails);
+        find_record(array, index, fails);
+        a_.branch_if_pair(relation::NOT_EQUAL, {scratch[0], SHAPE}, single_of(it.letter), fails);
+        return load_number(it.letter, {scratch[0], VALUE});
+    }
     check_member(it, index, fails);
     a_.branch_if_byte(relation::NOT_EQUAL, {scratch[0], 0, index, 1}, static_cast<UCH>(it.letter),
                       fails);
     a_.load(scratch[0], record(array, offsetof(kestrin_data, array)));
-    const memory place = {scratch[0], 0, index, sizeof(SLO)};
-    if (it.letter == 'I')
-        a_.load(whole_temporary(), place);
-    else
-        a_.load(real_temporary(), place);
+    load_number(it.letter, {scratch[0], 0, index, sizeof(SLO)});
 }
 
 // 1 or 0.

@@ -109,6 +109,9 @@ private:
     void store_shape(const local &v);
     void arsetq(unsigned i);
     void mark_member(unsigned i, reg index, label marked, label fails);
+    void store_first(unsigned i, label fails);
+    void store_typed(unsigned i, label fails);
+    void store_mixed(unsigned i, label fails);
     void go_on_by_handlers_after(unsigned i);
     const exit_path *path_of(unsigned i);
     void answer(unsigned i);
@@ -134,6 +137,10 @@ private:
     void read_record(unsigned i, CHR letter, label fails);
     void read_member(unsigned i, label fails);
     void check_member(const item &it, reg index, label fails);
+    void find_record(const local &array, reg index, label fails);
+    void read_first(unsigned i, label fails);
+    void load_number(CHR letter, const memory &from);
+    void store_number(CHR letter, const memory &to);
     void truth_of(unsigned i);
     bool is_simple(unsigned i, CHR letter) const;
     operand simple(unsigned i) const;

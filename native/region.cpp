@@ -6,6 +6,7 @@
 #include "frontend/isa.h"
 #include "frontend/words.h"
 #include "vm/image.h"
+#include "vm/places.h"
 #include "vm/variants.h"
 
 // The instructions that the lowering knows besides the operations on numbers.
@@ -126,7 +127,6 @@ private:
     bool read_operands(unsigned i, const image::node_words &words, ULO count);
     bool name_variable(ULO number, UCH *variable);
     void observe(local *v) const;
-    void find_class(item *it, const instruction &known) const;
     void sum_up(unsigned i, const instruction *known);
 
     region &r_;
@@ -140,7 +140,11 @@ void reader::observe(local *v) const
     if (r_.frame == nullptr) return;
     const kestrin_data &record = r_.frame[v->number];
     v->observed = record.single ? CHR(record.type) : 'A';
+    v->first = CHR(record.type);
     v->array = CHR(record.arraytype);
+    v->member = v->array;
+    if (!record.single && v->array == 0 && record.array.mix != nullptr && owned_places(&record) > 1)
+        v->member = CHR(record.array.mix[1].type);
 }
 
 bool reader::name_variable(ULO number, UCH *variable)
@@ -178,14 +182,6 @@ bool reader::read_leaf(fcall handler, item *it)
         return false;
     it->what = work::READ;
     return true;
-}
-
-// The class of the array that the handler is for, or that the variable holds.
-void reader::find_class(item *it, const instruction &known) const
-{
-    it->letter = known.slot;
-    if (it->letter == 0) it->letter = r_.locals[it->variable].array;
-    if (it->letter != 'I' && it->letter != 'F') it->letter = 0;
 }
 
 bool reader::read_instruction(fcall handler, item *it)
@@ -271,7 +267,10 @@ bool reader::read(const ULO *node, const ULO *word, ULO place)
             words.variable != 0 ? node[words.variable] : node_at(node + words.operands)[1];
         if (!name_variable(number, &it.variable)) return false;
     }
-    if (it.what == work::INDEX || it.what == work::ARSETQ) find_class(&it, *known);
+    if (it.what == work::INDEX || it.what == work::ARSETQ) {
+        it.letter = known->slot; // of a typed handler
+        it.mixed = known->slot == 0;
+    }
     r_[i] = it;
     depth_++;
     const ULO count = words.count != 0 ? node[words.count] : words.declared;

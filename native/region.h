@@ -51,8 +51,9 @@ struct direct_function;
 
 struct item {
     work what = work::OTHER;
-    CHR letter = 0;           // of CONSTANT and CAST; of what OTHER gives; class that INDEX, ARSETQ
-                              // find, 0 not known
+    CHR letter = 0;           // of CONSTANT and CAST; of what OTHER gives; of the member of INDEX or
+                              // ARSETQ, most likely; 0 not known
+    bool mixed = false;       // INDEX, ARSETQ: the array is most likely no typed one
     relation comparison = {}; // of COMPARE
     UCH variable = 0;         // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
     bool pure = false;        // may be evaluated again: it changes nothing and calls nobody
@@ -85,7 +86,10 @@ struct local {
     ULO number = 0;        // in the frame
     CHR type = 0;          // 'I' or 'F' throughout the region; 0: its record tells; OPEN
     CHR observed = 0;      // type of what it holds when the code is made, 'A' for an array
-    CHR array = 0;         // class of that
+    CHR guess = 0;         // type of a single value that it will hold, most likely
+    CHR array = 0;         // class of the array that it holds or will hold
+    CHR first = 0;         // type of its member 0, and
+    CHR member = 0;        // of the others, most likely
     bool assigned = false; // in the region
     bool late = false;     // it is assigned before it is read
     reg whole = reg::NONE; // where it is kept, if not in its record
@@ -117,11 +121,20 @@ struct region {
     }
 };
 
+// Whether INDEX or ARSETQ is for member 0, the record's own value.
+inline bool is_first(const region &r, unsigned i)
+{
+    return r[i + 1].what == work::CONSTANT && r[i + 1].letter == 'I' && r[i + 1].node[1] == 0;
+}
+
 constexpr variable_set bit(UCH variable) { return variable_set(1) << variable; }
 
 // Reads the tree at `root`, a linked node, by the types that stand in the frame. False if there is
 // a node of which nothing is known, or too many nodes or variables.
 bool read_region(region *r, const ULO *root);
+
+// Guesses what the members of arrays are, for which the code asks before it relies on it.
+void guess_members(region *r);
 
 // Finds out the types of variables and values, and what is left to handlers. False if the region is
 // not worth code of its own, or can't have its shape.

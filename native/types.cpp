@@ -163,7 +163,7 @@ void typing::visit_arsetq(unsigned i, use how)
     visit_operands(i);
     set_type(r_[i].variable, 0);
     const CHR stored = type_of_operand(i, 1).letter;
-    const bool fits = r_[i].letter != 0 && (stored == r_[i].letter || stored == OPEN);
+    const bool fits = stored == OPEN || (r_[i].mixed ? is_number(stored) : stored == r_[i].letter);
     const bool again = r_[i + 1].pure && r_[r_.operand(i, 1)].pure;
     if (how != use::STATEMENT || !fits || !again) leave_to_handler(i);
 }
@@ -366,6 +366,7 @@ bool settle_all(region *r)
 
 bool settle_types(region *r)
 {
+    guess_members(r);
     for (UCH v = 0; v < r->locals.size(); v++) {
         r->locals[v].assigned = r->items[0].assigns & bit(v);
         r->locals[v].type = type_to_begin_with(*r, v);
