@@ -53,7 +53,8 @@ void go_on_with_loop(const exit_step &step, kestrin_data *ret_dat)
     if (!rt_ctrl->rt_noterror) {
         if (absorb_break()) answer_zero(ret_dat);
     } else if (step.what == work::FOR) {
-        go_on_with_for(step.node + 1, ret_dat);
+        rt_ctrl->for_goes_on = 1;
+        linked_handler(step.node)(step.node + 1, ret_dat);
     } else {
         call(step.node, ret_dat);
     }

@@ -100,13 +100,15 @@ void lowering::emit_late()
 
 // -- Ways in and out ---------------------------------------------------------------------------
 
-void lowering::begin()
+// With an error pending the handlers know best what is still done.
+void lowering::begin(label fails)
 {
     for (const reg r : saved) a_.push(r);
     a_.move_stack(-own_stack);
     a_.store(memory{STACK, RESULT_RECORD}, arguments[1]);
     call(&enter);
     a_.move(MACHINE, RESULT);
+    check_error(fails);
     a_.load(FRAME, in_machine(offsetof(rt_control, rt_frame)));
 }
 
@@ -177,13 +179,13 @@ void lowering::make_loop()
     const label fails = a_.make_label();
     if (r_[0].what == work::FOR) {
         a_.bind(resume_start_);
-        begin();
+        begin(fails);
         check_types(fails);
         load_variables();
         a_.jump(resume_);
     }
     a_.bind(start_);
-    begin();
+    begin(fails);
     check_types(fails);
     load_variables();
     statement(0);
@@ -200,7 +202,7 @@ void lowering::make_body()
 {
     const label fails = a_.make_label();
     a_.bind(start_);
-    begin();
+    begin(fails);
     check_types(fails);
     load_variables();
     answer(0);
@@ -217,7 +219,7 @@ void lowering::make_direct()
     const label fails = a_.make_label(), ends = a_.make_label();
     const CHR result = r_.self->result;
     a_.bind(start_);
-    begin();
+    begin(fails);
     unsigned wholes = 0, reals = 0;
     for (std::size_t k = 0; k < r_.self->arguments.size(); k++) {
         const int at = static_cast<int>(k * sizeof(kestrin_data));

@@ -31,7 +31,10 @@ void lowering::statement(unsigned i)
     case work::IF: lower_if(i, &lowering::statement); break;
     case work::WHILE: lower_while(i); break;
     case work::FOR: lower_for(i); break;
-    case work::BREAK: a_.jump(loops_.back().end); break;
+    case work::BREAK:
+        a_.store_byte(in_machine(offsetof(rt_control, rt_error_code)), 0);
+        a_.jump(loops_.back().end);
+        break;
     case work::PROGN:
         for (unsigned k = i + 1; k < it.end; k = r_[k].end) statement(k);
         break;

@@ -56,7 +56,7 @@ private:
     void make_direct();
     void make_handler();
     void make_function_of_numbers();
-    void begin();
+    void begin(label fails);
     void end();
     void refuse(label fails);
     void check_types(label fails);

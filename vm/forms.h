@@ -158,9 +158,6 @@ void answer_zero(kestrin_data *ret_dat);
 // Takes back a BREAK. False if something else is pending.
 bool absorb_break();
 
-// Goes on with a FOR behind its body.
-void go_on_with_for(const ULO *dat_ptr, kestrin_data *ret_dat);
-
 template <class source> void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;

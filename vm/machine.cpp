@@ -39,6 +39,7 @@ constexpr rt_control initial_control = {
     .spare = nullptr,
     .spare_count = 0,
     .counters = nullptr,
+    .for_goes_on = 0,
     .call_floor = nullptr,
 };
 

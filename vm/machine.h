@@ -35,6 +35,7 @@ struct rt_control {
     kestrin_data *spare;     // blocks of the fewest places, for arrays to come: a list by array.mix
     ULO spare_count;         // how many
     hot_counters *counters;  // of the running program
+    UCH for_goes_on;         // 1: the FOR that is called next goes on behind its body
     const CHR *call_floor;   // lowest address at which native code calls a function
 };
 

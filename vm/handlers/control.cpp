@@ -48,6 +48,14 @@ SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
     return control->type == 'I' ? control->value.ival : fetch<CAST, SLO>(word, ret_dat);
 }
 
+// The value of the round behind the one that native code has left.
+template <operand_kind by> SLO next_value(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    rt_ctrl->for_goes_on = 0;
+    const SLO value = read_control(dat_ptr, variable(node_at(dat_ptr)[1]), ret_dat);
+    return value + fetch<CAST, SLO, by>(dat_ptr + 2, ret_dat);
+}
+
 // The rounds of a FOR from one with this value on. True where the loop has ended well. Words:
 // variable, start, increment, end, body. The increment is evaluated twice a round, for its sign and
 // for the step: programs can see its side effects.
@@ -76,19 +84,12 @@ void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
-    const SLO start = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
-    if (count_up<by, to>(dat_ptr, ret_dat, start) || absorb_break()) answer_zero(ret_dat);
+    const SLO value = rt_ctrl->for_goes_on ? next_value<by>(dat_ptr, ret_dat)
+                                           : fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    if (count_up<by, to>(dat_ptr, ret_dat, value) || absorb_break()) answer_zero(ret_dat);
 }
 
 } // namespace
-
-void go_on_with_for(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    kestrin_data *control = variable(node_at(dat_ptr)[1]);
-    SLO current = read_control(dat_ptr, control, ret_dat);
-    current += fetch<CAST, SLO>(dat_ptr + 2, ret_dat);
-    if (count_up<ANY, ANY>(dat_ptr, ret_dat, current) || absorb_break()) answer_zero(ret_dat);
-}
 
 HANDLER(progn)
 {
