@@ -2,6 +2,7 @@
 
 #include "vm/errors.h"
 #include "vm/forms.h"
+#include "vm/moves.h"
 #include "vm/trail.h"
 
 namespace native {
@@ -14,19 +15,32 @@ void run(const ULO *node, kestrin_data *ret_dat, fcall handler)
     (handler != nullptr ? handler : reinterpret_cast<fcall>(node[0]))(node + 1, ret_dat);
 }
 
+// The number in the record that the operand at `word` has left, which ends.
+template <class T> T take_number(const ULO *word, kestrin_data *slot)
+{
+    T value = 0;
+    if (rt_ctrl->rt_noterror) {
+        if (slot->type != 0)
+            value = in_record<T>::from(slot);
+        else
+            raise_error(in_record<T>::undefined, word);
+    }
+    if (slot->disable_ptr) release(slot);
+    return value;
+}
+
 template <class T> T value_of(const ULO *word, fcall handler)
 {
     kestrin_data slot = owning_slot;
     run(node_at(word), &slot, handler);
-    T value = 0;
-    if (rt_ctrl->rt_noterror) {
-        if (slot.type != 0)
-            value = in_record<T>::from(&slot);
-        else
-            raise_error(in_record<T>::undefined, word);
-    }
-    if (slot.disable_ptr) release(&slot);
-    return value;
+    return take_number<T>(word, &slot);
+}
+
+template <class T> T call_for(const ULO *word, const given_number *given)
+{
+    kestrin_data slot = owning_slot;
+    call_with_numbers(node_at(word) + 1, &slot, given);
+    return take_number<T>(word, &slot);
 }
 
 template <class T> void assign(kestrin_data *target, T value)
@@ -82,6 +96,23 @@ void run_statement(const ULO *node, kestrin_data *ret_dat, fcall handler)
 void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler)
 {
     run(node, ret_dat, handler);
+}
+
+SLO call_for_whole(const ULO *word, const given_number *given)
+{
+    return call_for<SLO>(word, given);
+}
+DFL call_for_real(const ULO *word, const given_number *given)
+{
+    return call_for<DFL>(word, given);
+}
+
+void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data *target)
+{
+    kestrin_data slot = owning_slot;
+    call_with_numbers(dat_ptr, &slot, given);
+    if (rt_ctrl->rt_noterror && !set_number(target, &slot)) take_result(target, &slot);
+    release(&slot);
 }
 
 void assign_whole(kestrin_data *target, SLO value) { assign(target, value); }

@@ -32,6 +32,12 @@ DFL real_of(const ULO *word, fcall handler);
 void run_statement(const ULO *node, kestrin_data *ret_dat, fcall handler);
 void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler);
 
+// The value of a call at an operand word, some of whose arguments are given; or the variable that
+// gets it.
+SLO call_for_whole(const ULO *word, const given_number *given);
+DFL call_for_real(const ULO *word, const given_number *given);
+void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data *target);
+
 // SETQ of a number where the variable holds more.
 void assign_whole(kestrin_data *target, SLO value);
 void assign_real(kestrin_data *target, DFL value);

@@ -21,6 +21,7 @@ struct piece {
     std::vector<std::unique_ptr<exit_path>> exits;
     fcall handler = nullptr; // that stood in the node before
     way_in resume = nullptr;
+    CHR answer = 0; // of a function: the type of what it answers, most likely
 };
 
 // A function of numbers, or one that is none.
@@ -60,6 +61,7 @@ bool make_code(region *r, piece *p)
     p->exits = std::move(made.exits);
     for (const auto &path : p->exits) path->root = root;
     p->handler = linked_handler(root);
+    p->answer = r->items[0].type.letter;
     p->resume = std::bit_cast<way_in>(place_in(*p, made.resume));
     if (r->self != nullptr) r->self->code = place_in(*p, made.direct);
     put_word(root, place_in(*p, made.handler));
@@ -176,6 +178,12 @@ const direct_function *find_callee(const region &r, unsigned i)
     if (r.self != nullptr && r.self->image == image)
         return r.self->arguments == types ? r.self : nullptr;
     return make_direct(image, types);
+}
+
+CHR answer_of(const ULO *image)
+{
+    const auto found = all().nodes.find(image_main_node(image));
+    return found == all().nodes.end() ? CHR(0) : found->second.answer;
 }
 
 void stop_using(const ULO *node)

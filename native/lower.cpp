@@ -11,7 +11,7 @@ namespace {
 
 // With the return address and the words of own_stack they leave the stack as calls want it.
 constexpr reg saved[] = {MACHINE, FRAME, kept[0], kept[1], kept[2], kept[3]};
-constexpr int own_stack = OWN_VARIABLES + 8;
+constexpr int own_stack = GIVEN + static_cast<int>(MOST_GIVEN * sizeof(given_number)) + 8;
 static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
 
 } // namespace

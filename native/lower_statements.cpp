@@ -197,6 +197,7 @@ void lowering::setq(unsigned i)
 void lowering::setq_uncertain(unsigned i)
 {
     const item &value = r_[i + 1];
+    if (value.framed && variable_of(i).type != 0) return setq_framed(i);
     if (value.by_handler || !value.pure || value.type.letter != variable_of(i).type)
         return setq_by_handler(i);
     const label fails = a_.make_label(), behind = a_.make_label();
@@ -213,8 +214,13 @@ void lowering::setq_uncertain(unsigned i)
 void lowering::setq_by_handler(unsigned i)
 {
     statement_by_handler(i);
+    if (variable_of(i).type != 0) check_assigned(i);
+}
+
+// Whether the variable, whose record has been assigned, holds its type.
+void lowering::check_assigned(unsigned i)
+{
     const local &v = variable_of(i);
-    if (v.type == 0) return;
     const label other = a_.make_label();
     a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), other);
     check_owns_nothing(v, other);
@@ -223,6 +229,26 @@ void lowering::setq_by_handler(unsigned i)
     late([this, i, other] {
         a_.bind(other);
         go_on_by_handlers_after(i);
+    });
+}
+
+void lowering::setq_framed(unsigned i)
+{
+    const label fails = a_.make_label(), behind = a_.make_label();
+    give_numbers(i + 1, fails);
+    before_call(true);
+    set_address(arguments[0], r_[i + 1].node + 1);
+    a_.address(arguments[1], {STACK, GIVEN});
+    a_.address(arguments[2], record(variable_of(i), 0));
+    call(&call_and_assign);
+    after_call();
+    check_error(pending());
+    check_assigned(i);
+    a_.bind(behind);
+    late([this, i, fails, behind] {
+        a_.bind(fails);
+        setq_by_handler(i);
+        a_.jump(behind);
     });
 }
 

@@ -229,6 +229,7 @@ void lowering::to(unsigned i, CHR letter)
         return cast(it.type.letter, letter);
     }
     if (it.what == work::IF || it.what == work::PROGN) return to_branches(i, letter);
+    if (it.framed) return call_framed(i, letter);
     const label fails = a_.make_label(), behind = a_.make_label();
     const CHR found = it.type.letter != 0 ? it.type.letter : letter;
     if (it.what == work::READ)
@@ -659,6 +660,47 @@ void lowering::call_function(unsigned i)
     check_error(failed);
     leave_call_at(i, too_deep, reinterpret_cast<const void *>(&give_up_call));
     leave_call_at(i, failed, reinterpret_cast<const void *>(&note_direct_call));
+}
+
+// What is no number is evaluated by the call, but it has to hold a value in its turn.
+void lowering::give_numbers(unsigned i, label fails)
+{
+    int at = GIVEN;
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end, at += sizeof(given_number)) {
+        const CHR letter = r_[k].type.letter;
+        const memory type = {STACK, at + offset_in_record(offsetof(given_number, type))};
+        if (letter == 0) {
+            a_.branch_if_byte(relation::EQUAL, record(variable_of(k), TYPE), 0, fails);
+        } else {
+            produce_guarded(k, fails);
+            store_number(letter, {STACK, at + offset_in_record(offsetof(given_number, bits))});
+        }
+        a_.store_byte(type, static_cast<UCH>(letter));
+    }
+}
+
+void lowering::call_framed(unsigned i, CHR letter)
+{
+    const label fails = a_.make_label(), behind = a_.make_label();
+    give_numbers(i, fails);
+    before_call(true);
+    set_address(arguments[0], r_[i].word);
+    a_.address(arguments[1], {STACK, GIVEN});
+    if (letter == 'I') {
+        call(&call_for_whole);
+        a_.move(whole_temporary(), RESULT);
+    } else {
+        call(&call_for_real);
+        a_.move(real_temporary(), REAL_RESULT);
+    }
+    after_call();
+    check_error(pending());
+    a_.bind(behind);
+    late([this, i, letter, fails, behind] {
+        a_.bind(fails);
+        value_by_handler(i, letter);
+        a_.jump(behind);
+    });
 }
 
 // Off the road: a call that has failed, or can't be made.

@@ -27,9 +27,10 @@ constexpr unsigned short single_of(CHR type) { return static_cast<unsigned short
 inline memory in_machine(std::size_t offset) { return {MACHINE, offset_in_record(offset)}; }
 
 // The native stack of a piece of code, from its lowest word: what is held over a call, the result
-// record of the region, a word for what a call has returned, variables that have no frame.
+// record of the region, a word for what a call has returned; numbers for a function, or variables that
+// have no frame.
 constexpr int HELD_WHOLES = 0, HELD_REALS = 6 * 8, RESULT_RECORD = 12 * 8, RETURNED = 13 * 8,
-              OWN_VARIABLES = 14 * 8;
+              GIVEN = 14 * 8, OWN_VARIABLES = GIVEN;
 
 // An operand that an instruction of the machine can take as it is.
 struct operand {
@@ -159,6 +160,10 @@ private:
     void call_operation(unsigned i);
     void pass_to_operation(unsigned i);
     void call_function(unsigned i);
+    void give_numbers(unsigned i, label fails);
+    void call_framed(unsigned i, CHR letter);
+    void setq_framed(unsigned i);
+    void check_assigned(unsigned i);
     void pass_to_function(unsigned i);
     void leave_call_at(unsigned i, label place, const void *tell);
 

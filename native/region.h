@@ -36,6 +36,8 @@ enum class work : UCH {
 // A set of the region's variables, as bits of their numbers in the region.
 using variable_set = ULO;
 constexpr ULO MOST_VARIABLES = 64;
+// Arguments of a function that can be given as numbers.
+constexpr ULO MOST_GIVEN = 12;
 
 // In place of a type while none is known.
 constexpr CHR OPEN = '?';
@@ -58,6 +60,7 @@ struct item {
     UCH variable = 0;         // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
     bool pure = false;        // may be evaluated again: it changes nothing and calls nobody
     bool statement = false;   // nobody reads its value, and no other value is held meanwhile
+    bool framed = false;      // CALL: the function gets a frame, and numbers that are given
     bool by_handler = false;  // the lowering leaves it to its handler, with all that is in it
     unsigned end = 0;         // of its subtree: where the next sibling stands
     unsigned parent = 0;
@@ -146,6 +149,9 @@ const direct_function *find_callee(const region &r, unsigned i);
 
 // True for an operation that the lowering has instructions for; others are calls.
 bool is_inline(const numeric_row &row);
+
+// The type of what a function answers, most likely; 0 not known.
+CHR answer_of(const ULO *image);
 
 // Gives variables their registers.
 void allot_registers(region *r);

@@ -36,7 +36,8 @@ private:
     void visit_setq(unsigned i, use how);
     void visit_index(unsigned i);
     void visit_arsetq(unsigned i, use how);
-    void visit_call(unsigned i);
+    void visit_call(unsigned i, use how);
+    bool can_be_framed(unsigned i) const;
     void count_temporaries(unsigned i);
     void leave_to_handler(unsigned i);
     void set_type(UCH variable, CHR type);
@@ -168,14 +169,30 @@ void typing::visit_arsetq(unsigned i, use how)
     if (how != use::STATEMENT || !fits || !again) leave_to_handler(i);
 }
 
-void typing::visit_call(unsigned i)
+// Numbers that can be made again if one of them turns out to be none, and variables as they are.
+bool typing::can_be_framed(unsigned i) const
+{
+    ULO count = 0;
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end, count++) {
+        const bool is_fit = r_[k].what == work::READ || (r_[k].pure && r_[k].type.letter != 0);
+        if (r_[k].by_handler || !is_fit) return false;
+    }
+    return r_.kind != shape::DIRECT && count <= MOST_GIVEN &&
+           count == image_arguments(node_at(r_[i].node + 1));
+}
+
+void typing::visit_call(unsigned i, use how)
 {
     visit_operands(i);
     for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end)
         if (r_[k].type.letter == OPEN) return give(i, {OPEN, false});
     r_[i].callee = find_callee(r_, i);
-    if (r_[i].callee == nullptr) return leave_to_handler(i);
-    give(i, {r_[i].callee->result, r_[i].callee->result != OPEN});
+    if (r_[i].callee != nullptr)
+        return give(i, {r_[i].callee->result, r_[i].callee->result != OPEN});
+    if (how != use::VALUE || !can_be_framed(i)) return leave_to_handler(i);
+    if (!r_[i].framed) r_[i].letter = answer_of(node_at(r_[i].node + 1));
+    r_[i].framed = true;
+    give(i, {r_[i].letter, false});
 }
 
 // Each operand is held while the next ones are evaluated.
@@ -184,7 +201,8 @@ void typing::count_temporaries(unsigned i)
     unsigned held = 0, most = 1;
     const auto is_one_of = [this, i](auto... works) { return ((r_[i].what == works) || ...); };
     const bool holds = !is_one_of(work::PROGN, work::IF, work::BOTH, work::EITHER, work::WHILE,
-                                  work::FOR);
+                                  work::FOR) &&
+                       !r_[i].framed;
     if (r_[i].what == work::FOR) most = 1u + r_[r_.operand(i, 2)].temporaries; // step and end
     for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) {
         if (!r_[k].by_handler) most = std::max(most, held + r_[k].temporaries);
@@ -234,10 +252,10 @@ void typing::visit(unsigned i, use how)
     case work::BREAK:
         if (how != use::STATEMENT || it.loops == 0) leave_to_handler(i);
         break;
-    case work::CALL: visit_call(i); break;
+    case work::CALL: visit_call(i, how); break;
     case work::OTHER: leave_to_handler(i); break;
     }
-    if (!r_[i].by_handler) count_temporaries(i);
+    if (!r_[i].by_handler && r_[i].type.letter != OPEN) count_temporaries(i);
 }
 
 // False if the types do not settle soon.
@@ -346,7 +364,7 @@ bool is_worth_it(const region &r)
 bool needs_no_frame(const region &r)
 {
     for (const item &it : r.items)
-        if (it.by_handler || it.what == work::INDEX || it.what == work::ARSETQ ||
+        if (it.by_handler || it.framed || it.what == work::INDEX || it.what == work::ARSETQ ||
             (it.row != nullptr && it.row->may_fault && !is_inline(*it.row)))
             return false;
     for (const local &v : r.locals)

@@ -60,6 +60,15 @@ constexpr ULO ROOM_OF_A_BODY = ULO(64) << 10;
 // Where it ends: raises the error of the call at `dat_ptr`, or ends the process.
 [[gnu::cold]] void give_up(rt_control *rt, const ULO *dat_ptr);
 
+// The number of an argument that has been evaluated, an integer or the bits of a float. Type 0: it
+// has not.
+struct given_number {
+    SLO bits;
+    UCH type;
+};
+// A call whose first arguments may be given, one for each that the image takes.
+void call_with_numbers(const ULO *dat_ptr, kestrin_data *ret_dat, const given_number *given);
+
 // Evaluates an operand whose value is wanted. A node may leave its record as it was, such as a
 // PROGN of nothing: what stood there before is not its value, so the record is undefined until
 // then.

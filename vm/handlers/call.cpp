@@ -43,6 +43,13 @@ void drop_members(kestrin_data *record)
     record->disable_ptr = 0;
 }
 
+void set_argument(const given_number &given, kestrin_data *record)
+{
+    *record = fresh_variable;
+    record->type = given.type;
+    record->value.ival = given.bits;
+}
+
 // More arguments than the image takes: a function whose arguments only a nested one uses.
 [[gnu::noinline]] void evaluate_and_drop(const ULO *word)
 {
@@ -71,7 +78,11 @@ void answer_break(rt_control *rt, kestrin_data *ret_dat)
 
 } // namespace
 
-HANDLER(defun)
+namespace {
+
+// `given` is NULL where the operands are all to be evaluated.
+[[gnu::always_inline]] inline void call_function(const ULO *dat_ptr, kestrin_data *ret_dat,
+                                                 const given_number *given)
 {
     rt_control *rt = rt_ctrl;
     if (!rt->rt_noterror) [[unlikely]]
@@ -85,7 +96,12 @@ HANDLER(defun)
 
     kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;
     kestrin_data *frame = take_frame(rt, slots, site::DEFUN_FRAME);
-    for (ULO i = 0; i < arguments; i++) evaluate_argument(words + i, &frame[i]);
+    for (ULO i = 0; i < arguments; i++) {
+        if (given == nullptr || given[i].type == 0)
+            evaluate_argument(words + i, &frame[i]);
+        else
+            set_argument(given[i], &frame[i]);
+    }
     for (ULO i = arguments; i < passed; i++) evaluate_and_drop(words + i);
     for (ULO i = arguments; i < slots; i++) frame[i] = fresh_variable;
 
@@ -107,4 +123,13 @@ HANDLER(defun)
         answer_break(rt, ret_dat);
     else
         note_call(rt, dat_ptr, image, frame);
+}
+
+} // namespace
+
+HANDLER(defun) { call_function(dat_ptr, ret_dat, nullptr); }
+
+void call_with_numbers(const ULO *dat_ptr, kestrin_data *ret_dat, const given_number *given)
+{
+    call_function(dat_ptr, ret_dat, given);
 }
