@@ -193,6 +193,8 @@ class Rule:
     def __init__(self, line):
         weight, self.form = parse(line)
         self.weight = int(weight)
+        self.needs_variables = not words(self.form).isdisjoint(
+            ("SETQ", "ALSETQ", "%inside", *("%" + name for name in VARIABLES.values())))
         self.needs_arrays = not words(self.form).isdisjoint((*ARRAYS, "%a"))
         self.needs_leave = not words(self.form).isdisjoint(("%bound", "%leave"))
         self.needs_loop = not words(self.form).isdisjoint(("%k", "%leave"))

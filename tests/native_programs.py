@@ -34,6 +34,8 @@ FUNCTION_BUDGET = 1500
 MEMBERS = 4  # of each array, all assigned at the start of a body
 DEPTHS = (0, 1, 2, 3, 4, 6, 10, 60, 150, 1000)
 ROUNDS = (0, 1, 2, 3, 7, 20, 49, 50, 51, 52, 60, 75, 100, 120)
+BODIES = ("large", "large", "small", "pure")  # without arrays, without variables
+
 
 def render(tree):
     """A form is a list, all else a word; QUOTE makes its operand the text of a program."""
@@ -45,8 +47,9 @@ def render(tree):
 
 
 class Function:
-    def __init__(self, name, takes, answers, recursive):
+    def __init__(self, name, takes, answers, recursive, kinds):
         self.name, self.takes, self.answers = name, takes, answers
+        self.kinds = kinds  # of numbers that it takes and answers
         self.recursive, self.branches = recursive, 0  # whether, and how often, a level calls itself
         self.ways = [name]  # what it calls to call itself
         self.cost = 0  # of one level
@@ -61,11 +64,11 @@ class Function:
 class Scope:
     """What can be named where a form is written: the variables of one body and its arguments."""
 
-    def __init__(self, takes, small=False):
+    def __init__(self, takes, body="large"):
         self.values = {"i": "ij", "f": "fg", "s": "s", "x": "xyz"}
-        if small:
-            self.values = {"i": "i", "f": "f", "s": "x", "x": "x"}
-        self.arrays = {} if small else ARRAYS
+        if body != "large":
+            self.values = {"i": "i", "f": "f", "s": "x", "x": "x"} if body == "small" else {}
+        self.arrays = ARRAYS if body == "large" else {}
         self.uses = ["$%d" % n for n in range(1, len(takes) + 1)]
         self.arguments = {kind: [u for u, k in zip(self.uses, takes) if k == kind] for kind in "NA"}
         self.counters = 0
@@ -75,7 +78,8 @@ class Scope:
 
     def allows(self, rule):
         return ((self.arrays or not rule.needs_arrays) and (self.loops or not rule.needs_loop)
-                and (self.leave or not rule.needs_leave))
+                and (self.leave or not rule.needs_leave)
+                and (self.values or not rule.needs_variables))
 
 
 class Program:
@@ -124,7 +128,7 @@ class Program:
 
     def value(self, kind, depth):
         self.cost += self.times
-        if self.one_in(self.faulty) and self.scope.arrays:
+        if self.one_in(self.faulty):
             return self.fault(depth, kind)
         if depth <= 0 or self.one_in(5):
             return self.leaf(kind)
@@ -141,7 +145,7 @@ class Program:
             return self.pick(scope.loops)[0]
         if scope.arguments["N"] and self.one_in(4):
             return self.pick(scope.arguments["N"])
-        if self.one_in(3):
+        if self.one_in(3) or not scope.values:
             return self.constant(0, kind)
         return self.pick(scope.values["x" if self.one_in(9) else VARIABLES[kind]])
 
@@ -152,7 +156,8 @@ class Program:
     # -- arrays, arguments and calls
 
     def a(self, _):
-        return self.pick([*self.scope.arrays, *self.scope.arguments["A"]] or self.scope.values["x"])
+        of = [*self.scope.arrays, *self.scope.arguments["A"]] or self.scope.values.get("x")
+        return self.pick(of or ["7"])
 
     def called(self, depth):
         able = [f for f in self.functions if f.answers != "A" and self.affords(f.cost)]
@@ -167,21 +172,19 @@ class Program:
         level = self.pick([n for n in DEPTHS if self.affords(f.cost * f.calls(n))] or [0])
         self.cost += self.times * f.cost * f.calls(level)
         given = [str(level)] if f.recursive else []
-        return [f.name, *given, *(self.argument(kind, depth) for kind in f.takes[len(given):])]
+        return [f.name, *given, *self.given_to(f, depth)]
 
-    def argument(self, kind, depth):
-        if kind == "A":
-            return self.a(depth)
-        if self.one_in(4):
-            return self.pick(self.scope.values["x"])
-        return self.value(self.pick("IIFU"), depth - 1)
+    def given_to(self, f, depth):
+        """Arguments, but for the first one of what calls itself."""
+        given = [self.value(self.pick(f.kinds), depth - 1) if kind == "N" else self.a(depth)
+                 for kind in f.takes[f.recursive:]]
+        return [self.a(depth) if self.one_in(self.faulty) else each for each in given]
 
     def again(self, depth):
         """A call of the function that is written, one level down."""
         f = self.scope.function
         f.branches += 1
-        others = [self.argument(kind, 1) for kind in f.takes[1:]]
-        return [self.pick(f.ways), ["-", "$1", "1"], *others]
+        return [self.pick(f.ways), ["-", "$1", self.pick("112")], *self.given_to(f, depth - 1)]
 
     # -- statements
 
@@ -269,41 +272,57 @@ class Program:
 
     def define(self):
         self.names += 1
-        recursive, small = self.one_in(2), self.one_in(2)
-        takes = "N" * recursive + "".join(self.pick("NNNA") for _ in range(self.below(4)))
-        answers = "A" if not small and not recursive and self.one_in(3) else "U"
-        f = Function("fn%d" % self.names, takes, answers, recursive)
+        recursive, body = self.one_in(2), self.pick(BODIES)
+        takes = "N" * recursive
+        takes += "".join(self.pick("N" if body == "pure" else "NNNA") for _ in range(self.below(4)))
+        answers = "A" if body == "large" and not recursive and self.one_in(3) else "U"
+        kinds = self.pick(("I", "F", "IIFU"))
+        f = Function("fn%d" % self.names, takes, answers, recursive, kinds)
         kept = self.cost, self.times, self.budget, self.scope
-        self.cost, self.times, self.budget, self.scope = 10, 1, FUNCTION_BUDGET, Scope(takes, small)
-        forms = self.function_body(f, small)
+        self.cost, self.times, self.budget, self.scope = 10, 1, FUNCTION_BUDGET, Scope(takes, body)
+        self.scope.function = f
+        form = self.pure_body(f) if body == "pure" else self.function_body(f, self.pick((0, 1, 3)))
         f.cost = self.cost
         self.cost, self.times, self.budget, self.scope = kept
         self.functions.append(f)
-        return ["DEFUN", f.name, ["PROGN", *forms]]
+        return ["DEFUN", f.name, form]
 
-    def function_body(self, f, small):
-        self.scope.function = f
-        statements = [self.by_rule("statement", 2) for _ in range(self.below(2 if small else 4))]
+    def pure_body(self, f):
+        if f.recursive:
+            return self.recursion(f)
+        first = ["PROGN", *self.scope.uses, self.value(self.pick(f.kinds), 3)]
+        return ["IF", self.value("I", 2), first, self.value(self.pick(f.kinds), 3)]
+
+    def function_body(self, f, statements):
+        forms = [*self.scope.uses, *self.start()]
+        forms += [self.by_rule("statement", 2) for _ in range(statements)]
         if self.one_in(8):
             word = ["EXIT"] if self.one_in(30) else ["BREAK"]
-            statements.append(["IF", self.value("I", 2), word, "0"])
+            forms.append(["IF", self.value("I", 2), word, "0"])
         if f.recursive:
-            end = self.recursion(f)
+            forms += self.inner(f)
+            forms.append(self.recursion(f))
         else:
-            end = ["r" if f.answers == "A" else self.value("U", 3)]
-        return [*self.scope.uses, *self.start(), *statements, *end]
+            forms.append("r" if f.answers == "A" else self.value(self.pick(f.kinds), 3))
+        return ["PROGN", *forms]
+
+    def inner(self, f):
+        """Sometimes a function within it, through which it calls itself."""
+        if self.below(3):
+            return []
+        uses = self.scope.uses
+        f.ways.append(f.name + "in")
+        deeper = [f.name, self.pick(("$1", ["--", "$1"])), *uses[1:]]
+        return [["DEFUN", f.ways[1], ["IF", ["<", "$1", "1"], ["PROGN", *uses], deeper]]]
 
     def recursion(self, f):
-        """Calls of itself as operands, some through a function within it."""
-        uses, at_end, forms = self.scope.uses, ["<", "$1", "1"], []
-        if self.one_in(3):
-            f.ways.append(f.name + "in")
-            deeper = [f.name, self.pick(("$1", ["--", "$1"])), *uses[1:]]
-            forms = [["DEFUN", f.ways[1], ["IF", at_end, ["PROGN", *uses], deeper]]]
+        """Calls of itself as operands."""
+        end = ["PROGN", *self.scope.uses, self.value(self.pick(f.kinds), 2)]
         step = self.by_rule("step", 2)
         if f.branches == 1 and self.one_in(3):
-            step = ["+.", step, self.again(1)]
-        return [*forms, ["IF", at_end, self.value("U", 2), step]]
+            two = [step, self.again(1)]
+            step = self.pick((["+", *two], ["+.", *two], ["IF", ["<", "$1", "3"], *two]))
+        return ["IF", ["<", "$1", "1"], end, step]
 
     def program(self, statements):
         self.scope = Scope("")
