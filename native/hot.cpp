@@ -120,24 +120,23 @@ way_in make_loop(const ULO *node)
     return p.resume;
 }
 
-bool make_body(const ULO *image, piece *p)
+void make_body(const ULO *image, piece *p)
 {
     region r;
     r.kind = shape::BODY;
     r.image = image;
     r.frame = rt_ctrl->rt_frame;
-    return read_region(&r, image_main_node(image)) && settle_types(&r) && make_code(&r, p);
+    if (read_region(&r, image_main_node(image)) && settle_types(&r)) make_code(&r, p);
 }
 
-bool make_function(const ULO *image)
+void make_function(const ULO *image)
 {
     const std::lock_guard guard(all().lock);
     const ULO *root = image_main_node(image), arguments = image_arguments(image);
     const auto types = number_types(rt_ctrl->rt_frame, arguments);
-    if (types.size() == arguments && make_direct(image, types) != nullptr) return true;
+    if (types.size() == arguments && make_direct(image, types) != nullptr) return;
     const auto [place, is_new] = all().nodes.try_emplace(root);
     if (is_new) make_body(image, &place->second);
-    return place->second.pages != nullptr;
 }
 
 // The words of before stand in the nodes again: the code's text may be read once more.

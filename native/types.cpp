@@ -139,6 +139,8 @@ void typing::visit_compare(unsigned i)
 void typing::visit_setq(unsigned i, use how)
 {
     visit(i + 1, use::VALUE);
+    const bool is_sure = r_[i + 1].type.certain || r_[i + 1].type.letter == OPEN;
+    if (!is_sure && !r_[i + 1].pure && !r_[i + 1].framed) leave_to_handler(i + 1);
     const value_type value = r_[i + 1].type;
     const bool is_statement = how == use::STATEMENT;
     if (value.certain || value.letter == OPEN || (is_statement && value.letter != 0))

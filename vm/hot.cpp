@@ -13,11 +13,8 @@ bool go_on_natively(const ULO *dat_ptr, kestrin_data *ret_dat, unsigned *rounds_
 
 void make_function_native(const ULO *image, unsigned *calls_left)
 {
-    const native_maker *native = the_engine.native;
-    if (native != nullptr && native->function(image))
-        *calls_left = native->calls;
-    else
-        *calls_left = LEFT_ALONE;
+    *calls_left = LEFT_ALONE;
+    if (the_engine.native != nullptr) the_engine.native->function(image);
 }
 
 hot_counters fresh_counters()

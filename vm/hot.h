@@ -14,9 +14,8 @@ struct native_maker {
     // made for. NULL if there is no code.
     using rest_of_loop = bool (*)(const ULO *dat_ptr, kestrin_data *ret_dat);
     rest_of_loop (*loop)(const ULO *node);
-    // Sees to it that the main node of an image, which stands in the record with its arguments, is
-    // native, if it can be. Else false.
-    bool (*function)(const ULO *image);
+    // Makes the main node of an image native, if it can be. Its frame stands in the record.
+    void (*function)(const ULO *image);
     // Linked code between two addresses is about to end.
     void (*forget)(const void *from, const void *to);
 };
