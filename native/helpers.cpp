@@ -102,10 +102,7 @@ SLO call_for_whole(const ULO *word, const given_number *given)
 {
     return call_for<SLO>(word, given);
 }
-DFL call_for_real(const ULO *word, const given_number *given)
-{
-    return call_for<DFL>(word, given);
-}
+DFL call_for_real(const ULO *word, const given_number *given) { return call_for<DFL>(word, given); }
 
 void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data *target)
 {

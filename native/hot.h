@@ -5,6 +5,6 @@
 #include "vm/hot.h"
 
 // What the environment's KESTRIN_NATIVE says: 0 never, 1 what runs hot, 2 everything at first
-// sight. NULL for never, and where there is no encoder for the processor. Before the first thread is
-// set up.
+// sight. NULL for never, and where there is no encoder for the processor. Before the first thread
+// is set up.
 const native_maker *choose_native_maker();

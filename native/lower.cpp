@@ -141,15 +141,14 @@ void lowering::check_owns_nothing(const local &v, label fails)
 // The variable holds a number of its type, and nothing besides where it is to get another one.
 void lowering::check_type(const local &v, label fails)
 {
-    if (!v.late)
-        a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), fails);
+    if (!v.late) a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), fails);
     if (v.assigned) check_owns_nothing(v, fails);
 }
 
 // The locals of a function are fresh.
 void lowering::check_types(label fails)
 {
-    for (UCH v = 0; v < r_.locals.size(); v++)
+    for (unsigned v = 0; v < r_.locals.size(); v++)
         if (r_.locals[v].type != 0 && (r_.kind == shape::LOOP || (r_.arguments & bit(v))))
             check_type(r_.locals[v], fails);
 }

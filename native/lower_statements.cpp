@@ -130,8 +130,8 @@ void lowering::test_for(unsigned i, label body, label behind)
         a_.bind(down);
     }
     const bool down = !is_fixed || goes_down;
-    compare_branch(down ? relation::GREATER_OR_EQUAL : relation::LESS_OR_EQUAL, true,
-                   control_of(i), end, body);
+    compare_branch(down ? relation::GREATER_OR_EQUAL : relation::LESS_OR_EQUAL, true, control_of(i),
+                   end, body);
 }
 
 // The increment is evaluated again, as programs may see.

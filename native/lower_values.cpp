@@ -281,8 +281,7 @@ void lowering::produce(unsigned i)
     if (it.by_handler) return value_by_handler(i, it.type.letter);
     switch (it.what) {
     case work::CONSTANT:
-        if (it.letter == 'I')
-            return a_.set(whole_temporary(), static_cast<SLO>(it.node[1]));
+        if (it.letter == 'I') return a_.set(whole_temporary(), static_cast<SLO>(it.node[1]));
         return a_.set(real_temporary(), std::bit_cast<DFL>(it.node[1]));
     case work::READ: return read_variable(variable_of(i));
     case work::NUMERIC: return numeric(i);
@@ -443,8 +442,7 @@ void lowering::numeric(unsigned i)
     else
         to_real(i + 1);
     switch (op->how) {
-    case way::WHOLE:
-        return compute(whole(op->what), whole_temporary(), second_whole(second));
+    case way::WHOLE: return compute(whole(op->what), whole_temporary(), second_whole(second));
     case way::SHIFT: return shift_whole(i, op->what);
     case way::ONE: return one_whole(op->what);
     case way::MULTIPLY_ADD: return multiply_add(i);
@@ -596,8 +594,7 @@ void lowering::pass_to_operation(unsigned i)
 {
     const CHR *letters = r_[i].row->letters;
     const unsigned wholes = wholes_, reals = reals_;
-    unsigned k = i + 1;
-    for (; *letters != 0; letters++, k = r_[k].end) {
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end, letters++) {
         to(k, *letters);
         (*letters == 'I' ? wholes_ : reals_)++;
     }
@@ -625,7 +622,8 @@ void lowering::call_operation(unsigned i)
     if (row.may_fault) check_error(error_);
 }
 
-// The operands of a function stand in the first temporaries; those that hold other values are saved.
+// The operands of a function stand in the first temporaries; those that hold other values are
+// saved.
 void lowering::pass_to_function(unsigned i)
 {
     const unsigned wholes = wholes_, reals = reals_;

@@ -1,5 +1,5 @@
-// The lowering's one class. Its functions stand in lower.cpp (ways in and out, calls of the engine),
-// lower_statements.cpp and lower_values.cpp.
+// The lowering's one class. Its functions stand in lower.cpp (ways in and out, calls of the
+// engine), lower_statements.cpp and lower_values.cpp.
 //
 // A value is made in the temporary that is the next free one of its class; who needs it while other
 // values are made holds it there.
@@ -27,8 +27,8 @@ constexpr unsigned short single_of(CHR type) { return static_cast<unsigned short
 inline memory in_machine(std::size_t offset) { return {MACHINE, offset_in_record(offset)}; }
 
 // The native stack of a piece of code, from its lowest word: what is held over a call, the result
-// record of the region, a word for what a call has returned; numbers for a function, or variables that
-// have no frame.
+// record of the region, a word for what a call has returned; numbers for a function, or variables
+// that have no frame.
 constexpr int HELD_WHOLES = 0, HELD_REALS = 6 * 8, RESULT_RECORD = 12 * 8, RETURNED = 13 * 8,
               GIVEN = 14 * 8, OWN_VARIABLES = GIVEN;
 
@@ -78,8 +78,8 @@ private:
     template <class F> void call(F *function) { a_.call(reinterpret_cast<const void *>(function)); }
     label pending() const { return loops_.empty() ? error_ : loops_.back().pending; }
 
-    // Code off the road, for what seldom happens: it is emitted at the end, with the temporaries and
-    // loops of here.
+    // Code off the road, for what seldom happens: it is emitted at the end, with the temporaries
+    // and loops of here.
     template <class F> void late(F emit)
     {
         late_.push_back([this, emit, wholes = wholes_, reals = reals_, loops = loops_] {

@@ -53,9 +53,9 @@ struct direct_function;
 
 struct item {
     work what = work::OTHER;
-    CHR letter = 0;           // of CONSTANT and CAST; of what OTHER gives; of the member of INDEX or
-                              // ARSETQ, most likely; 0 not known
-    bool mixed = false;       // INDEX, ARSETQ: the array is most likely no typed one
+    CHR letter = 0;     // of CONSTANT and CAST; of what OTHER gives; of the member of INDEX or
+                        // ARSETQ, most likely; 0 not known
+    bool mixed = false; // INDEX, ARSETQ: the array is most likely no typed one
     relation comparison = {}; // of COMPARE
     UCH variable = 0;         // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
     bool pure = false;        // may be evaluated again: it changes nothing and calls nobody
@@ -64,14 +64,14 @@ struct item {
     bool by_handler = false;  // the lowering leaves it to its handler, with all that is in it
     unsigned end = 0;         // of its subtree: where the next sibling stands
     unsigned parent = 0;
-    ULO place = 0; // among the parent's operands
+    ULO place = 0;      // among the parent's operands
     unsigned loops = 0; // around it, in the region
     const ULO *node = nullptr;
-    const ULO *word = nullptr; // the operand word that leads to it
-    const numeric_row *row = nullptr;         // of NUMERIC
+    const ULO *word = nullptr;               // the operand word that leads to it
+    const numeric_row *row = nullptr;        // of NUMERIC
     const direct_function *callee = nullptr; // of CALL: native code that takes numbers in registers
     variable_set reads = 0, assigns = 0;
-    value_type type; // of its value
+    value_type type;     // of its value
     UCH temporaries = 0; // registers that its evaluation takes, at most
 };
 
@@ -97,8 +97,8 @@ struct local {
     bool late = false;     // it is assigned before it is read
     reg whole = reg::NONE; // where it is kept, if not in its record
     freg real = freg::X0;
-    bool kept = false;     // in one of these two
-    ULO weight = 0;        // how often it is used, by estimate
+    bool kept = false; // in one of these two
+    ULO weight = 0;    // how often it is used, by estimate
 };
 
 // A loop; the body of a function in its frame; a function of numbers that needs no frame.
@@ -106,7 +106,7 @@ enum class shape : UCH { LOOP, BODY, DIRECT };
 
 struct region {
     shape kind = shape::LOOP;
-    const ULO *image = nullptr; // of the function, or that the loop stands in
+    const ULO *image = nullptr;          // of the function, or that the loop stands in
     const kestrin_data *frame = nullptr; // what the variables hold; NULL: not known
     direct_function *self = nullptr;     // of DIRECT
     std::vector<item> items;
@@ -130,7 +130,7 @@ inline bool is_first(const region &r, unsigned i)
     return r[i + 1].what == work::CONSTANT && r[i + 1].letter == 'I' && r[i + 1].node[1] == 0;
 }
 
-constexpr variable_set bit(UCH variable) { return variable_set(1) << variable; }
+constexpr variable_set bit(unsigned variable) { return variable_set(1) << variable; }
 
 // Reads the tree at `root`, a linked node, by the types that stand in the frame. False if there is
 // a node of which nothing is known, or too many nodes or variables.

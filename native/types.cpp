@@ -1,7 +1,7 @@
-// Types of variables and values. Every variable begins as what it holds, or open, and takes the type
-// of what is assigned to it; where two differ, its record tells. What cannot be done with numbers in
-// registers is left to handlers, and with it the variables that it assigns. Each of these steps goes
-// one way, so they come to an end.
+// Types of variables and values. Every variable begins as what it holds, or open, and takes the
+// type of what is assigned to it; where two differ, its record tells. What cannot be done with
+// numbers in registers is left to handlers, and with it the variables that it assigns. Each of
+// these steps goes one way, so they come to an end.
 
 #include <algorithm>
 #include <bit>
@@ -40,7 +40,7 @@ private:
     bool can_be_framed(unsigned i) const;
     void count_temporaries(unsigned i);
     void leave_to_handler(unsigned i);
-    void set_type(UCH variable, CHR type);
+    void set_type(unsigned variable, CHR type);
     void give(unsigned i, value_type type);
     value_type type_of_operand(unsigned i, unsigned k) { return r_[r_.operand(i, k)].type; }
 
@@ -48,7 +48,7 @@ private:
     bool changed_ = false;
 };
 
-void typing::set_type(UCH variable, CHR type)
+void typing::set_type(unsigned variable, CHR type)
 {
     local &v = r_.locals[variable];
     if (type == OPEN || v.type == type || v.type == 0) return;
@@ -75,7 +75,7 @@ void typing::leave_to_handler(unsigned i)
     it.pure = false;
     for (unsigned up = i; up != 0; up = r_[up].parent) r_[up].pure = false;
     r_[0].pure = false;
-    for (UCH v = 0; v < r_.locals.size(); v++)
+    for (unsigned v = 0; v < r_.locals.size(); v++)
         if (it.assigns & bit(v)) set_type(v, 0);
 }
 
@@ -202,9 +202,9 @@ void typing::count_temporaries(unsigned i)
 {
     unsigned held = 0, most = 1;
     const auto is_one_of = [this, i](auto... works) { return ((r_[i].what == works) || ...); };
-    const bool holds = !is_one_of(work::PROGN, work::IF, work::BOTH, work::EITHER, work::WHILE,
-                                  work::FOR) &&
-                       !r_[i].framed;
+    const bool holds =
+        !is_one_of(work::PROGN, work::IF, work::BOTH, work::EITHER, work::WHILE, work::FOR) &&
+        !r_[i].framed;
     if (r_[i].what == work::FOR) most = 1u + r_[r_.operand(i, 2)].temporaries; // step and end
     for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) {
         if (!r_[k].by_handler) most = std::max(most, held + r_[k].temporaries);
@@ -321,7 +321,7 @@ variable_set order::walk(unsigned i, variable_set set)
     }
 }
 
-CHR type_to_begin_with(const region &r, UCH v)
+CHR type_to_begin_with(const region &r, unsigned v)
 {
     const local &it = r.locals[v];
     if (r.kind != shape::LOOP && !(r.arguments & bit(v))) return OPEN;
@@ -334,7 +334,7 @@ bool settle_order(region *r)
 {
     const variable_set early = order(*r).early();
     bool settled = true;
-    for (UCH v = 0; v < r->locals.size(); v++) {
+    for (unsigned v = 0; v < r->locals.size(); v++) {
         local &it = r->locals[v];
         if (it.type == 0) continue;
         const bool is_set =
@@ -387,7 +387,7 @@ bool settle_all(region *r)
 bool settle_types(region *r)
 {
     guess_members(r);
-    for (UCH v = 0; v < r->locals.size(); v++) {
+    for (unsigned v = 0; v < r->locals.size(); v++) {
         r->locals[v].assigned = r->items[0].assigns & bit(v);
         r->locals[v].type = type_to_begin_with(*r, v);
     }

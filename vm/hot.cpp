@@ -21,7 +21,9 @@ hot_counters fresh_counters()
 {
     const native_maker *native = the_engine.native;
     hot_counters counters;
-    std::fill_n(counters.rounds, hot_counters::COUNT, native == nullptr ? LEFT_ALONE : native->rounds);
-    std::fill_n(counters.calls, hot_counters::COUNT, native == nullptr ? LEFT_ALONE : native->calls);
+    std::fill_n(counters.rounds, hot_counters::COUNT,
+                native == nullptr ? LEFT_ALONE : native->rounds);
+    std::fill_n(counters.calls, hot_counters::COUNT,
+                native == nullptr ? LEFT_ALONE : native->calls);
     return counters;
 }

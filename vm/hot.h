@@ -1,5 +1,5 @@
-// Where the handlers hand over to native code: they count how often a loop goes round and a function
-// is called, and a layer above makes code of what runs hot.
+// Where the handlers hand over to native code: they count how often a loop goes round and a
+// function is called, and a layer above makes code of what runs hot.
 #pragma once
 
 #include "vm/engine.h"

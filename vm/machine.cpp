@@ -127,7 +127,8 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
     if (blocks != nullptr) return;
     blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
     if (blocks == nullptr) fatal(site::THREAD_SETUP);
-    *blocks = {initial_control, fresh_counters(), {}, {nullptr, nullptr, FIRST_CHUNK}, nullptr, {}, 0};
+    *blocks = {
+        initial_control, fresh_counters(), {}, {nullptr, nullptr, FIRST_CHUNK}, nullptr, {}, 0};
     rt_ctrl = &blocks->control;
     rt_ctrl->counters = &blocks->counters;
     strings_tls = &blocks->strings;

@@ -296,11 +296,12 @@ bool end_sharing(kestrin_data *d)
     kestrin_data *const shared = d->array.mix, *own = nullptr;
     const ULO owned = owned_places(d);
     if (!grow_places(&own, 0, owned, site::COPY_MIXED)) return false;
-    std::fill_n(own, owned, fresh_variable);
+    own[0] = fresh_variable;
     waiting_places none; // nested places are shared in their turn
     for (ULO i = 1; i < owned; i++) {
+        own[i] = fresh_variable;
         if (copy_member(&own[i], &shared[i], &none)) continue;
-        free_members(own, 1, owned);
+        free_members(own, 1, i + 1);
         drop_places(own, owned);
         return false;
     }

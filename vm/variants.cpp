@@ -162,9 +162,8 @@ const facts_by_form &all_facts()
     static const facts_by_form *made = [] {
         auto *facts = new facts_by_form;
         for (const auto &[handler, row] : rows()) {
-            const std::size_t count = row->operands[1].letter == 0
-                                          ? OPERAND_KINDS
-                                          : OPERAND_KINDS * OPERAND_KINDS;
+            const std::size_t count =
+                row->operands[1].letter == 0 ? OPERAND_KINDS : OPERAND_KINDS * OPERAND_KINDS;
             for (std::size_t i = 0; i < count; i++)
                 note_variant(facts, row->variants[i], row->handlers[0]);
         }

@@ -84,8 +84,8 @@ OTHER_FLOAT_INSTRUCTIONS(HANDLERS)
 #define OPERATION(name, ...) __VA_ARGS__::row(func__##name),
 std::span<const numeric_row> float_operations()
 {
-    static const numeric_row rows[] = {
-        FLOAT_INSTRUCTIONS(OPERATION) OTHER_FLOAT_INSTRUCTIONS(OPERATION)};
+    static const numeric_row rows[] = {FLOAT_INSTRUCTIONS(OPERATION)
+                                           OTHER_FLOAT_INSTRUCTIONS(OPERATION)};
     return rows;
 }
 

@@ -110,8 +110,8 @@ HANDLERS(or, decide<true>)
 #define OPERATION(name, ...) __VA_ARGS__::row(func__##name),
 std::span<const numeric_row> integer_operations()
 {
-    static const numeric_row rows[] = {
-        INTEGER_INSTRUCTIONS(OPERATION) OTHER_INTEGER_INSTRUCTIONS(OPERATION)};
+    static const numeric_row rows[] = {INTEGER_INSTRUCTIONS(OPERATION)
+                                           OTHER_INTEGER_INSTRUCTIONS(OPERATION)};
     return rows;
 }
 
