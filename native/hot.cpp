@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <bit>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 
@@ -196,17 +195,6 @@ void stop_using(const ULO *node)
 
 } // namespace native
 
-const native_maker *choose_native_maker()
-{
-#if defined(__x86_64__)
-    static constexpr native_maker hot = {50, 2, native::make_loop, native::make_function,
-                                         native::forget};
-    static constexpr native_maker at_once = {1, 1, native::make_loop, native::make_function,
-                                             native::forget};
-    const char *wish = getenv("KESTRIN_NATIVE");
-    if (wish == nullptr || *wish == '\0') return &hot;
-    return *wish == '0' ? nullptr : *wish == '2' ? &at_once : &hot;
-#else
-    return nullptr;
-#endif
-}
+const native_maker native_hot = {50, 2, native::make_loop, native::make_function, native::forget};
+const native_maker native_at_once = {1, 1, native::make_loop, native::make_function,
+                                     native::forget};

@@ -4,6 +4,8 @@
 
 #include "vm/hot.h"
 
+extern const native_maker native_hot, native_at_once;
+
 // What the environment's KESTRIN_NATIVE says: 0 never, 1 what runs hot, 2 everything at first
 // sight. NULL for never, and where there is no encoder for the processor. Before the first thread
 // is set up.

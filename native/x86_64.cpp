@@ -5,7 +5,6 @@
 // of which the row says prefix, the bit of REX for 64 bits, 0F, opcode and the size of what stands
 // last; registers and memory give the other bits of REX, mod/rm, SIB and offset. A register has
 // four bits: three in the opcode, mod/rm or SIB, the fourth in REX.
-#if defined(__x86_64__)
 
 #include "native/x86_64.h"
 
@@ -538,5 +537,3 @@ void assembler::pop(reg to) { with_register(POP, to); }
 void assembler::move_stack(int bytes) { compute(whole::ADD, STACK, bytes); }
 
 } // namespace native
-
-#endif
