@@ -11,6 +11,7 @@
 #include "strings/fatal.h"
 #include "strings/scratch.h"
 #include "vm/engine.h"
+#include "vm/hot.h"
 #include "vm/image.h"
 #include "vm/leaf.h"
 #include "vm/moves.h"
@@ -226,4 +227,8 @@ void linker::link_image(ULO *p, ULO scope)
 
 } // namespace
 
-void kestrin_link(CHR *code) { linker().link_image(reinterpret_cast<ULO *>(code), 0); }
+void kestrin_link(CHR *code)
+{
+    forget_native(code, len(code)); // of other code that stood there
+    linker().link_image(reinterpret_cast<ULO *>(code), 0);
+}

@@ -34,6 +34,7 @@ struct registry {
     std::recursive_mutex lock;
     std::map<const ULO *, piece> nodes;
     std::map<const ULO *, function_piece> functions;
+    std::atomic<bool> is_used = false;
 };
 
 registry &all()
@@ -78,6 +79,9 @@ std::vector<CHR> number_types(const kestrin_data *frame, ULO count)
     return types;
 }
 
+// Verified code of others may speak of more arguments than its frames have room for.
+bool has_places(const ULO *image) { return image_arguments(image) <= image_slots(image); }
+
 bool fit_in_registers(const std::vector<CHR> &types)
 {
     return types.size() <= std::size(real_temporaries);
@@ -92,7 +96,7 @@ const direct_function *make_direct(const ULO *image, const std::vector<CHR> &typ
                                                                                : nullptr;
     known.is_made = true;
     const ULO *root = image_main_node(image);
-    if (!fit_in_registers(types) || all().nodes.contains(root)) return nullptr;
+    if (!fit_in_registers(types) || !has_places(image) || all().nodes.contains(root)) return nullptr;
     known.direct = {.image = image, .arguments = types, .result = OPEN};
     region r;
     r.kind = shape::DIRECT;
@@ -108,6 +112,7 @@ const direct_function *make_direct(const ULO *image, const std::vector<CHR> &typ
 way_in make_loop(const ULO *node)
 {
     const std::lock_guard guard(all().lock);
+    all().is_used = true;
     const auto [place, is_new] = all().nodes.try_emplace(node);
     piece &p = place->second;
     if (!is_new) return p.resume;
@@ -131,7 +136,9 @@ void make_body(const ULO *image, piece *p)
 void make_function(const ULO *image)
 {
     const std::lock_guard guard(all().lock);
+    all().is_used = true;
     const ULO *root = image_main_node(image), arguments = image_arguments(image);
+    if (!has_places(image)) return;
     const auto types = number_types(rt_ctrl->rt_frame, arguments);
     if (types.size() == arguments && make_direct(image, types) != nullptr) return;
     const auto [place, is_new] = all().nodes.try_emplace(root);
@@ -141,6 +148,7 @@ void make_function(const ULO *image)
 // The words of before stand in the nodes again: the code's text may be read once more.
 void forget(const void *from, const void *to)
 {
+    if (!all().is_used) return;
     const std::lock_guard guard(all().lock);
     const auto *first = static_cast<const ULO *>(from), *last = static_cast<const ULO *>(to);
     auto &nodes = all().nodes;

@@ -67,6 +67,12 @@ open_loop lowering::begin_loop()
     return loops_.back();
 }
 
+void lowering::begin_round(label body)
+{
+    a_.bind(body);
+    if (the_engine.interruptible) check_error(pending());
+}
+
 // Off the road: an error has come in the loop, and if it is a BREAK, the loop ends well.
 void lowering::end_loop(const open_loop &loop)
 {
@@ -89,7 +95,7 @@ void lowering::lower_while(unsigned i)
     const label body = a_.make_label(), test = a_.make_label();
     const open_loop loop = begin_loop();
     a_.jump(test);
-    a_.bind(body);
+    begin_round(body);
     statement(r_.operand(i, 1));
     a_.bind(test);
     branch(i + 1, body, true);
@@ -154,7 +160,7 @@ void lowering::lower_for(unsigned i)
     to_whole(i + 1);
     assign(v);
     a_.jump(test);
-    a_.bind(body);
+    begin_round(body);
     statement(r_.operand(i, 3));
     step_for(i);
     a_.bind(test);

@@ -101,6 +101,7 @@ private:
     void step_for(unsigned i);
     reg control_of(unsigned i);
     open_loop begin_loop();
+    void begin_round(label body);
     void end_loop(const open_loop &loop);
     void setq(unsigned i);
     void setq_uncertain(unsigned i);

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 
 #include "terminal/keypress.h"
+#include "vm/engine.h"
 #include "vm/machine.h"
 
 namespace {
@@ -68,6 +69,7 @@ bool interrupt_watch::was_interrupted() const { return noted != 0; }
 
 void note_interrupts()
 {
+    the_engine.interruptible = 1;
     handle(SIGINT, on_interrupt);
     handle(SIGALRM, on_tick);
     *former_interrupt_handler = on_interrupt; // what a wait for a key calls and puts back

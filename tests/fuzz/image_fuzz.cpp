@@ -10,6 +10,7 @@
 #include "bytecode/verify.h"
 #include "kestrin/mapcar.h"
 #include "kestrin/unit.h"
+#include "native/hot.h"
 #include "tests/kit/code.h"
 #include "tests/kit/random_image.h"
 #include "tests/kit/runner.h"
@@ -105,6 +106,13 @@ void start()
     atexit([] { fprintf(stderr, "images: %lu, accepted: %lu\n", images, accepted); });
 }
 
+// Every second image runs as native code wherever that can be.
+void use_native_code(bool native)
+{
+    the_engine.native = native ? &native_at_once : nullptr;
+    *rt_ctrl->counters = fresh_counters();
+}
+
 // The machine is as it was before the run.
 void check_machine(const kestrin_data *top)
 {
@@ -131,6 +139,7 @@ void try_image(const kit::code &words)
     if (!verify_bytecode(kit::bytes_of(words))) return;
     accepted++;
     const kestrin_data *top = rt_ctrl->frame_top;
+    use_native_code(images % 2 == 0);
     steps = most_steps;
     kit::run_code(kit::bytes_of(words));
     check_machine(top);

@@ -10,6 +10,7 @@
 #include "kestrin/isa.h"
 #include "tests/kit/passes.h"
 #include "vm/handler.h"
+#include "vm/hot.h"
 #include "vm/places.h"
 
 namespace kit {
@@ -69,6 +70,7 @@ inline outcome run_code(std::string_view compiled)
     outcome o = {std::string(view(rt_ctrl->rt_captured)), done ? shown(value) : "",
                  std::string(view(rt_ctrl->rt_error_text)), rt_ctrl->rt_error_code};
     free_kst_data(&value);
+    forget_native(linked.s, len(linked.s));
     rt_ctrl->rt_noterror = 1;
     return o;
 }
