@@ -96,7 +96,8 @@ const direct_function *make_direct(const ULO *image, const std::vector<CHR> &typ
                                                                                : nullptr;
     known.is_made = true;
     const ULO *root = image_main_node(image);
-    if (!fit_in_registers(types) || !has_places(image) || all().nodes.contains(root)) return nullptr;
+    if (!fit_in_registers(types) || !has_places(image) || all().nodes.contains(root))
+        return nullptr;
     known.direct = {.image = image, .arguments = types, .result = OPEN};
     region r;
     r.kind = shape::DIRECT;

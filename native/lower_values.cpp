@@ -602,8 +602,9 @@ void lowering::pass_to_operation(unsigned i)
     wholes_ = wholes;
     reals_ = reals;
     before_call(false);
-    for (unsigned n = 0; n < whole_count; n++) a_.move(scratch[n], temporaries[wholes + n]);
-    for (unsigned n = 0; n < whole_count; n++) a_.move(arguments[n], scratch[n]);
+    const unsigned moved = std::min(whole_count, static_cast<unsigned>(std::size(scratch)));
+    for (unsigned n = 0; n < moved; n++) a_.move(scratch[n], temporaries[wholes + n]);
+    for (unsigned n = 0; n < moved; n++) a_.move(arguments[n], scratch[n]);
     for (unsigned n = 0; n < real_count; n++)
         a_.move(real_temporaries[n], real_temporaries[reals + n]);
     set_address(arguments[whole_count], r_[i].node + 1);

@@ -29,6 +29,7 @@ public:
 private:
     void visit(unsigned i, use how);
     void visit_operands(unsigned i);
+    void visit_read(unsigned i);
     void visit_progn(unsigned i, use how);
     void visit_if(unsigned i, use how);
     void visit_loop(unsigned i, use how);
@@ -82,6 +83,13 @@ void typing::leave_to_handler(unsigned i)
 void typing::visit_operands(unsigned i)
 {
     for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) visit(k, use::VALUE);
+}
+
+void typing::visit_read(unsigned i)
+{
+    const local &v = r_.locals[r_[i].variable];
+    if (v.type != 0) return give(i, {v.type, true});
+    give(i, {is_number(v.observed) ? v.observed : CHR(0), false});
 }
 
 void typing::visit_progn(unsigned i, use how)
@@ -224,12 +232,7 @@ void typing::visit(unsigned i, use how)
     if (it.by_handler) return;
     switch (it.what) {
     case work::CONSTANT: give(i, {it.letter, true}); break;
-    case work::READ: {
-        const local &v = r_.locals[it.variable];
-        give(i, v.type != 0 ? value_type{v.type, true}
-                            : value_type{is_number(v.observed) ? v.observed : CHR(0), false});
-        break;
-    }
+    case work::READ: visit_read(i); break;
     case work::NUMERIC:
         visit_operands(i);
         give(i, {it.row->result, true});

@@ -28,7 +28,7 @@ struct engine {
     UCH small_arrays; // 1: arrays own only the places that they use, and copies share them; else
                       // as many as they report
     const native_maker *native; // NULL: the handlers run alone
-    UCH interruptible;          // 1: a signal may make an error pending, for which native loops look
+    UCH interruptible; // 1: a signal may make an error pending, for which native loops look
 };
 
 extern engine the_engine;
