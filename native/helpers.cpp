@@ -12,7 +12,7 @@ namespace {
 void run(const ULO *node, kestrin_data *ret_dat, fcall handler)
 {
     check_stack(site::STACK_EVAL);
-    (handler != nullptr ? handler : reinterpret_cast<fcall>(node[0]))(node + 1, ret_dat);
+    (handler != nullptr ? handler : handler_of(node))(node + 1, ret_dat);
 }
 
 // The number in the record that the operand at `word` has left, which ends.

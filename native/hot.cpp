@@ -170,7 +170,7 @@ fcall linked_handler(const ULO *node)
     const auto found = all().nodes.find(node);
     if (found != all().nodes.end() && found->second.handler != nullptr)
         return found->second.handler;
-    return reinterpret_cast<fcall>(node[0]);
+    return handler_of(node);
 }
 
 const direct_function *find_callee(const region &r, unsigned i)

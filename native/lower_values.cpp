@@ -376,8 +376,10 @@ void lowering::find_record(const local &array, reg index, label fails)
     a_.branch_if_byte(relation::NOT_EQUAL, record(array, offsetof(kestrin_data, arraytype)), 0,
                       fails);
     a_.load(scratch[1], record(array, COUNT));
-    a_.branch_if(relation::NOT_EQUAL, scratch[1], static_cast<SLO>(PLACES_STEP), large);
-    a_.load(scratch[1], memory{scratch[0], COUNT});
+    if (the_engine.small_arrays) {
+        a_.branch_if(relation::NOT_EQUAL, scratch[1], static_cast<SLO>(PLACES_STEP), large);
+        a_.load(scratch[1], memory{scratch[0], COUNT});
+    }
     a_.bind(large);
     a_.branch_if(relation::ABOVE_OR_EQUAL, index, scratch[1], fails);
     a_.branch_if(relation::EQUAL, index, 0, fails);

@@ -43,11 +43,17 @@ inline kestrin_data *variable(ULO number) { return &rt_ctrl->rt_frame[number]; }
 
 // -- Evaluation --------------------------------------------------------------------------------
 
+// The handler that stands in a node; another thread may put native code there at this moment.
+inline fcall handler_of(const ULO *node)
+{
+    return reinterpret_cast<fcall>(__atomic_load_n(node, __ATOMIC_RELAXED));
+}
+
 // Calls a node's handler.
 inline void call(const ULO *node, kestrin_data *ret_dat)
 {
     check_stack(site::STACK_EVAL);
-    reinterpret_cast<fcall>(node[0])(node + 1, ret_dat);
+    handler_of(node)(node + 1, ret_dat);
 }
 inline void eval(const ULO *operand_word, kestrin_data *ret_dat)
 {
