@@ -1,7 +1,9 @@
 #include "native/region.h"
 
 #include <algorithm>
-#include <unordered_map>
+#include <functional>
+#include <utility>
+#include <vector>
 
 #include "frontend/isa.h"
 #include "frontend/words.h"
@@ -55,38 +57,67 @@ struct instruction {
     bool clear = true; // no other row has the handler for something else
 };
 
-using instructions = std::unordered_map<fcall, instruction>;
+// Tables by handler, sorted: they are made when the first code is, and that is to cost little.
+template <class T> using table = std::vector<std::pair<fcall, T>>;
 
-void note(instructions *all, fcall handler, const instruction &row)
+template <class T> void sort_by_handler(table<T> *rows)
 {
-    if (handler == nullptr) return;
-    const auto [place, is_new] = all->emplace(handler, row);
-    instruction &known = place->second;
-    if (!is_new && (known.operands != row.operands || known.groups != row.groups))
-        known.clear = false;
+    std::stable_sort(rows->begin(), rows->end(), [](const auto &a, const auto &b) {
+        return std::less<fcall>()(a.first, b.first);
+    });
 }
 
-instructions read_tables()
+// NULL if there is none; the first of several.
+template <class T> const T *find_in(const table<T> &rows, fcall handler)
 {
-    instructions all;
+    const auto found = std::lower_bound(
+        rows.begin(), rows.end(), handler,
+        [](const auto &row, fcall sought) { return std::less<fcall>()(row.first, sought); });
+    return found == rows.end() || found->first != handler ? nullptr : &found->second;
+}
+
+// A handler that stands in rows that differ tells nothing.
+void mark_unclear(table<instruction> *rows)
+{
+    for (std::size_t first = 0, i = 1; i < rows->size(); i++) {
+        if ((*rows)[i].first != (*rows)[first].first) {
+            first = i;
+            continue;
+        }
+        instruction &known = (*rows)[first].second;
+        const instruction &other = (*rows)[i].second;
+        if (known.operands != other.operands || known.groups != other.groups) known.clear = false;
+    }
+}
+
+table<instruction> read_tables()
+{
+    table<instruction> all;
+    all.reserve(3 * (isa_count + isaext_count));
     constexpr CHR slots[] = {0, 'I', 'F', 0, 0};
     for (ULO i = 0; i < isa_count; i++) {
         const isa_row &row = isa_table[i];
+        const group_set groups = groups_of(row);
         for (ULO slot = 0; slot < std::size(slots); slot++)
-            note(&all, row.slots[slot],
-                 {row.operands, groups_of(row), row.slots[0], slots[slot], CHR(row.ret_type)});
+            if (row.slots[slot] != nullptr)
+                all.push_back(
+                    {row.slots[slot],
+                     {row.operands, groups, row.slots[0], slots[slot], CHR(row.ret_type)}});
     }
-    for (ULO i = 0; i < isaext_count; i++)
-        note(&all, isaext_table[i].func_ptr,
-             {isaext_table[i].operands, 0, isaext_table[i].func_ptr, 0, 0});
+    for (ULO i = 0; i < isaext_count; i++) {
+        const INSTRUCTION_STRU &row = isaext_table[i];
+        all.push_back({row.func_ptr, {row.operands, 0, row.func_ptr, 0, 0}});
+    }
+    sort_by_handler(&all);
+    mark_unclear(&all);
     return all;
 }
 
 const instruction *find_instruction(fcall handler)
 {
-    static const instructions all = read_tables();
-    const auto found = all.find(handler);
-    return found == all.end() || !found->second.clear ? nullptr : &found->second;
+    static const table<instruction> all = read_tables();
+    const instruction *found = find_in(all, handler);
+    return found == nullptr || !found->clear ? nullptr : found;
 }
 
 struct known_work {
@@ -96,23 +127,25 @@ struct known_work {
     const numeric_row *row = nullptr;
 };
 
-std::unordered_map<fcall, known_work> list_known_work()
+table<known_work> list_known_work()
 {
-    std::unordered_map<fcall, known_work> all = {
+    table<known_work> all = {
 #define ROW(name, ...) {func__##name, {__VA_ARGS__}},
         KNOWN_WORK(ROW)
 #undef ROW
     };
     for (const auto &rows : {integer_operations(), float_operations()})
-        for (const numeric_row &row : rows) all[row.handler] = {work::NUMERIC, {}, 0, &row};
+        for (const numeric_row &row : rows)
+            all.push_back({row.handler, {work::NUMERIC, {}, 0, &row}});
+    sort_by_handler(&all);
     return all;
 }
 
 known_work find_work(fcall handler)
 {
-    static const auto all = list_known_work();
-    const auto found = all.find(handler);
-    return found == all.end() ? known_work() : found->second;
+    static const table<known_work> all = list_known_work();
+    const known_work *found = find_in(all, handler);
+    return found == nullptr ? known_work() : *found;
 }
 
 // Reads the tree.
