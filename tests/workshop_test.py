@@ -369,6 +369,9 @@ SAYING = [
      '# expect: a\n# expect: b', ""),
     ('(outf "%s" "x\\ny\\n")\n""\n# expect: x\n# expect: z', "the output is another one\nx\n-z\n+y\n"),
     ('(outf "%s" "x")\n(exit)\n# expect: x', ""),
+    ('(outf "%s|" $1)\n(outf "%s|" $2)\n(cat $3 "")\n# args: one "" \'x"\\n\'\\"\\x41"\\n"\\ b\n'
+     '# expect: one||x"\\\\n"A\n# expect:  b', ""),
+    ('(cat $1 "") # expect: a b\n# args: "a b', ":2: a quote opens a word"),
     ('(scan_console 1)\n# error: 99', "ended"),
     ('(while 1 1)\n# expect: x', "takes too long\n"),
     ('(while 1 (outf "%s" (replicate "x" 100000)))\n# expect: x', "writes more than 16 MB\n"),

@@ -36,6 +36,15 @@ ULO resolve(std::string_view behind, CHR *byte)
     return high < 0 || low < 0 ? 0 : 3;
 }
 
+// In a word a backslash takes their meaning from quotes and blanks too.
+ULO resolve_in_word(std::string_view behind, CHR *byte)
+{
+    if (behind.empty() || std::string_view("\"' ").find(behind[0]) == behind.npos)
+        return resolve(behind, byte);
+    *byte = behind[0];
+    return 1;
+}
+
 // A line without its newline if \c ends it.
 std::string unescaped(std::string_view text, bool is_line)
 {
@@ -83,7 +92,11 @@ struct word_of_comment {
     said what;
 };
 constexpr word_of_comment comment_words[] = {
-    {"expect:", said::OUTPUT}, {"error:", said::ERROR}, {"input:", said::INPUT}};
+    {"expect:", said::OUTPUT},
+    {"error:", said::ERROR},
+    {"input:", said::INPUT},
+    {"args:", said::WORDS},
+};
 
 // Adds what the comment says, if anything.
 void add_comment(std::vector<expectation> *all, std::string_view text, std::string_view comment,
@@ -95,12 +108,13 @@ void add_comment(std::vector<expectation> *all, std::string_view text, std::stri
         std::string_view rest = inner.substr(w.word.size());
         if (rest.starts_with(' ')) rest.remove_prefix(1);
         const bool is_value = w.what == said::OUTPUT && behind != nullptr;
-        const bool is_line = !is_value && w.what != said::ERROR;
-        all->push_back({.what = is_value ? said::VALUE : w.what,
-                        .from = static_cast<ULO>(comment.data() - text.data()),
-                        .size = comment.size(),
-                        .line = line,
-                        .text = unescaped(rest, is_line)});
+        const bool is_line = w.what == said::INPUT || (w.what == said::OUTPUT && !is_value);
+        all->push_back(
+            {.what = is_value ? said::VALUE : w.what,
+             .from = static_cast<ULO>(comment.data() - text.data()),
+             .size = comment.size(),
+             .line = line,
+             .text = w.what == said::WORDS ? std::string(rest) : unescaped(rest, is_line)});
         if (is_value) all->back().form = behind->begin;
     }
 }
@@ -127,6 +141,24 @@ void add_of_lines(std::vector<expectation> *all, std::string_view text)
         if (trimmed(line).starts_with('#')) add_comment(all, text, trimmed(line), number, nullptr);
         at += line.size() + 1;
     }
+}
+
+// The word that a text begins with, and its end; quotes may be part of it. False if one stays open.
+bool take_word(std::string_view *text, std::string *word)
+{
+    CHR quote = 0;
+    ULO i = 0;
+    for (; i < text->size() && (quote != 0 || !is_blank((*text)[i])); i++) {
+        CHR byte = (*text)[i];
+        if (quote == 0 ? byte == '"' || byte == '\'' : byte == quote) {
+            quote = quote == 0 ? byte : CHR(0);
+            continue;
+        }
+        if (byte == '\\' && quote != '\'') i += resolve_in_word(text->substr(i + 1), &byte);
+        *word += byte;
+    }
+    text->remove_prefix(i);
+    return quote == 0;
 }
 
 // -- what differs
@@ -233,6 +265,16 @@ bool says(const std::vector<expectation> &all, said what)
     return std::any_of(all.begin(), all.end(), [&](const auto &e) { return e.what == what; });
 }
 
+ULO take_words(const std::vector<expectation> &all, std::vector<std::string> *words)
+{
+    for (const expectation &e : all) {
+        if (e.what != said::WORDS) continue;
+        for (std::string_view rest = left_trimmed(e.text); !rest.empty(); rest = left_trimmed(rest))
+            if (!take_word(&rest, &words->emplace_back())) return e.line;
+    }
+    return 0;
+}
+
 std::string shown(const form_value &value)
 {
     if (value.type == 'Z') return "`NIL'";
@@ -244,7 +286,9 @@ std::string shown(const form_value &value)
 std::vector<std::string> differences(const trial &t, const std::vector<expectation> &all,
                                      const outcome &done)
 {
-    std::vector<std::string> lines;
+    std::vector<std::string> lines, words;
+    if (const ULO line = take_words(all, &words); line != 0)
+        lines.push_back(place_of(t, line) + "a quote opens a word and does not end");
     if (!has_wanted_end(all, done)) {
         lines.push_back(place_of(t, 0) + end_of(done));
         for (const expectation &e : all)

@@ -1,4 +1,5 @@
-// What a program says of itself in comments: `# expect: TEXT', `# error: CODE', `# input: TEXT'.
+// What a program says of itself in comments: `# expect: TEXT', `# error: CODE', `# input: TEXT',
+// `# args: WORD ...'.
 #pragma once
 
 #include <string>
@@ -12,6 +13,7 @@ enum class said : UCH {
     VALUE,  // of the form of the program that the comment stands behind
     ERROR,  // its end: the code of a runtime error, or a piece of what is told of its fault
     INPUT,  // the next line of its input
+    WORDS,  // that it gets, with their quotes
 };
 
 struct expectation {
@@ -29,6 +31,8 @@ std::vector<expectation> expectations_of(const source &from);
 // What the others say together.
 std::string text_of(const std::vector<expectation> &all, said what);
 bool says(const std::vector<expectation> &all, said what);
+// Adds its words without their quotes. Returns the line of a comment that leaves one open, else 0.
+ULO take_words(const std::vector<expectation> &all, std::vector<std::string> *words);
 
 // A value as `kst run' prints it.
 std::string shown(const form_value &value);

@@ -52,6 +52,7 @@ bool add_program(test_run *run, const CHR *path, bool *is_test, std::string *why
     *is_test = says(all, said::OUTPUT) || says(all, said::VALUE) || says(all, said::ERROR);
     if (!*is_test) return true;
     t.input = text_of(all, said::INPUT);
+    take_words(all, &t.words);
     for (const expectation &e : all)
         if (e.what == said::VALUE) t.watched.push_back(e.form);
     run->trials.push_back(std::move(t));

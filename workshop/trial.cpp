@@ -60,7 +60,9 @@ void become_input(const std::string &text)
     for (int i = STDERR_FILENO + 1; i < MOST_DESCRIPTORS; i++)
         if (i != TOLD_DESCRIPTOR) close(i);
     atexit(tell_error_code);
-    run_source(t.from, {}, nullptr,
+    std::vector<const CHR *> words;
+    for (const std::string &word : t.words) words.push_back(word.c_str());
+    run_source(t.from, words, nullptr,
                [&t](tree *checked) { watch_forms(checked, t.watched, TOLD_DESCRIPTOR); });
 }
 

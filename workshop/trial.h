@@ -11,6 +11,7 @@
 struct trial {
     source from;
     std::string input;               // its standard input
+    std::vector<std::string> words;  // behind its file
     std::vector<file_place> watched; // forms whose values are wanted
 };
 
