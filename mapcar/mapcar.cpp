@@ -319,4 +319,5 @@ HANDLER(mapcar)
     rt->rt_error_code = error_code;
     free_string(&rt->rt_error_text);
     rt->rt_error_text = error_text;
+    if (rt->rt_recursion == recursion::HAS_ENDED_RUN) raise_deep_recursion(dat_ptr);
 }

@@ -125,6 +125,8 @@ RUNS = {
     "argument": "(progn (defun f (iadd $1 $1))\n (f (f x)))",
     "caught": '(progn (setq a (mapcar "(/ 1 0)"))\n  (rise_error))',
     "after_break": "(progn (defun f (break))\n (f)\n (index a -1))",
+    "endless": '(progn (defun f (+ 1 (f $1)))\n(f 0))',
+    "inside": '(progn (defun g (mapcar $1))\n(g "(progn (defun f (+ 1 (f $1))) (f 0))")\n(outf "%s" "no"))',
     "nested": "(progn (defun h (progn\n (defun k (% $1 0))\n (k 3)))\n (h))",
 }
 FAILING_RUNS = [
@@ -141,6 +143,12 @@ FAILING_RUNS = [
     (["nested.kst"], ["nested.kst:2:11: runtime error 2: Integer division by zero while calculating "
                       "remainder!", "nested.kst:3:2: `K' is called here",
                       "nested.kst:4:2: `H' is called here"]),
+    (["endless.kst"], ["endless.kst:1:22: runtime error 0: The recursion is too deep.",
+                       "endless.kst:1:22: `F' is called here (16 times)", "... many more calls ...",
+                       "endless.kst:1:22: `F' is called here (15 times)",
+                       "endless.kst:2:1: `F' is called here"]),
+    (["inside.kst"], ["inside.kst:1:17: runtime error 0: The recursion is too deep.",
+                      "inside.kst:2:1: `G' is called here"]),
     (["--cfg", "set.cfg", "-e", "(bad 1)"], ["set.cfg:2:12: runtime error 1: Integer division by zero!",
                                              "-e:1:1: `BAD' is called here"]),
 ]
@@ -240,9 +248,10 @@ class Folder(unittest.TestCase):
             self.write(name + ".kst", text)
         for words, wanted in FAILING_RUNS:
             with self.subTest(words=words):
-                status, _, err = self.kst("run", *words)
-                self.assertEqual(status, 1)
-                self.assertEqual(re.findall(r"^(?!    ).+", err, re.M), wanted)
+                status, out, err = self.kst("run", *words)
+                self.assertEqual((status, out), (1, ""))
+                told = re.sub(r"\d{3,} more", "many more", err)
+                self.assertEqual(re.findall(r"^(?!    ).+", told, re.M), wanted)
 
     def test_check_names_the_line_of_a_fault(self):
         folder = os.path.join(ROOT, "tutorial", "examples")

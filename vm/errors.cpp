@@ -135,6 +135,13 @@ void raise_error(rt_text text, const ULO *dat_ptr, ULO variable, std::string_vie
     kst_errfmt_helper(&rt_ctrl->rt_error_text, message.s, dat_ptr, variable);
 }
 
+void raise_deep_recursion(const ULO *dat_ptr)
+{
+    raise(dat_ptr);
+    rt_ctrl->rt_error_code = 0;
+    assign(&rt_ctrl->rt_error_text, "The recursion is too deep.");
+}
+
 void raise_unset_variable(const ULO *node)
 {
     raise_error(rt_text::VARIABLE_GETVAL, node, node[1] + 1);

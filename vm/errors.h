@@ -21,6 +21,9 @@ void raise_error(rt_text text, const ULO *dat_ptr, ULO variable = 0, std::string
 // The error of reading a variable that holds no value; `node` is the read's own node.
 void raise_unset_variable(const ULO *node);
 
+// The error of a call that the native stack has no room for.
+void raise_deep_recursion(const ULO *dat_ptr);
+
 // Replaces `*text` by `message` and the place: "message (Fnc=Main:F; Dbg=208; Var=V)". Function and
 // variable names come from the debug text of the running function, if it has one.
 void kst_errfmt_helper(CHR **text, const CHR *message, const ULO *dat_ptr, ULO variable);

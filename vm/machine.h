@@ -8,6 +8,10 @@
 // Unwinding marks: BREAK and EXIT travel as error codes that no program sees.
 enum : UCH { UNWIND_BREAK = 254, UNWIND_EXIT = 255 };
 
+// What becomes of a recursion too deep: the process ends by the fatal report; the run ends by an
+// error, as any other does; or by one that MAPCAR does not keep for itself.
+enum class recursion : UCH { ENDS_PROCESS, IS_ERROR, ENDS_RUN, HAS_ENDED_RUN };
+
 struct error_trail;
 
 // What is left to the rounds of loops and the calls of functions until they are hot (vm/hot.h).
@@ -30,7 +34,7 @@ struct rt_control {
     UCH rt_noterror;         // 1 while no error or unwinding is pending
     kestrin_data *frame_top; // first free record of the stack of frames
     kestrin_data *frame_end; // end of its current chunk; the next chunk's address stands there
-    UCH rt_survives;         // 1: a recursion too deep ends the run by an error, not the process
+    recursion rt_recursion;  // too deep
     error_trail *rt_trail;   // notes an error for those who ask; else NULL
     kestrin_data *spare;     // blocks of the fewest places, for arrays to come: a list by array.mix
     ULO spare_count;         // how many

@@ -107,6 +107,7 @@ void run_source(const source &from, const std::vector<const CHR *> &words, const
         prepare(s, from, profile, arrange);
     error_trail trail;
     rt_ctrl->rt_trail = &trail;
+    rt_ctrl->rt_recursion = recursion::ENDS_RUN;
     if (run_to_end(s)) exit(STATUS_GOOD);
     fflush(stdout);
     print_runtime_error(stderr, *s, from, trail);

@@ -152,7 +152,7 @@ workspace::workspace(std::string name)
     s.set_places = &set_places;
     s.program_places = &program_places;
     entered_.name = std::move(name);
-    rt_ctrl->rt_survives = 1;
+    rt_ctrl->rt_recursion = recursion::IS_ERROR;
     stack_floor = std::max(stack_floor, stack_pointer() - STACK_OF_SESSION);
     build({});
     s.program.read("0", CHECKED);

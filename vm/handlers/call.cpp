@@ -5,6 +5,7 @@
 
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
+#include "vm/errors.h"
 #include "vm/handler.h"
 #include "vm/hot.h"
 #include "vm/moves.h"
@@ -14,11 +15,9 @@ FATAL_SITE(DEFUN_FRAME, "kestrin", "func__defun", 23)
 
 void give_up(rt_control *rt, const ULO *dat_ptr)
 {
-    if (!rt->rt_survives) fatal(site::DEFUN_FRAME);
-    rt->rt_error_code = 0;
-    assign(&rt->rt_error_text, "The recursion is too deep.");
-    rt->rt_noterror = 0;
-    note_error(rt, dat_ptr);
+    if (rt->rt_recursion == recursion::ENDS_PROCESS) fatal(site::DEFUN_FRAME);
+    if (rt->rt_recursion == recursion::ENDS_RUN) rt->rt_recursion = recursion::HAS_ENDED_RUN;
+    raise_deep_recursion(dat_ptr);
 }
 
 namespace {
