@@ -67,8 +67,10 @@ COMMANDS = [
     (["check", "good.kst"], "", 0, "", ""),
     (["check", "--cfg", "set.cfg", "calls_bad.kst"], "", 0, "", ""),
     (["check", "calls_bad.kst"], "", 1, "undefined function name `BAD'", ""),
-    (["check", "--cfg", "none.cfg", "good.kst"], "", 2, "", "can't read the profile `none.cfg'"),
-    (["run", "--cfg", "none.cfg", "good.kst", "a"], "", 2, "", "can't read the profile `none.cfg'"),
+    (["check", "--cfg", "none.cfg", "good.kst"], "", 2, "", "can't open `none.cfg': No such file"),
+    (["run", "--cfg", "none.cfg", "good.kst", "a"], "", 2, "", "can't open `none.cfg': No such file"),
+    (["run", "--cfg", "bad.cfg", "good.kst", "a"], "", 1, "", "bad.cfg:2:17: undefined function name `NOSUCH'\n"),
+    (["check", "--cfg", "bad.kst", "good.kst"], "", 1, "bad.kst:1:1: a profile holds definitions", ""),
     (["explain"], "", 2, "", "kst explain: missing FILE"),
     (["explain", "good.kst", "bad.kst"], "", 2, "", "kst explain: too many words: `bad.kst'"),
     (["explain", "none.kst"], "", 2, "", "can't open `none.kst'"),
@@ -105,7 +107,8 @@ COMMANDS = [
     (["test", "--junit"], "", 2, "", "kst test: `--junit' wants FILE"),
     (["fmt", "-"], '(a "b)', 1, "", "standard input:1:4: `\"' opens a string"),
 ]
-FILES = {"calls_bad.kst": "(bad 1)", "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n',
+FILES = {"calls_bad.kst": "(bad 1)", "bad.cfg": "((rem x) defun a (+ 1 2))\n(defun b (+ (a) (nosuch)))",
+         "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n',
          "wide.kst": "(a\n b)\n"}
 
 
@@ -209,6 +212,8 @@ class Folder(unittest.TestCase):
     def kst(self, *words, text=""):
         return run(list(words), text, self.folder.name)
 
+
+class Verbs(Folder):
     def test_commands(self):
         for words, text, *wanted in COMMANDS:
             with self.subTest(words=words):

@@ -84,17 +84,11 @@ void add_json(nlohmann::ordered_json *list, const source &from, const std::vecto
                          {"text", one.text}});
 }
 
-void print_json(const nlohmann::ordered_json &list)
+// The faults of all files go to `tell`; the worst status is the command's.
+int check_all(const request &asked, const fault_teller &tell)
 {
-    puts(list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
-}
-
-int run_check(const request &asked)
-{
-    if (!load_functions(asked.value("--cfg")))
-        return refused_profile("kst check", asked.value("--cfg"));
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
-    int status = STATUS_GOOD;
+    int status = load_functions("kst check", asked.value("--cfg"), tell);
+    if (status != STATUS_GOOD) return status;
     for (const CHR *path : asked.operands) {
         source from;
         std::string why;
@@ -103,13 +97,24 @@ int run_check(const request &asked)
             continue;
         }
         const std::vector<fault> faults = check_source(from);
-        if (asked.has("--json"))
-            add_json(&list, from, faults);
-        else
-            print_faults(stdout, from, faults);
+        tell(from, faults);
         if (!faults.empty()) status = std::max<int>(status, STATUS_FAULT);
     }
-    if (asked.has("--json")) print_json(list);
+    return status;
+}
+
+int run_check(const request &asked)
+{
+    using nlohmann::ordered_json;
+    if (!asked.has("--json"))
+        return check_all(asked, [](const source &from, const std::vector<fault> &faults) {
+            print_faults(stdout, from, faults);
+        });
+    ordered_json list = ordered_json::array();
+    const int status = check_all(asked, [&](const source &from, const std::vector<fault> &faults) {
+        add_json(&list, from, faults);
+    });
+    puts(list.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
     return status;
 }
 

@@ -189,12 +189,15 @@ int run_explain(const request &asked)
     source from;
     std::string why;
     if (!read_source(asked.operands[0], &from, &why)) return refused("kst explain", why);
-    const CHR *profile = asked.value("--cfg");
-    if (!load_functions(profile)) return refused_profile("kst explain", profile);
+    const auto tell = [](const source &of, const std::vector<fault> &faults) {
+        print_faults(stderr, of, faults);
+    };
+    const int status = load_functions("kst explain", asked.value("--cfg"), tell);
+    if (status != STATUS_GOOD) return status;
     known_functions known;
     program p;
     if (!check_program(from, &p, &known.table)) {
-        print_faults(stderr, from, p.faults);
+        tell(from, p.faults);
         return STATUS_FAULT;
     }
     print_explanation(from, explain(std::move(p), from), asked);

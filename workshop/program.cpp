@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <unistd.h>
 
 #include "driver/precompiled.h"
 #include "driver/prepare.h"
@@ -18,6 +17,7 @@
 #include "frontend/isa.h"
 #include "frontend/reader.h"
 #include "frontend/self_check.h"
+#include "frontend/token.h"
 #include "frontend/uninit.h"
 #include "frontend/words.h"
 #include "strings/scratch.h"
@@ -25,6 +25,8 @@
 #include "vm/engine.h"
 #include "vm/machine.h"
 #include "workshop/balance.h"
+#include "workshop/outline.h"
+#include "workshop/verb.h"
 
 namespace {
 
@@ -159,6 +161,35 @@ std::vector<fault> faults_of_balance(const source &from)
     return faults;
 }
 
+// Remarks may stand ahead of the form's word.
+bool defines_function(const outline &pieces, piece_index form)
+{
+    piece_index word = pieces[form].first;
+    while (word != NO_PIECE && !pieces[word].is_code()) word = pieces[word].next;
+    std::string folded;
+    if (word != NO_PIECE) append_folded(&folded, pieces[word].text);
+    return (word_groups(folded) & in(GROUP_DEFUN)) != 0;
+}
+
+// A profile holds definitions and nothing else.
+std::vector<fault> faults_of_profile(const source &from)
+{
+    std::vector<fault> faults = faults_of_balance(from);
+    if (!faults.empty()) return faults;
+    const outline pieces = outline_of(from.text);
+    bool has_code = false;
+    for (piece_index n = pieces[0].first; n != NO_PIECE; n = pieces[n].next) {
+        if (!pieces[n].is_code()) continue;
+        has_code = true;
+        if (!defines_function(pieces, n))
+            faults.push_back({pieces[n].begin, "a profile holds definitions and nothing else"});
+    }
+    known_functions known;
+    program p;
+    if (has_code && faults.empty() && !check_program(from, &p, &known.table)) return p.faults;
+    return faults;
+}
+
 bool check_program(const source &from, program *into, lut **table)
 {
     std::string text = from.text;
@@ -194,12 +225,21 @@ std::vector<fault> find_unset(program checked)
     return faults;
 }
 
-bool load_functions(const CHR *profile)
+int load_functions(std::string_view command, const CHR *profile, const fault_teller &tell)
 {
     session *s = &start_workshop();
     if (profile != nullptr) assign(&s->cfg_profile_path, profile);
-    load_profile(s);
-    return profile == nullptr || access(profile, R_OK) == 0;
+    if (s->cfg_profile_path == nullptr) return STATUS_GOOD;
+    source from;
+    std::string why;
+    if (!read_source(s->cfg_profile_path, &from, &why))
+        return profile == nullptr ? STATUS_GOOD : refused(command, why);
+    const std::vector<fault> faults = faults_of_profile(from);
+    if (faults.empty())
+        load_profile(s);
+    else
+        tell(from, faults);
+    return faults.empty() ? STATUS_GOOD : STATUS_FAULT;
 }
 
 session &start_workshop()

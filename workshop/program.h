@@ -1,7 +1,9 @@
 // A source file on its way to a checked program.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "frontend/check.h"
@@ -52,6 +54,7 @@ struct session;
 session &start_workshop();
 
 // Makes the functions of a profile known, NULL for the one that the environment names, if any. Once
-// in a process, ahead of all checks. Returns whether the file could be read; its faults end the
-// process.
-bool load_functions(const CHR *profile);
+// in a process, ahead of all checks. Returns the status of a command that goes no further, else
+// STATUS_GOOD: a file that can't be read is refused, faults go to `tell`.
+using fault_teller = std::function<void(const source &, const std::vector<fault> &)>;
+int load_functions(std::string_view command, const CHR *profile, const fault_teller &tell);

@@ -46,7 +46,8 @@ void prepare(session *s, const source &from, const CHR *profile,
     static std::vector<code_place> set_places, program_places;
     s->set_places = &set_places;
     s->program_places = &program_places;
-    if (!load_functions(profile)) exit(refused_profile("kst run", profile));
+    const int status = load_functions("kst run", profile, end_with_faults);
+    if (status != STATUS_GOOD) exit(status);
     program p;
     if (!check_program(from, &p, &the_engine.func_lut)) end_with_faults(from, p.faults);
     const ULO given = s->words_behind_file();

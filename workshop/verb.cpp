@@ -71,11 +71,6 @@ int refused(std::string_view command, std::string_view why)
     return STATUS_MISUSE;
 }
 
-int refused_profile(std::string_view command, std::string_view path)
-{
-    return refused(command, "can't read the profile " + quoted(path));
-}
-
 int call_verb(const verb &asked, std::span<CHR *const> words)
 {
     request got;

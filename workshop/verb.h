@@ -64,5 +64,3 @@ inline constexpr option PROFILE_OPTION = {"--cfg", "FILE", "global functions of 
 // Says what is wrong with the words of a command, in one line on stderr. `command` is "kst" or
 // "kst run". Returns STATUS_MISUSE.
 int refused(std::string_view command, std::string_view why);
-// The same of a profile that can't be read.
-int refused_profile(std::string_view command, std::string_view path);
