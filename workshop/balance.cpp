@@ -10,9 +10,11 @@
 
 namespace {
 
-constexpr ULO MOST_CHANGES = 16; // one after the other: what needs more is not mended
-constexpr ULO SHORT_TEXT = 4000; // tokens that are all looked at
-constexpr ULO MOST_CHECKS = 300; // of texts in balance
+constexpr ULO MOST_CHANGES = 16;           // one after the other: what needs more is not mended
+constexpr ULO SHORT_TEXT = 4000;           // tokens that are all looked at
+constexpr ULO MOST_CHECKS = 300;           // of texts in balance
+constexpr ULO MOST_CHECKED = ULO(4) << 20; // bytes of them
+constexpr ULO MOST_MISPLACED = 64;         // forms that a line is behind
 
 struct token {
     ULO from, to; // bytes of the text
@@ -79,8 +81,16 @@ class layout {
 public:
     // The next token, with a change at it.
     void pass(const token &t, change_kind made = NO_CHANGE);
-    ULO depth() const { return forms_.size(); }
-    score result() const { return {result_.unmatched + forms_.size(), result_.misplaced}; }
+    ULO depth() const { return left_out_ + forms_.size(); }
+    score result() const { return {result_.unmatched + depth(), result_.misplaced}; }
+    // Only the innermost forms are looked at from here on: a walk over fewer tokens is cheap to
+    // copy.
+    void keep_innermost(ULO forms)
+    {
+        if (forms >= forms_.size()) return;
+        left_out_ += forms_.size() - forms;
+        forms_.erase(forms_.begin(), forms_.end() - static_cast<SLO>(forms));
+    }
 
 private:
     void begin_line(ULO column, bool closes);
@@ -98,6 +108,7 @@ private:
         ULO inside; // of the first line in it, 0 if there was none
     };
     std::vector<open_form> forms_;
+    ULO left_out_ = 0; // around them
     ULO line_ = 0, column_ = 0, outermost_ = 0;
     bool closes_only_ = false; // the line, so far
     score result_;
@@ -115,7 +126,9 @@ void layout::begin_line(ULO column, bool closes)
     }
     ULO &wanted = forms_.empty() ? outermost_ : forms_.back().inside;
     ULO still_open = 0; // of the forms that the line should be behind
-    for (ULO i = forms_.size(); i > 0 && column <= forms_[i - 1].line; i--) still_open++;
+    for (ULO i = forms_.size();
+         i > 0 && column <= forms_[i - 1].line && still_open < MOST_MISPLACED; i--)
+        still_open++;
     if (still_open != 0)
         result_.misplaced += still_open;
     else if (wanted == 0)
@@ -189,6 +202,7 @@ void search::choose_range()
     to_ = std::min(suspect + SHORT_TEXT / 16, to_);
     seen_to_ = std::min(to_ + SHORT_TEXT / 4, seen_to_);
     for (ULO i = 0; i < from_; i++) before_.pass(tokens_[i]);
+    before_.keep_innermost(seen_to_ - from_ + MOST_MISPLACED);
 }
 
 void search::take(const change &made)
@@ -236,8 +250,9 @@ change search::find()
     if (equals_.empty()) return {LEAVE_OUT, first_alone()};
     change chosen = equals_.back();
     if (unmatched() > 1) return chosen;
+    const ULO most = std::min(MOST_CHECKS, MOST_CHECKED / text_.size() + 1);
     ULO least = ~ULO(0), checks = 0;
-    for (ULO i = equals_.size(); i > 0 && least > 0 && checks < MOST_CHECKS; i--, checks++) {
+    for (ULO i = equals_.size(); i > 0 && least > 0 && checks < most; i--, checks++) {
         const ULO faults = count_faults_(text_with(equals_[i - 1]));
         if (faults >= least) continue;
         least = faults;

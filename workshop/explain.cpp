@@ -20,7 +20,10 @@ namespace {
 // What a tree holds of each line of the source, from 1. What came from elsewhere is left out.
 class lines_of_tree {
 public:
-    lines_of_tree(const tree &t, const source &from) : tree_(t), source_(from) { write(t.root); }
+    lines_of_tree(const tree &t, const source &from) : tree_(t), source_(from.lines())
+    {
+        write(t.root);
+    }
     std::string line(ULO number) const
     {
         return number < lines_.size() ? lines_[number] : std::string();
@@ -32,7 +35,7 @@ private:
     std::string &here();
 
     const tree &tree_;
-    const source &source_;
+    const std::vector<std::string_view> source_;
     std::vector<std::string> lines_;
     ULO line_ = 0; // that is written to
 };
@@ -43,7 +46,7 @@ std::string &lines_of_tree::here()
     if (line_ >= lines_.size()) lines_.resize(line_ + 1);
     std::string &text = lines_[line_];
     if (text.empty()) {
-        const std::string_view line = source_.line(line_);
+        const std::string_view line = source_[line_ - 1];
         text.append(line.substr(0, std::min(line.find_first_not_of(" \t"), line.size())));
     }
     return text;
@@ -158,27 +161,26 @@ void print_stages(const explanation &told, ULO line)
     }
 }
 
-void print_line(const source &from, const explanation &told, ULO line, bool all, ULO width)
+void print_line(std::string_view text, const explanation &told, ULO line, bool all, ULO width)
 {
-    const std::string text(from.line(line));
     std::string number = std::to_string(line);
     number.insert(0, number.size() < 4 ? 4 - number.size() : 0, ' ');
-    if (!text.empty()) number.append("  ");
-    print_row(number + text, all ? std::string() : told.stages.back().second.line(line), width);
+    if (!text.empty()) number.append("  ").append(text);
+    print_row(number, all ? std::string() : told.stages.back().second.line(line), width);
     if (all) print_stages(told, line);
 }
 
 void print_explanation(const source &from, const explanation &told, const request &asked)
 {
     ULO code = 0, longest = 0;
-    const ULO lines = static_cast<ULO>(std::count(from.text.begin(), from.text.end(), '\n')) + 1;
-    for (ULO line = 1; line <= lines; line++) longest = std::max(longest, from.line(line).size());
+    std::vector<std::string_view> lines = from.lines();
+    if (lines.back().empty()) lines.pop_back();
+    for (const std::string_view line : lines) longest = std::max(longest, line.size());
     const ULO width = std::min(longest + 6, width_of_output() / 2);
     printf("%s: %lu word%s, %lu bytes of code\n", from.name.c_str(), told.words,
            told.words == 1 ? "" : "s", told.bytes);
-    for (ULO line = 1; line <= lines; line++) {
-        if (line == lines && from.line(line).empty()) break;
-        print_line(from, told, line, asked.has("--all"), width);
+    for (ULO line = 1; line <= lines.size(); line++) {
+        print_line(lines[line - 1], told, line, asked.has("--all"), width);
         for (; code < told.code.size() && told.code[code].line <= line; code++)
             if (asked.has("--code")) printf("%s\n", told.code[code].text.c_str());
     }

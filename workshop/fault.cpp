@@ -13,43 +13,58 @@ constexpr ULO AHEAD = 60;  // of them, at most, in front of the place
 bool continues_character(CHR byte) { return (static_cast<UCH>(byte) & 0xC0) == 0x80; }
 
 // Bytes that a terminal would obey are shown as blanks.
-void print_plain(FILE *stream, std::string_view text)
+std::string plain(std::string_view text)
 {
-    for (const CHR byte : text)
-        putc(static_cast<UCH>(byte) < 32 && byte != '\t' ? ' ' : byte, stream);
+    std::string shown(text);
+    for (CHR &byte : shown)
+        if (static_cast<UCH>(byte) < 32 && byte != '\t') byte = ' ';
+    return shown;
 }
 
 // Blanks as wide as the text, a tab for a tab.
-void print_gap(FILE *stream, std::string_view text)
+std::string gap(std::string_view text)
 {
+    std::string blanks;
     for (const CHR byte : text)
-        if (!continues_character(byte)) putc(byte == '\t' ? '\t' : ' ', stream);
+        if (!continues_character(byte)) blanks += byte == '\t' ? '\t' : ' ';
+    return blanks;
 }
 
-void print_marked(FILE *stream, std::string_view line, ULO place)
+// The part of a line around a place, with a mark below it.
+std::string marked(std::string_view line, ULO place)
 {
     ULO from = place > WIDEST - 1 ? place - AHEAD : 0;
     while (from > 0 && continues_character(line[from])) from--;
     ULO to = std::min(line.size(), from + WIDEST);
     while (to < line.size() && continues_character(line[to])) to++;
-    fputs("    ", stream);
-    print_plain(stream, line.substr(from, to - from));
-    fputs("\n    ", stream);
-    print_gap(stream, line.substr(from, place - from));
-    fputs("^\n", stream);
+    return "    " + plain(line.substr(from, to - from)) + "\n    " +
+           gap(line.substr(from, place - from)) + "^\n";
+}
+
+std::string told(const source &from, const std::vector<std::string_view> &lines, const fault &found)
+{
+    const file_place at = found.at;
+    std::string text = from.name + ":";
+    if (at.line != 0) text += std::to_string(from.number_of(at.line)) + ":";
+    if (at.column != 0) text += std::to_string(at.column) + ":";
+    text += (found.is_warning ? " warning: " : " ") + found.text + "\n";
+    if (at.column == 0 || at.line > lines.size()) return text;
+    const std::string_view line = lines[at.line - 1];
+    return text + marked(line, std::min(at.column - 1, line.size()));
 }
 
 } // namespace
 
-std::string_view source::line(ULO number) const
+std::vector<std::string_view> source::lines() const
 {
-    std::string_view rest = text;
-    for (; number > 1; number--) {
-        const auto end = rest.find('\n');
-        if (end == rest.npos) return {};
-        rest.remove_prefix(end + 1);
+    std::vector<std::string_view> all;
+    for (ULO at = 0; at <= text.size();) {
+        const ULO end = std::min(text.find('\n', at), text.size());
+        const std::string_view line = std::string_view(text).substr(at, end - at);
+        all.push_back(line.substr(0, line.find('\r')));
+        at = end + 1;
     }
-    return rest.substr(0, std::min(rest.find('\n'), rest.find('\r')));
+    return all;
 }
 
 void sort_by_place(std::vector<fault> *faults)
@@ -61,16 +76,20 @@ void sort_by_place(std::vector<fault> *faults)
 
 void print_fault(FILE *stream, const source &from, const fault &found)
 {
-    fprintf(stream, "%s:", from.name.c_str());
-    if (found.at.line != 0) fprintf(stream, "%lu:", from.number_of(found.at.line));
-    if (found.at.column != 0) fprintf(stream, "%lu:", found.at.column);
-    fprintf(stream, " %s%s\n", found.is_warning ? "warning: " : "", found.text.c_str());
-    if (found.at.column == 0) return;
-    const std::string_view line = from.line(found.at.line);
-    print_marked(stream, line, std::min(found.at.column - 1, line.size()));
+    print_faults(stream, from, {found});
 }
 
+// In few pieces: stderr writes each at once.
 void print_faults(FILE *stream, const source &from, const std::vector<fault> &found)
 {
-    for (const fault &one : found) print_fault(stream, from, one);
+    constexpr ULO PIECE = ULO(64) << 10;
+    std::string text;
+    std::vector<std::string_view> lines;
+    if (!found.empty()) lines = from.lines();
+    for (const fault &one : found) {
+        text += told(from, lines, one);
+        if (text.size() < PIECE && &one != &found.back()) continue;
+        fwrite(text.data(), 1, text.size(), stream);
+        text.clear();
+    }
 }

@@ -14,8 +14,8 @@ struct source {
     std::string name, text;
     ULO first_line = 1; // number of its first line, where it is part of a longer text
     ULO number_of(ULO line_of_text) const { return first_line - 1 + line_of_text; }
-    // A line without its end, from 1; empty beyond the last.
-    std::string_view line(ULO number) const;
+    // All lines without their ends. One more is empty behind a newline at the end.
+    std::vector<std::string_view> lines() const;
 };
 
 // A place with what is to be said of it. Line 0: of the file as a whole; column 0: of the line.

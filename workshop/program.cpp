@@ -74,18 +74,18 @@ std::vector<fault> find_open_strings(const source &from)
 {
     std::vector<fault> faults;
     std::string joined;
-    source rest = from;
-    for (ULO line = 0; !rest.text.empty();) {
+    std::string_view rest = from.text;
+    for (ULO line = 0;;) {
         joined.clear();
-        const ULO refused = join_lines(&joined, rest.text, false);
-        if (refused == 0) break;
-        faults.push_back({{line + refused, column_of_open_quote(rest.line(refused))},
-                          "`\"' opens a string that its line does not close"});
+        const ULO refused = join_lines(&joined, rest, false);
+        if (refused == 0) return faults;
         line += refused;
-        for (ULO i = 0; i < refused; i++)
-            rest.text.erase(0, std::min(rest.text.find('\n'), rest.text.size() - 1) + 1);
+        for (ULO i = 1; i < refused; i++) rest.remove_prefix(rest.find('\n') + 1);
+        const auto end = std::min(rest.find('\n'), rest.size());
+        faults.push_back({{line, column_of_open_quote(rest.substr(0, end))},
+                          "`\"' opens a string that its line does not close"});
+        rest.remove_prefix(std::min(end + 1, rest.size()));
     }
-    return faults;
 }
 
 // Parses and checks a text in balance.

@@ -89,7 +89,7 @@ std::string_view form_at(std::string_view text, ULO from)
 
 ULO byte_of(const source &from, file_place at)
 {
-    return static_cast<ULO>(from.line(at.line).data() - from.text.data()) + at.column - 1;
+    return static_cast<ULO>(from.lines()[at.line - 1].data() - from.text.data()) + at.column - 1;
 }
 
 // The names that the forms of a text define.
