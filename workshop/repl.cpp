@@ -187,12 +187,12 @@ bool obey(prompt_session *p, const std::string &entry)
 
 // -- Entries -----------------------------------------------------------------------------------
 
-// How many forms a text leaves open. A line that ends in a string closes nothing any more.
-ULO open_forms(const std::string &text)
+// How many forms are open behind a line, of `depth` ahead of it. None are left by one that ends in
+// a string or closes too many: nothing mends that.
+ULO open_forms(ULO depth, const std::string &line)
 {
     std::string joined;
-    if (join_lines(&joined, text, false) != 0) return 0;
-    ULO depth = 0;
+    if (join_lines(&joined, line, false) != 0) return 0;
     for (ULO i = 0; i < joined.size(); i++) {
         if (joined[i] == '"')
             i = behind_quotes(joined, i) - 1;
@@ -209,15 +209,18 @@ bool read_entry(prompt_session *p, std::string *entry)
 {
     entry->clear();
     std::string line;
+    ULO depth = 0;
     do {
         const line_end end = p->lines.read(&line, entry->empty() ? "kst> " : "...> ");
         if (end == line_end::INTERRUPTED) {
             p->work.pass_over(*entry);
             entry->clear();
+            depth = 0;
         }
         if (end == line_end::INPUT_ENDS) return !entry->empty();
         entry->append(line);
-    } while (entry->empty() || open_forms(*entry) > 0);
+        depth = open_forms(depth, line);
+    } while (entry->empty() || depth > 0);
     return true;
 }
 
