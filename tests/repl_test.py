@@ -204,6 +204,16 @@ class Terminal(unittest.TestCase):
         self.type("Enter")
         self.expect(r"\n5\nkst> $")
 
+    def test_long_text_goes_through_the_pager_of_a_terminal(self):
+        for pager, words, shown in [("sed s/^/paged:/", "doc", r"paged:chapter or section[^\n]*\n0$"),
+                                    ("sed s/^/paged:/", "doc | cat", r"\nchapter or section[^\n]*\n0$"),
+                                    ("sed s/^/paged:/", "doc 7.3", r"(?s)^7.3 (?!.*paged)"),
+                                    ("no-such-pager", "doc", r"\nchapter or section[^\n]*\n0$"),
+                                    ("head -1", "doc", r"^Strings\n0$")]:
+            self.tmux("respawn-pane", "-k", "PAGER='%s'; export PAGER; clear; '%s' %s; echo $?; read x"
+                      % (pager, OPTIONS.kst, words))
+            self.expect(shown)
+
 
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)

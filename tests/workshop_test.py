@@ -223,6 +223,14 @@ class Verbs(Folder):
                 self.assertIn(wanted[2], err)
                 self.assertTrue(wanted[2] or not err, err)
 
+    def test_lost_output_is_told(self):
+        for words in (["--help"], ["check", "bad.kst"], ["fmt", "-"], ["doc"]):
+            with open("/dev/full", "w", encoding="utf-8") as full:
+                done = subprocess.run([OPTIONS.kst, *words], cwd=self.folder.name, check=False,
+                                      input=b"(a  b)", stdout=full, stderr=subprocess.PIPE)
+            self.assertEqual((done.returncode, done.stderr),
+                             (2, b"kst: can't write all of the output: No space left on device\n"), words)
+
     def test_words_arrive_as_they_are(self):
         program = '(progn (outf "%s" (cat $1 "")) "")'
         every_byte = bytes(range(1, 256)) + bytes(range(255, 0, -1))

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "workshop/manual.h"
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr std::size_t WIDTH = 79;
+constexpr int NO_COMMAND = 126; // and up: exit statuses of a shell that can't run one
 
 // Lays words out in lines that are indented by two blanks.
 void append_words(std::string *out, const std::vector<std::string_view> &words)
@@ -76,10 +78,14 @@ bool is_longer_than_screen(const std::string &text)
 void print_through_pager(const std::string &text)
 {
     const char *pager = getenv("PAGER");
-    signal(SIGPIPE, SIG_IGN); // a pager may be left before its end
     FILE *to = popen(pager != nullptr && *pager != 0 ? pager : "less", "w");
+    // A pager may be left before its end, and the interrupt key is its own.
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGINT, SIG_IGN);
     if (to != nullptr) fwrite(text.data(), 1, text.size(), to);
-    if (to == nullptr || pclose(to) != 0) fwrite(text.data(), 1, text.size(), stdout);
+    const int status = to == nullptr ? -1 : pclose(to);
+    const bool is_shown = status != -1 && (!WIFEXITED(status) || WEXITSTATUS(status) < NO_COMMAND);
+    if (!is_shown) fwrite(text.data(), 1, text.size(), stdout);
 }
 
 int tell(const std::string &text)

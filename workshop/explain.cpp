@@ -143,11 +143,11 @@ ULO width_of_output()
 
 void print_row(const std::string &left, const std::string &right, ULO width)
 {
-    fputs(left.c_str(), stdout);
+    fputs(plain(left).c_str(), stdout);
     if (right.empty()) return void(putchar('\n'));
     if (left.size() > width) putchar('\n');
     const ULO gap = left.size() > width ? width : width - left.size();
-    printf("%*s | %s\n", int(gap), "", right.c_str());
+    printf("%*s | %s\n", int(gap), "", plain(right).c_str());
 }
 
 // The stages that have changed a line, one below the other.
@@ -156,7 +156,8 @@ void print_stages(const explanation &told, ULO line)
     std::string before;
     for (const auto &[name, lines] : told.stages) {
         const std::string text = lines.line(line);
-        if (text != before) printf("%14s |%s%s\n", name, text.empty() ? "" : " ", text.c_str());
+        if (text != before)
+            printf("%14s |%s%s\n", name, text.empty() ? "" : " ", plain(text).c_str());
         before = text;
     }
 }

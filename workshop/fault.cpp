@@ -12,15 +12,6 @@ constexpr ULO AHEAD = 60;  // of them, at most, in front of the place
 
 bool continues_character(CHR byte) { return (static_cast<UCH>(byte) & 0xC0) == 0x80; }
 
-// Bytes that a terminal would obey are shown as blanks.
-std::string plain(std::string_view text)
-{
-    std::string shown(text);
-    for (CHR &byte : shown)
-        if (static_cast<UCH>(byte) < 32 && byte != '\t') byte = ' ';
-    return shown;
-}
-
 // Blanks as wide as the text, a tab for a tab.
 std::string gap(std::string_view text)
 {
@@ -47,7 +38,7 @@ std::string told(const source &from, const std::vector<std::string_view> &lines,
     std::string text = from.name + ":";
     if (at.line != 0) text += std::to_string(from.number_of(at.line)) + ":";
     if (at.column != 0) text += std::to_string(at.column) + ":";
-    text += (found.is_warning ? " warning: " : " ") + found.text + "\n";
+    text += (found.is_warning ? " warning: " : " ") + plain(found.text) + "\n";
     if (at.column == 0 || at.line > lines.size()) return text;
     const std::string_view line = lines[at.line - 1];
     return text + marked(line, std::min(at.column - 1, line.size()));
@@ -65,6 +56,15 @@ std::vector<std::string_view> source::lines() const
         at = end + 1;
     }
     return all;
+}
+
+std::string plain(std::string_view text)
+{
+    std::string shown(text);
+    for (CHR &byte : shown)
+        if ((static_cast<UCH>(byte) < 32 && byte != '\t' && byte != '\n') || byte == 127)
+            byte = ' ';
+    return shown;
 }
 
 void sort_by_place(std::vector<fault> *faults)

@@ -25,6 +25,9 @@ struct fault {
     bool is_warning = false;
 };
 
+// Bytes that a terminal would obey as blanks; tabs and newlines stay.
+std::string plain(std::string_view text);
+
 // By line and column; of those at one place the first found stays first.
 void sort_by_place(std::vector<fault> *faults);
 

@@ -30,6 +30,13 @@ void make_folders(const std::string &path)
         mkdir(path.substr(0, end).c_str(), 0700);
 }
 
+// Whether it can hold lines: a pipe or a device would keep the prompt waiting.
+bool is_file_or_none(const std::string &path)
+{
+    struct stat about = {};
+    return stat(path.c_str(), &about) != 0 || S_ISREG(about.st_mode);
+}
+
 // Empty if the environment names no place.
 std::string path_of_history()
 {
@@ -153,6 +160,7 @@ void line_reader::load_history()
     library->history(history_, &event, H_SETUNIQUE, 1);
     library->el_set(editor_, EL_HIST, library->history, history_);
     history_path_ = path_of_history();
+    if (!is_file_or_none(history_path_)) history_path_.clear();
     std::vector<std::string> lines = read_lines(history_path_);
     for (const std::string &line : lines) library->history(history_, &event, H_ENTER, line.c_str());
     if (lines.size() < 2 * MOST_LINES) return;

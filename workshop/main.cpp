@@ -1,9 +1,12 @@
 // kst: finds the verb and calls it, on the stack that programs run on.
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
+#include "driver/start.h"
 #include "vm/stack.h"
 #include "workshop/verb.h"
 
@@ -43,10 +46,21 @@ int answer()
     return STATUS_GOOD;
 }
 
+// A command whose output is not all written has not done its work.
+int settle_output(int status)
+{
+    errno = 0;
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) return status;
+    fprintf(stderr, "kst: can't write all of the output%s%s\n", errno == 0 ? "" : ": ",
+            errno == 0 ? "" : strerror(errno));
+    return STATUS_MISUSE;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    fill_standard_descriptors();
     words = std::span<CHR *const>(argv, static_cast<ULO>(argc)).subspan(argc > 0 ? 1 : 0);
-    run_on_large_stack([] { exit(answer()); });
+    run_on_large_stack([] { exit(settle_output(answer())); });
 }

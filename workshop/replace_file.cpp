@@ -30,6 +30,7 @@ bool replace_at(const std::string &path, std::string_view contents)
 {
     struct stat about = {};
     if (stat(path.c_str(), &about) != 0) return false;
+    if (!S_ISREG(about.st_mode)) return errno = EINVAL, false; // a pipe would be one no more
     std::string beside = path + ".XXXXXX";
     const int file = mkstemp(beside.data());
     if (file < 0) return false;

@@ -65,6 +65,8 @@ bool add_path(test_run *run, const CHR *path, std::string *why)
     bool is_test = false;
     std::error_code error;
     if (fs::is_directory(path, error)) {
+        *why = "can't read `" + std::string(path) + "': " + strerror(EACCES);
+        if (access(path, R_OK | X_OK) != 0) return false;
         for (const std::string &file : programs_below(path))
             if (!add_program(run, file.c_str(), &is_test, why)) return false;
         return true;

@@ -41,6 +41,14 @@ std::string xml(std::string_view text)
     return out;
 }
 
+// A name that is no directive and stays on its line.
+std::string name_in_tap(std::string_view name)
+{
+    std::string text;
+    for (const CHR byte : name) (text += byte == '#' ? "\\" : "") += byte == '\n' ? ' ' : byte;
+    return text;
+}
+
 void write_case(FILE *file, const test_result &result)
 {
     fprintf(file, "  <testcase classname=\"kst\" name=\"%s\" time=\"%.3f\"",
@@ -70,7 +78,8 @@ void test_report::tell(ULO number, const test_result &result) const
 {
     const bool passed = result.differences.empty();
     if (how_ == telling::TAP)
-        printf("%sok %lu - %s\n", passed ? "" : "not ", number + 1, result.name.c_str());
+        printf("%sok %lu - %s\n", passed ? "" : "not ", number + 1,
+               name_in_tap(result.name).c_str());
     for (const std::string &line : result.differences)
         printf("%s%s\n", how_ == telling::TAP ? "# " : "", line.c_str());
 }
