@@ -72,13 +72,6 @@ std::vector<std::string> read_lines(const std::string &path)
     return lines;
 }
 
-// Where a word of the language begins that ends at the end of the line.
-size_t begin_of_word(const std::string &line)
-{
-    const auto before = line.find_last_of(" \t()\"#");
-    return before == line.npos ? 0 : before + 1;
-}
-
 std::string common_begin(const std::vector<std::string> &words)
 {
     std::string common = words[0];
@@ -115,6 +108,12 @@ line_end read_plain(std::string *line)
 }
 
 } // namespace
+
+size_t begin_of_word(const std::string &line)
+{
+    const auto before = line.find_last_of(" \t()\"#");
+    return before == line.npos ? 0 : before + 1;
+}
 
 line_reader::line_reader(completer complete) : complete_(std::move(complete))
 {

@@ -11,6 +11,9 @@ struct history;
 
 enum class line_end { LINE, INPUT_ENDS, INTERRUPTED };
 
+// Where a word of the language begins that ends at the end of the line.
+size_t begin_of_word(const std::string &line);
+
 class line_reader {
 public:
     // What may stand for the word in front of the cursor; `line` is all that is in front of it.

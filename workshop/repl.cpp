@@ -276,8 +276,7 @@ std::vector<std::string> candidates(const prompt_session &p, bool of_commands)
 // In the case of what was typed: small letters unless it has a capital.
 std::vector<std::string> completions(const prompt_session &p, const std::string &line)
 {
-    const auto before = line.find_last_of(" \t()\"#");
-    const std::string word = before == line.npos ? line : line.substr(before + 1);
+    const std::string word = line.substr(begin_of_word(line));
     const bool in_capitals = lower_case(word) != word;
     std::vector<std::string> found;
     for (const std::string &name : candidates(p, word.starts_with(":"))) {

@@ -141,6 +141,17 @@ void forget_error()
     equ(&rt_ctrl->rt_run_text, nullptr);
 }
 
+// No function is known any more.
+void forget_set()
+{
+    session &s = the_session();
+    forget_functions_of_mapcar();
+    lut_free(&the_engine.func_lut);
+    check_instruction_tables(&the_engine.func_lut);
+    s.set.clear();
+    s.set.file.clear();
+}
+
 } // namespace
 
 // -- Entries -----------------------------------------------------------------------------------
@@ -276,11 +287,7 @@ bool workspace::take_definitions(const std::vector<function> &fresh)
 std::vector<fault> workspace::build(std::vector<function> wanted)
 {
     session &s = the_session();
-    forget_functions_of_mapcar();
-    lut_free(&the_engine.func_lut);
-    check_instruction_tables(&the_engine.func_lut);
-    s.set.clear();
-    s.set.file.clear();
+    forget_set();
     std::string joined;
     join_lines(&joined, entered_.text, false, &s.set.file);
     std::vector<node_index> definitions;
