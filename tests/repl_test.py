@@ -176,6 +176,7 @@ class Terminal(unittest.TestCase):
         self.type("Up", "Up", "Up")
         self.expect(r"\nkst> \(defun square \(\* \$1 \$1\)\)$")
         self.type("C-c")
+        self.expect(r"\)\)(\^C)?\n+kst> $")
         self.enter("(nosuch)", r"repl:5:1: undefined function name `NOSUCH'\n    \(nosuch\)\n    \^\nkst> $")
 
     def test_interrupts_and_history(self):
