@@ -163,7 +163,6 @@ workspace::workspace(std::string name)
     s.set_places = &set_places;
     s.program_places = &program_places;
     entered_.name = std::move(name);
-    the_engine.native = nullptr; // a loop of handlers ends when the interrupt key is hit
     rt_ctrl->rt_recursion = recursion::IS_ERROR;
     stack_floor = std::max(stack_floor, stack_pointer() - STACK_OF_SESSION);
     build({});
