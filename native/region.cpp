@@ -70,9 +70,10 @@ template <class T> void sort_by_handler(table<T> *rows)
 // NULL if there is none; the first of several.
 template <class T> const T *find_in(const table<T> &rows, fcall handler)
 {
-    const auto found = std::lower_bound(
-        rows.begin(), rows.end(), handler,
-        [](const auto &row, fcall sought) { return std::less<fcall>()(row.first, sought); });
+    const auto found =
+        std::lower_bound(rows.begin(), rows.end(), handler, [](const auto &row, fcall sought) {
+            return std::less<fcall>()(row.first, sought);
+        });
     return found == rows.end() || found->first != handler ? nullptr : &found->second;
 }
 
