@@ -60,7 +60,7 @@ void set_handler(ULO *word, fcall handler)
 // What a parent may want to know of a node that has been linked.
 struct linked_node {
     assigned_set assigned = 0;
-    const variant *form = nullptr; // other ways to call it
+    const variant *form = nullptr; // if it is arithmetic
 };
 
 value_use known_use(value_use use) { return the_engine.moves ? use : value_use::OPERAND; }
@@ -79,8 +79,7 @@ private:
     linked_node link_operand(ULO *word, node_place place);
     void link_leaf(ULO *node, fcall handler, node_place place);
     linked_node link_node(ULO *p, node_place place);
-    assigned_set link_operands(ULO *p, const image::node_words &words, node_place place,
-                               const variant **forms);
+    linked_node link_operands(ULO *p, const image::node_words &words, node_place place);
     image::node_words link_words(ULO *p, group_set *groups);
     image::node_words link_instruction(ULO *p, ULO payload, group_set groups);
     image::node_words link_extension(ULO *p, ULO payload);
@@ -158,24 +157,22 @@ linked_node linker::link_operand(ULO *word, node_place place)
 }
 
 // From the last to the first, so that each knows what later ones assign. Returns what they all
-// assign, and the forms of the first of them.
-assigned_set linker::link_operands(ULO *p, const image::node_words &words, node_place place,
-                                   const variant **forms)
+// assign, and the form of the first of them.
+linked_node linker::link_operands(ULO *p, const image::node_words &words, node_place place)
 {
     const fcall handler = reinterpret_cast<fcall>(*p);
     const ULO count = words.count != 0 ? p[words.count] : words.declared;
-    assigned_set assigned = 0;
+    linked_node all;
     for (ULO i = count; i-- > 0;) {
         const value_use use = known_use(use_of_operand(handler, i, count, place.use));
-        const linked_node operand = link_operand(p + words.operands + i, {use, assigned});
-        assigned |= operand.assigned;
-        if (i < LOOKED_AT) forms[i] = operand.form;
+        const linked_node operand = link_operand(p + words.operands + i, {use, all.assigned});
+        all = {all.assigned | operand.assigned, operand.form};
     }
-    return assigned;
+    return all;
 }
 
 // The form of a node that lends, or changes a text where it stands, while nothing assigns the
-// variable in its word 1; NULL if there is none.
+// variable in its word 1, or that takes its operand's value; NULL if there is none.
 fcall moving_form(const ULO *p, node_place place, assigned_set by_operands)
 {
     if (place.use == value_use::ARGUMENT) {
@@ -184,7 +181,21 @@ fcall moving_form(const ULO *p, node_place place, assigned_set by_operands)
     }
     if (place.use != value_use::UNUSED) return nullptr;
     const fcall appending = appending_form(p);
-    return appending != nullptr && !(by_operands & bit_of(p[1])) ? appending : nullptr;
+    if (appending != nullptr && !(by_operands & bit_of(p[1]))) return appending;
+    const fcall taking = taking_setq(p);
+    return taking != nullptr ? taking : taking_arsetq(p);
+}
+
+// Chooses the handler of a linked instruction by its operands and by what becomes of its value.
+// Returns its variant, if it has one.
+const variant *choose_handler(ULO *p, const ULO *words, node_place place,
+                              const linked_node &operands)
+{
+    if (operands.form != nullptr && assign_at_once(p, operands.form)) return nullptr;
+    const fcall moving = moving_form(p, place, operands.assigned);
+    if (moving == nullptr) return specialise(p, words);
+    set_handler(p, moving);
+    return nullptr;
 }
 
 linked_node linker::link_node(ULO *p, node_place place)
@@ -193,15 +204,10 @@ linked_node linker::link_node(ULO *p, node_place place)
     const bool is_instruction = image::letter_of(*p) == 'T';
     group_set groups = 0;
     const image::node_words words = link_words(p, &groups);
-    const variant *forms[LOOKED_AT] = {};
-    linked_node linked = {link_operands(p, words, place, forms)};
-    if (!is_instruction) return linked;
-    if (const fcall moving = moving_form(p, place, linked.assigned); moving != nullptr)
-        set_handler(p, moving);
-    else
-        linked.form = specialise(p, p + words.operands, forms, place.use != value_use::UNUSED);
-    linked.assigned |= set_by(p, groups, words);
-    return linked;
+    const linked_node operands = link_operands(p, words, place);
+    if (!is_instruction) return {operands.assigned};
+    const variant *form = choose_handler(p, p + words.operands, place, operands);
+    return {operands.assigned | set_by(p, groups, words), form};
 }
 
 void linker::link_image(ULO *p, ULO scope)

@@ -1,7 +1,7 @@
 #include "native/helpers.h"
 
 #include "vm/errors.h"
-#include "vm/forms.h"
+#include "vm/hot.h"
 #include "vm/moves.h"
 #include "vm/trail.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "native/lowering.h"
-#include "vm/forms.h"
+#include "vm/hot.h"
 
 namespace native {
 

@@ -1,7 +1,7 @@
 // Statements and loops, and what a function answers.
 
 #include "native/lowering.h"
-#include "vm/forms.h"
+#include "vm/hot.h"
 #include "vm/places.h"
 
 namespace native {

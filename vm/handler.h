@@ -161,20 +161,11 @@ template <> struct in_record<DFL> {
     static DFL from(const kestrin_data *d) { return to_fval(d); }
 };
 
-// A text is only read where it stands.
-template <> struct in_record<const CHR *> {
-    static constexpr UCH letter = 'S';
-    static const CHR *in(const kestrin_data *d) { return d->svalue; }
-    static constexpr fcall constant = func__dummy_s;
-    static constexpr fcall typed_read = func__getval_s;
-};
-
 // How the operands of a slot are fetched: by a cast, or as values of a type that is proved.
 enum operands { CAST, PROVED };
 
 template <class T> T constant_of(const ULO *node)
 {
-    if constexpr (std::is_same_v<T, const CHR *>) return reinterpret_cast<const CHR *>(node + 2);
     T value;
     memcpy(&value, node + 1, sizeof value);
     return value;
@@ -220,66 +211,25 @@ template <operands how, class T>
     return cast_result<T>(word, ret_dat);
 }
 
-// A member of an array of the type; the index is a plain variable.
-template <class T> [[gnu::always_inline]] inline bool member_in_place(const ULO *node, T *value)
-{
-    const kestrin_data *at = variable(node_at(node + 2)[1]), *array = variable(node[1]);
-    const ULO index = ULO(at->value.ival);
-    if (at->type != 'I' || index - 1 >= array->indices_numb - 1 ||
-        array->arraytype != in_record<T>::letter || array->aready_tags[index] == 0) [[unlikely]]
-        return false;
-    *value = reinterpret_cast<const T *>(array->array.ival)[index];
-    return true;
-}
-
-// The number of a constant, or of a plain variable that holds one of the type, or of a member.
-// False: look at it in another way; nothing has been done.
-template <class T, operand_kind kind>
-[[gnu::always_inline]] inline bool read_in_place(const ULO *word, T *value)
-{
-    const ULO *node = node_at(word);
-    if constexpr (kind == CONSTANT) {
-        *value = constant_of<T>(node);
-        return true;
-    } else if constexpr (kind == MEMBER) {
-        return member_in_place<T>(node, value);
-    } else {
-        const kestrin_data *v = variable(node[1]);
-        *value = in_record<T>::in(v);
-        return v->type == in_record<T>::letter;
-    }
-}
-
-// The number of a node that hands it on. `ret_dat` is an owning slot, for what the node evaluates.
-template <class T> [[gnu::always_inline]] inline T handed(const ULO *word, kestrin_data *ret_dat)
-{
-    check_stack(site::STACK_EVAL);
-    const ULO *node = node_at(word);
-    return reinterpret_cast<T (*)(const ULO *, kestrin_data *)>(node[0])(node + 1, ret_dat);
-}
-
+// The same for an operand whose kind is known.
 template <operands how, class T, operand_kind kind = ANY>
 [[gnu::always_inline]] inline T fetch(const ULO *word, kestrin_data *ret_dat)
 {
+    const ULO *node = node_at(word);
     if constexpr (kind == ANY) {
         return fetch_any<how, T>(word, ret_dat);
-    } else if constexpr (kind == HANDED) {
-        return handed<T>(word, ret_dat);
-    } else if constexpr (kind == EXPRESSION || kind == MEMBER) {
-        if constexpr (kind == MEMBER) {
-            T value;
-            if (read_in_place<T, kind>(word, &value)) [[likely]]
-                return value;
-        }
-        eval_value(word, ret_dat);
+    } else if constexpr (kind == CONSTANT) {
+        return constant_of<T>(node);
+    } else if constexpr (kind == VARIABLE) {
+        const kestrin_data *v = variable(node[1]);
+        if (v->type == in_record<T>::letter) [[likely]]
+            return in_record<T>::in(v);
+        return cast_variable<T>(node);
+    } else {
+        call_for_value(node, ret_dat);
         if (ret_dat->type == in_record<T>::letter) [[likely]]
             return in_record<T>::in(ret_dat);
         return cast_result<T>(word, ret_dat);
-    } else {
-        T value;
-        if (read_in_place<T, kind>(word, &value)) [[likely]]
-            return value;
-        return cast_variable<T>(node_at(word));
     }
 }
 
@@ -291,61 +241,42 @@ template <class T> void answer(kestrin_data *ret_dat, T value)
     in_record<T>::in(ret_dat) = value;
 }
 
-// The number of a constant or a single variable, where it stands.
-template <class T, operand_kind kind = ANY> bool read_single(const ULO *word, T *value)
+// The number of a constant, or of a single variable that is proved to be one, where it stands.
+template <class T> [[gnu::always_inline]] inline bool read_single(const ULO *word, T *value)
 {
     const ULO *node = node_at(word);
-    if constexpr (kind == MEMBER) return read_in_place<T, MEMBER>(word, value);
-    if (kind == CONSTANT || (kind == ANY && is_node(node, in_record<T>::constant)))
-        return read_in_place<T, CONSTANT>(word, value);
-    if (kind == EXPRESSION || (kind == ANY && !is_node(node, in_record<T>::typed_read)))
-        return false;
-    return read_in_place<T, VARIABLE>(word, value) && variable(node[1])->single;
+    if (is_node(node, in_record<T>::constant)) {
+        *value = constant_of<T>(node);
+        return true;
+    }
+    if (!is_node(node, in_record<T>::typed_read)) return false;
+    const kestrin_data *v = variable(node[1]);
+    *value = in_record<T>::in(v);
+    return v->type == in_record<T>::letter && v->single;
 }
 
 // Evaluates an operand that is proved a number into a record; it may be an array of them.
-template <class T, operand_kind kind = ANY> void eval_number(const ULO *word, kestrin_data *ret_dat)
+template <class T> void eval_number(const ULO *word, kestrin_data *ret_dat)
 {
     T value = 0;
-    if constexpr (kind == HANDED) {
-        ret_dat->disable_ptr = 1;
-        value = handed<T>(word, ret_dat);
-    } else if (!read_single<T, kind>(word, &value)) {
-        return eval(word, ret_dat);
-    }
+    if (!read_single(word, &value)) return eval(word, ret_dat);
     if (rt_ctrl->rt_noterror) answer(ret_dat, value);
 }
 
 // -- Numeric instructions ----------------------------------------------------------------------
 
 // The signature of `op` says the rest: how many operands, how each is fetched, the result's letter.
-// `fault` takes the same operands and gives the error to raise, or rt_text::NONE. An operation in
-// the sense of vm/forms.h.
-template <auto op, auto fault = nullptr, bool of_members = true> struct numeric;
-
-// An operation on numbers for those who have its operands.
-struct numeric_row {
-    fcall handler;        // the generic one
-    const void *function; // numeric::direct
-    const CHR *letters;   // of the operands' types
-    CHR result;
-    bool may_fault;
-};
+// `fault` takes the same operands and gives the error to raise, or rt_text::NONE.
+template <auto op, auto fault = nullptr> struct numeric;
 
 template <class T>
 concept is_number = std::is_same_v<T, SLO> || std::is_same_v<T, DFL>;
 
-template <class R, class... A, R (*op)(A...), auto fault, bool of_members>
-struct numeric<op, fault, of_members> {
+template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fault> {
     static_assert((is_number<R> && ... && is_number<A>),
                   "an operation on numbers takes and gives SLO and DFL, no other types");
-    using result = R;
-    static constexpr wanted wants[] = {{in_record<A>::letter}...};
-    static constexpr bool truth = false;
     static constexpr bool may_fault = !std::is_null_pointer_v<decltype(fault)>;
-    static constexpr bool members = of_members && !may_fault;
     template <class> static constexpr operand_kind unknown = ANY;
-    using every = std::index_sequence_for<A...>;
 
     // Braces fetch left to right.
     template <operands how, operand_kind... kinds, std::size_t... i>
@@ -368,13 +299,47 @@ struct numeric<op, fault, of_members> {
         return true;
     }
 
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    // Answers, and leaves the number in `value` too. False, with neither done, with an error
+    // pending.
+    template <operands how, operand_kind... kinds>
+    [[gnu::always_inline]] static bool work_out(const ULO *dat_ptr, kestrin_data *ret_dat, R *value)
     {
         ret_dat->disable_ptr = 1;
-        const auto args = fetch_all<how, unknown<A>...>(dat_ptr, ret_dat, every());
-        if (are_good(args, dat_ptr)) [[likely]]
-            answer<R>(ret_dat, std::apply(op, args));
+        const auto args =
+            fetch_all<how, kinds...>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
+        if (!are_good(args, dat_ptr)) [[unlikely]]
+            return false;
+        *value = std::apply(op, args);
+        answer<R>(ret_dat, *value);
+        return true;
     }
+
+    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        R value;
+        work_out<how, unknown<A>...>(dat_ptr, ret_dat, &value);
+    }
+    // For operands of these kinds.
+    template <operand_kind... kinds> static void record(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        R value;
+        work_out<CAST, kinds...>(dat_ptr, ret_dat, &value);
+    }
+    // The same and the SETQ around it.
+    template <operand_kind... kinds> static void assign(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        R value;
+        if (!work_out<CAST, kinds...>(node_at(dat_ptr + 1) + 1, ret_dat, &value)) return;
+        kestrin_data *target = variable(dat_ptr[0]);
+        if (!owns_nothing(target)) [[unlikely]]
+            return copy_kst_data(target, ret_dat, 0);
+        answer(target, value);
+    }
+    template <operand_kind first, operand_kind second> static constexpr variant of_kinds()
+    {
+        return {&record<first, second>, &assign<first, second>};
+    }
+
     // The number for operands that have been evaluated, without an error pending; `dat_ptr` is
     // where a fault is raised.
     static R direct(A... args, [[maybe_unused]] const ULO *dat_ptr)
@@ -383,46 +348,27 @@ struct numeric<op, fault, of_members> {
             if (!are_good({args...}, dat_ptr)) return 0;
         return op(args...);
     }
+
     static constexpr CHR letters[] = {in_record<A>::letter..., 0};
-    static numeric_row row(fcall handler)
+    static constexpr variant_table variants = make_variants<numeric>();
+    static numeric_row row(fcall handler, fcall proved, const variant_table *variants_of_it)
     {
-        return {handler, reinterpret_cast<const void *>(&direct), letters, in_record<R>::letter,
-                may_fault};
-    }
-    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
-
-    template <operand_kind... kinds> static R compute(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        const auto args = fetch_all<CAST, kinds...>(dat_ptr, ret_dat, every());
-        if (may_fault && !are_good(args, dat_ptr)) [[unlikely]]
-            return 0;
-        return std::apply(op, args);
-    }
-
-    template <operand_kind... kinds> static bool compute_in_place(const ULO *dat_ptr, R *value)
-    {
-        return compute_all<kinds...>(dat_ptr, value, every());
-    }
-
-    template <operand_kind... kinds, std::size_t... i>
-    [[gnu::always_inline]] static bool compute_all(const ULO *dat_ptr, R *value,
-                                                   std::index_sequence<i...>)
-    {
-        std::tuple<A...> args;
-        if (!(read_in_place<A, kinds>(dat_ptr + i, &std::get<i>(args)) && ...)) return false;
-        if constexpr (may_fault)
-            if (std::apply(fault, args) != rt_text::NONE) [[unlikely]]
-                return false;
-        *value = std::apply(op, args);
-        return true;
+        return {handler,
+                proved,
+                reinterpret_cast<const void *>(&direct),
+                letters,
+                in_record<R>::letter,
+                may_fault,
+                variants_of_it};
     }
 };
-
-// All of them.
-std::span<const numeric_row> integer_operations();
-std::span<const numeric_row> float_operations();
 
 // The generic handler and the fast one of an instruction.
 #define HANDLERS(name, ...)                                                                        \
     HANDLER(name) { __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat); }                           \
     HANDLER(name##_j) { __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat); }
+
+// Its row, if it is a `numeric`.
+#define NUMERIC_ROW(name, ...) __VA_ARGS__::row(func__##name, func__##name##_j, nullptr),
+#define ARITHMETIC_ROW(name, ...)                                                                  \
+    __VA_ARGS__::row(func__##name, func__##name##_j, &__VA_ARGS__::variants),

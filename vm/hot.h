@@ -57,3 +57,10 @@ inline void forget_native(const CHR *code, ULO size)
 {
     if (the_engine.native != nullptr) the_engine.native->forget(code, code + size);
 }
+
+// -- What that layer takes from the handlers of loops ------------------------------------------
+
+// The value of a loop that has ended well.
+void answer_zero(kestrin_data *ret_dat);
+// Takes back a BREAK. False if something else is pending.
+bool absorb_break();

@@ -34,11 +34,20 @@ value_use use_of_operand(fcall handler, ULO i, ULO count, value_use own);
 // NULL if `node` is no such thing. Not for one whose value operand assigns the variable.
 fcall appending_form(const ULO *node);
 
-// Those forms, each with the handler that it stands for.
-std::array<std::pair<fcall, fcall>, 4> appending_forms();
+// The form of a linked SETQ or ARSETQ, nobody reads whose value, that takes the value of its
+// operand out of the record, or copies a variable or a member from where it stands; NULL for other
+// nodes.
+fcall taking_setq(const ULO *node);
+fcall taking_arsetq(const ULO *node);
 
 // The form of an INDEX that lends its member to a function; NULL for other handlers.
 fcall lending_form(fcall handler);
+
+// All of these forms, by file, each with the handler that it stands for.
+struct handler_form {
+    fcall form, handler;
+};
+std::span<const handler_form> appending_forms(), setq_forms(), array_forms();
 
 // True for a node that lends what it passes to a function: the frame must not free it.
 void func__index_lent(const ULO *dat_ptr, kestrin_data *ret_dat);

@@ -85,8 +85,12 @@ inline CHR *const *member_text(const ULO *node)
     return plain_index(node, &index) ? member_text(variable(node[1]), index, ANY_TEXT) : nullptr;
 }
 
-// The text of a constant, or of a variable or plain member that holds one, where it stands; NULL
-// for anything else, an allocated text otherwise.
+// The text of a TYPE of a plain variable, a constant; NULL for that of anything else.
+void func__type(const ULO *dat_ptr, kestrin_data *ret_dat);
+const CHR *type_in_place(const ULO *node);
+
+// The text of a constant, of a variable or plain member that holds one, or of the type of a
+// variable, where it stands; NULL for anything else, an allocated text otherwise.
 inline const CHR *text_in_place(const ULO *node)
 {
     if (is_node(node, func__dummy_s)) return reinterpret_cast<const CHR *>(node + 2);
@@ -94,6 +98,7 @@ inline const CHR *text_in_place(const ULO *node)
         const kestrin_data *v = variable(node[1]);
         return v->type == 'S' ? v->svalue : nullptr;
     }
+    if (is_node(node, func__type)) return type_in_place(node);
     CHR *const *const place = is_plain_member(node) ? member_text(node) : nullptr;
     return place == nullptr ? nullptr : *place;
 }

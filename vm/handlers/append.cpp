@@ -96,10 +96,11 @@ fcall appending_form(const ULO *node)
     return nullptr;
 }
 
-std::array<std::pair<fcall, fcall>, 4> appending_forms()
+std::span<const handler_form> appending_forms()
 {
-    return {{{append_to_variable<func__setq>, func__setq},
-             {append_to_variable<func__setq_s>, func__setq_s},
-             {append_to_member<func__arsetq>, func__arsetq},
-             {append_to_member<func__arsetq_s>, func__arsetq_s}}};
+    static constexpr handler_form forms[] = {{append_to_variable<func__setq>, func__setq},
+                                             {append_to_variable<func__setq_s>, func__setq_s},
+                                             {append_to_member<func__arsetq>, func__arsetq},
+                                             {append_to_member<func__arsetq_s>, func__arsetq_s}};
+    return forms;
 }

@@ -6,7 +6,6 @@
 // looks at the class first and takes the generic road where it differs.
 
 #include "kestrin/strings.h"
-#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
 #include "vm/places.h"
@@ -218,35 +217,15 @@ void store_typed(const ULO *dat_ptr, SLO index, kestrin_data *source)
     array->aready_tags[place] = letter;
 }
 
-// Where index and number stand in place and the array has the place. False: nothing is done.
-template <UCH letter, operand_kind at, operand_kind from> bool store_at_once(const ULO *dat_ptr)
+template <UCH letter, bool used = true> void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    using T = std::conditional_t<letter == 'I', SLO, DFL>;
-    SLO index;
-    T value;
-    if (!rt_ctrl->rt_noterror || !read_in_place<SLO, at>(dat_ptr + 1, &index) ||
-        !read_single<T, from>(dat_ptr + 2, &value))
-        return false;
-    kestrin_data *array = variable(dat_ptr[0]);
-    if (index <= 0 || array->arraytype != letter || !has_place(array, ULO(index))) return false;
-    member_class<letter>::place(array, ULO(index)) = value;
-    array->aready_tags[index] = letter;
-    return true;
-}
-
-template <UCH letter, operand_kind at = ANY, operand_kind from = ANY, bool used = true>
-void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    if constexpr (!used && is_in_place(at) && is_in_place(from))
-        if (store_at_once<letter, at, from>(dat_ptr)) return;
-    if constexpr (at == HANDED) ret_dat->disable_ptr = 1; // what hands on wants an owning slot
-    const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
     ret_dat->type = 0;   // the index is not the value
     if constexpr (letter == 'I')
-        eval_number<SLO, from>(dat_ptr + 2, ret_dat);
+        eval_number<SLO>(dat_ptr + 2, ret_dat);
     else if constexpr (letter == 'F')
-        eval_number<DFL, from>(dat_ptr + 2, ret_dat);
+        eval_number<DFL>(dat_ptr + 2, ret_dat);
     else
         eval(dat_ptr + 2, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
@@ -321,11 +300,10 @@ void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
     if (ret_dat->type == 0) raise_at(rt_text::GETVAL_BEFORE_USE, dat_ptr);
 }
 
-template <UCH letter, operand_kind at = ANY>
-void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <UCH letter> void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
-    const SLO index = fetch<PROVED, SLO, at>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
     const kestrin_data *array = variable(dat_ptr[0]);
@@ -334,76 +312,6 @@ void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
         return load_typed<letter>(ret_dat, array, ULO(index));
     load(dat_ptr, ret_dat, index);
 }
-
-[[gnu::noinline]] const CHR *hand_other(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    index_typed<'S'>(dat_ptr, ret_dat);
-    if (rt_ctrl->rt_noterror && ret_dat->type != 'S') make_text(dat_ptr, ret_dat);
-    return ret_dat->svalue;
-}
-
-// A member of an array of texts, handed on where it stands.
-template <operand_kind at> const CHR *hand_text(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    SLO index;
-    const kestrin_data *array = variable(dat_ptr[0]);
-    if (read_in_place<SLO, at>(dat_ptr + 1, &index) && index > 0 &&
-        ULO(index) < array->indices_numb && array->arraytype == 'S' &&
-        array->aready_tags[index] != 0) [[likely]]
-        return array->array.svalue[index];
-    return hand_other(dat_ptr, ret_dat);
-}
-
-// A member of a number array in a register.
-template <class T> struct member {
-    using result = T;
-    static constexpr UCH letter = in_record<T>::letter;
-    static constexpr wanted wants[] = {{'I'}};
-    static constexpr bool members = true;
-
-    static bool read(const ULO *dat_ptr, SLO index, T *value)
-    {
-        const kestrin_data *array = variable(dat_ptr[0]);
-        if (index <= 0 || ULO(index) >= array->indices_numb || array->arraytype != letter ||
-            array->aready_tags[index] == 0) [[unlikely]]
-            return false;
-        *value = member_class<letter>::get(array, ULO(index));
-        return true;
-    }
-
-    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        index_typed<letter>(dat_ptr, ret_dat);
-    }
-
-    template <operand_kind at> static bool compute_in_place(const ULO *dat_ptr, T *value)
-    {
-        SLO index;
-        return read_in_place<SLO, at>(dat_ptr + 1, &index) && read(dat_ptr, index, value);
-    }
-
-    template <operand_kind at> static T compute(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        const SLO index = fetch<CAST, SLO, at>(dat_ptr + 1, ret_dat);
-        T value;
-        return read(dat_ptr, index, &value) ? value : other(dat_ptr, ret_dat, index);
-    }
-
-    // In the record a member of another type stays what it is; a register takes a number only.
-    template <operand_kind at> static constexpr variant make()
-    {
-        return {.record = &index_typed<letter, at>,
-                .letter = letter,
-                .member = at == VARIABLE,
-                .handing = handing<member, at>()};
-    }
-
-    [[gnu::noinline]] static T other(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
-    {
-        if (rt_ctrl->rt_noterror) load(dat_ptr, ret_dat, index);
-        return rt_ctrl->rt_noterror ? in_record<T>::from(ret_dat) : 0;
-    }
-};
 
 bool all_set(const kestrin_data *array, ULO n)
 {
@@ -454,10 +362,15 @@ bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot)
 bool plain_index(const ULO *node, SLO *index)
 {
     if (!rt_ctrl->rt_noterror) return false;
-    const ULO *word = node + 2;
-    return is_node(node_at(word), func__dummy_i) ? read_in_place<SLO, CONSTANT>(word, index)
-                                                 : !is_node(node_at(word), func__dummy_f) &&
-                                                       read_in_place<SLO, VARIABLE>(word, index);
+    const ULO *at = node_at(node + 2);
+    if (is_node(at, func__dummy_i)) {
+        *index = constant_of<SLO>(at);
+        return true;
+    }
+    if (is_node(at, func__dummy_f)) return false;
+    const kestrin_data *v = variable(at[1]);
+    *index = v->value.ival;
+    return v->type == 'I';
 }
 
 const kestrin_data *mixed_member(const ULO *node)
@@ -555,64 +468,22 @@ HANDLER(indices)
     answer<SLO>(ret_dat, array->single ? 1 : static_cast<SLO>(array->indices_numb));
 }
 
-namespace {
-
-// The handler stays, by which others know what stands in place.
-constexpr auto index_text_variants = by_one([]<operand_kind at>() {
-    variant made = {.member = at == VARIABLE};
-    if constexpr (at != HANDED && at != MEMBER) made.record = func__index_s;
-    if constexpr (at == VARIABLE || at == CONSTANT) {
-        made.letter = 'S';
-        made.handing = {.text = &hand_text<at>};
-    }
-    return made;
-});
-
-template <UCH letter>
-constexpr auto arsetq_variants = by_two([]<operand_kind at, operand_kind from>() {
-    variant made = {};
-    if constexpr (at != MEMBER) {
-        made.record = &arsetq_typed<letter, at, from>;
-        if constexpr (from != HANDED) made.unused = &arsetq_typed<letter, at, from, false>;
-    }
-    return made;
-});
-
-template <UCH letter> constexpr variant_row arsetq_row(fcall typed)
+fcall taking_arsetq(const ULO *node)
 {
-    return {.handlers = {typed, typed},
-            .operands = {{'I'}, {letter, true}},
-            .variants = arsetq_variants<letter>.data()};
+    if (is_node(node, func__arsetq_i)) return arsetq_typed<'I', false>;
+    if (is_node(node, func__arsetq_f)) return arsetq_typed<'F', false>;
+    if (is_node(node, func__arsetq_s)) return arsetq_typed<'S', false>;
+    if (!is_node(node, func__arsetq)) return nullptr;
+    return is_variable_read(node_at(node + 3)) ? arsetq_variable : arsetq_any<false>;
 }
 
-// By the value alone, of any type.
-template <fcall arsetq, fcall variable, fcall other>
-constexpr auto arsetq_any_variants = by_one([]<operand_kind from>() {
-    return variant{.record = arsetq, .unused = from == VARIABLE ? variable : other};
-});
-
-template <fcall arsetq, fcall variable, fcall other> constexpr variant_row arsetq_any_row()
+std::span<const handler_form> array_forms()
 {
-    return {.handlers = {arsetq, arsetq},
-            .first = 1,
-            .operands = {{'V'}},
-            .variants = arsetq_any_variants<arsetq, variable, other>.data()};
+    static constexpr handler_form forms[] = {{arsetq_variable, func__arsetq},
+                                             {arsetq_any<false>, func__arsetq},
+                                             {arsetq_typed<'I', false>, func__arsetq_i},
+                                             {arsetq_typed<'F', false>, func__arsetq_f},
+                                             {arsetq_typed<'S', false>, func__arsetq_s},
+                                             {func__index_lent, func__index}};
+    return forms;
 }
-
-constexpr fcall take_text = arsetq_typed<'S', ANY, ANY, false>;
-
-constexpr variant_row rows[] = {
-    forms<member<SLO>>(func__index_i, func__index_i),
-    forms<member<DFL>>(func__index_f, func__index_f),
-    {.handlers = {func__index_s, func__index_s},
-     .operands = {{'I'}},
-     .variants = index_text_variants.data()},
-    arsetq_row<'I'>(func__arsetq_i),
-    arsetq_row<'F'>(func__arsetq_f),
-    arsetq_any_row<func__arsetq, arsetq_variable, arsetq_any<false>>(),
-    arsetq_any_row<func__arsetq_s, take_text, take_text>(),
-};
-
-} // namespace
-
-const std::span<const variant_row> array_variants = rows;

@@ -1,6 +1,8 @@
 // IVAL, FVAL, STR and TYPE. A slot whose operand has the wanted type already forwards to it, and
 // looks once whether a single value of the type has come back.
 
+#include <array>
+
 #include "vm/handler.h"
 #include "vm/text.h"
 
@@ -85,27 +87,23 @@ HANDLER(str_f) { convert_number_text<DFL, equ_fnum>(dat_ptr, ret_dat); }
 HANDLER(str_s) { convert_text(dat_ptr, ret_dat); }
 HANDLER(str_z) { convert_text(dat_ptr, ret_dat); }
 
-namespace {
-
-// The type of a plain variable, as a text that nobody has to make.
-const CHR *hand_type(const ULO *dat_ptr, kestrin_data *)
+const CHR *type_in_place(const ULO *node)
 {
-    static constexpr struct {
-        ULO length;
-        CHR text[8];
-    } names[] = {{1, "I"}, {1, "F"}, {1, "S"}, {1, "Z"}};
-    const ULO *node = node_at(dat_ptr);
-    switch (variable(node[1])->type) {
-    case 'I': return names[0].text;
-    case 'F': return names[1].text;
-    case 'S': return names[2].text;
-    case 'Z': return names[3].text;
-    }
-    if (rt_ctrl->rt_noterror) raise_unset_variable(node);
-    return names[0].text;
+    // A counted string for each letter.
+    static constexpr auto letters = [] {
+        struct text_of_one {
+            ULO length;
+            CHR text[sizeof(ULO)];
+        };
+        std::array<text_of_one, 26> all = {};
+        for (int i = 0; i < 26; i++) all[i] = {1, {CHR('A' + i)}};
+        return all;
+    }();
+    const ULO *operand = node_at(node + 1);
+    if (!is_variable_read(operand)) return nullptr;
+    const UCH type = variable(operand[1])->type;
+    return type == 0 ? nullptr : letters[type - 'A'].text;
 }
-
-} // namespace
 
 // The type letter of the value; of member 0 for an array.
 HANDLER(type)
@@ -117,18 +115,3 @@ HANDLER(type)
     call_for_value(node, ret_dat);
     if (rt_ctrl->rt_noterror) answer_type(ret_dat, ret_dat->type);
 }
-
-namespace {
-
-constexpr auto type_variants = by_one([]<operand_kind of>() {
-    if (of != VARIABLE) return variant{.record = &func__type};
-    return variant{
-        .record = &func__type, .letter = 'S', .exact = true, .handing = {.text = &hand_type}};
-});
-
-constexpr variant_row rows[] = {
-    {.handlers = {func__type, func__type}, .operands = {{'V'}}, .variants = type_variants.data()}};
-
-} // namespace
-
-const std::span<const variant_row> cast_variants = rows;

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "strings/block.h"
-#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/text.h"
 
@@ -115,10 +114,31 @@ template <class relation> struct comparison {
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 
+    // For a first operand that is proved a T.
+    template <class T> static void numbers(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        ret_dat->disable_ptr = 1;
+        T first;
+        if (!read_single<T>(dat_ptr, &first)) {
+            eval_value(dat_ptr, ret_dat);
+            if (!rt_ctrl->rt_noterror) return;
+            if (ret_dat->type != in_record<T>::letter) [[unlikely]]
+                return by_type(ret_dat, dat_ptr + 1, ret_dat);
+            first = in_record<T>::in(ret_dat);
+        }
+        with_number(first, dat_ptr + 1, ret_dat);
+    }
+
     static SLO texts_of(const CHR *a, const CHR *b) { return relation::texts(a, b); }
+    // For two operands that are proved texts. Most stand in place.
     static void texts(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        text<texts_of>::template run<PROVED>(dat_ptr, ret_dat);
+        const CHR *first = text_in_place(node_at(dat_ptr)),
+                  *second = first == nullptr ? nullptr : text_in_place(node_at(dat_ptr + 1));
+        if (second == nullptr) return text<texts_of>::template run<PROVED>(dat_ptr, ret_dat);
+        if (!rt_ctrl->rt_noterror) return;
+        ret_dat->disable_ptr = 1;
+        answer<SLO>(ret_dat, relation::texts(first, second));
     }
 
     static void nils(const ULO *dat_ptr, kestrin_data *ret_dat)
@@ -129,146 +149,18 @@ template <class relation> struct comparison {
     }
 };
 
-// The comparison for a first operand that is likely a T; another type takes the generic way.
-template <class relation, class T> struct of_numbers {
-    using result = SLO;
-    static constexpr wanted wants[] = {{in_record<T>::letter, true}, {in_record<T>::letter}};
-    static constexpr bool truth = true, members = true;
-
-    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        comparison<relation>::generic(dat_ptr, ret_dat);
-    }
-
-    template <operand_kind a, operand_kind b>
-    static bool compute_in_place(const ULO *dat_ptr, SLO *value)
-    {
-        T first, second;
-        if (!read_in_place<T, a>(dat_ptr, &first) || !read_in_place<T, b>(dat_ptr + 1, &second))
-            return false;
-        *value = relation::numbers(first, second);
-        return true;
-    }
-
-    template <operand_kind a, operand_kind b>
-    static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        const T first = fetch<CAST, T, a>(dat_ptr, ret_dat);
-        return relation::numbers(first, fetch<CAST, T, b>(dat_ptr + 1, ret_dat));
-    }
-
-    // A first operand in place is a T or refuses.
-    template <operand_kind a, operand_kind b>
-    requires(is_in_place(a) && b == EXPRESSION) static bool with_first(const ULO *dat_ptr,
-                                                                       kestrin_data *ret_dat,
-                                                                       SLO *value)
-    {
-        T first;
-        if (!read_in_place<T, a>(dat_ptr, &first)) [[unlikely]]
-            return false;
-        *value = relation::numbers(first, fetch<CAST, T, b>(dat_ptr + 1, ret_dat));
-        return true;
-    }
-
-    // For a first operand whose type is open until it has been evaluated.
-    template <operand_kind b = ANY> static void evaluated(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        ret_dat->disable_ptr = 1;
-        eval_value(dat_ptr, ret_dat);
-        if (!rt_ctrl->rt_noterror) return;
-        if (ret_dat->type != in_record<T>::letter) [[unlikely]]
-            return comparison<relation>::by_type(ret_dat, dat_ptr + 1, ret_dat);
-        const T first = in_record<T>::in(ret_dat), second = fetch<CAST, T, b>(dat_ptr + 1, ret_dat);
-        if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(first, second));
-    }
-
-    template <operand_kind a, operand_kind b> static constexpr variant make()
-    {
-        constexpr bool open = a == EXPRESSION || a == VARIABLE || a == MEMBER;
-        if constexpr (open && b == HANDED)
-            return {}; // it is cast to what the first turns out to be
-        else if constexpr (a == EXPRESSION)
-            return {.record = &evaluated<b>};
-        else
-            return forms_of<of_numbers, a, b>();
-    }
-};
-
-// The comparison of two texts that stand in place, or of one that is handed on with such a one.
-template <class relation> struct of_texts {
-    using result = SLO;
-    static constexpr wanted wants[] = {{'S'}, {'S'}};
-    static constexpr bool truth = true, members = true;
-
-    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        comparison<relation>::texts(dat_ptr, ret_dat);
-    }
-
-    template <operand_kind a, operand_kind b>
-    static bool compute_in_place(const ULO *dat_ptr, SLO *value)
-    {
-        const CHR *first, *second;
-        if (!read_in_place<const CHR *, a>(dat_ptr, &first) ||
-            !read_in_place<const CHR *, b>(dat_ptr + 1, &second))
-            return false;
-        *value = relation::texts(first, second);
-        return true;
-    }
-
-    template <operand_kind, operand_kind b>
-    static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        const CHR *first = handed<const CHR *>(dat_ptr, ret_dat), *second;
-        if (read_in_place<const CHR *, b>(dat_ptr + 1, &second)) [[likely]]
-            return relation::texts(first, second);
-        return with_other(first, dat_ptr + 1);
-    }
-
-    // A variable that holds no text; the first one may stand in the record.
-    [[gnu::noinline]] static SLO with_other(const CHR *first, const ULO *word)
-    {
-        scratch second;
-        ret_sval(word, &second.s);
-        return relation::texts(first, second.s);
-    }
-
-    template <operand_kind a, operand_kind b> static constexpr variant make()
-    {
-        if constexpr (is_in_place(b) && (is_in_place(a) || a == HANDED))
-            return forms_of<of_texts, a, b>();
-        else if constexpr (a == HANDED || b == HANDED)
-            return {};
-        else
-            return {.record = &generic};
-    }
-};
-
 } // namespace
 
 #define COMPARISON(name, relation)                                                                 \
     HANDLER(name) { comparison<relation>::generic(dat_ptr, ret_dat); }                             \
-    HANDLER(name##_i) { of_numbers<relation, SLO>::evaluated(dat_ptr, ret_dat); }                  \
-    HANDLER(name##_f) { of_numbers<relation, DFL>::evaluated(dat_ptr, ret_dat); }                  \
+    HANDLER(name##_i) { comparison<relation>::numbers<SLO>(dat_ptr, ret_dat); }                    \
+    HANDLER(name##_f) { comparison<relation>::numbers<DFL>(dat_ptr, ret_dat); }                    \
     HANDLER(name##_s) { comparison<relation>::texts(dat_ptr, ret_dat); }                           \
     HANDLER(name##_z) { comparison<relation>::nils(dat_ptr, ret_dat); }
 
-#define COMPARISONS(X)                                                                             \
-    X(equal, equal)                                                                                \
-    X(notequal, not_equal)                                                                         \
-    X(less, less)                                                                                  \
-    X(greater, greater)                                                                            \
-    X(lessorequal, less_or_equal)                                                                  \
-    X(greaterorequal, greater_or_equal)
-
-COMPARISONS(COMPARISON)
-
-namespace {
-#define ROWS(name, relation)                                                                       \
-    forms<of_numbers<relation, SLO>>(func__##name, func__##name##_i),                              \
-        forms<of_numbers<relation, DFL>>(func__##name##_f, func__##name##_f),                      \
-        forms<of_texts<relation>>(func__##name##_s, func__##name##_s),
-constexpr variant_row rows[] = {COMPARISONS(ROWS)};
-} // namespace
-
-const std::span<const variant_row> compare_variants = rows;
+COMPARISON(equal, equal)
+COMPARISON(notequal, not_equal)
+COMPARISON(less, less)
+COMPARISON(greater, greater)
+COMPARISON(lessorequal, less_or_equal)
+COMPARISON(greaterorequal, greater_or_equal)

@@ -4,8 +4,8 @@
 // run that may absorb them sets the machine going again.
 
 #include "kestrin/strings.h"
-#include "vm/forms.h"
 #include "vm/handler.h"
+#include "vm/hot.h"
 #include "vm/moves.h"
 #include "vm/places.h"
 
@@ -48,18 +48,26 @@ SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
     return control->type == 'I' ? control->value.ival : fetch<CAST, SLO>(word, ret_dat);
 }
 
+// The increment, a constant nearly always.
+[[gnu::always_inline]] inline SLO fetch_step(const ULO *word, kestrin_data *ret_dat)
+{
+    const ULO *node = node_at(word);
+    if (is_node(node, func__dummy_i)) [[likely]]
+        return constant_of<SLO>(node);
+    return fetch<CAST, SLO>(word, ret_dat);
+}
+
 // The value of the round behind the one that native code has left.
-template <operand_kind by> SLO next_value(const ULO *dat_ptr, kestrin_data *ret_dat)
+SLO next_value(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     rt_ctrl->for_goes_on = 0;
     const SLO value = read_control(dat_ptr, variable(node_at(dat_ptr)[1]), ret_dat);
-    return value + fetch<CAST, SLO, by>(dat_ptr + 2, ret_dat);
+    return value + fetch_step(dat_ptr + 2, ret_dat);
 }
 
 // The rounds of a FOR from one with this value on. True where the loop has ended well. Words:
 // variable, start, increment, end, body. The increment is evaluated twice a round, for its sign and
 // for the step: programs can see its side effects.
-template <operand_kind by, operand_kind to>
 bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat, SLO current)
 {
     kestrin_data *control = variable(node_at(dat_ptr)[1]);
@@ -68,25 +76,61 @@ bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat, SLO current)
         if (!rt_ctrl->rt_noterror) return false;
         set_control(control, current);
         if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return false;
-        const SLO step = fetch<CAST, SLO, by>(dat_ptr + 2, ret_dat);
-        const SLO end = fetch<CAST, SLO, to>(dat_ptr + 3, ret_dat);
+        const SLO step = fetch_step(dat_ptr + 2, ret_dat);
+        const SLO end = fetch<CAST, SLO>(dat_ptr + 3, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
         if (step < 0 ? end > current : end < current) return true;
         eval(dat_ptr + 4, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
         current = read_control(dat_ptr, control, ret_dat);
-        current += fetch<CAST, SLO, by>(dat_ptr + 2, ret_dat);
+        current += fetch_step(dat_ptr + 2, ret_dat);
     }
 }
 
-template <operand_kind by = ANY, operand_kind to = ANY>
 void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
-    const SLO value = rt_ctrl->for_goes_on ? next_value<by>(dat_ptr, ret_dat)
+    const SLO value = rt_ctrl->for_goes_on ? next_value(dat_ptr, ret_dat)
                                            : fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
-    if (count_up<by, to>(dat_ptr, ret_dat, value) || absorb_break()) answer_zero(ret_dat);
+    if (count_up(dat_ptr, ret_dat, value) || absorb_break()) answer_zero(ret_dat);
+}
+
+void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    if (!rt_ctrl->rt_noterror) return;
+    ret_dat->disable_ptr = 1;
+    unsigned *const rounds_left = rounds_left_of(dat_ptr);
+    for (;;) {
+        if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return;
+        const SLO condition = fetch<CAST, SLO>(dat_ptr, ret_dat);
+        // A BREAK in the body is seen here too: nothing has been fetched then.
+        if (!rt_ctrl->rt_noterror) {
+            if (!absorb_break()) return;
+            break;
+        }
+        if (condition == 0) break;
+        eval(dat_ptr + 1, ret_dat);
+    }
+    answer_zero(ret_dat);
+}
+
+void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    // A slot that borrows still does so for the branch, which may answer by an alias.
+    // The record's own type too, for a branch that leaves the record as it was.
+    const UCH owning = ret_dat->disable_ptr, type = ret_dat->type;
+    ret_dat->disable_ptr = 1;
+    const SLO condition = fetch<CAST, SLO>(dat_ptr, ret_dat);
+    if (!owning) {
+        clear(ret_dat);
+        ret_dat->disable_ptr = 0;
+    }
+    ret_dat->type = type;
+    // Two jumps, which are foreseen, and not one to an address that waits for the condition.
+    if (condition == 0) [[unlikely]]
+        return eval(dat_ptr + 2, ret_dat);
+    eval(dat_ptr + 1, ret_dat);
 }
 
 } // namespace
@@ -100,14 +144,11 @@ HANDLER(progn)
     }
 }
 
-HANDLER(if) { choose<operand<SLO, ANY>>(dat_ptr, ret_dat); }
-HANDLER(if_j) { choose<operand<SLO, ANY>>(dat_ptr, ret_dat); }
-HANDLER(while) { repeat_while<operand<SLO, ANY>>(dat_ptr, ret_dat); }
-HANDLER(while_j) { repeat_while<operand<SLO, ANY>>(dat_ptr, ret_dat); }
-HANDLER(for)
-{
-    repeat_for(dat_ptr, ret_dat);
-}
+HANDLER(if) { choose(dat_ptr, ret_dat); }
+HANDLER(if_j) { choose(dat_ptr, ret_dat); }
+HANDLER(while) { repeat_while(dat_ptr, ret_dat); }
+HANDLER(while_j) { repeat_while(dat_ptr, ret_dat); }
+HANDLER(for) { repeat_for(dat_ptr, ret_dat); }
 HANDLER(for_j) { repeat_for(dat_ptr, ret_dat); }
 
 HANDLER(break)
@@ -135,36 +176,3 @@ value_use use_of_operand(fcall handler, ULO i, ULO count, value_use own)
     if (is_one_of(func__for, func__for_j) && i == 4) return value_use::UNUSED;
     return value_use::OPERAND;
 }
-
-namespace {
-
-constexpr auto if_variants = by_one(
-    []<operand_kind condition>() { return variant{.record = &choose<operand<SLO, condition>>}; });
-constexpr auto while_variants = by_one([]<operand_kind condition>() {
-    return variant{.record = &repeat_while<operand<SLO, condition>>};
-});
-constexpr auto for_variants = by_two([]<operand_kind by, operand_kind to>() {
-    if constexpr (by == MEMBER || to == MEMBER)
-        return variant{};
-    else
-        return variant{.record = &repeat_for<by, to>};
-});
-
-constexpr variant_row rows[] = {
-    {.handlers = {func__if, func__if_j},
-     .operands = {{'I'}},
-     .together = &variant::choosing,
-     .variants = if_variants.data()},
-    {.handlers = {func__while, func__while_j},
-     .operands = {{'I'}},
-     .together = &variant::looping,
-     .variants = while_variants.data()},
-    {.handlers = {func__for, func__for_j},
-     .first = 2, // by increment and end
-     .operands = {{'I'}, {'I'}},
-     .variants = for_variants.data()},
-};
-
-} // namespace
-
-const std::span<const variant_row> control_variants = rows;

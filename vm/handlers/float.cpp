@@ -4,7 +4,6 @@
 #include <cmath>
 #include <complex>
 
-#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/random.h"
 
@@ -57,13 +56,13 @@ template <ULO bits> void answer_constant(kestrin_data *ret_dat)
 
 } // namespace
 
-#define FLOAT_INSTRUCTIONS(X)                                                                      \
+#define ARITHMETIC(X)                                                                              \
     X(fadd, numeric<add>)                                                                          \
     X(fsub, numeric<subtract>)                                                                     \
     X(fmul, numeric<multiply>)                                                                     \
     X(fdiv, numeric<divide, zero_divisor>)
 
-#define OTHER_FLOAT_INSTRUCTIONS(X)                                                                \
+#define OTHER_OPERATIONS(X)                                                                        \
     X(fma, numeric<multiply_add>)                                                                  \
     X(fabs, numeric<absolute>)                                                                     \
     X(fint, numeric<integer_part>)                                                                 \
@@ -78,14 +77,12 @@ template <ULO bits> void answer_constant(kestrin_data *ret_dat)
     X(fsqrt, numeric<square_root, negative>)                                                       \
     X(frnd, numeric<random_float>)
 
-FLOAT_INSTRUCTIONS(HANDLERS)
-OTHER_FLOAT_INSTRUCTIONS(HANDLERS)
+ARITHMETIC(HANDLERS)
+OTHER_OPERATIONS(HANDLERS)
 
-#define OPERATION(name, ...) __VA_ARGS__::row(func__##name),
 std::span<const numeric_row> float_operations()
 {
-    static const numeric_row rows[] = {FLOAT_INSTRUCTIONS(OPERATION)
-                                           OTHER_FLOAT_INSTRUCTIONS(OPERATION)};
+    static const numeric_row rows[] = {ARITHMETIC(ARITHMETIC_ROW) OTHER_OPERATIONS(NUMERIC_ROW)};
     return rows;
 }
 
@@ -100,10 +97,3 @@ FIXED_VALUE(gamma, 0x3FE2788CFC6FB619)
 FIXED_VALUE(phi, 0x3FC4B5F949465D54) // a tenth of the golden ratio: the language's value
 FIXED_VALUE(pi, 0x400921FB54442D18)
 #undef FIXED_VALUE
-
-namespace {
-#define ROW(name, ...) forms<__VA_ARGS__>(func__##name, func__##name##_j),
-constexpr variant_row rows[] = {FLOAT_INSTRUCTIONS(ROW)};
-} // namespace
-
-const std::span<const variant_row> float_variants = rows;

@@ -2,7 +2,6 @@
 
 #include <bit>
 
-#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/random.h"
 
@@ -41,87 +40,55 @@ SLO random_integer(SLO m)
 
 template <rt_text text> rt_text zero_divisor(SLO, SLO b) { return b == 0 ? text : rt_text::NONE; }
 
-// Operations that arrays seldom go into have no forms for members of them.
-template <auto op> using without_members = numeric<op, nullptr, false>;
-
 // AND and OR evaluate the second operand only if the first leaves the result open.
 template <bool decided_by> struct decide {
-    using result = SLO;
-    static constexpr wanted wants[] = {{'I'}, {'I'}};
-    static constexpr bool truth = true, members = false;
-
-    template <operand_kind a, operand_kind b, operands how = CAST>
-    static SLO compute(const ULO *dat_ptr, kestrin_data *ret_dat)
+    template <operands how> static SLO get(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        const bool first = fetch<how, SLO, a>(dat_ptr, ret_dat) != 0;
+        const bool first = fetch<how, SLO>(dat_ptr, ret_dat) != 0;
         if (!rt_ctrl->rt_noterror || first == decided_by) return decided_by;
-        return fetch<how, SLO, b>(dat_ptr + 1, ret_dat) != 0;
-    }
-
-    template <operand_kind a, operand_kind b>
-    static bool compute_in_place(const ULO *dat_ptr, SLO *value)
-    {
-        SLO first, second;
-        if (!read_in_place<SLO, a>(dat_ptr, &first) || !read_in_place<SLO, b>(dat_ptr + 1, &second))
-            return false;
-        *value = ((first != 0) == decided_by ? first : second) != 0;
-        return true;
+        return fetch<how, SLO>(dat_ptr + 1, ret_dat) != 0;
     }
 
     template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        const SLO value = compute<ANY, ANY, how>(dat_ptr, ret_dat);
+        const SLO value = get<how>(dat_ptr, ret_dat);
         if (rt_ctrl->rt_noterror) answer(ret_dat, value);
     }
-    static void generic(const ULO *dat_ptr, kestrin_data *ret_dat) { run<CAST>(dat_ptr, ret_dat); }
 };
 
 } // namespace
 
-#define INTEGER_INSTRUCTIONS(X)                                                                    \
+#define ARITHMETIC(X)                                                                              \
     X(iadd, numeric<add>)                                                                          \
     X(isub, numeric<subtract>)                                                                     \
     X(imul, numeric<multiply>)                                                                     \
     X(idiv, numeric<quotient, zero_divisor<rt_text::INT_DIVZERO>>)                                 \
-    X(imod, numeric<remainder_of, zero_divisor<rt_text::INT_MODZERO>>)                             \
+    X(imod, numeric<remainder_of, zero_divisor<rt_text::INT_MODZERO>>)
+
+#define OTHER_OPERATIONS(X)                                                                        \
     X(iincr, numeric<increment>)                                                                   \
     X(idecr, numeric<decrement>)                                                                   \
     X(ineg, numeric<negate>)                                                                       \
     X(iabs, numeric<absolute>)                                                                     \
-    X(iand, without_members<bit_and>)                                                              \
-    X(ior, without_members<bit_or>)                                                                \
-    X(ixor, without_members<bit_xor>)                                                              \
-    X(inot, without_members<bit_not>)                                                              \
-    X(ishr, without_members<shift_right>)                                                          \
-    X(ishl, without_members<shift_left>)                                                           \
-    X(not, without_members<logical_not>)
-
-#define OTHER_INTEGER_INSTRUCTIONS(X)                                                              \
+    X(iand, numeric<bit_and>)                                                                      \
+    X(ior, numeric<bit_or>)                                                                        \
+    X(ixor, numeric<bit_xor>)                                                                      \
+    X(inot, numeric<bit_not>)                                                                      \
+    X(ishr, numeric<shift_right>)                                                                  \
+    X(ishl, numeric<shift_left>)                                                                   \
+    X(not, numeric<logical_not>)                                                                   \
     X(ima, numeric<multiply_add>)                                                                  \
     X(irnd, numeric<random_integer>)
 
-INTEGER_INSTRUCTIONS(HANDLERS)
-OTHER_INTEGER_INSTRUCTIONS(HANDLERS)
+ARITHMETIC(HANDLERS)
+OTHER_OPERATIONS(HANDLERS)
 
 HANDLERS(and, decide<false>)
 HANDLERS(or, decide<true>)
 
-#define OPERATION(name, ...) __VA_ARGS__::row(func__##name),
 std::span<const numeric_row> integer_operations()
 {
-    static const numeric_row rows[] = {INTEGER_INSTRUCTIONS(OPERATION)
-                                           OTHER_INTEGER_INSTRUCTIONS(OPERATION)};
+    static const numeric_row rows[] = {ARITHMETIC(ARITHMETIC_ROW) OTHER_OPERATIONS(NUMERIC_ROW)};
     return rows;
 }
-
-namespace {
-
-#define ROW(name, ...) forms<__VA_ARGS__>(func__##name, func__##name##_j),
-
-constexpr variant_row rows[] = {INTEGER_INSTRUCTIONS(ROW) ROW(and, decide<false>)
-                                    ROW(or, decide<true>)};
-
-} // namespace
-
-const std::span<const variant_row> integer_variants = rows;

@@ -2,7 +2,6 @@
 // the type pass makes of them. Words of the node: slot number, value operand.
 
 #include "kestrin/strings.h"
-#include "vm/forms.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
 #include "vm/text.h"
@@ -54,29 +53,10 @@ void assign_member(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 } // namespace
 
-template <class T, operand_kind kind, bool used>
-void assign_any(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    if constexpr (!used && is_in_place(kind)) {
-        T value;
-        kestrin_data *target = variable(dat_ptr[0]);
-        if (rt_ctrl->rt_noterror && owns_nothing(target) &&
-            read_single<T, kind>(dat_ptr + 1, &value)) [[likely]]
-            return answer(target, value);
-    }
-    eval_number<T, kind>(dat_ptr + 1, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    assign_result<used>(dat_ptr, ret_dat);
-}
-
-// For the files whose operations a SETQ may be one with.
-template void assign_any<SLO>(const ULO *, kestrin_data *);
-template void assign_any<DFL>(const ULO *, kestrin_data *);
-
 HANDLER(setq) { assign_value<true>(dat_ptr, ret_dat); }
 
-HANDLER(setq_i) { assign_any<SLO>(dat_ptr, ret_dat); }
-HANDLER(setq_f) { assign_any<DFL>(dat_ptr, ret_dat); }
+HANDLER(setq_i) { assign_value<true>(dat_ptr, ret_dat); }
+HANDLER(setq_f) { assign_value<true>(dat_ptr, ret_dat); }
 
 HANDLER(setq_s)
 {
@@ -106,42 +86,23 @@ HANDLER(alsetq_f) { func__setq_f(dat_ptr, ret_dat); }
 HANDLER(alsetq_s) { func__setq_s(dat_ptr, ret_dat); }
 HANDLER(alsetq_z) { func__setq_z(dat_ptr, ret_dat); }
 
-namespace {
-
-template <class T>
-constexpr auto setq_variants = by_one([]<operand_kind value>() {
-    return variant{.record = &assign_any<T, value>, .unused = &assign_any<T, value, false>};
-});
-
-// Of any type.
-template <fcall setq>
-constexpr auto setq_any_variants = by_one([]<operand_kind value>() {
-    return variant{.record = setq,
-                   .unused = value == VARIABLE ? &assign_variable
-                             : value == MEMBER ? &assign_member
-                                               : &assign_value<false>};
-});
-
-template <fcall setq> constexpr variant_row setq_any_row(fcall alsetq)
+fcall taking_setq(const ULO *node)
 {
-    return {.handlers = {setq, alsetq},
-            .operands = {{'V'}},
-            .variants = setq_any_variants<setq>.data()};
+    for (const fcall setq :
+         {func__setq, func__setq_i, func__setq_f, func__setq_s, func__setq_z, func__alsetq,
+          func__alsetq_i, func__alsetq_f, func__alsetq_s, func__alsetq_z}) {
+        if (!is_node(node, setq)) continue;
+        const ULO *value = node_at(node + 2);
+        if (is_variable_read(value)) return assign_variable;
+        return is_plain_member(value) ? assign_member : assign_value<false>;
+    }
+    return nullptr;
 }
 
-template <class T> constexpr variant_row setq_row(fcall setq, fcall alsetq)
+std::span<const handler_form> setq_forms()
 {
-    return {.handlers = {setq, alsetq},
-            .operands = {{in_record<T>::letter, true}},
-            .together = &variant::assigning,
-            .variants = setq_variants<T>.data()};
+    static constexpr handler_form forms[] = {{assign_variable, func__setq},
+                                             {assign_member, func__setq},
+                                             {assign_value<false>, func__setq}};
+    return forms;
 }
-
-constexpr variant_row rows[] = {
-    setq_row<SLO>(func__setq_i, func__alsetq_i), setq_row<DFL>(func__setq_f, func__alsetq_f),
-    setq_any_row<func__setq>(func__alsetq), setq_any_row<func__setq_s>(func__alsetq_s),
-    setq_any_row<func__setq_z>(func__alsetq_z)};
-
-} // namespace
-
-const std::span<const variant_row> variable_variants = rows;
