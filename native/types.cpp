@@ -14,6 +14,7 @@ namespace {
 
 constexpr UCH MOST_TEMPORARIES = 5;
 constexpr int MOST_PASSES = 20;
+constexpr unsigned NODES_FOR_A_HANDLER = 4;
 
 bool is_number(CHR letter) { return letter == 'I' || letter == 'F'; }
 
@@ -351,7 +352,8 @@ bool settle_order(region *r)
     return settled;
 }
 
-// Nodes in native code against those that are left to handlers.
+// Nodes in native code against those that are left to handlers: each of these costs what some of
+// the others win.
 bool is_worth_it(const region &r)
 {
     unsigned mine = 0, theirs = 0;
@@ -362,7 +364,7 @@ bool is_worth_it(const region &r)
         else if (what != work::CONSTANT && what != work::READ && what != work::PROGN)
             mine++;
     }
-    return mine > theirs && !r[0].by_handler;
+    return mine >= NODES_FOR_A_HANDLER * theirs && mine != 0 && !r[0].by_handler;
 }
 
 // A function without a frame has numbers only, and nobody who would look for its frame.
