@@ -1,5 +1,6 @@
 #include "native/helpers.h"
 
+#include "kestrin/strings.h"
 #include "vm/errors.h"
 #include "vm/hot.h"
 #include "vm/moves.h"
@@ -111,6 +112,8 @@ void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data
     if (rt_ctrl->rt_noterror && !set_number(target, &slot)) take_result(target, &slot);
     release(&slot);
 }
+
+SLO are_same_texts(const CHR *a, const CHR *b) { return cmp(a, b) != 0; }
 
 void assign_whole(kestrin_data *target, SLO value) { assign(target, value); }
 void assign_real(kestrin_data *target, DFL value) { assign(target, value); }

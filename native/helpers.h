@@ -38,6 +38,9 @@ SLO call_for_whole(const ULO *word, const given_number *given);
 DFL call_for_real(const ULO *word, const given_number *given);
 void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data *target);
 
+// 1 or 0.
+SLO are_same_texts(const CHR *a, const CHR *b);
+
 // SETQ of a number where the variable holds more.
 void assign_whole(kestrin_data *target, SLO value);
 void assign_real(kestrin_data *target, DFL value);

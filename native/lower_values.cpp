@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "native/lowering.h"
+#include "strings/block.h"
 #include "vm/places.h"
 
 // Operations on numbers that have instructions of the machine. All others are calls.
@@ -143,6 +144,7 @@ void lowering::compare_branch(relation r, bool when, reg a, const operand &b, la
 // The second operand is cast to the type of the first one.
 void lowering::branch_compare(unsigned i, label place, bool when)
 {
+    if (r_[i].texts) return branch_texts(i, place, when);
     const relation r = r_[i].comparison;
     const unsigned first = i + 1, second = r_[first].end;
     const label fails = a_.make_label(), behind = a_.make_label();
@@ -159,11 +161,73 @@ void lowering::branch_compare(unsigned i, label place, bool when)
         compare_branch(r, when, a, second_whole(second), place);
     }
     a_.bind(behind);
-    if (r_[first].type.certain) return;
+    if (!r_[first].type.certain) branch_by_handler(i, place, when, fails, behind);
+}
+
+// Off the road: the handler of a condition says which way.
+void lowering::branch_by_handler(unsigned i, label place, bool when, label fails, label behind)
+{
     late([this, i, place, when, fails, behind] {
         a_.bind(fails);
         value_by_handler(i, 'I');
         a_.branch_if(when ? relation::NOT_EQUAL : relation::EQUAL, whole_temporary(), 0, place);
+        a_.jump(behind);
+    });
+}
+
+// The address of a text that stands somewhere.
+void lowering::find_text(unsigned i, reg to, label fails)
+{
+    const item &it = r_[i];
+    if (it.what == work::OTHER) return set_address(to, it.node + 2);
+    if (it.what == work::READ) {
+        const local &v = variable_of(i);
+        a_.branch_if_byte(relation::NOT_EQUAL, record(v, TYPE), 'S', fails);
+        a_.load(to, record(v, offsetof(kestrin_data, svalue)));
+    } else {
+        const reg index = to_whole(i + 1);
+        check_member(it, index, fails);
+        a_.branch_if_byte(relation::NOT_EQUAL, {scratch[0], 0, index, 1}, 'S', fails);
+        a_.load(scratch[0], record(variable_of(i), offsetof(kestrin_data, array)));
+        a_.load(to, {scratch[0], 0, index, sizeof(CHR *)});
+    }
+    a_.branch_if(relation::EQUAL, to, 0, fails);
+}
+
+// The length stands ahead of a text, and a short one is as long as a word with it.
+void lowering::branch_texts(unsigned i, label place, bool when)
+{
+    constexpr int LENGTH = -static_cast<int>(LENGTH_WORD);
+    const label fails = a_.make_label(), longer = a_.make_label(), behind = a_.make_label();
+    const bool if_same = (r_[i].comparison == relation::EQUAL) == when;
+    const reg a = temporaries[wholes_], b = temporaries[wholes_ + 1];
+    find_text(i + 1, a, fails);
+    wholes_++;
+    find_text(r_.operand(i, 1), b, fails);
+    wholes_--;
+    a_.load(scratch[0], memory{a, LENGTH});
+    a_.branch_if(relation::NOT_EQUAL, scratch[0], memory{b, LENGTH}, if_same ? behind : place);
+    a_.branch_if(relation::ABOVE_OR_EQUAL, scratch[0], SLO(sizeof(ULO)), longer);
+    a_.load(scratch[0], memory{a});
+    a_.branch_if(if_same ? relation::EQUAL : relation::NOT_EQUAL, scratch[0], memory{b}, place);
+    a_.bind(behind);
+    compare_long_texts(if_same, place, longer, behind);
+    branch_by_handler(i, place, when, fails, behind);
+}
+
+// Off the road; the texts are the next two temporaries.
+void lowering::compare_long_texts(bool if_same, label place, label longer, label behind)
+{
+    late([this, if_same, place, longer, behind] {
+        a_.bind(longer);
+        a_.move(scratch[0], temporaries[wholes_]);
+        a_.move(scratch[1], temporaries[wholes_ + 1]);
+        before_call(false);
+        a_.move(arguments[0], scratch[0]);
+        a_.move(arguments[1], scratch[1]);
+        call(&are_same_texts);
+        after_call();
+        a_.branch_if(if_same ? relation::NOT_EQUAL : relation::EQUAL, RESULT, 0, place);
         a_.jump(behind);
     });
 }

@@ -52,7 +52,7 @@ struct instruction {
     SLO operands = 0; // as in the table
     group_set groups = 0;
     fcall generic = nullptr;
-    CHR slot = 0; // 'I' or 'F' for a handler of such values
+    CHR slot = 0; // 'I', 'F' or 'S' for a handler of such values
     CHR result = 0;
     bool clear = true; // no other row has the handler for something else
 };
@@ -95,7 +95,7 @@ table<instruction> read_tables()
 {
     table<instruction> all;
     all.reserve(3 * (isa_count + isaext_count));
-    constexpr CHR slots[] = {0, 'I', 'F', 0, 0};
+    constexpr CHR slots[] = {0, 'I', 'F', 'S', 0};
     for (ULO i = 0; i < isa_count; i++) {
         const isa_row &row = isa_table[i];
         const group_set groups = groups_of(row);
@@ -227,6 +227,7 @@ bool reader::read_instruction(fcall handler, item *it)
     it->comparison = found.comparison;
     it->row = found.row;
     it->letter = found.what == work::OTHER ? known_->result : found.letter;
+    if (found.what == work::COMPARE) it->letter = known_->slot;
     words_ = found.what == work::CALL
                  ? image::words_of_call()
                  : image::words_of_instruction(known_->operands, known_->groups & VARIABLE_FIRST);

@@ -53,11 +53,12 @@ struct direct_function;
 
 struct item {
     work what = work::OTHER;
-    CHR letter = 0;     // of CONSTANT and CAST; of what OTHER gives; of the member of INDEX or
-                        // ARSETQ, most likely; 0 not known
-    bool mixed = false; // INDEX, ARSETQ: the array is most likely no typed one
+    CHR letter = 0; // of CONSTANT, CAST, a proved COMPARE; of what OTHER gives; of the member of
+                    // INDEX or ARSETQ, most likely; 0 not known
+    bool mixed = false;       // INDEX, ARSETQ: the array is most likely no typed one
     relation comparison = {}; // of COMPARE
     UCH variable = 0;         // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
+    bool texts = false;       // COMPARE: of two texts that stand somewhere
     bool pure = false;        // may be evaluated again: it changes nothing and calls nobody
     bool statement = false;   // nobody reads its value, and no other value is held meanwhile
     bool framed = false;      // CALL: the function gets a frame, and numbers that are given

@@ -35,6 +35,7 @@ private:
     void visit_if(unsigned i, use how);
     void visit_loop(unsigned i, use how);
     void visit_compare(unsigned i);
+    bool is_text_place(unsigned i) const;
     void visit_setq(unsigned i, use how);
     void visit_index(unsigned i);
     void visit_arsetq(unsigned i, use how);
@@ -135,11 +136,29 @@ void typing::visit_loop(unsigned i, use how)
     if (r_.locals[r_[i].variable].type == 0) leave_to_handler(i);
 }
 
+// A text that can be read where it stands: a constant, a variable, a member of an array of texts.
+bool typing::is_text_place(unsigned i) const
+{
+    const item &it = r_[i];
+    if (it.what == work::INDEX) {
+        const work index = r_[i + 1].what;
+        const bool is_leaf = index == work::READ || index == work::CONSTANT;
+        return it.letter == 'S' && is_leaf && !is_first(r_, i);
+    }
+    return is_node(it.node, func__dummy_s) ||
+           (it.what == work::READ && r_.locals[it.variable].type == 0);
+}
+
 void typing::visit_compare(unsigned i)
 {
     visit_operands(i);
     const value_type first = type_of_operand(i, 0);
     give(i, {'I', true});
+    const relation asked = r_[i].comparison;
+    const bool is_equality = asked == relation::EQUAL || asked == relation::NOT_EQUAL;
+    r_[i].texts = r_[i].letter == 'S' && is_equality && is_text_place(i + 1) &&
+                  is_text_place(r_.operand(i, 1));
+    if (r_[i].texts) return;
     if (first.letter == 0 || (!first.certain && first.letter != OPEN && !r_[i + 1].pure))
         leave_to_handler(i);
 }
@@ -167,7 +186,7 @@ void typing::visit_index(unsigned i)
     visit_operands(i);
     set_type(r_[i].variable, 0);
     give(i, {r_[i].letter, false});
-    if (r_[i].letter == 0 || !r_[i + 1].pure) leave_to_handler(i);
+    if (!is_number(r_[i].letter) || !r_[i + 1].pure) leave_to_handler(i);
 }
 
 void typing::visit_arsetq(unsigned i, use how)
@@ -357,7 +376,8 @@ bool settle_order(region *r)
 bool is_worth_it(const region &r)
 {
     unsigned mine = 0, theirs = 0;
-    for (unsigned i = 0; i < r.items.size(); i = r[i].by_handler ? r[i].end : i + 1) {
+    const auto is_whole = [&r](unsigned i) { return r[i].by_handler || r[i].texts; };
+    for (unsigned i = 0; i < r.items.size(); i = is_whole(i) ? r[i].end : i + 1) {
         const work what = r[i].what;
         if (r[i].by_handler)
             theirs++;
