@@ -10,12 +10,6 @@ namespace native {
 
 namespace {
 
-void run(const ULO *node, kestrin_data *ret_dat, fcall handler)
-{
-    check_stack(site::STACK_EVAL);
-    (handler != nullptr ? handler : handler_of(node))(node + 1, ret_dat);
-}
-
 // The number in the record that the operand at `word` has left, which ends.
 template <class T> T take_number(const ULO *word, kestrin_data *slot)
 {
@@ -30,10 +24,10 @@ template <class T> T take_number(const ULO *word, kestrin_data *slot)
     return value;
 }
 
-template <class T> T value_of(const ULO *word, fcall handler)
+template <class T> T value_of(const ULO *word)
 {
     kestrin_data slot = owning_slot;
-    run(node_at(word), &slot, handler);
+    eval(word, &slot);
     return take_number<T>(word, &slot);
 }
 
@@ -84,19 +78,20 @@ rt_control *enter()
     return rt;
 }
 
-SLO whole_of(const ULO *word, fcall handler) { return value_of<SLO>(word, handler); }
-DFL real_of(const ULO *word, fcall handler) { return value_of<DFL>(word, handler); }
+SLO whole_of(const ULO *word) { return value_of<SLO>(word); }
+DFL real_of(const ULO *word) { return value_of<DFL>(word); }
 
-void run_statement(const ULO *node, kestrin_data *ret_dat, fcall handler)
+void run_statement(const ULO *node, kestrin_data *ret_dat)
 {
-    run(node, ret_dat, handler);
+    call(node, ret_dat);
     lend_again(ret_dat);
     ret_dat->disable_ptr = 1;
 }
 
 void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler)
 {
-    run(node, ret_dat, handler);
+    check_stack(site::STACK_EVAL);
+    (handler != nullptr ? handler : handler_of(node))(node + 1, ret_dat);
 }
 
 SLO call_for_whole(const ULO *word, const given_number *given)

@@ -24,12 +24,13 @@ constexpr unsigned MOST_EXITS = 16;
 // The record of the calling thread, ready for native code.
 rt_control *enter();
 
-// The value of the node at an operand word, by `handler`, or by the one that stands in the node if
-// that is NULL. With an error pending afterwards it is nothing.
-SLO whole_of(const ULO *word, fcall handler);
-DFL real_of(const ULO *word, fcall handler);
-// Evaluates a node whose value nobody reads, or that the function answers.
-void run_statement(const ULO *node, kestrin_data *ret_dat, fcall handler);
+// The value of the node at an operand word. With an error pending afterwards it is nothing.
+SLO whole_of(const ULO *word);
+DFL real_of(const ULO *word);
+// Evaluates a node whose value nobody reads.
+void run_statement(const ULO *node, kestrin_data *ret_dat);
+// Evaluates a node that the function answers, by `handler` or, if that is NULL, by the one that
+// stands in it.
 void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler);
 
 // The value of a call at an operand word, some of whose arguments are given; or the variable that

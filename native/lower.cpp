@@ -16,14 +16,6 @@ static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
 
 } // namespace
 
-// The handler to call for a node that leaves the value in the record. NULL: the one that stands in
-// the node, whatever it is by then; the root's will be this code.
-fcall lowering::record_form(unsigned i) const
-{
-    const fcall handler = linked_handler(r_[i].node), answering = facts_of_form(handler).record;
-    return answering == handler && i != 0 ? nullptr : answering;
-}
-
 memory lowering::home(const local &v) const
 {
     if (r_.kind != shape::DIRECT) return record(v, offsetof(kestrin_data, value));

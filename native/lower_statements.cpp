@@ -11,7 +11,6 @@ void lowering::statement_by_handler(unsigned i)
     before_call(true);
     set_address(arguments[0], r_[i].node);
     a_.load(arguments[1], {STACK, RESULT_RECORD});
-    set_handler(arguments[2], i);
     call(&run_statement);
     after_call();
     check_error(pending());
@@ -406,7 +405,8 @@ void lowering::answer_by_handler(unsigned i)
     before_call(true);
     set_address(arguments[0], r_[i].node);
     a_.load(arguments[1], {STACK, RESULT_RECORD});
-    set_handler(arguments[2], i);
+    const fcall handler = i == 0 ? linked_handler(r_[i].node) : nullptr; // the root has this code
+    a_.set(arguments[2], std::bit_cast<SLO>(handler));
     call(&run_answer);
     a_.jump(done_);
 }

@@ -272,7 +272,6 @@ void lowering::value_by_handler(unsigned i, CHR letter)
 {
     before_call(true);
     set_address(arguments[0], r_[i].word);
-    set_handler(arguments[1], i);
     if (letter == 'I') {
         call(&whole_of);
         a_.move(whole_temporary(), RESULT);

@@ -74,7 +74,6 @@ private:
     void after_call();
     void check_error(label place);
     void set_address(reg to, const void *address) { a_.set(to, std::bit_cast<SLO>(address)); }
-    void set_handler(reg to, unsigned i) { a_.set(to, std::bit_cast<SLO>(record_form(i))); }
     template <class F> void call(F *function) { a_.call(reinterpret_cast<const void *>(function)); }
     label pending() const { return loops_.empty() ? error_ : loops_.back().pending; }
 
@@ -186,8 +185,6 @@ private:
     std::vector<std::function<void()>> late_;
     unsigned wholes_ = 0, reals_ = 0; // temporaries that hold values
     label start_ = 0, resume_start_ = 0, resume_ = 0, direct_ = 0, done_ = 0, error_ = 0;
-
-    fcall record_form(unsigned i) const;
 };
 
 } // namespace native

@@ -283,7 +283,7 @@ bool reader::read(const ULO *node, const ULO *word, ULO place)
     it.place = place;
     it.parent = parent_;
     it.loops = loops_;
-    const fcall handler = facts_of_form(linked_handler(node)).handler;
+    const fcall handler = generic_handler(linked_handler(node));
     if (read_leaf(handler, &it)) {
         if (it.what == work::READ) {
             if (!name_variable(node[1], &it.variable)) return false;

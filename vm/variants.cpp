@@ -74,34 +74,27 @@ const variant *specialise(ULO *node, const ULO *words)
 
 namespace {
 
-using facts_by_form = std::unordered_map<fcall, form_facts>;
+using handlers_by_form = std::unordered_map<fcall, fcall>;
 
-void note_variants(facts_by_form *facts, const numeric_row &row)
+handlers_by_form list_forms()
 {
-    for (const auto &by_second : *row.variants)
-        for (const variant &made : by_second) {
-            facts->emplace(made.record, form_facts{row.handler, made.record});
-            facts->emplace(made.assigning, form_facts{func__setq, made.assigning});
-        }
-}
-
-const facts_by_form &all_facts()
-{
-    static const facts_by_form *made = [] {
-        auto *facts = new facts_by_form;
-        for (const auto &[handler, row] : rows()) note_variants(facts, *row);
-        for (const auto &moving : {appending_forms(), setq_forms(), array_forms()})
-            for (const auto &[form, handler] : moving)
-                facts->emplace(form, form_facts{handler, form});
-        return facts;
-    }();
-    return *made;
+    handlers_by_form generic;
+    for (const auto &[handler, row] : rows())
+        for (const auto &by_second : *row->variants)
+            for (const variant &made : by_second) {
+                generic.emplace(made.record, row->handler);
+                generic.emplace(made.assigning, func__setq);
+            }
+    for (const auto &moving : {appending_forms(), setq_forms(), array_forms()})
+        for (const auto &[form, handler] : moving) generic.emplace(form, handler);
+    return generic;
 }
 
 } // namespace
 
-form_facts facts_of_form(fcall form)
+fcall generic_handler(fcall form)
 {
-    const auto found = all_facts().find(form);
-    return found == all_facts().end() ? form_facts{form, form} : found->second;
+    static const handlers_by_form generic = list_forms();
+    const auto found = generic.find(form);
+    return found == generic.end() ? form : found->second;
 }

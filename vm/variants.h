@@ -53,10 +53,6 @@ const variant *specialise(ULO *node, const ULO *words);
 // other node.
 bool assign_at_once(ULO *node, const variant *value);
 
-// What a handler in linked code stands for.
-struct form_facts {
-    fcall handler; // the generic one of the node
-    fcall record;  // does what the node does and leaves the value in the record
-};
-// Of a variant or of a form of vm/moves.h; of any other handler it is the handler itself, twice.
-form_facts facts_of_form(fcall form);
+// The generic handler that a variant, or a form of vm/moves.h, stands for; any other handler is its
+// own.
+fcall generic_handler(fcall form);
