@@ -45,7 +45,6 @@ namespace native {
 namespace {
 
 constexpr unsigned MOST_ITEMS = 30000, DEEPEST = 200;
-constexpr ULO MOST_LOOPS = 8; // that count for the weight of a variable
 
 // What is known of an instruction by its handler.
 struct instruction {
