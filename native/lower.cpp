@@ -48,15 +48,19 @@ void lowering::store_variables(bool all)
     }
 }
 
+// A variable that is kept gets what its home holds.
+void lowering::load_variable(const local &v)
+{
+    if (v.type == 'I')
+        a_.load(v.whole, home(v));
+    else
+        a_.load(v.real, home(v));
+}
+
 void lowering::load_lost_variables()
 {
-    for (const local &v : r_.locals) {
-        if (!is_lost_in_calls(v)) continue;
-        if (v.type == 'I')
-            a_.load(v.whole, home(v));
-        else
-            a_.load(v.real, home(v));
-    }
+    for (const local &v : r_.locals)
+        if (is_lost_in_calls(v)) load_variable(v);
 }
 
 void lowering::before_call(bool sees_variables)
@@ -75,6 +79,16 @@ void lowering::after_call()
         a_.load(temporaries[k], {STACK, HELD_WHOLES + 8 * static_cast<int>(k)});
     for (unsigned k = 0; k < reals_; k++)
         a_.load(real_temporaries[k], {STACK, HELD_REALS + 8 * static_cast<int>(k)});
+}
+
+// Behind a call that returns a number.
+void lowering::take_returned(CHR letter)
+{
+    if (letter == 'I')
+        a_.move(whole_temporary(), RESULT);
+    else
+        a_.move(real_temporary(), REAL_RESULT);
+    after_call();
 }
 
 void lowering::check_error(label place)
@@ -148,13 +162,8 @@ void lowering::check_types(label fails)
 // As they are: what is not assigned goes back as it has come.
 void lowering::load_variables()
 {
-    for (const local &v : r_.locals) {
-        if (!v.kept) continue;
-        if (v.type == 'I')
-            a_.load(v.whole, home(v));
-        else
-            a_.load(v.real, home(v));
-    }
+    for (const local &v : r_.locals)
+        if (v.kept) load_variable(v);
 }
 
 // An error is pending, and the variables stand in their registers.

@@ -209,11 +209,7 @@ void lowering::setq_uncertain(unsigned i)
     produce_guarded(i + 1, fails);
     assign(variable_of(i));
     a_.bind(behind);
-    late([this, i, fails, behind] {
-        a_.bind(fails);
-        setq_by_handler(i);
-        a_.jump(behind);
-    });
+    instead(fails, behind, [this, i] { setq_by_handler(i); });
 }
 
 void lowering::setq_by_handler(unsigned i)
@@ -229,8 +225,7 @@ void lowering::check_assigned(unsigned i)
     const label other = a_.make_label();
     a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), other);
     check_owns_nothing(v, other);
-    if (v.kept && v.type == 'I') a_.load(v.whole, home(v));
-    if (v.kept && v.type == 'F') a_.load(v.real, home(v));
+    if (v.kept) load_variable(v);
     late([this, i, other] {
         a_.bind(other);
         go_on_by_handlers_after(i);
@@ -250,11 +245,7 @@ void lowering::setq_framed(unsigned i)
     check_error(pending());
     check_assigned(i);
     a_.bind(behind);
-    late([this, i, fails, behind] {
-        a_.bind(fails);
-        setq_by_handler(i);
-        a_.jump(behind);
-    });
+    instead(fails, behind, [this, i] { setq_by_handler(i); });
 }
 
 // A number for a variable that its record tells of.
@@ -271,8 +262,7 @@ void lowering::setq_record(unsigned i)
     else
         a_.store(record(v, VALUE), real_temporary());
     a_.bind(behind);
-    late([this, &v, type, fails, behind] {
-        a_.bind(fails);
+    instead(fails, behind, [this, &v, type] {
         if (type == 'I')
             a_.move(arguments[1], whole_temporary());
         else
@@ -284,7 +274,6 @@ void lowering::setq_record(unsigned i)
         else
             call(&assign_real);
         after_call();
-        a_.jump(behind);
     });
 }
 
@@ -366,11 +355,7 @@ void lowering::arsetq(unsigned i)
         store_typed(i, fails);
     wholes_--;
     a_.bind(behind);
-    late([this, i, fails, behind] {
-        a_.bind(fails);
-        statement_by_handler(i);
-        a_.jump(behind);
-    });
+    instead(fails, behind, [this, i] { statement_by_handler(i); });
 }
 
 // -- The way back ------------------------------------------------------------------------------

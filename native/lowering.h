@@ -1,5 +1,5 @@
 // The lowering's one class. Its functions stand in lower.cpp (ways in and out, calls of the
-// engine), lower_statements.cpp and lower_values.cpp.
+// engine), lower_statements.cpp, lower_values.cpp and lower_operations.cpp.
 //
 // A value is made in the temporary that is the next free one of its class; who needs it while other
 // values are made holds it there.
@@ -66,12 +66,14 @@ private:
     void load_variables();
     void store_variables(bool all);
     void load_lost_variables();
+    void load_variable(const local &v);
     void take_arguments();
     void leave_with_error();
 
     // Calls of the engine.
     void before_call(bool sees_variables);
     void after_call();
+    void take_returned(CHR letter);
     void check_error(label place);
     void set_address(reg to, const void *address) { a_.set(to, std::bit_cast<SLO>(address)); }
     template <class F> void call(F *function) { a_.call(reinterpret_cast<const void *>(function)); }
@@ -86,6 +88,15 @@ private:
             reals_ = reals;
             loops_ = loops;
             emit();
+        });
+    }
+    // The same for what comes to `fails` and goes on at `behind`.
+    template <class F> void instead(label fails, label behind, F emit)
+    {
+        late([this, fails, behind, emit] {
+            a_.bind(fails);
+            emit();
+            a_.jump(behind);
         });
     }
     void emit_late();

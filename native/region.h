@@ -150,6 +150,8 @@ const direct_function *find_callee(const region &r, unsigned i);
 
 // True for an operation that the lowering has instructions for; others are calls.
 bool is_inline(const numeric_row &row);
+// NOT, which turns a condition around.
+bool is_negation(const numeric_row &row);
 
 // The type of what a function answers, most likely; 0 not known.
 CHR answer_of(const ULO *image);
