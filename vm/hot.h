@@ -20,13 +20,16 @@ struct native_maker {
     void (*forget)(const void *from, const void *to);
 };
 
-// What is not worth a further look gets so many rounds or calls.
-constexpr unsigned LEFT_ALONE = 1 << 20;
+// What is not worth a further look now gets so many rounds or calls.
+constexpr unsigned LEFT_ALONE = 1 << 12;
 
 // All counters at their beginning.
 hot_counters fresh_counters();
 
-// Places that lie near each other have counters of their own; two that share one are hot earlier.
+// Places that lie near each other have counters of their own. Loops that share one are hot earlier;
+// of functions that do, one is hot when its calls come without the others' between them, or when
+// that has been waited for PATIENCE times in all.
+constexpr unsigned PATIENCE = 1 << 14;
 inline ULO counter_of(const ULO *place)
 {
     return reinterpret_cast<ULO>(place) / sizeof(ULO) % hot_counters::COUNT;

@@ -18,6 +18,8 @@ struct error_trail;
 struct hot_counters {
     static constexpr ULO COUNT = 64;
     unsigned rounds[COUNT], calls[COUNT];
+    unsigned called[COUNT]; // which function was called when its calls were last at an end
+    unsigned patience;      // with functions that take turns at a counter
 };
 
 // All state of a run, one for each thread.
