@@ -1,6 +1,8 @@
 #include "native/lower.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 #include "native/lowering.h"
 #include "vm/hot.h"
@@ -19,7 +21,9 @@ static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
 memory lowering::home(const local &v) const
 {
     if (r_.kind != shape::DIRECT) return record(v, offsetof(kestrin_data, value));
-    return {STACK, OWN_VARIABLES + 8 * static_cast<int>(&v - r_.locals.data())};
+    const auto ahead = std::count_if(std::as_const(r_.locals).data(), &v,
+                                     [this](const local &other) { return needs_home(other); });
+    return {STACK, stack_.variables + 8 * static_cast<int>(ahead)};
 }
 
 memory lowering::record(const local &v, std::size_t offset) const
@@ -69,7 +73,7 @@ void lowering::before_call(bool sees_variables)
     for (unsigned k = 0; k < wholes_; k++)
         a_.store(memory{STACK, HELD_WHOLES + 8 * static_cast<int>(k)}, temporaries[k]);
     for (unsigned k = 0; k < reals_; k++)
-        a_.store(memory{STACK, HELD_REALS + 8 * static_cast<int>(k)}, real_temporaries[k]);
+        a_.store(memory{STACK, stack_.reals + 8 * static_cast<int>(k)}, real_temporaries[k]);
 }
 
 void lowering::after_call()
@@ -78,7 +82,7 @@ void lowering::after_call()
     for (unsigned k = 0; k < wholes_; k++)
         a_.load(temporaries[k], {STACK, HELD_WHOLES + 8 * static_cast<int>(k)});
     for (unsigned k = 0; k < reals_; k++)
-        a_.load(real_temporaries[k], {STACK, HELD_REALS + 8 * static_cast<int>(k)});
+        a_.load(real_temporaries[k], {STACK, stack_.reals + 8 * static_cast<int>(k)});
 }
 
 // Behind a call that returns a number.
@@ -265,21 +269,42 @@ void lowering::take_arguments()
     }
 }
 
+// With the return address and so many registers it leaves the stack as calls want it.
+stack_layout lowering::small_layout(std::size_t pushed) const
+{
+    const auto any = [this](auto has) {
+        return std::any_of(r_.items.begin(), r_.items.end(), has);
+    };
+    const bool has_reals = any([](const item &it) {
+        return it.type.letter == 'F' || (it.row != nullptr && strchr(it.row->letters, 'F'));
+    });
+    const bool has_loops = any([](const item &it) { return it.loops != 0; });
+    const int held = 8 * r_[0].temporaries;
+    stack_layout s;
+    s.reals = HELD_WHOLES + held;
+    s.returned = s.reals + (has_reals ? held : 0);
+    s.variables = s.returned + (has_loops ? 8 : 0);
+    s.size = s.variables;
+    for (const local &v : r_.locals)
+        if (needs_home(v)) s.size += 8;
+    if ((8 + 8 * static_cast<int>(pushed) + s.size) % 16 != 0) s.size += 8;
+    return s;
+}
+
 void lowering::make_function_of_numbers()
 {
     std::vector<reg> pushed;
     for (const reg r : kept)
         for (const local &v : r_.locals)
             if (v.kept && v.type == 'I' && v.whole == r) pushed.push_back(r);
-    int own = OWN_VARIABLES + 8 * static_cast<int>(r_.locals.size());
-    if ((8 + 8 * pushed.size() + static_cast<ULO>(own)) % 16 != 0) own += 8;
+    stack_ = small_layout(pushed.size());
     a_.bind(direct_);
     for (const reg r : pushed) a_.push(r);
-    a_.move_stack(-own);
+    a_.move_stack(-stack_.size);
     take_arguments();
     answer_in_register(0);
     a_.bind(done_);
-    a_.move_stack(own);
+    a_.move_stack(stack_.size);
     for (std::size_t i = pushed.size(); i-- > 0;) a_.pop(pushed[i]);
     a_.leave();
     emit_late();

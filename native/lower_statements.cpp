@@ -81,9 +81,9 @@ void lowering::end_loop(const open_loop &loop)
         a_.bind(loop.pending);
         before_call(false);
         call(&absorb_break);
-        a_.store(memory{STACK, RETURNED}, RESULT);
+        a_.store(memory{STACK, stack_.returned}, RESULT);
         after_call();
-        a_.branch_if_byte(relation::NOT_EQUAL, {STACK, RETURNED}, 0, loop.end);
+        a_.branch_if_byte(relation::NOT_EQUAL, {STACK, stack_.returned}, 0, loop.end);
         a_.jump(error_);
     });
 }

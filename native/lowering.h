@@ -26,11 +26,16 @@ constexpr unsigned short single_of(CHR type) { return static_cast<unsigned short
 
 inline memory in_machine(std::size_t offset) { return {MACHINE, offset_in_record(offset)}; }
 
-// The native stack of a piece of code, from its lowest word: what is held over a call, the result
-// record of the region, a word for what a call has returned; numbers for a function, or variables
-// that have no frame.
-constexpr int HELD_WHOLES = 0, HELD_REALS = 6 * 8, RESULT_RECORD = 12 * 8, RETURNED = 13 * 8,
-              GIVEN = 14 * 8, OWN_VARIABLES = GIVEN;
+// The native stack of a piece of code with a frame, from its lowest word: what is held over a call,
+// a word for what a call has returned, the result record of the region, numbers for a function.
+constexpr int HELD_WHOLES = 0, HELD_REALS = 6 * 8, RETURNED = 12 * 8, RESULT_RECORD = 13 * 8,
+              GIVEN = 14 * 8;
+
+// That of a function of numbers, which may be called deep, is as small as can be; variables that a
+// call could lose stand at its end.
+struct stack_layout {
+    int reals = HELD_REALS, returned = RETURNED, variables = 0, size = 0;
+};
 
 // An operand that an instruction of the machine can take as it is.
 struct operand {
@@ -67,6 +72,7 @@ private:
     void store_variables(bool all);
     void load_lost_variables();
     void load_variable(const local &v);
+    stack_layout small_layout(std::size_t pushed) const;
     void take_arguments();
     void leave_with_error();
 
@@ -185,6 +191,7 @@ private:
     memory home(const local &v) const;
     memory record(const local &v, std::size_t offset) const;
     bool is_lost_in_calls(const local &v) const;
+    bool needs_home(const local &v) const { return !v.kept || is_lost_in_calls(v); }
     reg whole_temporary() const { return temporaries[wholes_]; }
     freg real_temporary() const { return real_temporaries[reals_]; }
     const local &variable_of(unsigned i) const { return r_.locals[r_[i].variable]; }
@@ -192,6 +199,7 @@ private:
     region &r_;
     assembler a_;
     lowered made_;
+    stack_layout stack_;
     std::vector<open_loop> loops_;
     std::vector<std::function<void()>> late_;
     unsigned wholes_ = 0, reals_ = 0; // temporaries that hold values
