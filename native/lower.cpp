@@ -148,19 +148,22 @@ void lowering::check_owns_nothing(const local &v, label fails)
     a_.branch_if(relation::NOT_EQUAL, scratch[0], 0, fails);
 }
 
-// The variable holds a number of its type, and nothing besides where it is to get another one.
-void lowering::check_type(const local &v, label fails)
+// The variable holds a number of its type, if it is to hold one yet, and nothing besides where it
+// is to get another one.
+void lowering::check_type(const local &v, bool is_set, label fails)
 {
-    if (!v.late) a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), fails);
+    if (is_set) a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), fails);
     if (v.assigned) check_owns_nothing(v, fails);
 }
 
-// The locals of a function are fresh.
-void lowering::check_types(label fails)
+// `set` has been assigned ahead of this way in. The locals of a function are fresh.
+void lowering::check_types(variable_set set, label fails)
 {
-    for (unsigned v = 0; v < r_.locals.size(); v++)
-        if (r_.locals[v].type != 0 && (r_.kind == shape::LOOP || (r_.arguments & bit(v))))
-            check_type(r_.locals[v], fails);
+    for (unsigned v = 0; v < r_.locals.size(); v++) {
+        const local &it = r_.locals[v];
+        if (it.type != 0 && (r_.kind == shape::LOOP || (r_.arguments & bit(v))))
+            check_type(it, !it.late || (set & bit(v)), fails);
+    }
 }
 
 // As they are: what is not assigned goes back as it has come.
@@ -184,13 +187,13 @@ void lowering::make_loop()
     if (r_[0].what == work::FOR) {
         a_.bind(resume_start_);
         begin(fails);
-        check_types(fails);
+        check_types(r_[1].assigns | bit(r_[0].variable), fails);
         load_variables();
         a_.jump(resume_);
     }
     a_.bind(start_);
     begin(fails);
-    check_types(fails);
+    check_types(0, fails);
     load_variables();
     statement(0);
     store_variables(true);
@@ -207,7 +210,7 @@ void lowering::make_body()
     const label fails = a_.make_label();
     a_.bind(start_);
     begin(fails);
-    check_types(fails);
+    check_types(0, fails);
     load_variables();
     answer(0);
     a_.bind(done_);

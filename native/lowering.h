@@ -65,8 +65,8 @@ private:
     void begin(label fails);
     void end();
     void refuse(label fails);
-    void check_types(label fails);
-    void check_type(const local &v, label fails);
+    void check_types(variable_set set, label fails);
+    void check_type(const local &v, bool is_set, label fails);
     void check_owns_nothing(const local &v, label fails);
     void load_variables();
     void store_variables(bool all);
