@@ -260,13 +260,17 @@ bool copy_record(kestrin_data *dest, const kestrin_data *source, ULO n, waiting_
 }
 
 // Members with nothing but a value are the most.
+inline bool copy_plain(kestrin_data *dest, const kestrin_data *source)
+{
+    if (!owns_nothing(source) || source->type == 'S') return false;
+    *dest = *source;
+    dest->disable_ptr = 0;
+    return true;
+}
+
 bool copy_member(kestrin_data *dest, const kestrin_data *source, waiting_places *waiting)
 {
-    if (owns_nothing(dest) && owns_nothing(source) && source->type != 'S') {
-        *dest = *source;
-        dest->disable_ptr = 0;
-        return true;
-    }
+    if (owns_nothing(dest) && copy_plain(dest, source)) return true;
     if (copy_record(dest, source, 0, waiting)) return true;
     if (dest->indices_numb < 2) free_kst_data(dest);
     return false;
@@ -299,6 +303,7 @@ bool end_sharing(kestrin_data *d)
     own[0] = fresh_variable;
     waiting_places none; // nested places are shared in their turn
     for (ULO i = 1; i < owned; i++) {
+        if (copy_plain(&own[i], &shared[i])) continue;
         own[i] = fresh_variable;
         if (copy_member(&own[i], &shared[i], &none)) continue;
         free_members(own, 1, i + 1);
