@@ -72,6 +72,7 @@ void lowering::compare_branch(relation r, bool when, reg a, const operand &b, la
 // The second operand is cast to the type of the first one.
 void lowering::branch_compare(unsigned i, label place, bool when)
 {
+    if (r_[i].texts && is_type_test(r_, i)) return branch_type(i, place, when);
     if (r_[i].texts) return branch_texts(i, place, when);
     const relation r = r_[i].comparison;
     const unsigned first = i + 1, second = r_[first].end;
@@ -118,6 +119,19 @@ void lowering::find_text(unsigned i, reg to, label fails)
         a_.load(to, {scratch[0], 0, index, sizeof(CHR *)});
     }
     a_.branch_if(relation::EQUAL, to, 0, fails);
+}
+
+// A variable without a value has no type.
+void lowering::branch_type(unsigned i, label place, bool when)
+{
+    const bool if_same = (r_[i].comparison == relation::EQUAL) == when;
+    const memory type = record(variable_of(i + 2), TYPE);
+    const auto letter = static_cast<UCH>(r_[r_.operand(i, 1)].node[2]);
+    const label fails = a_.make_label(), behind = a_.make_label();
+    a_.branch_if_byte(relation::EQUAL, type, 0, fails);
+    a_.branch_if_byte(if_same ? relation::EQUAL : relation::NOT_EQUAL, type, letter, place);
+    a_.bind(behind);
+    branch_by_handler(i, place, when, fails, behind);
 }
 
 // The length stands ahead of a text, and a short one is as long as a word with it.

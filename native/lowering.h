@@ -141,6 +141,7 @@ private:
     void branch_compare(unsigned i, label place, bool when);
     void branch_by_handler(unsigned i, label place, bool when, label fails, label behind);
     void branch_texts(unsigned i, label place, bool when);
+    void branch_type(unsigned i, label place, bool when);
     void find_text(unsigned i, reg to, label fails);
     void compare_long_texts(bool if_same, label place, label longer, label behind);
     void branch_both(unsigned i, label place, bool when);

@@ -10,6 +10,7 @@
 #include "kestrin/value.h"
 #include "native/x86_64.h"
 #include "vm/handler.h"
+#include "vm/text.h"
 
 namespace native {
 
@@ -129,6 +130,14 @@ struct region {
 inline bool is_first(const region &r, unsigned i)
 {
     return r[i + 1].what == work::CONSTANT && r[i + 1].letter == 'I' && r[i + 1].node[1] == 0;
+}
+
+// Whether an equality of texts asks a variable for its type, as (== (type x) "S") does.
+inline bool is_type_test(const region &r, unsigned i)
+{
+    const ULO *asked = r[i + 1].node, *letter = r[r.operand(i, 1)].node;
+    return is_node(asked, func__type) && r[i + 2].what == work::READ &&
+           is_node(letter, func__dummy_s) && letter[1] == 1;
 }
 
 constexpr variable_set bit(unsigned variable) { return variable_set(1) << variable; }

@@ -156,8 +156,11 @@ void typing::visit_compare(unsigned i)
     give(i, {'I', true});
     const relation asked = r_[i].comparison;
     const bool is_equality = asked == relation::EQUAL || asked == relation::NOT_EQUAL;
-    r_[i].texts = r_[i].letter == 'S' && is_equality && is_text_place(i + 1) &&
-                  is_text_place(r_.operand(i, 1));
+    const auto are_texts = [this, i] {
+        if (is_type_test(r_, i)) return r_.locals[r_[i + 2].variable].type == 0;
+        return is_text_place(i + 1) && is_text_place(r_.operand(i, 1));
+    };
+    r_[i].texts = r_[i].letter == 'S' && is_equality && are_texts();
     if (r_[i].texts) return;
     if (first.letter == 0 || (!first.certain && first.letter != OPEN && !r_[i + 1].pure))
         leave_to_handler(i);

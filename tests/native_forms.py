@@ -16,6 +16,7 @@ RULES = {
         2 ({== != < > <= >= EQUAL LESS GREATEROREQUAL} %I {%I %I %U})
         1 ({== != < > <= >= NOTEQUAL GREATER LESSOREQUAL} %F {%F %F %U})
         1 ({== != < > <= >=} {%S %U} {%S %U})
+        1 ({== !=} (TYPE {%x %i %a}) {"I" "F" "S"})
         2 ({&& || AND OR} %I %I)
         1 ({IVAL LEN ASC INDICES NOT} %U)
         1 (+ %U {%U %I})

@@ -334,6 +334,21 @@ void copy_kst_data(kestrin_data *dest, const kestrin_data *source, ULO indices_n
             if (!copy_member(&places[i], &from[i], &waiting)) return;
 }
 
+// One by one: both records have most likely just been written so, and a load of two fields would
+// wait for the stores.
+static void take_fields(kestrin_data *dest, kestrin_data *source)
+{
+    dest->single = source->single;
+    dest->type = source->type;
+    dest->arraytype = source->arraytype;
+    dest->value = source->value;
+    dest->svalue = source->svalue;
+    dest->indices_numb = source->indices_numb;
+    dest->aready_tags = source->aready_tags;
+    dest->array.mix = source->array.mix;
+    *source = source->disable_ptr ? owning_slot : fresh_variable;
+}
+
 void take_value(kestrin_data *dest, kestrin_data *source)
 {
     if (set_number(dest, source)) return;
@@ -349,10 +364,9 @@ void take_value(kestrin_data *dest, kestrin_data *source)
         set_owned_places(source, source->indices_numb);
         source->indices_numb = PLACES_STEP;
     }
+    if (owns_nothing(dest)) return take_fields(dest, source);
     kestrin_data old = *dest;
-    *dest = *source;
-    dest->disable_ptr = old.disable_ptr;
-    *source = source->disable_ptr ? owning_slot : fresh_variable;
+    take_fields(dest, source);
     release(&old);
 }
 
