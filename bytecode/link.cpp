@@ -4,10 +4,12 @@
 #include "bytecode/link.h"
 
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "frontend/isa.h"
 #include "frontend/words.h"
+#include "kestrin/mapcar.h"
 #include "strings/fatal.h"
 #include "strings/scratch.h"
 #include "vm/engine.h"
@@ -71,6 +73,50 @@ struct node_place {
     assigned_set later = 0; // variables that later operands of its parent assign
 };
 
+// The variables of a function that hold answers of MAPCAR. Where a variable is only assigned, and
+// read by constant indices of members other than the texts that show the code, these are not made.
+class mapcar_answers {
+public:
+    // A leaf that reads a variable, whatever for.
+    void note_read(ULO variable) { shown_ |= bit_of(variable); }
+    // A linked node with a variable in front.
+    void note_use(const ULO *p, group_set groups, const image::node_words &words, value_use use);
+    // At the end of a function.
+    void settle(ULO arguments);
+
+private:
+    assigned_set shown_ = 0;                   // perhaps as a whole, or a text of them
+    std::vector<std::pair<ULO *, ULO>> calls_; // MAPCAR nodes and their variables
+};
+
+bool is_text_of_code(const ULO *index)
+{
+    return !is_node(index, func__dummy_i) || index[1] == MAPCAR_PROCESSED ||
+           index[1] == MAPCAR_TYPED || index[1] == MAPCAR_DECOMPILED;
+}
+
+void mapcar_answers::note_use(const ULO *p, group_set groups, const image::node_words &words,
+                              value_use use)
+{
+    const ULO variable = p[words.variable];
+    ULO *operand = reinterpret_cast<ULO *>(p[words.operands]);
+    if (groups & in(GROUP_INDEX)) {
+        if (is_text_of_code(operand)) note_read(variable);
+    } else if (!(groups & in(GROUP_SETQ)) || use != value_use::UNUSED) {
+        note_read(variable);
+    } else if (is_node(operand, func__mapcar)) {
+        calls_.emplace_back(operand, variable);
+    }
+}
+
+void mapcar_answers::settle(ULO arguments)
+{
+    for (const auto &[node, variable] : calls_)
+        if (the_engine.small_arrays && variable >= arguments && !(shown_ & bit_of(variable)))
+            set_handler(node, func__mapcar_without_texts);
+    *this = {};
+}
+
 class linker {
 public:
     void link_image(ULO *p, ULO scope);
@@ -87,6 +133,7 @@ private:
 
     std::vector<ULO> udf_table_; // addresses of the images in scope
     ULO arguments_ = 0;          // of the function that is linked
+    mapcar_answers answers_;     // in it
 };
 
 image::node_words linker::link_instruction(ULO *p, ULO payload, group_set groups)
@@ -138,6 +185,7 @@ image::node_words linker::link_words(ULO *p, group_set *groups)
 void linker::link_leaf(ULO *node, fcall handler, node_place place)
 {
     const bool is_read = strchr("Vifsz", image::letter_of(*node)) != nullptr;
+    if (is_read || handler == func__getval_ptr) answers_.note_read(node[1]);
     if (handler == func__getval_ptr && (place.later & bit_of(node[1])))
         handler = func__getval;
     else if (is_read && place.use == value_use::ANSWER && node[1] >= arguments_)
@@ -206,6 +254,7 @@ linked_node linker::link_node(ULO *p, node_place place)
     const image::node_words words = link_words(p, &groups);
     const linked_node operands = link_operands(p, words, place);
     if (!is_instruction) return {operands.assigned};
+    if (groups & VARIABLE_FIRST) answers_.note_use(p, groups, words, place.use);
     const variant *form = choose_handler(p, p + words.operands, place, operands);
     return {operands.assigned | set_by(p, groups, words), form};
 }
@@ -229,6 +278,7 @@ void linker::link_image(ULO *p, ULO scope)
         link_leaf(main_node, leaf, answers);
     else
         link_node(main_node, answers);
+    answers_.settle(arguments_);
 }
 
 } // namespace

@@ -29,6 +29,7 @@
 #include "vm/handler.h"
 #include "vm/hot.h"
 #include "vm/image.h"
+#include "vm/moves.h"
 
 FATAL_SITE(MAPCAR_PLACES, "kestrin", "func__mapcar", 26)
 FATAL_SITE(MAPCAR_PLACES_SHORT, "kestrin", "func__mapcar", 27)
@@ -37,11 +38,12 @@ namespace {
 
 constexpr UCH REFUSED = 255; // syntax code of what MAPCAR itself refuses
 
-// One call: what the stages make of the operand.
+// One call: what the stages make of the operand. Without texts, what shows the code is left out.
 struct evaluation {
+    const bool with_texts;
     scratch captured, processed, typed, compiled, linked, decompiled;
     kestrin_data value = owning_slot;
-    evaluation() = default;
+    explicit evaluation(bool texts) : with_texts(texts) {}
     ~evaluation() { release(&value); }
     evaluation(const evaluation &) = delete;
     evaluation &operator=(const evaluation &) = delete;
@@ -122,9 +124,9 @@ bool compile_source(const CHR *source, evaluation *e)
     const passing_names own;
     tree &t = own_tree();
     if (!prepare_source(source, &t)) return false;
-    assign(&e->processed.s, t.written());
+    if (e->with_texts) assign(&e->processed.s, t.written());
     kestrin_justify(&t, the_engine.global_udf_types, nullptr);
-    assign(&e->typed.s, t.written());
+    if (e->with_texts) assign(&e->typed.s, t.written());
     kestrin_compile(&t, the_engine.compile_with_debuginfo, "Main_Mapcar", &e->compiled.s);
     return true;
 }
@@ -167,7 +169,7 @@ struct saved_run {
 
 void decompile(evaluation *e, code_origin origin)
 {
-    if (!the_engine.mapcar_with_decompiler) return;
+    if (!the_engine.mapcar_with_decompiler || !e->with_texts) return;
     const passing_names own;
     scratch messages;
     decompile_request request = {};
@@ -269,12 +271,13 @@ void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
     set_text(&members[MAPCAR_SYNTAX_TEXT], view(rt->rt_run_text));
     set_number(&members[MAPCAR_ERROR_CODE], rt->rt_error_code);
     set_text(&members[MAPCAR_ERROR_TEXT], view(rt->rt_error_text));
-    move_text(&members[MAPCAR_PROCESSED], &e->processed);
-    move_text(&members[MAPCAR_TYPED], &e->typed);
     move_text(&members[MAPCAR_COMPILED], &e->compiled);
     move_text(&members[MAPCAR_LINKED], &e->linked);
-    move_text(&members[MAPCAR_DECOMPILED], &e->decompiled);
     set_seconds(&members[MAPCAR_SECONDS], seconds);
+    if (!e->with_texts) return;
+    move_text(&members[MAPCAR_PROCESSED], &e->processed);
+    move_text(&members[MAPCAR_TYPED], &e->typed);
+    move_text(&members[MAPCAR_DECOMPILED], &e->decompiled);
 }
 
 // The operand has failed: its error stays pending.
@@ -294,11 +297,7 @@ void answer_pending_error(kestrin_data *ret_dat)
     set_seconds(&members[MAPCAR_SECONDS], 0.0);
 }
 
-} // namespace
-
-void forget_functions_of_mapcar() { lut_free_view(&known_functions()); }
-
-HANDLER(mapcar)
+void run_mapcar(const ULO *dat_ptr, kestrin_data *ret_dat, bool with_texts)
 {
     rt_control *rt = rt_ctrl;
     ret_dat->disable_ptr = 1;
@@ -309,7 +308,7 @@ HANDLER(mapcar)
     const UCH error_code = std::exchange(rt->rt_error_code, UCH(0));
     CHR *error_text = std::exchange(rt->rt_error_text, nullptr);
     const DFL start = clock_seconds();
-    evaluation e;
+    evaluation e(with_texts);
     evaluate(operand.s, &e);
     answer_all(ret_dat, &e, clock_seconds() - start);
 
@@ -321,3 +320,10 @@ HANDLER(mapcar)
     rt->rt_error_text = error_text;
     if (rt->rt_recursion == recursion::HAS_ENDED_RUN) raise_deep_recursion(dat_ptr);
 }
+
+} // namespace
+
+void forget_functions_of_mapcar() { lut_free_view(&known_functions()); }
+
+HANDLER(mapcar) { run_mapcar(dat_ptr, ret_dat, true); }
+HANDLER(mapcar_without_texts) { run_mapcar(dat_ptr, ret_dat, false); }

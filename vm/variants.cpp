@@ -4,6 +4,7 @@
 
 #include <unordered_map>
 
+#include "kestrin/mapcar.h"
 #include "vm/handler.h"
 #include "vm/moves.h"
 
@@ -87,6 +88,7 @@ handlers_by_form list_forms()
             }
     for (const auto &moving : {appending_forms(), setq_forms(), array_forms()})
         for (const auto &[form, handler] : moving) generic.emplace(form, handler);
+    generic.emplace(func__mapcar_without_texts, func__mapcar);
     return generic;
 }
 
