@@ -417,17 +417,16 @@ void compiler::note_use(name_id name)
 // The list of all global functions (G), ISA (T) or ISAext (t) instructions in use.
 void compiler::append_used(CHR letter, std::string *text)
 {
-    std::vector<used_word> list;
+    begin_used_names(text);
     for (const name_id name : used_) {
         const instruction_word *word = word_of(name);
         if (letter != (word == nullptr ? 'G' : word->letter)) continue;
-        list.push_back({names().text(name), {}});
         if (word == nullptr)
-            list.back().numbers = {SLO(global_udfs_.get(name) - 1)};
+            append_used_name(names().text(name), {SLO(global_udfs_.get(name) - 1)}, text);
         else
-            list.back().numbers = {SLO(word->row), word->operands};
+            append_used_name(names().text(name), {SLO(word->row), word->operands}, text);
     }
-    append_used_names(list, text);
+    end_used_names(text);
 }
 
 // The function's name and those of its variables.
@@ -472,6 +471,7 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_
     done.size += image::UDF_TABLE + done.main_words;
     if (is_root && debug_level_ != 0) {
         std::string text;
+        text.reserve(own_text.size() + 64); // most programs use few instructions
         for (const CHR letter : {'G', 'T', 't'}) append_used(letter, &text);
         add_debug_text(made, text.append(own_text));
     }

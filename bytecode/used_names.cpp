@@ -35,16 +35,17 @@ void read_cops(std::string_view *text, numbered<listed_cop> *cops)
 
 } // namespace
 
-void append_used_names(const std::vector<used_word> &list, std::string *text)
+void begin_used_names(std::string *text) { text->push_back('('); }
+
+void append_used_name(std::string_view name, std::initializer_list<SLO> numbers, std::string *text)
 {
-    text->append(list.empty() ? "(" : "(\xFF");
-    for (const used_word &word : list) {
-        text->append(word.name);
-        for (const SLO number : word.numbers) text->append("\xFE").append(std::to_string(number));
-        text->push_back('\xFF');
-    }
-    text->push_back(')');
+    if (text->back() == '(') text->push_back('\xFF');
+    text->append(name);
+    for (const SLO number : numbers) text->append("\xFE").append(std::to_string(number));
+    text->push_back('\xFF');
 }
+
+void end_used_names(std::string *text) { text->push_back(')'); }
 
 used_names take_used_names(std::string_view *text)
 {

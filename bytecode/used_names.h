@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,13 +49,10 @@ struct used_names {
     numbered<listed_cop> isa, isaext; // by row; empty if the code was compiled without
 };
 
-// A name with its numbers, as a list tells it.
-struct used_word {
-    std::string_view name;
-    std::vector<SLO> numbers;
-};
-// Appends a list to a debug text.
-void append_used_names(const std::vector<used_word> &list, std::string *text);
+// Write a list behind a debug text: its beginning, each name with its numbers, its end.
+void begin_used_names(std::string *text);
+void append_used_name(std::string_view name, std::initializer_list<SLO> numbers, std::string *text);
+void end_used_names(std::string *text);
 // Splits the three lists off; `*text` is what follows them. A text without lists stays as it is.
 used_names take_used_names(std::string_view *text);
 

@@ -72,7 +72,7 @@ raw_file read_raw(const CHR *path)
 
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes, file_places *places)
 {
-    joined->reserve(text.size() + 1024); // room for what the driver writes around it
+    joined->reserve(text.size() + text.size() / 8 + 64); // room for what is written around it
     bool in_string = false;
     std::string line;
     for (ULO number = 1;; number++) {
