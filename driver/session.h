@@ -2,7 +2,6 @@
 // way from the file to the run. Strings live as long as the process.
 #pragma once
 
-#include <algorithm>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -82,7 +81,8 @@ constexpr bool has_conversions(std::string_view text,
                                std::initializer_list<std::string_view> conversions)
 {
     for (std::string_view conversion : conversions) {
-        text.remove_prefix(std::min(text.find('%'), text.size()));
+        const auto at = text.find('%');
+        text.remove_prefix(at == text.npos ? text.size() : at);
         if (conversion.empty() || !text.starts_with(conversion)) return false;
         text.remove_prefix(conversion.size());
     }

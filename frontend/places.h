@@ -1,7 +1,6 @@
 // Where the bytes of a joined text stand in the file that it was read from.
 #pragma once
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -20,15 +19,7 @@ public:
     }
     void clear() { lines_.clear(); }
     // The place of byte `joined`; line 0 if no line is known.
-    file_place find(ULO joined) const
-    {
-        const auto behind = std::upper_bound(lines_.begin(), lines_.end(), joined,
-                                             [](ULO at, const line &l) { return at < l.joined; });
-        if (behind == lines_.begin()) return {0, 0};
-        const line &found = behind[-1];
-        return {static_cast<ULO>(behind - lines_.begin()),
-                found.column + joined - found.joined + 1};
-    }
+    file_place find(ULO joined) const;
 
     // Where that place of a line that is known stands in the joined text, find() the other way.
     ULO joined_at(file_place place) const

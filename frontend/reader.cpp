@@ -3,6 +3,7 @@
 
 #include "frontend/reader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -68,6 +69,15 @@ raw_file read_raw(const CHR *path)
     if (got < 0) raw.failed_call = "read", raw.error = errno;
     close(file);
     return raw;
+}
+
+file_place file_places::find(ULO joined) const
+{
+    const auto behind = std::upper_bound(lines_.begin(), lines_.end(), joined,
+                                         [](ULO at, const line &l) { return at < l.joined; });
+    if (behind == lines_.begin()) return {0, 0};
+    const line &found = behind[-1];
+    return {static_cast<ULO>(behind - lines_.begin()), found.column + joined - found.joined + 1};
 }
 
 ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes, file_places *places)

@@ -19,6 +19,8 @@ FATAL_SITE(THREAD_SETUP, "kestrin", "setup_quarne_thread_safe_functionality_for_
 
 constinit thread_local rt_control *rt_ctrl = nullptr;
 
+engine the_engine = {};
+
 namespace {
 
 constexpr rt_control initial_control = {

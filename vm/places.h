@@ -10,7 +10,6 @@
 // hold the places besides the first one stands in place 0 as well.
 #pragma once
 
-#include <algorithm>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
@@ -35,7 +34,7 @@ inline ULO array_capacity(ULO index)
 inline ULO places_to_own(ULO index)
 {
     if (!the_engine.small_arrays || index >= PLACES_STEP / 2) return array_capacity(index);
-    return std::max(FEWEST_PLACES, std::bit_ceil(index + 1));
+    return index < FEWEST_PLACES ? FEWEST_PLACES : std::bit_ceil(index + 1);
 }
 
 // Places with memory; 0 if the record has no array.

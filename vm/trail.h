@@ -2,8 +2,6 @@
 // with its place. Nothing is noted unless somebody asks, and nothing without an error.
 #pragma once
 
-#include <algorithm>
-
 #include "vm/machine.h"
 
 struct error_trail {

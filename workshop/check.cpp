@@ -1,5 +1,6 @@
 // kst check: all faults of programs, none of which runs.
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
 

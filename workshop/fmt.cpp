@@ -1,5 +1,6 @@
 // kst fmt: files in the one layout.
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 

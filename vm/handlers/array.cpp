@@ -5,6 +5,8 @@
 // class of array than was proved (it came through a function, or from foreign bytecode), so each
 // looks at the class first and takes the generic road where it differs.
 
+#include <algorithm>
+
 #include "kestrin/strings.h"
 #include "vm/handler.h"
 #include "vm/moves.h"

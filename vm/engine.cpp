@@ -1,3 +1,0 @@
-#include "vm/engine.h"
-
-engine the_engine = {};
