@@ -51,6 +51,13 @@ struct greater_or_equal {
     static constexpr bool nils = true, nil_other = false;
 };
 
+// A variable that holds an integer and a constant, with no error pending.
+bool is_constant_test(const ULO *first, const ULO *second)
+{
+    return is_node(second, func__dummy_i) && is_node(first, func__getval) &&
+           variable(first[1])->type == 'I' && rt_ctrl->rt_noterror;
+}
+
 template <class relation> struct comparison {
     template <class T> static void with_number(T first, const ULO *word, kestrin_data *ret_dat)
     {
@@ -98,6 +105,9 @@ template <class relation> struct comparison {
     {
         ret_dat->disable_ptr = 1;
         const ULO *node = node_at(dat_ptr);
+        if (is_constant_test(node, node_at(dat_ptr + 1))) // most tests of arguments
+            return answer<SLO>(ret_dat, relation::numbers(variable(node[1])->value.ival,
+                                                          SLO(node_at(dat_ptr + 1)[1])));
         // A plain variable or the text of a member is compared where it stands, unless the second
         // operand could assign it.
         if (has_no_effect(node_at(dat_ptr + 1))) {
