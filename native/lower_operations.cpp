@@ -175,12 +175,32 @@ void lowering::divide_by_power(bool is_quotient, SLO by)
     a_.compute(whole::SUB, value, part);
 }
 
+// A product with a fraction of 64 bits that is a little more than 1 / by, cut down and made larger
+// by 1 for what is below zero (Granlund and Montgomery, Division by invariant integers).
+void lowering::divide_by_product(bool is_quotient, SLO by)
+{
+    const reg value = whole_temporary(), part = scratch[1];
+    const auto bits = static_cast<unsigned>(std::bit_width(ULO(by)));
+    const auto fraction = (static_cast<unsigned __int128>(1) << (63 + bits)) / ULO(by) + 1;
+    a_.multiply_high(part, value, static_cast<SLO>(fraction)); // and 2^64, so the value once more
+    a_.compute(whole::ADD, part, value);
+    a_.shift_by(shift::RIGHT, part, bits - 1);
+    a_.move(scratch[0], value);
+    a_.shift_by(shift::RIGHT, scratch[0], 63U);
+    a_.compute(whole::SUB, part, scratch[0]);
+    if (is_quotient) return a_.move(value, part);
+    a_.compute(whole::MUL, part, by);
+    a_.compute(whole::SUB, value, part);
+}
+
 void lowering::divide(unsigned i, bool is_quotient)
 {
     const unsigned second = r_[i + 1].end;
     const bool is_fixed = is_simple(second, 'I') && r_[second].what == work::CONSTANT;
     if (is_fixed && is_power_of_two(simple(second).number))
         return divide_by_power(is_quotient, simple(second).number);
+    if (is_fixed && simple(second).number > 2)
+        return divide_by_product(is_quotient, simple(second).number);
     wholes_++;
     const reg by = to_whole(second);
     wholes_--;

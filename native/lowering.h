@@ -175,6 +175,7 @@ private:
     void shift_whole(unsigned i, UCH what);
     void divide(unsigned i, bool is_quotient);
     void divide_by_power(bool is_quotient, SLO by);
+    void divide_by_product(bool is_quotient, SLO by);
     void divide_real(unsigned i);
     void square_root(unsigned i);
     void multiply_add(unsigned i);

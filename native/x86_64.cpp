@@ -66,6 +66,7 @@ constexpr form MUL_LONG     = {0,      W,  0,    0x69,   0,     4};
 
 constexpr form NOT          = {0,      W,  0,    0xF7,   2,     0};
 constexpr form NEGATE       = {0,      W,  0,    0xF7,   3,     0};
+constexpr form MUL_WIDE     = {0,      W,  0,    0xF7,   5,     0}; // by AX, to DX and AX
 constexpr form WIDEN        = {0,      W,  0,    0x99,   0,     0}; // AX to DX and AX
 constexpr form DIVIDE       = {0,      W,  0,    0xF7,   7,     0};
 constexpr form LEFT         = {0,      W,  0,    0xC1,   4,     1};
@@ -339,6 +340,13 @@ void assembler::compute(whole op, reg to, SLO by)
 void assembler::apply(const form &f, reg to, SLO by)
 {
     emit(fits<SCH>(by) ? APPLY_BYTE : APPLY_LONG, f.opcode >> 3, to, by);
+}
+
+void assembler::multiply_high(reg to, reg from, SLO by)
+{
+    set(scratch[0], by);
+    emit(MUL_WIDE, 0, from);
+    move(to, scratch[2]);
 }
 
 void assembler::negate(reg to) { emit(NEGATE, 0, to); }

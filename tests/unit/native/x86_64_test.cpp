@@ -146,6 +146,7 @@ const struct {
     FORM("imul $A,$A,0x80", compute(whole::MUL, o.a, SLO(128))),
     FORM("and $A,0x80", compute(whole::AND, o.a, SLO(128))),
     FORM("movabs rdx,0x100000000; or $A,rdx", compute(whole::OR, o.a, SLO(1) << 32)),
+    FORM("mov eax,0x5; imul $A; mov r9,rdx", multiply_high(reg::R9, o.a, 5)),
     FORM("neg $A", negate(o.a)),
     FORM("not $A", invert(o.a)),
     FORM("shl $A,0x3f", shift_by(shift::LEFT, o.a, 63U)),
@@ -337,9 +338,11 @@ TEST(Encoder, DividesAndShifts)
     const auto right = with_result([](assembler &s) { s.shift_by(shift::RIGHT, A, B); });
     const auto quotient = with_result([](assembler &s) { s.divide(A, B); });
     const auto rest = with_result([](assembler &s) { s.remainder(A, B); });
+    const auto high = with_result([](assembler &s) { s.multiply_high(A, B, least / 3); });
     for_pairs(wholes, [&](SLO a, SLO b) {
         EXPECT_EQ(SLO(ULO(a) << (b & 63)), left(a, b));
         EXPECT_EQ(a >> (b & 63), right(a, b));
+        EXPECT_EQ(SLO((static_cast<__int128>(b) * (least / 3)) >> 64), high(a, b));
         if (b == 0 || (a == least && b == -1)) return;
         EXPECT_EQ(a / b, quotient(a, b));
         EXPECT_EQ(a % b, rest(a, b));
