@@ -5,6 +5,7 @@
 #include "driver/code.h"
 #include "driver/integrity.h"
 #include "driver/options.h"
+#include "driver/packed.h"
 #include "driver/precompiled.h"
 #include "driver/prepare.h"
 #include "driver/profile.h"
@@ -48,10 +49,9 @@ void prepare_precompiled(session *s, std::string_view contents)
     link_precompiled(s);
 }
 
-// The road of a source file, from reading to linked code.
+// The road of a source behind its profile, from its bytes to linked code.
 void prepare_source(session *s, raw_file *file)
 {
-    load_profile(s);
     list_global_functions(s);
     read_source(s, file);
     reset_time(s, site::USAGE_SOURCE);
@@ -68,17 +68,37 @@ void prepare_source(session *s, raw_file *file)
     link_all(s);
 }
 
+// The program's file is the executable, and there are no options.
+void prepare_packed(session *s)
+{
+    s->is_packed = true;
+    start_language(s);
+    packed_program packed;
+    if (!unpack(s->file(), &packed)) die(message::PACKED_DAMAGED, s->file());
+    if (is_precompiled(packed.program)) return prepare_precompiled(s, packed.program);
+    raw_file profile = {std::move(packed.profile)}, program = {std::move(packed.program)};
+    take_profile(s, read_from_raw(s->file(), profile, &s->set.file));
+    prepare_source(s, &program);
+}
+
+void prepare_file(session *s)
+{
+    scan_options(s);
+    start_language(s);
+    raw_file file = read_program_file(s);
+    if (is_stored_program(file)) return prepare_precompiled(s, file.contents);
+    load_profile(s);
+    prepare_source(s, &file);
+}
+
 void run_session()
 {
     session *s = &the_session;
     start_engine(s);
-    scan_options(s);
-    start_language(s);
-    raw_file file = read_program_file(s);
-    if (is_stored_program(file))
-        prepare_precompiled(s, file.contents);
+    if (is_packed())
+        prepare_packed(s);
     else
-        prepare_source(s, &file);
+        prepare_file(s);
     report_preparation(s);
     run_program(s);
     report_run(s);

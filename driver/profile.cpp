@@ -152,7 +152,11 @@ void load_profile(session *s)
 {
     if (!can_open(s->cfg_profile_path)) return;
     tell(s, message::READING_PROFILE, s->cfg_profile_path);
-    const std::string text = read_from_file(s->cfg_profile_path, &s->set.file);
+    take_profile(s, read_from_file(s->cfg_profile_path, &s->set.file));
+}
+
+void take_profile(session *s, const std::string &text)
+{
     tell(s, message::CHECKING_PROFILE);
     if (trimmed(text).empty()) return;
     make_global(s, take_forms(s, text));

@@ -8,6 +8,9 @@
 // the process.
 void load_profile(session *s);
 
+// The same with a profile whose text is known already.
+void take_profile(session *s, const std::string &text);
+
 // Makes the definitions, which stand checked in the set's tree and in the table of known functions,
 // the global function set of the_engine, but for its code. What it had is replaced.
 void make_global(session *s, std::vector<node_index> definitions);

@@ -34,6 +34,7 @@ struct session {
     bool verbose;
     disk_mode mode;
     int first_arg_index; // argv index of the program file
+    bool is_packed;      // the program is part of argv[0], and its words arrive as they are
     UCH switches[SWITCHES];
     CHR *cfg_profile_path;
     std::string source; // of the program, its lines joined

@@ -62,15 +62,17 @@ ULO check_source(session *s)
     const SLO wanted = kestrin_check(t, &t->root, wrapped(std::move(s->source)), wrapper, "Main",
                                      &the_engine.func_lut);
     if (wanted < 0) die_of_syntax_error();
-    if (ULO(wanted) != s->words_behind_file())
-        die(message::ARGUMENTS_DIFFER, t->written().c_str(), ULO(wanted), wanted == 1 ? "" : "s");
-    return ULO(wanted);
+    const ULO given = s->words_behind_file();
+    const CHR *ending = wanted == 1 ? "" : "s";
+    if (ULO(wanted) == given) return given;
+    if (s->is_packed) die(message::WORDS_DIFFER, s->file(), ULO(wanted), ending, given);
+    die(message::ARGUMENTS_DIFFER, t->written().c_str(), ULO(wanted), ending);
 }
 
 void bind_surroundings(session *s, ULO arguments)
 {
     bind_terminal(s);
-    if (arguments > 0) bind_arguments(s);
+    if (arguments > 0) s->is_packed ? bind_exact_words(s) : bind_arguments(s);
     if (!is_one_form(s->program)) wrap_program(s);
 }
 
