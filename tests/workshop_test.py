@@ -106,6 +106,13 @@ COMMANDS = [
     (["test", "--timeout", ""], "", 2, "", "kst test: `--timeout' wants seconds"),
     (["test", "--junit"], "", 2, "", "kst test: `--junit' wants FILE"),
     (["fmt", "-"], '(a "b)', 1, "", "standard input:1:4: `\"' opens a string"),
+    (["pack"], "", 2, "", "kst pack: missing FILE"),
+    (["pack", "good.kst"], "", 2, "", "kst pack: missing -o PROGRAM"),
+    (["pack", "none.kst", "-o", "x"], "", 2, "", "kst pack: can't open `none.kst': No such file"),
+    (["pack", "good.kst", "-o", "good.kst"], "", 2, "", "kst pack: `good.kst' is the program itself"),
+    (["pack", "good.kst", "-o", "."], "", 2, "", "kst pack: can't write `.': Is a directory"),
+    (["pack", "bad.kst", "-o", "x"], "", 1, "", "bad.kst:2:3: undefined function name `NOSUCH'\n"),
+    (["pack", "/bin/sh", "-o", "x"], "", 1, "", "/bin/sh: is an executable, not a program"),
 ]
 FILES = {"calls_bad.kst": "(bad 1)", "bad.cfg": "((rem x) defun a (+ 1 2))\n(defun b (+ (a) (nosuch)))",
          "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n',

@@ -18,23 +18,29 @@ bool write_all(int file, std::string_view contents)
     return true;
 }
 
+// What is to stand at a path: contents and, of a file that stood there, mode and owner.
+struct new_file {
+    std::string_view contents;
+    mode_t mode = 0;
+    const struct stat *former = nullptr;
+};
+
 // The owner may stay another one: who may write into the folder may do that.
-bool take_over(int file, const struct stat &about)
+bool dress(int file, const new_file &what)
 {
-    if (fchown(file, about.st_uid, about.st_gid) != 0 && errno != EPERM) return false;
-    return fchmod(file, about.st_mode & 07777) == 0;
+    const struct stat *former = what.former;
+    if (former != nullptr && fchown(file, former->st_uid, former->st_gid) != 0 && errno != EPERM)
+        return false;
+    return fchmod(file, what.mode) == 0;
 }
 
 // The new contents in a file beside the old one, which then takes its place.
-bool replace_at(const std::string &path, std::string_view contents)
+bool put(const std::string &path, const new_file &what)
 {
-    struct stat about = {};
-    if (stat(path.c_str(), &about) != 0) return false;
-    if (!S_ISREG(about.st_mode)) return errno = EINVAL, false; // a pipe would be one no more
     std::string beside = path + ".XXXXXX";
     const int file = mkstemp(beside.data());
     if (file < 0) return false;
-    bool done = write_all(file, contents) && take_over(file, about) && fsync(file) == 0;
+    bool done = write_all(file, what.contents) && dress(file, what) && fsync(file) == 0;
     done = close(file) == 0 && done && rename(beside.c_str(), path.c_str()) == 0;
     const int error = errno;
     if (!done) unlink(beside.c_str());
@@ -42,13 +48,52 @@ bool replace_at(const std::string &path, std::string_view contents)
     return done;
 }
 
+// A pipe or a folder would be one no more.
+bool is_file(const std::string &path, struct stat *about)
+{
+    if (stat(path.c_str(), about) != 0) return false;
+    if (!S_ISREG(about->st_mode)) errno = S_ISDIR(about->st_mode) ? EISDIR : EINVAL;
+    return S_ISREG(about->st_mode);
+}
+
+bool replace_at(const std::string &path, std::string_view contents)
+{
+    struct stat about = {};
+    return is_file(path, &about) && put(path, {contents, about.st_mode & 07777, &about});
+}
+
+mode_t usual_mode(mode_t most)
+{
+    const mode_t taken = umask(0);
+    umask(taken);
+    return most & ~taken;
+}
+
+std::string why_not(const CHR *path)
+{
+    return "can't write `" + std::string(path) + "': " + strerror(errno);
+}
+
 } // namespace
+
+bool make_file(const CHR *path, std::string_view contents, mode_t mode, std::string *why)
+{
+    CHR *real = realpath(path, nullptr); // a link goes on leading to the same file
+    const std::string place = real == nullptr ? path : real;
+    free(real);
+    struct stat about = {};
+    const bool is_free = !is_file(place, &about) && errno == ENOENT;
+    const bool done =
+        (is_free || S_ISREG(about.st_mode)) && put(place, {contents, usual_mode(mode)});
+    if (!done) *why = why_not(path);
+    return done;
+}
 
 bool replace_file(const CHR *path, std::string_view contents, std::string *why)
 {
     CHR *real = realpath(path, nullptr);
     const bool done = real != nullptr && access(real, W_OK) == 0 && replace_at(real, contents);
-    if (!done) *why = "can't write `" + std::string(path) + "': " + strerror(errno);
+    if (!done) *why = why_not(path);
     free(real);
     return done;
 }

@@ -3,8 +3,13 @@
 
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 #include "kestrin/types.h"
+
+// Makes a file with this mode, less what the umask takes. What stands there already must be a file
+// too, and gives way as a whole. False with the reason in `*why`; all is then as it was.
+bool make_file(const CHR *path, std::string_view contents, mode_t mode, std::string *why);
 
 // Gives a file new contents: it has either the old ones or the new ones at any moment, and keeps
 // its mode and, where that is allowed, its owner. A link goes on leading to the same file. False

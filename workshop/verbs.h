@@ -10,3 +10,4 @@ extern const verb doc_verb;
 extern const verb repl_verb;
 extern const verb fmt_verb;
 extern const verb test_verb;
+extern const verb pack_verb;

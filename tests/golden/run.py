@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs whole programs through kestrin and compares what comes out with what is recorded.
 
-  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|mapcar] [--native 0|1|2]
+  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|mapcar|pack] [--native 0|1|2]
          [--sanitized]
 
 A case is <group>/<name>.kst beside this script; the filter is a piece of "group/name".
@@ -356,13 +356,41 @@ class KstRoad:
         return Outcome(outcome.out, b"" if faulty else outcome.err + b"?", outcome.status)
 
 
+class PackRoad:
+    """The same program and kestrin in one executable, called with the words of the case."""
+
+    @staticmethod
+    def fits(case):
+        return isinstance(case, ProgramCase) and DiskRoad.fits(case) # an executable is large
+
+    def __init__(self, case):
+        self.case, self.name, self.plan, self.wanted = case, case.name + " (pack)", case.plan, case.wanted
+
+    def run(self, kestrin):
+        plan = Plan()
+        plan.env, plan.stdin, plan.exact = self.plan.env, self.plan.stdin, self.plan.exact
+        plan.steps = [self.plan.args]
+        with tempfile.TemporaryDirectory(prefix="kestrin-golden-") as folder:
+            name, text = source_of(self.case)
+            write(os.path.join(folder, name), text)
+            for source in self.plan.files:
+                shutil.copy(source, folder)
+            kst = os.path.join(os.path.dirname(kestrin), "kst")
+            done = subprocess.run([kst, "pack", name, "-o", "packed"], cwd=folder, env=plan.env,
+                                  stderr=subprocess.PIPE, check=False)
+            if done.returncode:
+                return Outcome(b"", done.stderr, done.returncode)
+            plan.files = self.plan.files
+            return run_program(os.path.join(folder, "packed"), name, text, plan)
+
+
 def source_of(case):
     if isinstance(case, LineCase):
         return "case.kst", b"(progn " + case.expression.strip() + b")\n"
     return os.path.basename(case.path), read(case.path)
 
 
-ROADS = {"disk": DiskRoad, "kst": KstRoad, "mapcar": MapcarRoad}
+ROADS = {"disk": DiskRoad, "kst": KstRoad, "mapcar": MapcarRoad, "pack": PackRoad}
 
 
 def find_cases():

@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""Executables that kst pack makes: on a bare root, damaged, replaced, without room to be written.
+
+  pack_test.py --kst PATH
+"""
+import argparse
+import os
+import re
+import resource
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+OPTIONS = argparse.Namespace()
+TELLS = '(outf "%s" (cat "[" (cat $1 "]")))\n(/ 7 $2)\n'
+
+
+def run(*command, **more):
+    done = subprocess.run(command, check=False, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more)
+    return done.returncode, done.stdout, done.stderr
+
+
+class Packed(unittest.TestCase):
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory()
+        self.addCleanup(holder.cleanup)
+        self.folder = holder.name
+        with open(self.path("it.kst"), "w", encoding="utf-8") as f:
+            f.write(TELLS)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def pack(self, *words, name="it", **more):
+        return run(OPTIONS.kst, "pack", *words, "it.kst", "-o", name, cwd=self.folder, **more)
+
+    def test_words_and_statuses_on_a_bare_root(self):
+        self.assertEqual(self.pack(), (0, b"", b""))
+        size = os.path.getsize(os.path.join(os.path.dirname(OPTIONS.kst), "kestrin"))
+        self.assertEqual(os.path.getsize(self.path("it")), size + len(TELLS))
+        libraries = re.findall(r"/\S+", run("ldd", self.path("it"))[1].decode())
+        for library in libraries: # nothing else lies there, /proc neither
+            place = self.path("root" + library)
+            os.makedirs(os.path.dirname(place), exist_ok=True)
+            shutil.copy(library, place)
+        shutil.move(self.path("it"), self.path("root/it"))
+        enter = ["chroot"] if os.getuid() == 0 else ["unshare", "--map-root-user", "chroot"]
+        if run(*enter, "/", "true")[0]:
+            self.skipTest("this system lets nobody change the root")
+        for words, status, out, err in (
+                (["-q", "2"], 0, b"[-q]3\n", b""),
+                (['/etc "\\x41', "-7"], 0, b'[/etc "\\x41]-1\n', b""),
+                (["a", "0"], 1, b"[a]", b"\n[RunTimeErrCode=1] Integer division by zero!"),
+                (["a"], 1, b"", b"/it: takes 2 words, not 1.\n")):
+            done = run(*enter, self.path("root"), "/it", *words)
+            self.assertEqual((done[:2], done[2][:len(err)]), ((status, out), err))
+
+    def test_a_damaged_program_is_told(self):
+        self.pack()
+        with open(self.path("it"), "rb") as f:
+            whole = f.read()
+        damaged = (whole[:-1], whole[:-1] + b"x", whole[:-len(TELLS)])
+        for data in damaged:
+            with open(self.path("it"), "wb") as f:
+                f.write(data)
+            self.assertEqual(run("./it", "a", "1", cwd=self.folder),
+                             (1, b"", b"\nThe program in `./it' is damaged or can't be read, sorry.\n"))
+
+    def test_what_stands_there_gives_way_only_to_a_whole_executable(self):
+        os.symlink("it", self.path("link"))
+        with open(self.path("it"), "w", encoding="utf-8") as f:
+            f.write("before")
+        room = lambda: (signal.signal(signal.SIGXFSZ, signal.SIG_IGN),
+                        resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
+        status, _, err = self.pack(preexec_fn=room)
+        self.assertEqual((status, err[:38]), (2, b"kst pack: can't write `it': File too l"))
+        self.assertEqual(sorted(os.listdir(self.folder)), ["it", "it.kst", "link"])
+        self.assertEqual(os.path.getsize(self.path("it")), len("before"))
+        self.assertEqual(self.pack(name="link", umask=0o027)[0], 0)
+        self.assertEqual(os.stat(self.path("it")).st_mode & 0o777, 0o750)
+        self.assertTrue(os.path.islink(self.path("link")))
+
+    def test_the_profile_and_a_stored_program_are_inside(self):
+        for name, text in (("set.cfg", "(defun half (/ $1 2))\n"), ("it.kst", "(half $1)\n")):
+            with open(self.path(name), "w", encoding="utf-8") as f:
+                f.write(text)
+        self.assertEqual(self.pack("--cfg", "set.cfg")[0], 0)
+        kestrin = os.path.join(os.path.dirname(OPTIONS.kst), "kestrin")
+        settings = {"KESTRIN_CFGPROFILE_path": "set.cfg"}
+        run(kestrin, "-c", "it.kst", "12", cwd=self.folder, env=settings)
+        os.unlink(self.path("set.cfg"))
+        self.assertEqual(run("./it", "84", cwd=self.folder), (0, b"42\n", b""))
+        os.rename(self.path("it.ksx"), self.path("it.kst"))
+        self.assertEqual(self.pack("--cfg", "/dev/null")[0], 0)
+        self.assertEqual(run("./it", cwd=self.folder), (0, b"6\n", b""))
+        with open(self.path("it.kst"), "r+b") as f:
+            f.seek(100)
+            f.write(b"?")
+        self.assertEqual(self.pack(name="no")[0], 1)
+        self.assertFalse(os.path.exists(self.path("no")))
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    p.add_argument("--kst", required=True)
+    _, rest = p.parse_known_args(namespace=OPTIONS)
+    OPTIONS.kst = os.path.abspath(OPTIONS.kst)
+    unittest.main(argv=sys.argv[:1] + rest)
+
+
+if __name__ == "__main__":
+    main()

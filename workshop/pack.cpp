@@ -1,0 +1,116 @@
+// kst pack: the engine and a program in one executable.
+
+#include <filesystem>
+
+#include "driver/packed.h"
+#include "driver/precompiled.h"
+#include "workshop/program.h"
+#include "workshop/replace_file.h"
+#include "workshop/verbs.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr mode_t FOR_ALL = 0777;
+constexpr std::string_view COMMAND = "kst pack";
+
+int refuse_program(const source &from, const std::vector<fault> &faults)
+{
+    print_faults(stderr, from, faults);
+    return STATUS_FAULT;
+}
+
+// A program that could not start is not packed. Tells its faults.
+int check_contents(const source &from)
+{
+    if (from.text.starts_with("\x7f"
+                              "ELF"))
+        return refuse_program(from, {{{0, 0}, "is an executable, not a program"}});
+    if (is_precompiled(from.text)) {
+        session *s = &start_workshop();
+        s->argc = 1; // no words behind it
+        load_precompiled(s, from.text);
+        return STATUS_GOOD;
+    }
+    known_functions known;
+    program checked;
+    if (!check_program(from, &checked, &known.table)) return refuse_program(from, checked.faults);
+    return STATUS_GOOD;
+}
+
+// The global functions go with a source; a stored program has its own.
+int take_profile(const CHR *path, std::string *text)
+{
+    const auto tell = [](const source &from, const std::vector<fault> &faults) {
+        print_faults(stderr, from, faults);
+    };
+    const int status = load_functions(COMMAND, path, tell);
+    if (status != STATUS_GOOD) return status;
+    const CHR *used = start_workshop().cfg_profile_path;
+    source from;
+    std::string why;
+    if (used != nullptr && read_source(used, &from, &why)) *text = std::move(from.text);
+    return STATUS_GOOD;
+}
+
+bool is_same_file(const CHR *one, const std::string &other)
+{
+    std::error_code error;
+    return fs::equivalent(one, other, error) && !error;
+}
+
+// kestrin lies beside kst wherever both are installed.
+std::string engine_path()
+{
+    std::error_code error;
+    return fs::read_symlink("/proc/self/exe", error).replace_filename("kestrin");
+}
+
+int write_packed(const CHR *to, const packed_program &packed)
+{
+    source engine;
+    std::string why;
+    const std::string path = engine_path();
+    if (is_same_file(to, path))
+        return refused(COMMAND, "`" + std::string(to) + "' is kestrin itself");
+    if (!read_source(path.c_str(), &engine, &why)) return refused(COMMAND, why);
+    if (!pack(&engine.text, packed)) return refused(COMMAND, "`" + path + "' can't hold a program");
+    if (!make_file(to, engine.text, FOR_ALL, &why)) return refused(COMMAND, why);
+    return STATUS_GOOD;
+}
+
+int run_pack(const request &asked)
+{
+    const CHR *from_path = asked.operands[0], *to = asked.value("-o");
+    if (to == nullptr) return refused(COMMAND, "missing -o PROGRAM");
+    source from;
+    std::string why;
+    if (!read_source(from_path, &from, &why)) return refused(COMMAND, why);
+    if (is_same_file(to, from_path))
+        return refused(COMMAND, "`" + std::string(to) + "' is the program itself");
+    packed_program packed;
+    int status = take_profile(asked.value("--cfg"), &packed.profile);
+    if (status == STATUS_GOOD) status = check_contents(from);
+    if (status != STATUS_GOOD) return status;
+    if (is_precompiled(from.text)) packed.profile.clear();
+    packed.program = std::move(from.text);
+    return write_packed(to, packed);
+}
+
+constexpr option options[] = {
+    {"-o", "PROGRAM", "the executable that is made"},
+    PROFILE_OPTION,
+};
+
+} // namespace
+
+const verb pack_verb = {
+    .name = "pack",
+    .operands = "FILE",
+    .help = "makes one executable of kestrin and a program; FILE - is the standard input",
+    .options = options,
+    .run = run_pack,
+    .least = 1,
+    .most = 1,
+};
