@@ -14,6 +14,7 @@ FATAL_SITE(MEMORY_NEW, "kestrin", "operator new", 140)
 const CHR *const memory_fault_text = "Kestrin memory allocation fault / out of memory.";
 
 char **saved_argv = nullptr;
+void (*before_fatal)(const CHR *text) = nullptr;
 
 static constexpr size_t LONGEST_SYSCALL_REPORT = 1024;
 
@@ -52,6 +53,7 @@ void report_failing_new()
 
 void fatal(const fatal_site &site, const CHR *text, const CHR *syscall)
 {
+    if (before_fatal != nullptr) before_fatal(text);
     fprint_error_info(text, site.module, site.function, site.location, syscall);
     exit(1);
 }

@@ -45,6 +45,10 @@ void fprint_error_info(const CHR *text, const CHR *module, const CHR *function, 
 // set a handler of its own.
 [[gnu::constructor(101)]] void report_failing_new();
 
+// Called ahead of the report of fatal() with its text, by who words some of them in another way and
+// ends the process then; NULL: nobody.
+extern void (*before_fatal)(const CHR *text);
+
 // Reports with the module, function and location of the site, then ends the process with status 1.
 [[noreturn]] void fatal(const fatal_site &site, const CHR *text = memory_fault_text,
                         const CHR *syscall = nullptr);

@@ -28,7 +28,8 @@ struct engine {
     UCH small_arrays; // 1: arrays own only the places that they use, and copies share them; else
                       // as many as they report
     const native_maker *native; // NULL: the handlers run alone
-    UCH interruptible; // 1: a signal may make an error pending, for which native loops look
+    UCH interruptible;     // 1: a signal may make an error pending, for which native loops look
+    UCH environment_asked; // 1: a program has asked for a variable of the environment
 };
 
 extern engine the_engine;

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "vm/engine.h"
 #include "vm/handler.h"
 #include "vm/text.h"
 
@@ -21,6 +22,7 @@ CHR *one_byte(CHR **targ, SLO code) { return sch2str(targ, static_cast<SCH>(code
 
 CHR *environment(CHR **targ, const CHR *name)
 {
+    the_engine.environment_asked = 1;
     return get_std_buff(targ, name == nullptr ? nullptr : getenv(name));
 }
 
