@@ -7,8 +7,13 @@
 #include <string>
 
 #include "driver/start.h"
+#include "kestrin/unit.h"
+#include "strings/scratch.h"
+#include "vm/engine.h"
 #include "vm/stack.h"
 #include "workshop/verb.h"
+
+void callback_of_the_unit(SLO id, CHR **request);
 
 namespace {
 
@@ -57,6 +62,14 @@ int settle_output(int status)
 }
 
 } // namespace
+
+// What the default extension unit does is wanted, and whether it was asked for the environment.
+void user_io_callback(SLO id, CHR **request)
+{
+    scratch word;
+    if (view(head(&word.s, *request)) == "GetEnv") the_engine.environment_asked = 1;
+    callback_of_the_unit(id, request);
+}
 
 int main(int argc, char **argv)
 {

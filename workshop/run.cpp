@@ -1,4 +1,5 @@
-// kst run: a program without reports, its words as they are, its faults by file, line and column.
+// kst run: a program without reports, its words as they are, its faults by file, line and column,
+// within limits if there are any.
 
 #include "workshop/run.h"
 
@@ -15,6 +16,7 @@
 #include "strings/scratch.h"
 #include "vm/engine.h"
 #include "vm/machine.h"
+#include "workshop/limits.h"
 #include "workshop/program.h"
 #include "workshop/trace.h"
 #include "workshop/verbs.h"
@@ -40,14 +42,23 @@ void set_words(session *s, const source &from, const std::vector<const CHR *> &w
     s->argv = argv.data();
 }
 
-void prepare(session *s, const source &from, const CHR *profile,
-             const std::function<void(tree *)> &arrange)
+// The global functions of a source. Returns their profile, which errors of the run are told by.
+source load_set(const CHR *profile)
+{
+    const int status = load_functions("kst run", profile, end_with_faults);
+    if (status != STATUS_GOOD) exit(status);
+    source set;
+    std::string why;
+    const CHR *path = start_workshop().cfg_profile_path;
+    if (path != nullptr) read_source(path, &set, &why);
+    return set;
+}
+
+void prepare(session *s, const source &from, const std::function<void(tree *)> &arrange)
 {
     static std::vector<code_place> set_places, program_places;
     s->set_places = &set_places;
     s->program_places = &program_places;
-    const int status = load_functions("kst run", profile, end_with_faults);
-    if (status != STATUS_GOOD) exit(status);
     program p;
     if (!check_program(from, &p, &the_engine.func_lut)) end_with_faults(from, p.faults);
     const ULO given = s->words_behind_file();
@@ -77,6 +88,7 @@ void prepare_stored(session *s, const source &from)
 
 int run_verb_on(const request &asked)
 {
+    limits wanted;
     source from;
     std::string why;
     const CHR *text = asked.value("-e");
@@ -87,12 +99,20 @@ int run_verb_on(const request &asked)
         words.erase(words.begin());
     else
         return refused("kst run", why);
+    if (asked.has("--limit") && !read_limits(asked.value("--limit"), &wanted, &why))
+        return refused("kst run", why);
+    wanted.no_files = asked.has("--no-files");
+    wanted.no_environment = asked.has("--no-env");
+    if (wanted.any()) begin_limits(wanted);
     run_source(from, words, asked.value("--cfg"));
 }
 
 constexpr option options[] = {
     {"-e", "TEXT", "the program is TEXT; all that follows are its words"},
     PROFILE_OPTION,
+    {"--limit", "LIMITS", "as time=2,memory=64M,output=1M"},
+    {"--no-files", "", "nothing but the standard streams"},
+    {"--no-env", "", "an empty environment"},
 };
 
 } // namespace
@@ -102,16 +122,21 @@ void run_source(const source &from, const std::vector<const CHR *> &words, const
 {
     session *s = &start_workshop();
     set_words(s, from, words);
-    if (is_precompiled(from.text))
+    const bool is_stored = is_precompiled(from.text);
+    const source set = is_stored ? source() : load_set(profile);
+    std::string why;
+    if (!close_limits(&why)) exit(refused("kst run", why));
+    if (is_stored)
         prepare_stored(s, from);
     else
-        prepare(s, from, profile, arrange);
+        prepare(s, from, arrange);
     error_trail trail;
     rt_ctrl->rt_trail = &trail;
     rt_ctrl->rt_recursion = recursion::ENDS_RUN;
+    begin_limited_run();
     if (run_to_end(s)) exit(STATUS_GOOD);
     fflush(stdout);
-    print_runtime_error(stderr, *s, from, trail);
+    if (!is_out_of_time()) print_runtime_error(stderr, *s, from, trail, set);
     exit(STATUS_FAULT);
 }
 

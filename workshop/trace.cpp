@@ -21,12 +21,9 @@ struct origin {
 
 class origins {
 public:
-    origins(const session &s, const source &from, const source *set)
-        : session_(s), program_(from), set_(set == nullptr ? profile_ : *set)
+    origins(const session &s, const source &from, const source &set)
+        : session_(s), program_(from), set_(set)
     {
-        std::string why;
-        if (set == nullptr && s.cfg_profile_path != nullptr)
-            read_source(s.cfg_profile_path, &profile_, &why);
     }
     origin find(const ULO *word) const
     {
@@ -43,7 +40,6 @@ private:
 
     const session &session_;
     const source &program_;
-    source profile_;
     const source &set_;
 };
 
@@ -101,7 +97,7 @@ void print_calls(FILE *stream, const origins &known, const error_trail &trail)
 } // namespace
 
 void print_runtime_error(FILE *stream, const session &s, const source &from,
-                         const error_trail &trail, const source *set)
+                         const error_trail &trail, const source &set)
 {
     const origins known(s, from, set);
     const origin place = trail.at == nullptr ? origin() : known.find(trail.at);

@@ -357,7 +357,7 @@ outcome workspace::run(const source &entry)
     rt_ctrl->rt_trail = nullptr;
     for (ULO i = 0; i < names.size(); i++) variables_[names[i]] = frame[i];
     fflush(stdout);
-    if (!done && !was_interrupted) print_runtime_error(stderr, s, entry, trail, &entered_);
+    if (!done && !was_interrupted) print_runtime_error(stderr, s, entry, trail, entered_);
     forget_error();
     if (was_interrupted) return outcome::INTERRUPTED;
     return done ? outcome::VALUE : outcome::FAILED;

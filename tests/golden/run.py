@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs whole programs through kestrin and compares what comes out with what is recorded.
 
-  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|mapcar|pack] [--native 0|1|2]
+  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|limits|mapcar|pack] [--native 0|1|2]
          [--sanitized]
 
 A case is <group>/<name>.kst beside this script; the filter is a piece of "group/name".
@@ -336,6 +336,8 @@ class MapcarRoad:
 class KstRoad:
     """The same program run by kst, which stands beside kestrin and words its faults in its own way."""
 
+    words = ["run"]
+
     def __init__(self, case):
         self.case, self.name, self.plan = case, case.name + " (kst)", case.plan
         self.wanted = Outcome(case.wanted.out, b"", case.wanted.status)
@@ -348,12 +350,23 @@ class KstRoad:
     def run(self, kestrin):
         plan = Plan()
         plan.env, plan.stdin, plan.files = self.plan.env, self.plan.stdin, self.plan.files
-        plan.options, plan.args = ["run"], self.plan.args
-        plan.steps = [["run"] + step[1:] for step in self.plan.steps]
+        plan.options, plan.args = self.words, self.plan.args
+        plan.steps = [self.words + step[1:] for step in self.plan.steps]
         name, text = source_of(self.case)
         outcome = run_program(os.path.join(os.path.dirname(kestrin), "kst"), name, text, plan)
         faulty = bool(self.case.wanted.err) == bool(outcome.err)
         return Outcome(outcome.out, b"" if faulty else outcome.err + b"?", outcome.status)
+
+
+class LimitsRoad(KstRoad):
+    """The same within limits, of programs that need no file while they run."""
+
+    words = ["run", "--limit", "time=50,memory=2G,output=64M", "--no-files"]
+    FILES = re.compile(rb"file_|pwd|reinit_terminal", re.IGNORECASE)
+
+    @staticmethod
+    def fits(case):
+        return KstRoad.fits(case) and not LimitsRoad.FILES.search(source_of(case)[1])
 
 
 class PackRoad:
@@ -390,7 +403,7 @@ def source_of(case):
     return os.path.basename(case.path), read(case.path)
 
 
-ROADS = {"disk": DiskRoad, "kst": KstRoad, "mapcar": MapcarRoad, "pack": PackRoad}
+ROADS = {"disk": DiskRoad, "kst": KstRoad, "limits": LimitsRoad, "mapcar": MapcarRoad, "pack": PackRoad}
 
 
 def find_cases():

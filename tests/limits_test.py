@@ -1,0 +1,110 @@
+#!/usr/bin/env python3
+"""kst run within limits: each of them is met by a program, and told in one line.
+
+  limits_test.py --kst PATH
+"""
+import argparse
+import os
+import pty
+import re
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import unittest
+
+OPTIONS = argparse.Namespace()
+ENVIRONMENT = {"TERM": "dumb", "TERMCAP": "dumb:co#80:li#24:", "SECRET": "known", "ASAN_OPTIONS": "detect_leaks=0"}
+# Words of the command, the program, what it prints and the line that is told; "" for none. A folder
+# with a file `known' is the current one.
+CASES = [
+    (["--limit", "time=0.3"], '(outf "%s" "begun\\n") (while 1 1)', "begun\n", "took more than 0.3 s"),
+    (["--limit", "time=0.3"], '(while 1 (mapcar "(while 1 1)"))', "", "took more than 0.3 s"),
+    (["--limit", "time=0.3"], '(len (replicate "x" 1000)) (defun f (if (< $1 2) 1 (+ (f (- $1 1)) (f (- $1 2)))))'
+     ' (f 99)', "", "took more than 0.3 s"),
+    (["--limit", "time=0.3"], '(accept "") (outf "%s" "no")', "", "took more than 0.3 s"),
+    (["--limit", "time=9,memory=64M"], '(len (replicate "x" 60000000))', "60000000\n", ""),
+    (["--limit", "time=9,memory=64M"], '(len (replicate "x" 70000000))', "", "took more than 64M bytes of memory"),
+    (["--limit", "memory=9M,time=9"], '(defun f (+ 1 (f $1))) (f 1)', "", "took more than 9M bytes of memory"),
+    (["--limit", "memory=9M"], '(for i 0 1 3000000 (setq a (cat (str i) ""))) a', "3000000\n", ""),
+    (["--limit", "output=1K"], '(setq f (file_create "big")) (file_write f (replicate "x" 2000))', "1024\n", ""),
+    (["--limit", "output=1K"], '(setq f (file_create "big")) (file_write f (replicate "x" 1024))'
+     ' (file_write f "y")', "-1\n", "wrote more than 1K bytes to a file"),
+    (["--no-files"], '(file_open "known")', "-1\n", "was refused: opening a file"),
+    (["--no-files"], '(file_remove "known")', "-1\n", "was refused: removing a file"),
+    (["--no-files"], '(setq r (mapcar "(file_create \\"known\\")")) (index r 1)', "-1\n", "was refused: opening a file"),
+    (["--no-files"], '(reinit_terminal "xterm") (file_open "x") (user_io 0 "PWD")', "PWD\n",
+     "was refused: looking for a file, opening a file, the name of its folder"),
+    (["--no-files"], '(file_read 7 10) (file_write 1 "out") (getenv "SECRET")', "outknown\n", ""),
+    (["--no-files"], '(setq n 0) (for i 1 1 100000 (setq n (+ n i))) (outf "%ld " n) (len (time))',
+     "5000050000 24\n", ""),
+    (["--no-env"], '(getenv "SECRET")', "\n", "was refused: the environment"),
+    (["--no-env"], '(user_io 0 " GetEnv  SECRET")', "\n", "was refused: the environment"),
+    (["--no-env"], '(at "known" (file_read (file_open "/proc/self/environ") 4096))', "0\n", ""),
+    (["--no-env"], '(file_open "none")', "-1\n", ""),
+    (["--no-env", "--no-files", "--limit", "time=9,memory=1G"], '(+ 1 2)', "3\n", ""),
+]
+
+
+class Limits(unittest.TestCase):
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory()
+        self.addCleanup(holder.cleanup)
+        self.folder = holder.name
+        with open(os.path.join(self.folder, "known"), "w", encoding="utf-8") as f:
+            f.write("known")
+
+    def test_each_limit_is_told_in_one_line(self):
+        for words, program, out, told in CASES:
+            if OPTIONS.sanitized and "memory" in "".join(words):
+                continue # the sanitizer's own memory counts
+            with self.subTest(words=words, program=program), \
+                    open(os.path.join(self.folder, "known"), "rb") as inherited:
+                reader, writer = os.pipe()
+                begin = time.monotonic()
+                done = subprocess.run([OPTIONS.kst, "run", *words, "-e", program], cwd=self.folder, check=False,
+                                      env=ENVIRONMENT, stdin=reader, stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE, pass_fds=[inherited.fileno()], timeout=50)
+                os.close(reader)
+                os.close(writer)
+                lines = re.findall(r"^kst run: the program (.*)", done.stderr.decode(), re.M)
+                self.assertEqual((done.stdout.decode(), lines), (out, [told] if told else []))
+                self.assertEqual(done.returncode, 1 if told else 0, done.stderr)
+                if "time=0.3" in words:
+                    self.assertGreaterEqual(time.monotonic() - begin, 0.3)
+        self.assertTrue(os.path.exists(os.path.join(self.folder, "known")))
+
+    def test_a_terminal_is_never_set_for_keys(self):
+        master, terminal = pty.openpty()
+        before = termios.tcgetattr(terminal)
+        words = [OPTIONS.kst, "run", "--no-files", "-e", "(scan_console 1000)"]
+        done = subprocess.run(words, env=ENVIRONMENT, stdin=terminal, stdout=terminal, stderr=terminal,
+                              check=False, start_new_session=True, timeout=50)
+        said = os.read(master, 10000).decode()
+        self.assertEqual(done.returncode, 1, said)
+        self.assertIn("kst run: the program was refused: the keys of a terminal\r\n", said)
+        self.assertEqual(termios.tcgetattr(terminal), before)
+        os.close(master)
+        os.close(terminal)
+
+    def test_an_error_is_told_with_its_place_in_a_profile(self):
+        with open(os.path.join(self.folder, "set.cfg"), "w", encoding="utf-8") as f:
+            f.write("(defun over\n  (/ 1 $1))\n")
+        done = subprocess.run([OPTIONS.kst, "run", "--no-files", "--cfg", "set.cfg", "-e", "(over 0)"],
+                              cwd=self.folder, env=ENVIRONMENT, check=False, stderr=subprocess.PIPE)
+        self.assertRegex(done.stderr.decode(), r"^set\.cfg:2:3: runtime error 1.*\n.*\n.*\n-e:1:1: `OVER' is called here\n$")
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    p.add_argument("--kst", required=True)
+    _, rest = p.parse_known_args(namespace=OPTIONS)
+    OPTIONS.kst = os.path.abspath(OPTIONS.kst)
+    with open(OPTIONS.kst, "rb") as program:
+        OPTIONS.sanitized = b"__ubsan_handle" in program.read()
+    unittest.main(argv=sys.argv[:1] + rest)
+
+
+if __name__ == "__main__":
+    main()
