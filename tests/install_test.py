@@ -246,7 +246,7 @@ class Installed(unittest.TestCase):
         self.assertEqual(completed("exam", 1), ["examples"])
         self.assertEqual(completed("-h k", 2), [])
         self.assertEqual(completed("ch", 1, "kst"), ["check"])
-        self.assertEqual(completed("run -", 2, "kst"), ["-e", "--cfg"])
+        self.assertEqual(completed("check -", 2, "kst"), ["--cfg", "--json"])
         self.assertEqual(completed("run examples/hel", 2, "kst"), ["examples/hello.kst"])
 
 
