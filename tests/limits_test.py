@@ -32,6 +32,7 @@ CASES = [
     (["--limit", "output=1K"], '(setq f (file_create "big")) (file_write f (replicate "x" 1024))'
      ' (file_write f "y")', "-1\n", "wrote more than 1K bytes to a file"),
     (["--no-files"], '(file_open "known")', "-1\n", "was refused: opening a file"),
+    (["--no-files"], '(file_close 2) (file_open "known")', "-1\n", "was refused: opening a file"),
     (["--no-files"], '(file_remove "known")', "-1\n", "was refused: removing a file"),
     (["--no-files"], '(setq r (mapcar "(file_create \\"known\\")")) (index r 1)', "-1\n", "was refused: opening a file"),
     (["--no-files"], '(reinit_terminal "xterm") (file_open "x") (user_io 0 "PWD")', "PWD\n",

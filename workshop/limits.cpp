@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -74,6 +75,10 @@ bool read_one(std::string_view text, limits *into)
 
 // -- What is told at the end -------------------------------------------------------------------
 
+// A copy of the standard error, which the program may close, behind the numbers of its own files.
+int told_to = STDERR_FILENO;
+constexpr int NUMBER_OF_COPY = 250;
+
 bool has(const bound &b) { return !b.text.empty(); }
 
 // Runs in a handler too, so it writes itself.
@@ -82,7 +87,7 @@ void tell_bound(const CHR *what, const bound &b, const CHR *unit)
     CHR line[160];
     const int size = snprintf(line, sizeof line, "kst run: the program %s more than %.*s%s\n", what,
                               int(std::min<ULO>(b.text.size(), 40)), b.text.data(), unit);
-    (void)!write(STDERR_FILENO, line, static_cast<ULO>(size));
+    (void)!write(told_to, line, static_cast<ULO>(size));
 }
 
 void tell_end_of_time() { tell_bound("took", held.time, " s"); }
@@ -106,7 +111,7 @@ bool tell()
         if (held.no_environment && the_engine.environment_asked)
             refusals.append(refusals.empty() ? "" : ", ").append("the environment");
         if (refusals.empty()) return false;
-        fprintf(stderr, "kst run: the program was refused: %s\n", refusals.c_str());
+        dprintf(told_to, "kst run: the program was refused: %s\n", refusals.c_str());
     }
     return true;
 }
@@ -240,6 +245,8 @@ bool close_limits(std::string *why)
     if (!held.any()) return true;
     tzset(); // from a file
     if (has(held.output)) handle(SIGXFSZ, [](int) { is_output_over = 1; });
+    if (held.no_files) close_descriptors();
+    told_to = std::max(STDERR_FILENO, fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, NUMBER_OF_COPY));
     *why = "the system has no such limits";
     if (!set_limit(RLIMIT_CORE, 0) || !set_limit(RLIMIT_NPROC, 0)) return false;
     if (has(held.time) && !set_limit(RLIMIT_CPU, static_cast<ULO>(held.time.number) + 2))
@@ -247,9 +254,7 @@ bool close_limits(std::string *why)
     if (has(held.output) && !set_limit(RLIMIT_FSIZE, static_cast<ULO>(held.output.number)))
         return false;
     if (has(held.memory) && !bound_memory(static_cast<ULO>(held.memory.number))) return false;
-    if (!held.no_files) return true;
-    close_descriptors();
-    return install_call_filter(why);
+    return !held.no_files || install_call_filter(why);
 }
 
 void begin_limited_run() { is_running = 1; }
