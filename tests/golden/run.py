@@ -336,7 +336,7 @@ class MapcarRoad:
 class KstRoad:
     """The same program run by kst, which stands beside kestrin and words its faults in its own way."""
 
-    words = ["run"]
+    words, env = ["run"], {}
 
     def __init__(self, case):
         self.case, self.name, self.plan = case, case.name + " (kst)", case.plan
@@ -349,7 +349,7 @@ class KstRoad:
 
     def run(self, kestrin):
         plan = Plan()
-        plan.env, plan.stdin, plan.files = self.plan.env, self.plan.stdin, self.plan.files
+        plan.env, plan.stdin, plan.files = {**self.plan.env, **self.env}, self.plan.stdin, self.plan.files
         plan.options, plan.args = self.words, self.plan.args
         plan.steps = [self.words + step[1:] for step in self.plan.steps]
         name, text = source_of(self.case)
@@ -362,6 +362,7 @@ class LimitsRoad(KstRoad):
     """The same within limits, of programs that need no file while they run."""
 
     words = ["run", "--limit", "time=50,memory=2G,output=64M", "--no-files"]
+    env = {"ASAN_OPTIONS": "detect_leaks=0"} # that needs a process of its own
     FILES = re.compile(rb"file_|pwd|reinit_terminal", re.IGNORECASE)
 
     @staticmethod
