@@ -76,18 +76,19 @@ class Limits(unittest.TestCase):
                     self.assertGreaterEqual(time.monotonic() - begin, 0.3)
         self.assertTrue(os.path.exists(os.path.join(self.folder, "known")))
 
-    def test_a_terminal_is_never_set_for_keys(self):
-        master, terminal = pty.openpty()
-        before = termios.tcgetattr(terminal)
-        words = [OPTIONS.kst, "run", "--no-files", "-e", "(scan_console 1000)"]
-        done = subprocess.run(words, env=ENVIRONMENT, stdin=terminal, stdout=terminal, stderr=terminal,
-                              check=False, start_new_session=True, timeout=50)
-        said = os.read(master, 10000).decode()
-        self.assertEqual(done.returncode, 1, said)
-        self.assertIn("kst run: the program was refused: the keys of a terminal\r\n", said)
-        self.assertEqual(termios.tcgetattr(terminal), before)
-        os.close(master)
-        os.close(terminal)
+    def test_a_terminal_is_refused_or_given_back(self):
+        for words, told in ((["--no-files", "-e", "(scan_console 1000)"], "was refused: the keys of a terminal"),
+                            (["--limit", "time=0.3", "-e", "(scan_console 1)"], "took more than 0.3 s")):
+            master, terminal = pty.openpty()
+            before = termios.tcgetattr(terminal)
+            done = subprocess.run([OPTIONS.kst, "run", *words], env=ENVIRONMENT, stdin=terminal, stdout=terminal,
+                                  stderr=terminal, check=False, start_new_session=True, timeout=50)
+            said = os.read(master, 10000).decode()
+            self.assertEqual(done.returncode, 1, said)
+            self.assertIn("kst run: the program %s\r\n" % told, said)
+            self.assertEqual(termios.tcgetattr(terminal), before)
+            os.close(master)
+            os.close(terminal)
 
     def test_an_error_is_told_with_its_place_in_a_profile(self):
         with open(os.path.join(self.folder, "set.cfg"), "w", encoding="utf-8") as f:
