@@ -27,6 +27,7 @@ CASES = [
     (["--limit", "time=9,memory=64M"], '(len (replicate "x" 60000000))', "60000000\n", ""),
     (["--limit", "time=9,memory=64M"], '(len (replicate "x" 70000000))', "", "took more than 64M bytes of memory"),
     (["--limit", "memory=9M,time=9"], '(defun f (+ 1 (f $1))) (f 1)', "", "took more than 9M bytes of memory"),
+    (["--limit", "memory=900000G"], '(defun f (if (> $1 0) (+ 1 (f (- $1 1))) 0)) (f 9000)', "9000\n", ""),
     (["--limit", "memory=9M"], '(for i 0 1 3000000 (setq a (cat (str i) ""))) a', "3000000\n", ""),
     (["--limit", "output=1K"], '(setq f (file_create "big")) (file_write f (replicate "x" 2000))', "1024\n", ""),
     (["--limit", "output=1K"], '(setq f (file_create "big")) (file_write f (replicate "x" 1024))'

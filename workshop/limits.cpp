@@ -1,6 +1,5 @@
 // Time is a timer, whose signal ends the run as an error would; a program that goes on all the same
-// is ended soon behind. Memory and output are limits of the system, files are a filter of its
-// calls.
+// is ended soon behind. Memory and output are limits of the system, files a filter of its calls.
 
 #include "workshop/limits.h"
 
@@ -39,7 +38,7 @@ volatile sig_atomic_t is_running = 0, ticks_over = 0, is_output_over = 0, is_mem
 struct bound_row {
     std::string_view name;
     bound limits::*value;
-    std::string_view units; // each a thousand and 24 times the one before
+    std::string_view units; // each 1024 times the one before, the first 1024 bytes
     double most;
 };
 
@@ -183,8 +182,9 @@ ULO used_memory()
 // The stack of calls is a mapping that is there already: a quarter of the memory is the program's.
 bool bound_memory(ULO bytes)
 {
-    const ULO used = used_memory();
-    if (stack_floor != nullptr) stack_floor = std::max(stack_floor, stack_pointer() - bytes / 4);
+    const ULO used = used_memory(), for_calls = bytes / 4;
+    if (stack_floor != nullptr && ULO(stack_pointer() - stack_floor) > for_calls)
+        stack_floor = stack_pointer() - for_calls;
     return used != 0 && set_limit(RLIMIT_AS, used + bytes);
 }
 
