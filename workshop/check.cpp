@@ -1,5 +1,7 @@
 // kst check: all faults of programs, none of which runs.
 
+#include "workshop/check.h"
+
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -61,7 +63,7 @@ std::vector<fault> call_finder::never_called() const
     return faults;
 }
 
-// -- The verb ----------------------------------------------------------------------------------
+} // namespace
 
 std::vector<fault> check_source(const source &from)
 {
@@ -74,6 +76,10 @@ std::vector<fault> check_source(const source &from)
     sort_by_place(&warnings);
     return warnings;
 }
+
+// -- The verb ----------------------------------------------------------------------------------
+
+namespace {
 
 void add_json(nlohmann::ordered_json *list, const source &from, const std::vector<fault> &faults)
 {

@@ -20,10 +20,11 @@ public:
         open_.push_back({0});
     }
 
-    outline scan()
+    outline scan(bool *is_balanced)
     {
         while (skip_blanks()) take_piece();
         settle_note();
+        if (is_balanced != nullptr) *is_balanced = is_balanced_ && open_.size() == 1;
         return std::move(pieces_);
     }
 
@@ -38,7 +39,8 @@ private:
     ULO at_ = 0, line_ = 1, line_begin_ = 0;
     ULO ahead_ = 0; // the line on which the piece ahead ends, if something may stand behind it
     bool blank_ahead_ = false;
-    ULO closing_end_ = 0; // of the closing parentheses looked at last
+    bool is_balanced_ = true; // so far
+    ULO closing_end_ = 0;     // of the closing parentheses looked at last
     outline pieces_;
     std::vector<open_form> open_;
 
@@ -118,11 +120,15 @@ private:
             link(n);
     }
 
+    // A string that is not closed ends with its line.
     void skip_quotes()
     {
-        for (at_++; !at_end() && text_[at_] != '"'; step())
-            if (text_[at_] == '\\') at_++;
-        at_++;
+        for (at_++; !at_end() && text_[at_] != '"' && text_[at_] != '\n'; at_++)
+            if (text_[at_] == '\\' && at_ + 1 < text_.size() && text_[at_ + 1] != '\n') at_++;
+        if (at_end() || text_[at_] != '"')
+            is_balanced_ = false;
+        else
+            at_++;
     }
 
     // A token that doesn't begin with a parenthesis may hold some; the last one ends it.
@@ -141,6 +147,7 @@ private:
             if (c == '(') depth++;
             if (c == ')' && --depth == 0) return;
         }
+        is_balanced_ = is_balanced_ && depth == 0;
     }
 
     void take_token()
@@ -199,6 +206,10 @@ private:
     void close_form()
     {
         at_++;
+        if (open_.size() == 1) {
+            is_balanced_ = false;
+            return;
+        }
         if (note_follows()) settle_note();
         const open_form closed = open_.back();
         const ULO from = text_.size() - pieces_[closed.form].text.size();
@@ -210,4 +221,7 @@ private:
 
 } // namespace
 
-outline outline_of(std::string_view text) { return scanner(text).scan(); }
+outline outline_of(std::string_view text, bool *is_balanced)
+{
+    return scanner(text).scan(is_balanced);
+}

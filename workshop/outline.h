@@ -38,5 +38,7 @@ struct piece {
 // it. A note at the end of a form's last line belongs to the form: it stands behind it.
 using outline = std::vector<piece>;
 
-// Outlines a text, which has to live as long. Its quotes and parentheses are in balance.
-outline outline_of(std::string_view text);
+// Outlines a text, which has to live as long. Where quotes and parentheses are out of balance, a
+// string ends with its line, a form that is not closed with the text, and a closing parenthesis too
+// many is passed over. `is_balanced`, if not NULL, learns whether they are in balance.
+outline outline_of(std::string_view text, bool *is_balanced = nullptr);

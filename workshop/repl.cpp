@@ -2,7 +2,6 @@
 // answered by their values. Commands of the session begin with a colon.
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -10,11 +9,10 @@
 #include <string>
 
 #include "driver/run.h"
-#include "frontend/isa.h"
 #include "frontend/reader.h"
 #include "kestrin/strings.h"
-#include "strings/scratch.h"
 #include "strings/tokens.h"
+#include "workshop/completion.h"
 #include "workshop/interrupt.h"
 #include "workshop/line_reader.h"
 #include "workshop/manual.h"
@@ -234,16 +232,9 @@ std::string recalled(const std::string &entry)
     return std::string(trimmed(joined));
 }
 
-std::string lower_case(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(tolower(c)); });
-    return text;
-}
-
 bool leaves(const std::string &entry)
 {
-    const std::string word = lower_case(std::string(trimmed(entry)));
+    const std::string word = lower_case(trimmed(entry));
     return word == "(exit)" || word == "exit" || word == "quit";
 }
 
@@ -267,21 +258,19 @@ std::vector<std::string> candidates(const prompt_session &p, bool of_commands)
         for (const command &c : commands) all.push_back(":" + std::string(c.name));
         return all;
     }
-    for (ULO i = 0; i < isa_count; i++) all.emplace_back(view(*isa_table[i].mnemonic));
+    all = instruction_names();
     for (const std::string &name : p.work.functions()) all.push_back(name);
     for (const std::string &name : p.work.variables()) all.push_back(name);
     return all;
 }
 
-// In the case of what was typed: small letters unless it has a capital.
 std::vector<std::string> completions(const prompt_session &p, const std::string &line)
 {
     const std::string word = line.substr(begin_of_word(line));
-    const bool in_capitals = lower_case(word) != word;
     std::vector<std::string> found;
     for (const std::string &name : candidates(p, word.starts_with(":"))) {
-        const std::string shown = in_capitals ? name : lower_case(name);
-        if (shown.starts_with(word)) found.push_back(shown);
+        std::string shown = completed(word, name);
+        if (!shown.empty()) found.push_back(std::move(shown));
     }
     std::sort(found.begin(), found.end());
     found.erase(std::unique(found.begin(), found.end()), found.end());

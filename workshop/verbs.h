@@ -7,6 +7,7 @@ extern const verb run_verb;
 extern const verb check_verb;
 extern const verb explain_verb;
 extern const verb doc_verb;
+extern const verb lsp_verb;
 extern const verb repl_verb;
 extern const verb fmt_verb;
 extern const verb test_verb;

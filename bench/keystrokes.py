@@ -1,0 +1,90 @@
+#!/usr/bin/env python3
+"""How long after a keystroke the language server tells the faults, in a program of 2,000 lines.
+
+  keystrokes.py --kst PATH [--strokes N]
+
+A program is made, and forms are typed into it at places all over it, taken back key by key, and
+lines are torn apart and joined. Each key is one change; the next one follows when its faults are told.
+"""
+import argparse
+import os
+import random
+import statistics
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "tests"))
+from lsp_client import Client  # noqa: E402
+
+FUNCTION = """# Sums up to a bound, number {0}.
+(defun sum_{0}
+  (progn
+    (setq total 0)
+    (for k 1 1 $1
+      (if (== (% k {1}) 0)
+        (setq total (+ total (* k {0})))
+        (setq text (cat "step " (str k)))))
+    total))
+"""
+TYPED = ['(setq x (+ total 1))', '(outf "%ld items, or so" total)', '(if (> total 3) (setq y 1) (setq y 2))',
+         '# a remark (of sorts)', '(for i 1 1 9 (progn (setq z (* i i)) (outf "%ld" z)))', '(nosuch total "x")']
+
+
+def program(lines):
+    count = lines // 10
+    calls = ["  (setq grand (+ grand (sum_%d 10)))" % i for i in range(count)]
+    calls = calls[:lines - 9 * count - 3]
+    text = "\n".join(FUNCTION.format(i, i % 7 + 2).rstrip("\n") for i in range(count))
+    return text + "\n(progn (setq grand 0)\n" + "\n".join(calls) + '\n  (outf "%ld\\n" grand) grand)\n'
+
+
+def strokes(lines, dice):
+    """Endless changes, as (line, first character, last character, text)."""
+    while True:
+        line, typed = dice.randrange(len(lines) - 1), dice.choice(TYPED)
+        begin = len(lines[line])
+        yield line, begin, begin, "\n    "
+        for i, key in enumerate(typed):
+            yield line + 1, 4 + i, 4 + i, key
+        for i in range(len(typed), 0, -1):
+            yield line + 1, 3 + i, 4 + i, ""
+        yield line + 1, 0, 4, ""
+        yield line, begin, None, ""
+        cut = dice.randrange(begin + 1)  # a key in the middle of what is there
+        yield line, cut, cut, dice.choice('()"x')
+        yield line, cut, cut + 1, ""
+
+
+def percentile(times, share):
+    return sorted(times)[min(int(len(times) * share), len(times) - 1)]
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--kst", default="build/release/kst")
+    parser.add_argument("--lines", type=int, default=2000)
+    parser.add_argument("--strokes", type=int, default=2000)
+    options = parser.parse_args()
+    text = program(options.lines)
+    client = Client(options.kst, capabilities={"general": {"positionEncodings": ["utf-8"]}})
+    client.open(text)
+    client.diagnostics(1)
+    times, worst = [], (0, None)
+    for version, (line, begin, end, key) in enumerate(strokes(text.split("\n"), random.Random(1)), 2):
+        last = {"line": line + 1, "character": 0} if end is None else {"line": line, "character": end}
+        start = time.perf_counter()
+        client.change(version, {"range": {"start": {"line": line, "character": begin}, "end": last}, "text": key})
+        client.diagnostics(version)
+        times.append(1000 * (time.perf_counter() - start))
+        worst = max(worst, (times[-1], (line, begin, key)), key=lambda one: one[0])
+        if len(times) >= options.strokes:
+            break
+    client.end()
+    print("%d lines, %d keystrokes: median %.1f ms, mean %.1f, 90 %% %.1f, 99 %% %.1f, longest %.1f" % (
+        text.count("\n"), len(times), statistics.median(times), statistics.mean(times),
+        percentile(times, 0.9), percentile(times, 0.99), max(times)))
+    print("the longest: line %d, character %d, %r" % worst[1])
+
+
+if __name__ == "__main__":
+    main()

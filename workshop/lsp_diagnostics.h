@@ -1,0 +1,11 @@
+// What kst check tells of a document, as the protocol shows it.
+#pragma once
+
+#include "workshop/lsp_document.h"
+#include "workshop/lsp_protocol.h"
+
+// The range between two bytes.
+json range_json(const document &doc, ULO from, ULO to);
+
+// A diagnostic for each fault or warning. Wants the language started.
+json diagnostics_of(const document &doc);
