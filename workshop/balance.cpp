@@ -14,6 +14,7 @@ constexpr ULO MOST_CHANGES = 16;           // one after the other: what needs mo
 constexpr ULO SHORT_TEXT = 4000;           // tokens that are all looked at
 constexpr ULO MOST_CHECKS = 300;           // of texts in balance
 constexpr ULO MOST_CHECKED = ULO(4) << 20; // bytes of them
+constexpr ULO SAMPLED = 16;                // tokens of which one is tried first
 constexpr ULO MOST_MISPLACED = 64;         // forms that a line is behind
 
 struct token {
@@ -82,7 +83,9 @@ public:
     // The next token, with a change at it.
     void pass(const token &t, change_kind made = NO_CHANGE);
     ULO depth() const { return left_out_ + forms_.size(); }
-    score result() const { return {result_.unmatched + depth(), result_.misplaced}; }
+    ULO alone() const { return result_.unmatched; } // closing parentheses
+    ULO misplaced() const { return result_.misplaced; }
+    score result() const { return {alone() + depth(), misplaced()}; }
     // Only the innermost forms are looked at from here on: a walk over fewer tokens is cheap to
     // copy.
     void keep_innermost(ULO forms)
@@ -158,6 +161,30 @@ layout walk_over(const std::vector<token> &tokens)
 
 // -- The search --------------------------------------------------------------------------------
 
+// Parentheses of a text without their partners in it.
+class balance {
+public:
+    balance(ULO alone, ULO open) : alone_(alone), open_(open) {}
+    void put_behind(CHR kind)
+    {
+        if (kind == '(') open_++;
+        if (kind == ')') open_ == 0 ? alone_++ : open_--;
+    }
+    void put_ahead(CHR kind)
+    {
+        if (kind == '(') alone_ == 0 ? open_++ : alone_--;
+        if (kind == ')') alone_++;
+    }
+    ULO unmatched_with(const balance &behind) const
+    {
+        const ULO pairs = std::min(open_, behind.alone_);
+        return alone_ + open_ + behind.alone_ + behind.open_ - 2 * pairs;
+    }
+
+private:
+    ULO alone_, open_;
+};
+
 class search {
 public:
     search(const std::string &text, const std::function<ULO(const std::string &)> &count_faults)
@@ -172,9 +199,15 @@ public:
     std::string text_with(const change &made) const;
 
 private:
+    struct attempt {
+        change_kind kind;
+        CHR letter; // of the tokens, 0 for any
+    };
     void choose_range();
-    void try_all(change_kind kind, CHR letter);
-    void take(const change &made);
+    void sum_up();
+    void try_all(const attempt &tried, ULO step);
+    void take(const change &made, const layout &ahead);
+    ULO unmatched_with(const change &made, const layout &ahead) const;
     ULO first_alone() const;
     ULO open_form_at(ULO token) const;
     std::string_view word_behind(ULO token) const;
@@ -183,9 +216,10 @@ private:
     const std::vector<token> tokens_;
     const layout plain_; // without a change
     const std::function<ULO(const std::string &)> &count_faults_;
-    ULO from_ = 0, to_ = 0; // tokens at which changes are tried
-    ULO seen_to_ = 0;       // and whose consequences are looked at up to here
-    layout before_;         // the walk up to from_
+    ULO from_ = 0, to_ = 0;       // tokens at which changes are tried
+    ULO seen_to_ = 0;             // and whose consequences are looked at up to here
+    layout before_;               // the walk up to from_
+    std::vector<balance> behind_; // of the tokens from each of these up to seen_to_
     score best_ = {~ULO(0), ~ULO(0)};
     std::vector<change> equals_; // all changes with that score
 };
@@ -205,23 +239,49 @@ void search::choose_range()
     before_.keep_innermost(seen_to_ - from_ + MOST_MISPLACED);
 }
 
-void search::take(const change &made)
+void search::sum_up()
 {
-    layout walk = before_;
-    for (ULO i = from_; i < seen_to_; i++)
+    behind_.assign(seen_to_ - from_ + 1, {0, 0});
+    for (ULO i = seen_to_; i > from_; i--) {
+        behind_[i - 1 - from_] = behind_[i - from_];
+        behind_[i - 1 - from_].put_ahead(tokens_[i - 1].kind);
+    }
+}
+
+ULO search::unmatched_with(const change &made, const layout &ahead) const
+{
+    balance sum(ahead.alone(), ahead.depth());
+    if (made.kind == OPEN_BEFORE) sum.put_behind('(');
+    if (made.kind != LEAVE_OUT) sum.put_behind(tokens_[made.token].kind);
+    if (made.kind == CLOSE_BEHIND) sum.put_behind(')');
+    return sum.unmatched_with(behind_[made.token + 1 - from_]);
+}
+
+// The walk is given up where it can only become worse than the best so far.
+void search::take(const change &made, const layout &ahead)
+{
+    const ULO unmatched = unmatched_with(made, ahead);
+    if (unmatched > best_.unmatched) return;
+    const ULO most = unmatched < best_.unmatched ? ~ULO(0) : best_.misplaced;
+    layout walk = ahead;
+    for (ULO i = made.token; i < seen_to_ && walk.misplaced() <= most; i++)
         walk.pass(tokens_[i], made.token == i ? made.kind : NO_CHANGE);
-    const score now = walk.result();
-    if (best_ < now) return;
+    if (walk.misplaced() > most) return;
+    const score now = {unmatched, walk.misplaced()};
     if (now < best_) equals_.clear();
     best_ = now;
     equals_.push_back(made);
 }
 
-// Tries a change at each token of a kind, 0 for any.
-void search::try_all(change_kind kind, CHR letter)
+// Tries a change at each token, or at one in so many.
+void search::try_all(const attempt &tried, ULO step)
 {
-    for (ULO i = from_; i < to_; i++)
-        if (letter == 0 || tokens_[i].kind == letter) take({kind, i});
+    layout ahead = before_;
+    for (ULO i = from_; i < to_; i++) {
+        const bool fits = tried.letter == 0 || tokens_[i].kind == tried.letter;
+        if (fits && (i - from_) % step == 0) take({tried.kind, i}, ahead);
+        ahead.pass(tokens_[i]);
+    }
 }
 
 // The first closing parenthesis without a partner.
@@ -239,14 +299,15 @@ ULO search::first_alone() const
 // last.
 change search::find()
 {
+    constexpr attempt closing_alone[] = {{OPEN_BEFORE, 'a'}, {LEAVE_OUT, ')'}};
+    constexpr attempt opening_alone[] = {{LEAVE_OUT, '('}, {CLOSE_BEHIND, 0}};
     choose_range();
-    if (plain_.depth() < unmatched()) { // a closing one is alone
-        try_all(OPEN_BEFORE, 'a');
-        try_all(LEAVE_OUT, ')');
-    } else {
-        try_all(LEAVE_OUT, '(');
-        try_all(CLOSE_BEHIND, 0);
-    }
+    sum_up();
+    const auto &attempts = plain_.depth() < unmatched() ? closing_alone : opening_alone;
+    // A good change that is known early lets bad ones be given up early.
+    for (const attempt &tried : attempts) try_all(tried, SAMPLED);
+    equals_.clear();
+    for (const attempt &tried : attempts) try_all(tried, 1);
     if (equals_.empty()) return {LEAVE_OUT, first_alone()};
     change chosen = equals_.back();
     if (unmatched() > 1) return chosen;
