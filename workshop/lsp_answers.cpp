@@ -103,12 +103,14 @@ std::string comment_above(const document &doc, ULO byte)
     return std::string(right_trimmed(text));
 }
 
-json markup(const surroundings &around, std::string_view code, std::string_view text)
+json markup(const surroundings &around, std::string_view code, std::string_view text,
+            const char *language = "kestrin")
 {
     const std::string gap = code.empty() || text.empty() ? "" : "\n\n";
     if (!around.shows_markdown)
         return {{"kind", "plaintext"}, {"value", std::string(code) + gap + std::string(text)}};
-    const std::string fenced = code.empty() ? "" : "```kestrin\n" + std::string(code) + "\n```";
+    const std::string fenced =
+        code.empty() ? "" : std::string("```") + language + "\n" + std::string(code) + "\n```";
     return {{"kind", "markdown"}, {"value", fenced + gap + std::string(text)}};
 }
 
@@ -172,7 +174,7 @@ answer hover(const question &q)
     const definition found = definition_of(q, *use);
     json contents;
     if (use->what == role::INSTRUCTION)
-        contents = markup(q.around, reference_of(name), "");
+        contents = markup(q.around, reference_of(name), "", "text");
     else if (found.doc != nullptr)
         contents = help_of_function(q, found);
     else if (use->what != role::CALLED)
@@ -447,7 +449,7 @@ answer resolve_completion(const question &q)
     json item = q.params;
     const std::string text = reference_of(string_in(member(item, {"label"})));
     if (!text.empty() && !item.contains("documentation"))
-        item["documentation"] = markup(q.around, text, "");
+        item["documentation"] = markup(q.around, text, "", "text");
     return {item};
 }
 
