@@ -59,6 +59,7 @@ private:
     std::deque<waiting_message> waiting_;
     ULO waiting_size_ = 0;
     bool has_ended_ = false; // nothing more comes in
+    bool is_broken_ = false; // for what came in is no frame
     units counted_ = units::UTF16;
     surroundings around_;
     std::unique_ptr<document> profile_;
@@ -92,10 +93,7 @@ void server::take_messages()
         case arrival::MESSAGE: take_message(body); break;
         case arrival::NOTHING: return;
         case arrival::END: has_ended_ = true; break;
-        case arrival::BROKEN:
-            refuse(nullptr, PARSE_ERROR, "this is no frame, or one of more than 64 MB");
-            has_ended_ = true;
-            break;
+        case arrival::BROKEN: is_broken_ = has_ended_ = true; break;
         }
     }
 }
@@ -103,8 +101,6 @@ void server::take_messages()
 void server::take_message(const std::string &body)
 {
     json message = parsed(body);
-    if (message.is_discarded()) return refuse(nullptr, PARSE_ERROR, "this is no JSON");
-    if (!message.is_object()) return refuse(nullptr, INVALID_REQUEST, "this is no message");
     if (string_in(member(message, {"method"})) == "$/cancelRequest")
         return cancel(member(message, {"params", "id"}));
     waiting_size_ += body.size();
@@ -125,8 +121,10 @@ void server::cancel(const json &id)
 void server::obey(const json &message)
 {
     const json &id = member(message, {"id"}), &method = member(message, {"method"});
+    if (message.is_discarded()) return refuse(nullptr, PARSE_ERROR, "this is no JSON");
     if (!method.is_string()) {
-        const bool is_response = message.contains("result") || message.contains("error");
+        const bool is_response =
+            message.is_object() && (message.contains("result") || message.contains("error"));
         if (!is_response) refuse(nullptr, INVALID_REQUEST, "this is no message");
         return;
     }
@@ -304,6 +302,7 @@ int server::run()
         else if (has_ended_)
             break;
     }
+    if (is_broken_) refuse(nullptr, PARSE_ERROR, "this is no frame, or one of more than 64 MB");
     return status_;
 }
 

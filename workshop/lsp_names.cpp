@@ -21,9 +21,7 @@ UCH class_of(std::string_view token, std::string *folded)
 // The letter in front lets a name begin with what a variable's can't.
 bool is_function_name(std::string_view token)
 {
-    std::string folded;
-    return token.find('#') == token.npos &&
-           class_of(std::string("U").append(token), &folded) == 'V';
+    return !token.empty() && is_variable_name("U" + std::string(token));
 }
 
 bool is_variable_name(std::string_view token)

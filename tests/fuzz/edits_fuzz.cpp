@@ -7,6 +7,7 @@
 
 #include "vm/stack.h"
 #include "workshop/check.h"
+#include "workshop/completion.h"
 #include "workshop/lsp_answers.h"
 #include "workshop/program.h"
 
@@ -53,6 +54,13 @@ constexpr piece_of_text pieces[] = {PIECE("("),
                                     PIECE("(nosuch a)"),
                                     PIECE("(for i 1 1 9 (setq a i))\n"),
                                     PIECE("\"text\"")};
+
+// A program without faults is made of any of these, in this order.
+constexpr piece_of_text sound_parts[] = {
+    PIECE("(defun f (progn (defun h (+ $1 1)) (setq a (h $1)) a)) # é\n"),
+    PIECE("(defun g (progn (setq a 1) (setq b 2) (defun k (progn (setq a 3) A)) (+ a b)))\n"),
+    PIECE("(setq a 1) (setq b (+ a 1))\n(for i 1 1 9 (setq a (+ i b)))\n"),
+    PIECE("(defun m (if $1 (M (- $1 1)) 0)) (m (m 3))\n")};
 #undef PIECE
 
 template <class Char> class model {
@@ -137,14 +145,41 @@ bool is_sound(const std::string &text)
 }
 
 // From the last edit on: places ahead of it stay.
-void check_rename(const document &doc, units counted, const json &edits)
+void make_edits(document *doc, const json &edits)
 {
-    document renamed(doc.text(), 1, counted);
     for (auto edit = edits.rbegin(); edit != edits.rend(); ++edit)
-        renamed.change(place_in(member(*edit, {"range", "start"})),
-                       place_in(member(*edit, {"range", "end"})),
-                       string_in(member(*edit, {"newText"})));
-    if (is_sound(doc.text())) require(is_sound(renamed.text()));
+        doc->change(place_in(member(*edit, {"range", "start"})),
+                    place_in(member(*edit, {"range", "end"})),
+                    string_in(member(*edit, {"newText"})));
+}
+
+json rename(const document &doc, const surroundings &around, text_place at, std::string_view name)
+{
+    const json params = {
+        {"textDocument", {{"uri", "u"}}}, {"position", place_json(at)}, {"newName", name}};
+    for (const lsp_method &method : lsp_methods())
+        if (method.name == "textDocument/rename")
+            return member(method.run({params, &doc, around}).result, {"changes", "u"});
+    abort();
+}
+
+// What is one under the new name is what was one under the old one.
+void check_rename(const document &doc, units counted, text_place at, std::string_view name)
+{
+    const name_use *use = doc.names().use_at(doc.byte_at(at));
+    const surroundings around;
+    const json edits = rename(doc, around, at, name);
+    if (!edits.is_array() || !is_sound(doc.text())) return;
+    const std::string old = doc.text().substr(use->from, use->size);
+    ULO from = use->from;
+    for (const json &edit : edits)
+        if (doc.byte_at(place_in(member(edit, {"range", "start"}))) < use->from)
+            from += name.size() - old.size();
+    document renamed(doc.text(), 1, counted);
+    make_edits(&renamed, edits);
+    require(is_sound(renamed.text()));
+    make_edits(&renamed, rename(renamed, around, renamed.place_at(from), old));
+    require(lower_case(renamed.text()) == lower_case(doc.text()));
 }
 
 void ask_all(const document &doc, units counted, choices *from)
@@ -155,11 +190,9 @@ void ask_all(const document &doc, units counted, choices *from)
                          {"position", place_json(from->place())},
                          {"context", {{"includeDeclaration", true}}},
                          {"newName", names[from->below(8)]}};
-    for (const lsp_method &method : lsp_methods()) {
-        const answer given = method.run({params, &doc, around});
-        const json &edits = member(given.result, {"changes", "u"});
-        if (edits.is_array()) check_rename(doc, counted, edits);
-    }
+    for (const lsp_method &method : lsp_methods()) method.run({params, &doc, around});
+    check_rename(doc, counted, place_in(member(params, {"position"})),
+                 string_in(member(params, {"newName"})));
 }
 
 std::string utf8_of(const std::string &text) { return text; }
@@ -185,14 +218,19 @@ template <class Char> void edit(choices from, units counted)
 {
     document doc("", 1, counted);
     model<Char> wanted;
-    while (from.are_left()) {
-        const text_place begin = from.place(), end = from.below(2) == 0 ? begin : from.place();
-        const piece_of_text &by = pieces[from.below(std::size(pieces))];
+    const auto put = [&](text_place begin, text_place end, const piece_of_text &by) {
         doc.change(begin, end, by.utf8);
         if constexpr (sizeof(Char) == 1)
             wanted.change(begin, end, by.utf8);
         else
             wanted.change(begin, end, by.utf16);
+    };
+    for (const piece_of_text &part : sound_parts)
+        if (from.below(2) == 1) put({8, 0}, {8, 0}, part);
+    while (from.below(8) > 2) ask_all(doc, counted, &from);
+    while (from.are_left()) {
+        const text_place begin = from.place(), end = from.below(2) == 0 ? begin : from.place();
+        put(begin, end, pieces[from.below(std::size(pieces))]);
         require(doc.text() == utf8_of(wanted.text));
         const text_place place = doc.place_at(doc.byte_at(begin));
         require(doc.byte_at(place) == doc.byte_at(begin));
