@@ -13,7 +13,7 @@ import statistics
 import sys
 import time
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "tests"))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "tests", "lsp"))
 from lsp_client import Client  # noqa: E402
 
 FUNCTION = """# Sums up to a bound, number {0}.
