@@ -36,6 +36,8 @@ name_table::entry name_table::entry_of(std::string_view text)
     for (ULO i = 8; i < text.size(); i += 8)
         hash =
             ((hash ^ hash >> 32) + load<ULO>(text.data() + std::min(i, text.size() - 8))) * factor;
+    // The last bytes of a short name have only reached the upper bits.
+    hash = (hash ^ hash >> 32) * factor;
     made.hash = static_cast<std::uint32_t>(hash >> 32);
     return made;
 }
