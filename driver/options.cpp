@@ -68,6 +68,16 @@ const option_row *find_option(const CHR *word)
 
 const CHR *switch_variable(print_switch s) { return switch_rows[s].variable; }
 
+std::vector<const CHR *> option_words()
+{
+    std::vector<const CHR *> words;
+    for (const option_row &row : option_rows) {
+        words.push_back(row.word);
+        if (strcmp(row.word, row.long_word) != 0) words.push_back(row.long_word);
+    }
+    return words;
+}
+
 void read_environment(session *s)
 {
     for (int i = 0; i < SWITCHES; i++) {

@@ -1,7 +1,12 @@
 // The command line and the environment of the program.
 #pragma once
 
+#include <vector>
+
 #include "driver/session.h"
+
+// All spellings of the options.
+std::vector<const CHR *> option_words();
 
 // Reads the nine switches and the path of the configuration profile.
 void read_environment(session *s);

@@ -25,6 +25,7 @@ LAYERS = {
     "mapcar": ["strings", "terminal", "vm", "frontend", "bytecode", "native"],
     "driver": EVERYTHING,
     "workshop": EVERYTHING + ["driver"],
+    "editors": EVERYTHING + ["driver", "workshop"],
 }
 PUBLISHED = "extension/include/kestrin"
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]')

@@ -3,8 +3,8 @@
 
   count.py [ROOT]   prints the table; status 1 if a share is above a third
 
-Product is the engine, its tools and the extension kit: sources, tables, the kit's programs and build
-files. Test code is what tests/ holds, whatever its language, but for the golden cases: line cases,
+Product is the engine, its tools, the extension kit and the files for editors: sources, tables, the
+kit's programs and build files. Test code is what tests/ holds, whatever its language, but for the golden cases: line cases,
 programs and the files beside them, and the records of what programs answer. Manual, documents,
 benches and packaging are not counted.
 """
@@ -12,7 +12,7 @@ import os
 import sys
 
 PRODUCT = ("strings", "terminal", "vm", "frontend", "bytecode", "mapcar", "native",
-           "driver", "extension", "workshop")
+           "driver", "extension", "workshop", "editors")
 RECORDS = (".out", ".err", ".status")
 GOLDEN = os.path.join("tests", "golden", "")
 RUNNER = GOLDEN + "run.py"
@@ -22,7 +22,7 @@ def kind_of(path):
     """The row of the table that counts this file, or None."""
     if path.endswith(RECORDS):
         return "records"
-    if path.endswith(("README", "README.md", ".pyc")):
+    if path.endswith(("README", "README.md", ".pyc", "package-lock.json")):
         return None
     if path.startswith(GOLDEN) and path != RUNNER:
         return "cases and programs"
