@@ -1,0 +1,16 @@
+;; Writes the faces at places: lines of $PLACES are "file<Tab>line<Tab>column", columns count bytes.
+(let ((places (with-temp-buffer
+                (insert-file-contents (getenv "PLACES"))
+                (split-string (buffer-string) "\n" t)))
+      (inhibit-message t) found)
+  (dolist (place places)
+    (pcase-let ((`(,file ,line ,column) (split-string place "\t")))
+      (unless (equal buffer-file-name file)
+        (find-file file)
+        (font-lock-ensure))
+      (goto-char (point-min))
+      (forward-line (1- (string-to-number line)))
+      (let ((at (byte-to-position (+ (position-bytes (point)) (string-to-number column) -1))))
+        (push (format "%s" (or (get-text-property at 'face) "")) found))))
+  (with-temp-file (getenv "FOUND")
+    (insert (mapconcat #'identity (nreverse found) "\n") "\n")))

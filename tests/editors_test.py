@@ -1,0 +1,170 @@
+#!/usr/bin/env python3
+"""What editors make of programs, beside what the engine does.
+
+  editors_test.py --build FOLDER
+
+Each editor that is there opens every example and golden program: a word has the class that the
+engine gives it, a text laid out by kst fmt is indented already, faults stand in the list of errors.
+"""
+import argparse
+import glob
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+HERE = os.path.join(ROOT, "tests", "editors")
+OPTIONS = argparse.Namespace()
+PROGRAMS = sorted(glob.glob(os.path.join(ROOT, "tutorial", "examples", "*.kst")) +
+                  glob.glob(os.path.join(ROOT, "tests", "golden", "**", "*.kst"), recursive=True))
+ODD = os.path.join(HERE, "odd_words.kst")
+
+# What an editor calls each class of word_classes.
+VIM = {
+    "control": "kestrinControl", "definition": "kestrinDefinition", "assignment": "kestrinAssignment",
+    "operator": "kestrinOperator", "instruction": "kestrinInstruction", "call": "kestrinCall",
+    "name": "kestrinName", "variable": "kestrinVariable", "argument": "kestrinArgument",
+    "integer": "kestrinInteger", "float": "kestrinFloat", "string": "kestrinString",
+    "nil": "kestrinNil", "refused": "kestrinRefused",
+    "note": ("kestrinNote", "kestrinAhead", "kestrinAheadOfName"),
+    "remark": ("kestrinRemark", "kestrinRemarkAhead", "kestrinRemarkAheadOfName"),
+}
+EMACS = {
+    "control": "font-lock-keyword-face", "definition": "font-lock-keyword-face",
+    "assignment": "font-lock-keyword-face", "operator": "font-lock-builtin-face",
+    "instruction": "font-lock-builtin-face", "call": "kestrin-call",
+    "name": "font-lock-function-name-face", "variable": "",
+    "argument": "font-lock-variable-name-face", "integer": "font-lock-constant-face",
+    "float": "font-lock-constant-face", "string": "font-lock-string-face",
+    "nil": "font-lock-constant-face", "refused": "kestrin-refused",
+    "note": ("font-lock-comment-delimiter-face", "font-lock-comment-face"),
+    "remark": ("font-lock-comment-face", "font-lock-comment-delimiter-face"),
+}
+
+FAULTY = {"faulty.kst": '(progn\n  "é" (nosuch 1)\n  (if 1 (setq a 1) 0) a 1:2)\n',
+          "unset.kst": '(progn\n  (if 1 (setq a 1) 0)\n  "é" (cat "x:1:2: a" a))\n'}
+FAULTS = """faulty.kst:2:8::undefined function name `NOSUCH'
+faulty.kst:3:25::invalid numeric constant: 1:2
+unset.kst:3:24:w:`A' may be read before it has a value
+"""
+WIDE = "(progn\n (a\n  b))\n"
+
+
+def run(*command, **environment):
+    """The output of a command that has to succeed."""
+    done = subprocess.run(command, env={**os.environ, **environment}, text=True, check=False,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          timeout=300)
+    if done.returncode != 0:
+        raise AssertionError(f"{' '.join(command)}: status {done.returncode}\n{done.stdout}")
+    return done.stdout
+
+
+def words(*files):
+    """(file, line, column, class, text) of the first and the last byte of each word."""
+    texts = {}
+    for line in run(os.path.join(OPTIONS.build, "tests", "word_classes"), *files).splitlines():
+        name, row, column, size, kind = line.rsplit(":", 4)
+        if name not in texts:
+            with open(name, "rb") as f:
+                texts[name] = f.read()
+        lines = texts[name].split(b"\n")
+        begin = sum(len(l) + 1 for l in lines[:int(row) - 1]) + int(column) - 1
+        for at in (begin, begin + int(size) - 1):
+            ahead = texts[name][:at]
+            while texts[name][at] & 0xC0 == 0x80:
+                at -= 1
+            yield (name, ahead.count(b"\n") + 1, len(ahead) - ahead.rfind(b"\n"), kind,
+                   texts[name][begin:begin + int(size)])
+
+
+class Editor:
+    """What is tried with each editor."""
+    def setUp(self):
+        if shutil.which(self.command) is None:
+            self.skipTest(self.command + " is not there")
+        folder = tempfile.TemporaryDirectory(prefix="kst-editors-")
+        self.addCleanup(folder.cleanup)
+        self.folder = folder.name
+
+    def path(self, name, text=None):
+        path = os.path.join(self.folder, name)
+        if text is not None:
+            with open(path, "w", encoding="utf-8") as f:
+                f.write(text)
+        return path
+
+    def read(self, name):
+        with open(self.path(name), encoding="utf-8") as f:
+            return f.read()
+
+    def test_each_word_has_the_class_that_the_engine_gives_it(self):
+        all_words = list(words(*PROGRAMS, ODD))
+        self.assertGreater(len(all_words), 5000)
+        places = self.path("places", "".join("%s\t%d\t%d\n" % word[:3] for word in all_words))
+        self.run_script("places", PLACES=places, FOUND=self.path("found"))
+        found = self.read("found").splitlines()
+        self.assertEqual(len(found), len(all_words))
+        wrong = []
+        for (name, line, column, kind, text), shown in zip(all_words, found):
+            wanted = self.classes[kind]
+            if shown not in (wanted if isinstance(wanted, tuple) else (wanted,)):
+                wrong.append("%s:%d:%d: %r is a %s, shown as %s" % (name, line, column, text, kind, shown))
+        self.assertEqual(wrong, [])
+
+    def test_layout_and_faults_are_those_of_kst(self):
+        kst = os.path.join(OPTIONS.build, "kst")
+        laid_out = {}
+        for number, name in enumerate(PROGRAMS):
+            with open(name, "rb") as f:
+                text = subprocess.run([kst, "fmt", "-"], stdin=f, stdout=subprocess.PIPE, check=False).stdout
+            # A comment form keeps its lines, and editors go by the characters of UTF-8.
+            if not re.search(rb"\([ \n]*(rem|comment)", text, re.I) and text.isascii():
+                laid_out[self.path("%d.kst" % number)] = text.decode()
+        self.assertGreater(len(laid_out), 40)
+        for path, text in laid_out.items():
+            self.path(path, re.sub(r"(?m)^ +", "", text))
+        faulty = [self.path(name, text) for name, text in FAULTY.items()]
+        self.run_script("layout", FILES=self.path("files", "\n".join(laid_out)), FOUND=self.path("found"),
+                        FAULTY="\n".join(faulty), WIDE=self.path("wide.kst", WIDE),
+                        PATH=os.path.dirname(kst) + os.pathsep + os.environ["PATH"])
+        for path, text in laid_out.items():
+            self.assertEqual(self.read(path), text)
+        self.assertEqual(self.read("wide.kst"), "(progn\n  (a b))\n(progn\n")
+        self.assertEqual(re.sub(r"(?m)^.*/", "", self.read("found")), FAULTS)
+
+
+class Vim(Editor, unittest.TestCase):
+    command = "vim"
+    classes = VIM
+
+    def run_script(self, name, **environment):
+        folders = ",".join(os.path.join(top, "editors", "vim") for top in (ROOT, OPTIONS.build))
+        return run("vim", "-es", "-u", "NONE", "-i", "NONE", "--cmd", "set runtimepath^=" + folders,
+                   "-S", os.path.join(HERE, name + ".vim"), **environment)
+
+
+class Emacs(Editor, unittest.TestCase):
+    command = "emacs"
+    classes = EMACS
+
+    def run_script(self, name, **environment):
+        return run("emacs", "-Q", "--batch", "-l",
+                   os.path.join(OPTIONS.build, "editors", "emacs", "kestrin-mode.el"),
+                   "-l", os.path.join(HERE, name + ".el"), **environment)
+
+
+def main():
+    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    p.add_argument("--build", default=os.path.join(ROOT, "build", "release"))
+    _, rest = p.parse_known_args(namespace=OPTIONS)
+    OPTIONS.build = os.path.abspath(OPTIONS.build)
+    unittest.main(argv=sys.argv[:1] + rest)
+
+
+if __name__ == "__main__":
+    main()
