@@ -152,7 +152,6 @@ values values_of(const verb &v, const option &o)
     return {{"verb", std::string(v.name)},
             {"option", std::string(o.name)},
             {"option.help", std::string(o.help)},
-            {"option.value", std::string(o.value)},
             {"option.kind", o.value.empty() ? "none" : kind_of(o.value)}};
 }
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What editors make of programs, beside what the engine does.
+"""What editors make of programs, beside what the engine does; what shells complete.
 
   editors_test.py --build FOLDER
 
@@ -9,11 +9,14 @@ engine gives it, a text laid out by kst fmt is indented already, faults stand in
 import argparse
 import glob
 import os
+import pty
 import re
+import select
 import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -156,6 +159,63 @@ class Emacs(Editor, unittest.TestCase):
         return run("emacs", "-Q", "--batch", "-l",
                    os.path.join(OPTIONS.build, "editors", "emacs", "kestrin-mode.el"),
                    "-l", os.path.join(HERE, name + ".el"), **environment)
+
+
+# How a shell is started, what it sources, and how it tells its words.
+SHELLS = {
+    "bash": ("bash --norc --noprofile -i", "source {0}/kst.bash; source {0}/kestrin.bash",
+             '%s() {{ echo "<$*>"; }}'),
+    "zsh": ("zsh -f -i", "fpath=({0} $fpath); autoload -U compinit; compinit -u -D",
+            '%s() {{ echo "<$*>"; }}'),
+    "fish": ("fish --no-config -i", "source {0}/kst.fish; source {0}/kestrin.fish",
+             'function %s; echo "<$argv>"; end'),
+}
+# What is typed ahead of the tabulator, and the words of the command then.
+COMPLETED = [
+    ("kst che", "check"), ("kst check --js", "check --json"), ("kst doc strtr", "doc strtran"),
+    ("kst fmt --check si", "fmt --check sieve.kst"), ("kst check --cfg si", "check --cfg sieve.kst"),
+    ("kst repl si", "repl si"), ("kst test --jobs si", "test --jobs si"), ("kst check strtr", "check strtr"),
+    ("kestrin --vers", "--versions"), ("kestrin -q si", "-q sieve.kst"), ("kestrin si", "sieve.kst"),
+]
+
+
+class Shells(unittest.TestCase):
+    def complete_in(self, name, folder):
+        """What a shell in a terminal of its own says to all lines of COMPLETED."""
+        start, setup, tell = SHELLS[name]
+        setup = "; ".join([setup] + [tell % command for command in ("kst", "kestrin")])
+        child, terminal = pty.fork()
+        if child == 0:
+            os.chdir(folder)
+            words = start.split()
+            os.execvpe(words[0], words, {**os.environ, "TERM": "dumb", "HOME": folder})
+        said = b""
+
+        def type_in(text, wanted):
+            nonlocal said
+            os.write(terminal, text.encode())
+            since, end = len(said), time.monotonic() + 20
+            while wanted not in said[since:] and time.monotonic() < end:
+                if select.select([terminal], [], [], 0.1)[0]:
+                    said += os.read(terminal, 65536)
+
+        type_in(setup.format(os.path.join(OPTIONS.build, "editors", "completion")) + "; echo rea''dy\n", b"ready")
+        for typed, words in COMPLETED:
+            type_in(typed + "\t\n", b"<%s>" % words.encode())
+        os.close(terminal)
+        os.waitpid(child, 0)
+        return said.decode("utf-8", "replace")
+
+    def test_shells_complete_verbs_options_and_operands(self):
+        for name in SHELLS:
+            if shutil.which(name) is None:
+                continue
+            with self.subTest(shell=name), tempfile.TemporaryDirectory() as folder:
+                with open(os.path.join(folder, "sieve.kst"), "w", encoding="utf-8") as f:
+                    f.write("1")
+                said = re.findall(r"<[^\n\"$]*?>", self.complete_in(name, folder))
+                for typed, words in COMPLETED:
+                    self.assertIn("<%s>" % words, said, typed)
 
 
 def main():

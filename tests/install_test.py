@@ -26,6 +26,9 @@ LIB/libkestrin.a
 LIB/pkgconfig/kestrin.pc
 share/bash-completion/completions/kestrin
 share/bash-completion/completions/kst
+share/fish/vendor_completions.d/kst.fish
+share/vim/vimfiles/ftdetect/kestrin.vim
+share/vim/vimfiles/syntax/kestrin.vim
 share/doc/kestrin/changelog.gz
 share/doc/kestrin/copyright
 share/doc/kestrin/examples/extension/fusion.cpp
@@ -246,7 +249,7 @@ class Installed(unittest.TestCase):
         self.assertEqual(completed("exam", 1), ["examples"])
         self.assertEqual(completed("-h k", 2), [])
         self.assertEqual(completed("ch", 1, "kst"), ["check"])
-        self.assertEqual(completed("check -", 2, "kst"), ["--cfg", "--json"])
+        self.assertEqual(completed("check -", 2, "kst"), ["--help", "--cfg", "--json"])
         self.assertEqual(completed("run examples/hel", 2, "kst"), ["examples/hello.kst"])
 
 
