@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """What editors make of programs, beside what the engine does; what shells complete.
 
-  editors_test.py --build FOLDER
+  editors_test.py --build FOLDER [--all]
 
-Each editor that is there opens every example and golden program: a word has the class that the
+Each editor that is there (--all: each one has to be) opens every example and golden program: a word has the class that the
 engine gives it, a text laid out by kst fmt is indented already, faults stand in the list of errors.
 """
 import argparse
@@ -56,6 +56,16 @@ unset.kst:3:24:w:`A' may be read before it has a value
 """
 WIDE = "(progn\n (a\n  b))\n"
 
+CODE = {
+    "control": "keyword.control", "definition": "storage.type.function",
+    "assignment": "keyword.other.assignment", "operator": "keyword.operator",
+    "instruction": "support.function", "call": "entity.name.function",
+    "name": "entity.name.function.definition", "variable": "variable.other",
+    "argument": "variable.parameter", "integer": "constant.numeric.integer",
+    "float": "constant.numeric.float", "string": "string.quoted.double", "nil": "constant.language.nil",
+    "refused": "invalid.illegal", "note": "comment.line.number-sign", "remark": "comment.block",
+}
+
 
 def run(*command, **environment):
     """The output of a command that has to succeed."""
@@ -65,6 +75,12 @@ def run(*command, **environment):
     if done.returncode != 0:
         raise AssertionError(f"{' '.join(command)}: status {done.returncode}\n{done.stdout}")
     return done.stdout
+
+
+def missing(test, name):
+    if OPTIONS.all:
+        test.fail(name + " is not there")
+    test.skipTest(name + " is not there")
 
 
 def words(*files):
@@ -78,18 +94,18 @@ def words(*files):
         lines = texts[name].split(b"\n")
         begin = sum(len(l) + 1 for l in lines[:int(row) - 1]) + int(column) - 1
         for at in (begin, begin + int(size) - 1):
-            ahead = texts[name][:at]
             while texts[name][at] & 0xC0 == 0x80:
                 at -= 1
+            ahead = texts[name][:at]
             yield (name, ahead.count(b"\n") + 1, len(ahead) - ahead.rfind(b"\n"), kind,
                    texts[name][begin:begin + int(size)])
 
 
-class Editor:
-    """What is tried with each editor."""
+class Words:
+    """How words are shown."""
     def setUp(self):
         if shutil.which(self.command) is None:
-            self.skipTest(self.command + " is not there")
+            missing(self, self.command)
         folder = tempfile.TemporaryDirectory(prefix="kst-editors-")
         self.addCleanup(folder.cleanup)
         self.folder = folder.name
@@ -119,6 +135,9 @@ class Editor:
                 wrong.append("%s:%d:%d: %r is a %s, shown as %s" % (name, line, column, text, kind, shown))
         self.assertEqual(wrong, [])
 
+
+class Editor(Words):
+    """What an editor does with kst."""
     def test_layout_and_faults_are_those_of_kst(self):
         kst = os.path.join(OPTIONS.build, "kst")
         laid_out = {}
@@ -139,6 +158,27 @@ class Editor:
             self.assertEqual(self.read(path), text)
         self.assertEqual(self.read("wide.kst"), "(progn\n  (a b))\n(progn\n")
         self.assertEqual(re.sub(r"(?m)^.*/", "", self.read("found")), FAULTS)
+
+
+class Code(Words, unittest.TestCase):
+    """The grammar of the extension, by the packages that ./dev editors brings."""
+    command = "node"
+    classes = {kind: name + ".kestrin" for kind, name in CODE.items()}
+    extension = os.path.join(ROOT, "build", "vscode")
+
+    def run_script(self, name, **environment):
+        return run("node", os.path.join(HERE, name + ".js"), EXTENSION=self.extension, **environment)
+
+    def setUp(self):
+        if not os.path.isdir(os.path.join(self.extension, "node_modules")):
+            missing(self, "the extension")
+        super().setUp()
+
+    def test_the_client_starts_and_ends_the_server(self):
+        kst = os.path.join(OPTIONS.build, "kst")
+        if "  lsp " in run(kst, "--help"):
+            self.assertEqual(self.run_script("client", KST=kst), "started\nended\n")
+        self.assertIn("Kestrin: `/nowhere lsp' can't be started", self.run_script("client", KST="/nowhere"))
 
 
 class Vim(Editor, unittest.TestCase):
@@ -208,9 +248,9 @@ class Shells(unittest.TestCase):
 
     def test_shells_complete_verbs_options_and_operands(self):
         for name in SHELLS:
-            if shutil.which(name) is None:
-                continue
             with self.subTest(shell=name), tempfile.TemporaryDirectory() as folder:
+                if shutil.which(name) is None:
+                    missing(self, name)
                 with open(os.path.join(folder, "sieve.kst"), "w", encoding="utf-8") as f:
                     f.write("1")
                 said = re.findall(r"<[^\n\"$]*?>", self.complete_in(name, folder))
@@ -221,6 +261,7 @@ class Shells(unittest.TestCase):
 def main():
     p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     p.add_argument("--build", default=os.path.join(ROOT, "build", "release"))
+    p.add_argument("--all", action="store_true")
     _, rest = p.parse_known_args(namespace=OPTIONS)
     OPTIONS.build = os.path.abspath(OPTIONS.build)
     unittest.main(argv=sys.argv[:1] + rest)
