@@ -14,12 +14,11 @@ setlocal shiftwidth=2 softtabstop=2 expandtab
 setlocal suffixesadd=.kst
 setlocal define=^\\s*(\\s*defun
 setlocal formatexpr=kestrin#Format()
-setlocal keywordprg=:KestrinDoc
-command! -buffer -nargs=+ KestrinDoc call kestrin#Doc(<q-args>)
+nnoremap <buffer> <silent> K :<C-U>call kestrin#Doc(expand('<cword>'))<CR>
 if !exists('current_compiler')
   compiler kestrin
 endif
 
 let b:undo_ftplugin = 'setlocal comments< commentstring< formatoptions< iskeyword< shiftwidth<'
-      \ . ' softtabstop< expandtab< suffixesadd< define< formatexpr< keywordprg< makeprg<'
-      \ . ' errorformat< | delcommand -buffer KestrinDoc | unlet! b:current_compiler'
+      \ . ' softtabstop< expandtab< suffixesadd< define< formatexpr< makeprg< errorformat<'
+      \ . ' | silent! nunmap <buffer> K'

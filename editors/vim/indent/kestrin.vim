@@ -15,10 +15,26 @@ if exists('*KestrinIndent')
   finish
 endif
 
-" A line with its strings, which end there, as rows of quotes, and without its comment.
+" A line without its comment, with its strings, which end there, as rows of quotes.
 function s:Code(number) abort
-  return substitute(getline(a:number), '"\%(\\.\|[^"\\]\)*"\=\|#.*',
+  let l:line = getline(a:number)
+  if stridx(l:line, '"') < 0 && stridx(l:line, '#') < 0
+    return l:line
+  endif
+  return substitute(l:line, '"\%(\\.\|[^"\\]\)*"\=\|#.*',
         \ '\=submatch(0)[0] ==# "#" ? "" : repeat("\"", len(submatch(0)))', 'g')
+endfunction
+
+" Whether all parentheses have their partners in the line; not asked for forms that are very deep.
+function s:IsBalanced(code) abort
+  let l:code = a:code
+  for l:round in range(20)
+    if stridx(l:code, '(') < 0
+      break
+    endif
+    let l:code = substitute(l:code, '([^()]*)', '', 'g')
+  endfor
+  return l:code !~# '[()]'
 endfunction
 
 " Goes back to the parenthesis that is open, or to a line in the same form, which is taken to stand
@@ -27,7 +43,7 @@ function KestrinIndent(number) abort
   let l:depth = 0
   for l:number in range(a:number - 1, 1, -1)
     let l:code = s:Code(l:number)
-    for l:at in range(len(l:code) - 1, 0, -1)
+    for l:at in s:IsBalanced(l:code) ? [] : range(len(l:code) - 1, 0, -1)
       if l:code[l:at] ==# ')'
         let l:depth += 1
       elseif l:code[l:at] ==# '('
