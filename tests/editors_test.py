@@ -118,7 +118,7 @@ class Editor(Words):
     def test_layout_and_faults_are_those_of_kst(self):
         kst = os.path.join(OPTIONS.build, "kst")
         laid_out = {}
-        for number, name in enumerate(PROGRAMS):
+        for number, name in enumerate([*PROGRAMS, os.path.join(HERE, "odd_layout.kst")]):
             with open(name, "rb") as f:
                 text = subprocess.run([kst, "fmt", "-"], stdin=f, stdout=subprocess.PIPE, check=False).stdout
             # A comment form keeps its lines, and editors go by the characters of UTF-8.

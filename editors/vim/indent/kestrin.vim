@@ -38,9 +38,10 @@ function s:IsBalanced(code) abort
 endfunction
 
 " Goes back to the parenthesis that is open, or to a line in the same form, which is taken to stand
-" where it belongs.
+" where it belongs. A parenthesis that closes behind a comment stands below its partner.
 function KestrinIndent(number) abort
   let l:depth = 0
+  let l:closes = getline(a:number) =~# '^\s*)'
   for l:number in range(a:number - 1, 1, -1)
     let l:code = s:Code(l:number)
     for l:at in s:IsBalanced(l:code) ? [] : range(len(l:code) - 1, 0, -1)
@@ -49,22 +50,22 @@ function KestrinIndent(number) abort
       elseif l:code[l:at] ==# '('
         let l:depth -= 1
         if l:depth < 0
-          return s:InForm(l:number, l:at)
+          return s:InForm(l:number, l:at, l:closes)
         endif
       endif
     endfor
-    if l:depth == 0 && l:code =~# '\S'
+    if l:depth == 0 && !l:closes && l:code =~# '\S'
       return indent(l:number)
     endif
   endfor
   return 0
 endfunction
 
-function s:InForm(number, at) abort
+function s:InForm(number, at, closes) abort
   if synIDattr(synID(a:number, a:at + 1, 1), 'name') =~# 'Remark'
     return -1
   endif
   let l:column = strdisplaywidth(strpart(getline(a:number), 0, a:at))
   let l:is_strings = getline(a:number)[a:at + 1:] =~# '^\s*"'
-  return min([l:column + (l:is_strings ? 1 : 2), 80])
+  return min([l:column + (a:closes ? 0 : l:is_strings ? 1 : 2), 80])
 endfunction
