@@ -181,10 +181,11 @@ class Emacs(Editor, unittest.TestCase):
         return face == ("font-lock-string-face" if kind == "string" else "kestrin-" + kind)
 
     def run_script(self, name, **environment):
-        return run("emacs", "-Q", "--batch", "-l",
-                   os.path.join(OPTIONS.build, "editors", "emacs", "kestrin-mode.el"),
-                   "-l", os.path.join(HERE, name + ".el"), **environment)
-
+        # As a package, which is how it is installed.
+        shutil.copytree(os.path.join(OPTIONS.build, "editors", "emacs"), self.path("elpa/kestrin-mode-1"))
+        return run("emacs", "-Q", "--batch", "-l", "package", "--eval",
+                   '(setq package-directory-list \'("%s/elpa") package-user-dir "/none")' % self.folder,
+                   "-f", "package-initialize", "-l", os.path.join(HERE, name + ".el"), **environment)
 
     def test_it_compiles_without_warnings(self):
         copy = shutil.copy(os.path.join(OPTIONS.build, "editors", "emacs", "kestrin-mode.el"), self.folder)
