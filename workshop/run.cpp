@@ -18,7 +18,7 @@
 #include "vm/machine.h"
 #include "workshop/limits.h"
 #include "workshop/program.h"
-#include "workshop/trace.h"
+#include "workshop/run_error.h"
 #include "workshop/verbs.h"
 
 namespace {

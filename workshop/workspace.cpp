@@ -33,7 +33,7 @@
 #include "vm/trail.h"
 #include "workshop/interrupt.h"
 #include "workshop/program.h"
-#include "workshop/trace.h"
+#include "workshop/run_error.h"
 
 namespace {
 
