@@ -3,7 +3,11 @@
 
 #include "workshop/run.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "driver/code.h"
 #include "driver/precompiled.h"
@@ -43,9 +47,9 @@ void set_words(session *s, const source &from, const std::vector<const CHR *> &w
 }
 
 // The global functions of a source. Returns their profile, which errors of the run are told by.
-source load_set(const CHR *profile)
+source load_set(const program_call &called)
 {
-    const int status = load_functions("kst run", profile, end_with_faults);
+    const int status = load_functions(called.command, called.profile, end_with_faults);
     if (status != STATUS_GOOD) exit(status);
     source set;
     std::string why;
@@ -54,7 +58,7 @@ source load_set(const CHR *profile)
     return set;
 }
 
-void prepare(session *s, const source &from, const std::function<void(tree *)> &arrange)
+void prepare(session *s, const source &from, const run_hooks &hooks)
 {
     static std::vector<code_place> set_places, program_places;
     s->set_places = &set_places;
@@ -68,7 +72,7 @@ void prepare(session *s, const source &from, const std::function<void(tree *)> &
                           "takes " + std::to_string(p.arguments) + " word" +
                               (p.arguments == 1 ? "" : "s") + ", not " + std::to_string(given)}});
     s->program = std::move(p.parsed);
-    if (arrange) arrange(&s->program);
+    if (hooks.arrange) hooks.arrange(&s->program);
     bind_terminal(s);
     if (given > 0) bind_exact_words(s);
     if (!is_one_form(s->program)) wrap_program(s);
@@ -88,27 +92,20 @@ void prepare_stored(session *s, const source &from)
 
 int run_verb_on(const request &asked)
 {
+    program_call called = {.command = "kst run"};
     limits wanted;
-    source from;
     std::string why;
-    const CHR *text = asked.value("-e");
-    std::vector<const CHR *> words = asked.operands;
-    if (text != nullptr)
-        from = {"-e", text};
-    else if (read_source(words[0], &from, &why))
-        words.erase(words.begin());
-    else
-        return refused("kst run", why);
+    if (!read_program(asked, &called, &why)) return refused(called.command, why);
     if (asked.has("--limit") && !read_limits(asked.value("--limit"), &wanted, &why))
-        return refused("kst run", why);
+        return refused(called.command, why);
     wanted.no_files = asked.has("--no-files");
     wanted.no_environment = asked.has("--no-env");
     if (wanted.any()) begin_limits(wanted);
-    run_source(from, words, asked.value("--cfg"));
+    run_source(called);
 }
 
 constexpr option options[] = {
-    {"-e", "TEXT", "the program is TEXT; all that follows are its words"},
+    TEXT_OPTION,
     PROFILE_OPTION,
     {"--limit", "LIMITS", "as time=2,memory=64M,output=1M"},
     {"--no-files", "", "nothing but the standard streams"},
@@ -117,27 +114,73 @@ constexpr option options[] = {
 
 } // namespace
 
-void run_source(const source &from, const std::vector<const CHR *> &words, const CHR *profile,
-                const std::function<void(tree *)> &arrange)
+void run_source(const program_call &called, const run_hooks &hooks)
 {
+    const source &from = called.from;
     session *s = &start_workshop();
-    set_words(s, from, words);
+    set_words(s, from, called.words);
     const bool is_stored = is_precompiled(from.text);
-    const source set = is_stored ? source() : load_set(profile);
+    const source set = is_stored ? source() : load_set(called);
     std::string why;
-    if (!close_limits(&why)) exit(refused("kst run", why));
+    if (!close_limits(&why)) exit(refused(called.command, why));
     if (is_stored)
         prepare_stored(s, from);
     else
-        prepare(s, from, arrange);
+        prepare(s, from, hooks);
     error_trail trail;
     rt_ctrl->rt_trail = &trail;
     rt_ctrl->rt_recursion = recursion::ENDS_RUN;
     begin_limited_run();
-    if (run_to_end(s)) exit(STATUS_GOOD);
+    if (hooks.run ? hooks.run(s, set) : run_to_end(s)) exit(STATUS_GOOD);
     fflush(stdout);
     if (!is_out_of_time()) print_runtime_error(stderr, *s, from, trail, set);
     exit(STATUS_FAULT);
+}
+
+bool read_program(const request &asked, program_call *called, std::string *why)
+{
+    called->words = asked.operands;
+    called->profile = asked.value(PROFILE_OPTION.name);
+    if (const CHR *text = asked.value(TEXT_OPTION.name); text != nullptr) {
+        called->from = {"-e", text};
+        return true;
+    }
+    called->words.erase(called->words.begin());
+    return read_source(asked.operands[0], &called->from, why);
+}
+
+bool read_source_program(const request &asked, program_call *called, std::string *why)
+{
+    if (!read_program(asked, called, why)) return false;
+    *why = "`" + called->from.name + "' is stored and tells no lines: its source is wanted";
+    return !is_precompiled(called->from.text);
+}
+
+// Above the numbers that the program's own files get, which it may print or close.
+bool open_report(const CHR *path, FILE **file, std::string *why)
+{
+    constexpr int FIRST_DESCRIPTOR = 200;
+    const int opened = path == nullptr ? STDERR_FILENO
+                                       : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const int moved = opened < 0 ? -1 : fcntl(opened, F_DUPFD_CLOEXEC, FIRST_DESCRIPTOR);
+    if (path != nullptr && moved >= 0) close(opened);
+    *file = opened < 0 ? nullptr : fdopen(moved >= 0 ? moved : opened, "w");
+    if (*file != nullptr) {
+        setvbuf(*file, nullptr, _IOLBF, BUFSIZ);
+        return true;
+    }
+    *why = "can't open `" + std::string(path == nullptr ? "standard error" : path) +
+           "': " + strerror(errno);
+    return false;
+}
+
+bool finish_report(std::string_view command, FILE *file)
+{
+    errno = 0;
+    if (fflush(file) == 0 && ferror(file) == 0) return true;
+    fprintf(stderr, "%.*s: can't write all of the report%s%s\n", int(command.size()),
+            command.data(), errno == 0 ? "" : ": ", errno == 0 ? "" : strerror(errno));
+    return false;
 }
 
 const verb run_verb = {
@@ -148,5 +191,5 @@ const verb run_verb = {
     .run = run_verb_on,
     .least = 1,
     .passes_words = true,
-    .first_operand = "-e",
+    .first_operand = TEXT_OPTION.name,
 };

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <unistd.h>
@@ -86,15 +85,6 @@ std::vector<std::string> update(const trial &t, const std::vector<expectation> &
     if (now.text != t.from.text && !replace_file(t.from.name.c_str(), now.text, &why))
         return {now.name + ": " + why};
     return differences(t, expectations_of(now), done);
-}
-
-bool read_number(const request &asked, std::string_view option, ULO most, ULO *number)
-{
-    const CHR *text = asked.value(option);
-    if (text == nullptr) return true;
-    const CHR *end = text + strlen(text);
-    const auto read = std::from_chars(text, end, *number);
-    return read.ec == std::errc() && read.ptr == end && *number > 0 && *number <= most;
 }
 
 int run_tests(const request &asked, const test_run &run, ULO jobs, ULO seconds)

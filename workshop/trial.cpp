@@ -60,10 +60,11 @@ void become_input(const std::string &text)
     for (int i = STDERR_FILENO + 1; i < MOST_DESCRIPTORS; i++)
         if (i != TOLD_DESCRIPTOR) close(i);
     atexit(tell_error_code);
-    std::vector<const CHR *> words;
-    for (const std::string &word : t.words) words.push_back(word.c_str());
-    run_source(t.from, words, nullptr,
-               [&t](tree *checked) { watch_forms(checked, t.watched, TOLD_DESCRIPTOR); });
+    program_call called = {.command = "kst test", .from = t.from};
+    for (const std::string &word : t.words) called.words.push_back(word.c_str());
+    run_source(called, {.arrange = [&t](tree *checked) {
+                   watch_forms(checked, t.watched, TOLD_DESCRIPTOR);
+               }});
 }
 
 // -- the parent

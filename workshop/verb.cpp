@@ -2,7 +2,9 @@
 
 #include "workshop/verb.h"
 
+#include <charconv>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "workshop/verbs.h"
@@ -70,6 +72,15 @@ int refused(std::string_view command, std::string_view why)
     fprintf(stderr, "%s: %.*s (see %s --help)\n", name.c_str(), int(why.size()), why.data(),
             name.c_str());
     return STATUS_MISUSE;
+}
+
+bool read_number(const request &asked, std::string_view option, ULO most, ULO *number)
+{
+    const CHR *text = asked.value(option);
+    if (text == nullptr) return true;
+    const CHR *end = text + strlen(text);
+    const auto read = std::from_chars(text, end, *number);
+    return read.ec == std::errc() && read.ptr == end && *number > 0 && *number <= most;
 }
 
 int call_verb(const verb &asked, std::span<CHR *const> words)

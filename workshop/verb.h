@@ -61,6 +61,10 @@ int call_verb(const verb &asked, std::span<CHR *const> words);
 // What verbs that look at programs take.
 inline constexpr option PROFILE_OPTION = {"--cfg", "FILE", "global functions of the program"};
 
+// The argument of an option as a number from 1 to `most`; left as it is if the option is not there.
+// False for anything else.
+bool read_number(const request &asked, std::string_view option, ULO most, ULO *number);
+
 // Says what is wrong with the words of a command, in one line on stderr. `command` is "kst" or
 // "kst run". Returns STATUS_MISUSE.
 int refused(std::string_view command, std::string_view why);
