@@ -19,6 +19,7 @@
 #include "vm/moves.h"
 #include "vm/stack.h"
 #include "vm/variants.h"
+#include "vm/watch.h"
 
 FATAL_SITE(STACK_LINK, "kestrin", "kestrin_link", 127)
 FATAL_SITE(NO_HANDLER, "kestrin", "kestrin_link", 141)
@@ -234,6 +235,8 @@ fcall moving_form(const ULO *p, node_place place, assigned_set by_operands)
     return taking != nullptr ? taking : taking_arsetq(p);
 }
 
+void watch(ULO *p) { set_handler(p, watched_form(reinterpret_cast<fcall>(*p))); }
+
 // Chooses the handler of a linked instruction by its operands and by what becomes of its value.
 // Returns its variant, if it has one.
 const variant *choose_handler(ULO *p, const ULO *words, node_place place,
@@ -253,9 +256,11 @@ linked_node linker::link_node(ULO *p, node_place place)
     group_set groups = 0;
     const image::node_words words = link_words(p, &groups);
     const linked_node operands = link_operands(p, words, place);
-    if (!is_instruction) return {operands.assigned};
     if (groups & VARIABLE_FIRST) answers_.note_use(p, groups, words, place.use);
-    const variant *form = choose_handler(p, p + words.operands, place, operands);
+    const variant *form =
+        is_instruction ? choose_handler(p, p + words.operands, place, operands) : nullptr;
+    if (the_engine.watcher != nullptr) watch(p);
+    if (!is_instruction) return {operands.assigned};
     return {operands.assigned | set_by(p, groups, words), form};
 }
 

@@ -9,6 +9,7 @@
 
 struct lut;
 struct native_maker;
+struct call_watcher;
 
 // A function with the type letter of its value.
 struct udf_letter {
@@ -27,7 +28,8 @@ struct engine {
     UCH moves = 1;    // 1: the linker lets values move where nobody sees the difference
     UCH small_arrays; // 1: arrays own only the places that they use, and copies share them; else
                       // as many as they report
-    const native_maker *native; // NULL: the handlers run alone
+    const native_maker *native;  // NULL: the handlers run alone
+    const call_watcher *watcher; // NULL: nobody watches what is linked
     UCH interruptible;     // 1: a signal may make an error pending, for which native loops look
     UCH environment_asked; // 1: a program has asked for a variable of the environment
 };

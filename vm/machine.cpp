@@ -12,6 +12,7 @@
 #include "vm/hot.h"
 #include "vm/places.h"
 #include "vm/stack.h"
+#include "vm/watch.h"
 
 FATAL_SITE(RUN_FRAME, "kestrin", "kestrin_run", 29)
 FATAL_SITE(STACK_EVAL, "kestrin", "eval", 120)
@@ -43,6 +44,7 @@ constexpr rt_control initial_control = {
     .counters = nullptr,
     .for_goes_on = 0,
     .call_floor = nullptr,
+    .watched = {},
 };
 
 // The chunks of a thread's stack of frames are a list: `next` stands at the end of each, where
@@ -196,7 +198,10 @@ UCH kestrin_run_on(kestrin_data *frame, const ULO *program, kestrin_data *ret_da
     rt->rt_capture = capture;
     rt->rt_program = rt->rt_function = program;
     rt->rt_frame = frame;
-    call(image_main_node(program), ret_dat);
+    if (the_engine.watcher == nullptr)
+        call(image_main_node(program), ret_dat);
+    else
+        run_watched(rt, rt->watched.node, ret_dat);
     rt->rt_frame = nullptr;
 
     if (rt->rt_error_code == UNWIND_BREAK || rt->rt_error_code == UNWIND_EXIT) {

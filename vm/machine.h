@@ -22,6 +22,16 @@ struct hot_counters {
     unsigned patience;      // with functions that take turns at a counter
 };
 
+struct call_record;
+
+// Where a run that is watched is (vm/watch.h).
+struct watched_place {
+    const call_record *calls = nullptr; // the innermost call
+    const ULO *node = nullptr; // the statement or, in native code, what the engine is called for
+    // Where the return address of a function without a frame stands while it calls the engine.
+    const void *const *direct = nullptr;
+};
+
 // All state of a run, one for each thread.
 struct rt_control {
     UCH rt_run_flag;         // syntax error code of the text passes, 0 none
@@ -43,6 +53,7 @@ struct rt_control {
     hot_counters *counters;  // of the running program
     UCH for_goes_on;         // 1: the FOR that is called next goes on behind its body
     const CHR *call_floor;   // lowest address at which native code calls a function
+    watched_place watched;   // of a run that is watched
 };
 
 // NULL on a thread without set-up.

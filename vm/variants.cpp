@@ -6,7 +6,7 @@
 
 #include "kestrin/mapcar.h"
 #include "vm/handler.h"
-#include "vm/moves.h"
+#include "vm/watch.h"
 
 HANDLER(setq);
 HANDLER(setq_i);
@@ -86,7 +86,7 @@ handlers_by_form list_forms()
                 generic.emplace(made.record, row->handler);
                 generic.emplace(made.assigning, func__setq);
             }
-    for (const auto &moving : {appending_forms(), setq_forms(), array_forms()})
+    for (const auto &moving : {appending_forms(), setq_forms(), array_forms(), watched_forms()})
         for (const auto &[form, handler] : moving) generic.emplace(form, handler);
     generic.emplace(func__mapcar_without_texts, func__mapcar);
     return generic;

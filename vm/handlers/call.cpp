@@ -10,6 +10,7 @@
 #include "vm/hot.h"
 #include "vm/moves.h"
 #include "vm/trail.h"
+#include "vm/watch.h"
 
 FATAL_SITE(DEFUN_FRAME, "kestrin", "func__defun", 23)
 
@@ -75,11 +76,8 @@ void answer_break(rt_control *rt, kestrin_data *ret_dat)
     rt->rt_error_code = 0;
 }
 
-} // namespace
-
-namespace {
-
 // `given` is NULL where the operands are all to be evaluated.
+template <bool is_watched>
 [[gnu::always_inline]] inline void call_function(const ULO *dat_ptr, kestrin_data *ret_dat,
                                                  const given_number *given)
 {
@@ -110,7 +108,10 @@ namespace {
     rt->rt_frame = frame;
     count_call(rt, image);
     ret_dat->disable_ptr = 1; // what the body answers outlives the frame
-    call(image_main_node(image), ret_dat);
+    if constexpr (is_watched)
+        run_watched(rt, dat_ptr - 1, ret_dat);
+    else
+        call(image_main_node(image), ret_dat);
     release_frame(frame, slots, words, arguments);
     rt->frame_top = saved_top;
     rt->frame_end = saved_end;
@@ -124,11 +125,21 @@ namespace {
         note_call(rt, dat_ptr, image, frame);
 }
 
+// Apart, so that the usual call stays as it is.
+[[gnu::noinline]] void call_watched(const ULO *dat_ptr, kestrin_data *ret_dat,
+                                    const given_number *given)
+{
+    call_function<true>(dat_ptr, ret_dat, given);
+}
+
 } // namespace
 
-HANDLER(defun) { call_function(dat_ptr, ret_dat, nullptr); }
+HANDLER(defun) { call_function<false>(dat_ptr, ret_dat, nullptr); }
+HANDLER(defun_watched) { call_watched(dat_ptr, ret_dat, nullptr); }
 
 void call_with_numbers(const ULO *dat_ptr, kestrin_data *ret_dat, const given_number *given)
 {
-    call_function(dat_ptr, ret_dat, given);
+    if (the_engine.watcher != nullptr) [[unlikely]]
+        return call_watched(dat_ptr, ret_dat, given);
+    call_function<false>(dat_ptr, ret_dat, given);
 }

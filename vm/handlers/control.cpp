@@ -6,8 +6,8 @@
 #include "kestrin/strings.h"
 #include "vm/handler.h"
 #include "vm/hot.h"
-#include "vm/moves.h"
 #include "vm/places.h"
+#include "vm/watch.h"
 
 void answer_zero(kestrin_data *ret_dat)
 {
@@ -30,6 +30,12 @@ void unwind(UCH mark)
     if (!rt_ctrl->rt_noterror) return;
     rt_ctrl->rt_noterror = 0;
     rt_ctrl->rt_error_code = mark;
+}
+
+// In a watched run the thread's record says which statement runs.
+template <bool is_watched> void note(const ULO *node)
+{
+    if constexpr (is_watched) rt_ctrl->watched.node = node;
 }
 
 // An array that is made single keeps its places, but shares them with nobody.
@@ -68,7 +74,7 @@ SLO next_value(const ULO *dat_ptr, kestrin_data *ret_dat)
 // The rounds of a FOR from one with this value on. True where the loop has ended well. Words:
 // variable, start, increment, end, body. The increment is evaluated twice a round, for its sign and
 // for the step: programs can see its side effects.
-bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat, SLO current)
+template <bool is_watched> bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat, SLO current)
 {
     kestrin_data *control = variable(node_at(dat_ptr)[1]);
     unsigned *const rounds_left = rounds_left_of(dat_ptr);
@@ -76,10 +82,12 @@ bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat, SLO current)
         if (!rt_ctrl->rt_noterror) return false;
         set_control(control, current);
         if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return false;
+        note<is_watched>(dat_ptr - 1);
         const SLO step = fetch_step(dat_ptr + 2, ret_dat);
         const SLO end = fetch<CAST, SLO>(dat_ptr + 3, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
         if (step < 0 ? end > current : end < current) return true;
+        note<is_watched>(node_at(dat_ptr + 4));
         eval(dat_ptr + 4, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
         current = read_control(dat_ptr, control, ret_dat);
@@ -87,22 +95,23 @@ bool count_up(const ULO *dat_ptr, kestrin_data *ret_dat, SLO current)
     }
 }
 
-void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <bool is_watched = false> void repeat_for(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
     const SLO value = rt_ctrl->for_goes_on ? next_value(dat_ptr, ret_dat)
                                            : fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
-    if (count_up(dat_ptr, ret_dat, value) || absorb_break()) answer_zero(ret_dat);
+    if (count_up<is_watched>(dat_ptr, ret_dat, value) || absorb_break()) answer_zero(ret_dat);
 }
 
-void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <bool is_watched = false> void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
     unsigned *const rounds_left = rounds_left_of(dat_ptr);
     for (;;) {
         if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return;
+        note<is_watched>(dat_ptr - 1);
         const SLO condition = fetch<CAST, SLO>(dat_ptr, ret_dat);
         // A BREAK in the body is seen here too: nothing has been fetched then.
         if (!rt_ctrl->rt_noterror) {
@@ -110,12 +119,13 @@ void repeat_while(const ULO *dat_ptr, kestrin_data *ret_dat)
             break;
         }
         if (condition == 0) break;
+        note<is_watched>(node_at(dat_ptr + 1));
         eval(dat_ptr + 1, ret_dat);
     }
     answer_zero(ret_dat);
 }
 
-void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <bool is_watched = false> void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     // A slot that borrows still does so for the branch, which may answer by an alias.
     // The record's own type too, for a branch that leaves the record as it was.
@@ -127,23 +137,34 @@ void choose(const ULO *dat_ptr, kestrin_data *ret_dat)
         ret_dat->disable_ptr = 0;
     }
     ret_dat->type = type;
+    note<is_watched>(node_at(dat_ptr + (condition == 0 ? 2 : 1)));
     // Two jumps, which are foreseen, and not one to an address that waits for the condition.
     if (condition == 0) [[unlikely]]
         return eval(dat_ptr + 2, ret_dat);
     eval(dat_ptr + 1, ret_dat);
 }
 
-} // namespace
-
-HANDLER(progn)
+template <bool is_watched = false> void run_all(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const ULO count = dat_ptr[0];
     for (ULO i = 1; i <= count; i++) {
+        note<is_watched>(node_at(dat_ptr + i));
         eval(dat_ptr + i, ret_dat);
         if (i < count) lend_again(ret_dat);
     }
 }
 
+template <fcall form> void watch(const ULO *dat_ptr, kestrin_data *ret_dat)
+{
+    const ULO *around = rt_ctrl->watched.node;
+    note<true>(dat_ptr - 1);
+    form(dat_ptr, ret_dat);
+    note<true>(around);
+}
+
+} // namespace
+
+HANDLER(progn) { run_all(dat_ptr, ret_dat); }
 HANDLER(if) { choose(dat_ptr, ret_dat); }
 HANDLER(if_j) { choose(dat_ptr, ret_dat); }
 HANDLER(while) { repeat_while(dat_ptr, ret_dat); }
@@ -164,6 +185,25 @@ HANDLER(exit)
 }
 
 HANDLER(defun);
+HANDLER(defun_watched);
+
+std::span<const handler_form> watched_forms()
+{
+    static constexpr handler_form forms[] = {
+        {func__defun_watched, func__defun},       {watch<run_all<true>>, func__progn},
+        {watch<choose<true>>, func__if},          {watch<choose<true>>, func__if_j},
+        {watch<repeat_while<true>>, func__while}, {watch<repeat_while<true>>, func__while_j},
+        {watch<repeat_for<true>>, func__for},     {watch<repeat_for<true>>, func__for_j},
+    };
+    return forms;
+}
+
+fcall watched_form(fcall handler)
+{
+    for (const auto &[watched, plain] : watched_forms())
+        if (plain == handler) return watched;
+    return handler;
+}
 
 value_use use_of_operand(fcall handler, ULO i, ULO count, value_use own)
 {

@@ -1,0 +1,3 @@
+#include "vm/watch.h"
+
+constinit counter_cache recent_counters = {};
