@@ -1,5 +1,6 @@
 #include "native/hot.h"
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <map>
@@ -20,6 +21,7 @@ struct piece {
     std::vector<std::unique_ptr<exit_path>> exits;
     fcall handler = nullptr; // that stood in the node before
     way_in resume = nullptr;
+    std::vector<code_mark> marks;
     CHR answer = 0; // of a function: the type of what it answers, most likely
 };
 
@@ -34,6 +36,8 @@ struct registry {
     std::recursive_mutex lock;
     std::map<const ULO *, piece> nodes;
     std::map<const ULO *, function_piece> functions;
+    std::map<const UCH *, const ULO *> watched; // the nodes of marked code, by where it begins
+    std::atomic<bool> is_changing = false;
     std::atomic<bool> is_used = false;
 };
 
@@ -42,6 +46,16 @@ registry &all()
     static registry *made = new registry; // code may run until the process ends
     return *made;
 }
+
+// While one lives, these lists are the calling thread's, to be changed.
+class change {
+public:
+    change() : guard_(all().lock) { all().is_changing = true; }
+    ~change() { all().is_changing = false; }
+
+private:
+    std::lock_guard<std::recursive_mutex> guard_;
+};
 
 void put_word(const ULO *node, const void *handler)
 {
@@ -59,6 +73,8 @@ bool make_code(region *r, piece *p)
     p->pages = code_pages::make(made.code);
     if (p->pages == nullptr) return false;
     p->exits = std::move(made.exits);
+    p->marks = std::move(made.marks);
+    if (!p->marks.empty()) all().watched[p->pages->begin()] = root;
     for (const auto &path : p->exits) path->root = root;
     p->handler = linked_handler(root);
     p->answer = r->items[0].type.letter;
@@ -112,7 +128,7 @@ const direct_function *make_direct(const ULO *image, const std::vector<CHR> &typ
 
 way_in make_loop(const ULO *node)
 {
-    const std::lock_guard guard(all().lock);
+    const change mine;
     all().is_used = true;
     const auto [place, is_new] = all().nodes.try_emplace(node);
     piece &p = place->second;
@@ -136,7 +152,7 @@ void make_body(const ULO *image, piece *p)
 
 void make_function(const ULO *image)
 {
-    const std::lock_guard guard(all().lock);
+    const change mine;
     all().is_used = true;
     const ULO *root = image_main_node(image), arguments = image_arguments(image);
     if (!has_places(image)) return;
@@ -150,16 +166,32 @@ void make_function(const ULO *image)
 void forget(const void *from, const void *to)
 {
     if (!all().is_used) return;
-    const std::lock_guard guard(all().lock);
+    const change mine;
     const auto *first = static_cast<const ULO *>(from), *last = static_cast<const ULO *>(to);
     auto &nodes = all().nodes;
     for (auto p = nodes.lower_bound(first); p != nodes.end() && p->first < last;) {
         if (p->second.handler != nullptr)
             put_word(p->first, reinterpret_cast<const void *>(p->second.handler));
+        if (!p->second.marks.empty()) all().watched.erase(p->second.pages->begin());
         p = nodes.erase(p);
     }
     auto &functions = all().functions;
     functions.erase(functions.lower_bound(first), functions.lower_bound(last));
+}
+
+native_place find(const void *address)
+{
+    if (all().is_changing) return {};
+    const UCH *at = static_cast<const UCH *>(address);
+    auto code = all().watched.upper_bound(at);
+    if (code == all().watched.begin()) return {};
+    const piece &p = all().nodes.find((--code)->second)->second;
+    const ULO offset = static_cast<ULO>(at - p.pages->begin());
+    if (offset >= p.pages->size()) return {};
+    const auto behind =
+        std::upper_bound(p.marks.begin(), p.marks.end(), offset,
+                         [](ULO wanted, const code_mark &m) { return wanted < m.offset; });
+    return {behind[-1].node, behind[-1].depth};
 }
 
 } // namespace
@@ -204,6 +236,7 @@ void stop_using(const ULO *node)
 
 } // namespace native
 
-const native_maker native_hot = {50, 2, native::make_loop, native::make_function, native::forget};
-const native_maker native_at_once = {1, 1, native::make_loop, native::make_function,
-                                     native::forget};
+const native_maker native_hot = {
+    50, 2, native::make_loop, native::make_function, native::forget, native::find};
+const native_maker native_at_once = {
+    1, 1, native::make_loop, native::make_function, native::forget, native::find};

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "native/lowering.h"
-#include "vm/hot.h"
+#include "vm/watch.h"
 
 namespace native {
 
@@ -98,6 +98,50 @@ void lowering::take_returned(CHR letter)
 void lowering::check_error(label place)
 {
     a_.branch_if_byte(relation::EQUAL, in_machine(offsetof(rt_control, rt_noterror)), 0, place);
+}
+
+// -- Watched runs ------------------------------------------------------------------------------
+
+void lowering::mark(const ULO *node)
+{
+    node_ = node;
+    if (the_engine.watcher == nullptr) return;
+    auto &marks = made_.marks;
+    if (!marks.empty() && marks.back().offset == a_.size()) marks.pop_back();
+    marks.push_back({a_.size(), node, depth_});
+}
+
+// A function without a frame has put so much on the stack.
+void lowering::deepen(SLO bytes)
+{
+    depth_ += bytes;
+    mark(node_);
+}
+
+constexpr std::size_t watched_node = offsetof(rt_control, watched.node);
+constexpr std::size_t watched_direct = offsetof(rt_control, watched.direct);
+
+void lowering::note(unsigned i)
+{
+    if (the_engine.watcher == nullptr) return;
+    set_address(scratch[0], r_[i].node);
+    a_.store(in_machine(watched_node), scratch[0]);
+    if (r_.kind != shape::DIRECT) return;
+    a_.address(scratch[0], {STACK, static_cast<int>(depth_)});
+    a_.store(in_machine(watched_direct), scratch[0]);
+}
+
+void lowering::note_return()
+{
+    if (the_engine.watcher != nullptr && r_.kind == shape::DIRECT)
+        a_.store(in_machine(watched_direct), SLO(0));
+}
+
+void lowering::count_call(const ULO *image)
+{
+    if (the_engine.watcher == nullptr) return;
+    set_address(scratch[0], the_engine.watcher->counter(image));
+    a_.increment({scratch[0]});
 }
 
 void lowering::emit_late()
@@ -302,15 +346,27 @@ void lowering::make_function_of_numbers()
             if (v.kept && v.type == 'I' && v.whole == r) pushed.push_back(r);
     stack_ = small_layout(pushed.size());
     a_.bind(direct_);
-    for (const reg r : pushed) a_.push(r);
+    depth_ = 0;
+    mark(r_[0].node);
+    for (const reg r : pushed) {
+        a_.push(r);
+        deepen(8);
+    }
     a_.move_stack(-stack_.size);
+    deepen(stack_.size);
     take_arguments();
     answer_in_register(0);
     a_.bind(done_);
     a_.move_stack(stack_.size);
-    for (std::size_t i = pushed.size(); i-- > 0;) a_.pop(pushed[i]);
+    deepen(-stack_.size);
+    for (std::size_t i = pushed.size(); i-- > 0;) {
+        a_.pop(pushed[i]);
+        deepen(-8);
+    }
     a_.leave();
+    depth_ = stack_.size + 8 * static_cast<SLO>(pushed.size());
     emit_late();
+    mark(r_[0].node);
     a_.bind(error_);
     a_.jump(done_);
 }
@@ -340,6 +396,7 @@ lowered lowering::make()
     done_ = a_.make_label();
     resume_ = a_.make_label();
     direct_ = a_.make_label();
+    mark(nullptr);
     make_handler();
     switch (r_.kind) {
     case shape::LOOP: make_loop(); break;

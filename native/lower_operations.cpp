@@ -274,6 +274,7 @@ void lowering::pass_to_operation(unsigned i)
     const unsigned whole_count = wholes_ - wholes, real_count = reals_ - reals;
     wholes_ = wholes;
     reals_ = reals;
+    note(i);
     before_call(false);
     const unsigned moved = std::min(whole_count, static_cast<unsigned>(std::size(scratch)));
     for (unsigned n = 0; n < moved; n++) a_.move(scratch[n], temporaries[wholes + n]);
@@ -288,6 +289,7 @@ void lowering::call_operation(unsigned i)
     const numeric_row &row = *r_[i].row;
     pass_to_operation(i);
     a_.call(row.function);
+    note_return();
     take_returned(row.result);
     if (row.may_fault) check_error(error_);
 }
@@ -314,8 +316,10 @@ void lowering::call_function(unsigned i)
 {
     const direct_function *callee = r_[i].callee;
     const label too_deep = a_.make_label(), failed = a_.make_label();
+    const mark_scope mine(this, i);
     pass_to_function(i);
     a_.branch_if(relation::BELOW, STACK, in_machine(offsetof(rt_control, call_floor)), too_deep);
+    count_call(callee->image);
     if (callee == r_.self)
         a_.call(direct_);
     else
@@ -347,6 +351,7 @@ void lowering::call_framed(unsigned i, CHR letter)
 {
     const label fails = a_.make_label(), behind = a_.make_label();
     give_numbers(i, fails);
+    note(i);
     before_call(true);
     set_address(arguments[0], r_[i].word);
     a_.address(arguments[1], {STACK, GIVEN});

@@ -8,6 +8,7 @@ namespace native {
 
 void lowering::statement_by_handler(unsigned i)
 {
+    note(i);
     before_call(true);
     set_address(arguments[0], r_[i].node);
     a_.load(arguments[1], {STACK, RESULT_RECORD});
@@ -19,6 +20,7 @@ void lowering::statement_by_handler(unsigned i)
 void lowering::statement(unsigned i)
 {
     const item &it = r_[i];
+    const mark_scope mine(this, i);
     if (it.by_handler) return statement_by_handler(i);
     switch (it.what) {
     case work::CONSTANT: break;
@@ -236,6 +238,7 @@ void lowering::setq_framed(unsigned i)
 {
     const label fails = a_.make_label(), behind = a_.make_label();
     give_numbers(i + 1, fails);
+    note(i + 1);
     before_call(true);
     set_address(arguments[0], r_[i + 1].node + 1);
     a_.address(arguments[1], {STACK, GIVEN});
@@ -387,6 +390,7 @@ void lowering::go_on_by_handlers_after(unsigned i)
 
 void lowering::answer_by_handler(unsigned i)
 {
+    note(i);
     before_call(true);
     set_address(arguments[0], r_[i].node);
     a_.load(arguments[1], {STACK, RESULT_RECORD});
@@ -399,6 +403,7 @@ void lowering::answer_by_handler(unsigned i)
 void lowering::answer(unsigned i)
 {
     const item &it = r_[i];
+    const mark_scope mine(this, i);
     if (it.what == work::IF && !it.by_handler) return lower_if(i, &lowering::answer);
     if (it.what == work::PROGN && !it.by_handler) {
         unsigned k = i + 1;
@@ -425,6 +430,7 @@ void lowering::answer(unsigned i)
 void lowering::answer_in_register(unsigned i)
 {
     const item &it = r_[i];
+    const mark_scope mine(this, i);
     if (it.what == work::IF) return lower_if(i, &lowering::answer_in_register);
     if (it.what == work::PROGN) {
         unsigned k = i + 1;

@@ -190,6 +190,7 @@ void lowering::branch_both(unsigned i, label place, bool when)
 void lowering::branch(unsigned i, label place, bool when)
 {
     const item &it = r_[i];
+    const mark_scope mine(this, i);
     if (!it.by_handler) {
         if (it.what == work::COMPARE) return branch_compare(i, place, when);
         if (it.what == work::BOTH || it.what == work::EITHER) return branch_both(i, place, when);
@@ -209,6 +210,7 @@ void lowering::cast(CHR from, CHR to)
 
 void lowering::value_by_handler(unsigned i, CHR letter)
 {
+    note(i);
     before_call(true);
     set_address(arguments[0], r_[i].word);
     letter == 'I' ? call(&whole_of) : call(&real_of);

@@ -10,6 +10,7 @@
 #include <functional>
 
 #include "native/lower.h"
+#include "vm/hot.h"
 #include "vm/variants.h"
 
 namespace native {
@@ -85,16 +86,32 @@ private:
     template <class F> void call(F *function) { a_.call(reinterpret_cast<const void *>(function)); }
     label pending() const { return loops_.empty() ? error_ : loops_.back().pending; }
 
+    // In a watched run: the code from here on is that of a node; the record says so ahead of a call
+    // of the engine; a call of a function without a frame is counted.
+    void mark(const ULO *node);
+    void deepen(SLO bytes);
+    void note(unsigned i);
+    void note_return();
+    void count_call(const ULO *image);
+    struct mark_scope {
+        mark_scope(lowering *l, unsigned i) : l_(*l), around_(l->node_) { l_.mark(l_.r_[i].node); }
+        ~mark_scope() { l_.mark(around_); }
+        lowering &l_;
+        const ULO *around_;
+    };
+
     // Code off the road, for what seldom happens: it is emitted at the end, with the temporaries
     // and loops of here.
     template <class F> void late(F emit)
     {
-        late_.push_back([this, emit, wholes = wholes_, reals = reals_, loops = loops_] {
-            wholes_ = wholes;
-            reals_ = reals;
-            loops_ = loops;
-            emit();
-        });
+        late_.push_back(
+            [this, emit, wholes = wholes_, reals = reals_, loops = loops_, node = node_] {
+                wholes_ = wholes;
+                reals_ = reals;
+                loops_ = loops;
+                mark(node);
+                emit();
+            });
     }
     // The same for what comes to `fails` and goes on at `behind`.
     template <class F> void instead(label fails, label behind, F emit)
@@ -205,6 +222,8 @@ private:
     std::vector<open_loop> loops_;
     std::vector<std::function<void()>> late_;
     unsigned wholes_ = 0, reals_ = 0; // temporaries that hold values
+    const ULO *node_ = nullptr;       // the last that was marked
+    SLO depth_ = NO_RETURN;           // of a function without a frame, where the code is now
     label start_ = 0, resume_start_ = 0, resume_ = 0, direct_ = 0, done_ = 0, error_ = 0;
 };
 

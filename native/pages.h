@@ -20,6 +20,7 @@ public:
     code_pages &operator=(const code_pages &) = delete;
 
     const UCH *begin() const { return begin_; }
+    ULO size() const { return size_; }
 
     static constexpr ULO MOST_BYTES = ULO(64) << 20;
 

@@ -67,6 +67,7 @@ constexpr form MUL_LONG     = {0,      W,  0,    0x69,   0,     4};
 constexpr form NOT          = {0,      W,  0,    0xF7,   2,     0};
 constexpr form NEGATE       = {0,      W,  0,    0xF7,   3,     0};
 constexpr form MUL_WIDE     = {0,      W,  0,    0xF7,   5,     0}; // by AX, to DX and AX
+constexpr form INCREMENT    = {0,      W,  0,    0xFF,   0,     0};
 constexpr form WIDEN        = {0,      W,  0,    0x99,   0,     0}; // AX to DX and AX
 constexpr form DIVIDE       = {0,      W,  0,    0xF7,   7,     0};
 constexpr form LEFT         = {0,      W,  0,    0xC1,   4,     1};
@@ -349,6 +350,7 @@ void assembler::multiply_high(reg to, reg from, SLO by)
     move(to, scratch[2]);
 }
 
+void assembler::increment(const memory &of) { emit(INCREMENT, 0, of); }
 void assembler::negate(reg to) { emit(NEGATE, 0, to); }
 void assembler::invert(reg to) { emit(NOT, 0, to); }
 

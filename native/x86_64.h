@@ -102,6 +102,7 @@ public:
     void compute(whole op, reg to, SLO by); // takes scratch[2] where it has more than 32 bits
     // The upper 64 bits of a product of 128. `from` is not in scratch; takes scratch[0] and [2].
     void multiply_high(reg to, reg from, SLO by);
+    void increment(const memory &of);
     void negate(reg to);
     void invert(reg to);
     // By the low six bits of `by`. The first takes scratch[1], and `to` is not it.

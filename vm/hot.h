@@ -5,6 +5,14 @@
 #include "vm/engine.h"
 #include "vm/machine.h"
 
+// What native code does at an address. `depth`: how far above the stack pointer the return address
+// of a function without a frame stands; NO_RETURN in code that handlers have called.
+constexpr SLO NO_RETURN = -1;
+struct native_place {
+    const ULO *node = nullptr; // NULL: none of the program's work, or no such code
+    SLO depth = NO_RETURN;
+};
+
 // That layer. Where it is not there, the handlers run alone.
 struct native_maker {
     unsigned rounds, calls; // of a loop or of a function until it is hot
@@ -18,6 +26,8 @@ struct native_maker {
     void (*function)(const ULO *image);
     // Linked code between two addresses is about to end.
     void (*forget)(const void *from, const void *to);
+    // Of a watched run; a signal handler of the running thread may call this.
+    native_place (*find)(const void *address) = nullptr;
 };
 
 // What is not worth a further look now gets so many rounds or calls.

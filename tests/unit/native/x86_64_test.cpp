@@ -149,6 +149,7 @@ const struct {
     FORM("mov eax,0x5; imul $A; mov r9,rdx", multiply_high(reg::R9, o.a, 5)),
     FORM("neg $A", negate(o.a)),
     FORM("not $A", invert(o.a)),
+    FORM("inc QWORD PTR $M", increment(o.m)),
     FORM("shl $A,0x3f", shift_by(shift::LEFT, o.a, 63U)),
     FORM("sar $A,0x2", shift_by(shift::RIGHT, o.a, 66U)),
     FORM("shl $A,cl", shift_by(shift::LEFT, o.a, reg::CX)),
