@@ -58,6 +58,13 @@ std::vector<std::string_view> source::lines() const
     return all;
 }
 
+std::string_view beginning(std::string_view text, ULO most)
+{
+    if (text.size() <= most) return text;
+    while (most > 0 && (static_cast<UCH>(text[most]) & 0xC0) == 0x80) most--;
+    return text.substr(0, most);
+}
+
 std::string plain(std::string_view text)
 {
     std::string shown(text);

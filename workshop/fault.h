@@ -28,6 +28,9 @@ struct fault {
 // Bytes that a terminal would obey as blanks; tabs and newlines stay.
 std::string plain(std::string_view text);
 
+// The first bytes of a text, at most so many, up to a whole character.
+std::string_view beginning(std::string_view text, ULO most);
+
 // By line and column; of those at one place the first found stays first.
 void sort_by_place(std::vector<fault> *faults);
 

@@ -12,3 +12,4 @@ extern const verb repl_verb;
 extern const verb fmt_verb;
 extern const verb test_verb;
 extern const verb pack_verb;
+extern const verb profile_verb;
