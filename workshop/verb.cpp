@@ -12,8 +12,8 @@
 namespace {
 
 constexpr const verb *all_verbs[] = {
-    &run_verb, &check_verb,   &fmt_verb,  &test_verb, &repl_verb,
-    &doc_verb, &explain_verb, &pack_verb, &lsp_verb,  &profile_verb,
+    &run_verb,     &check_verb, &fmt_verb, &test_verb,    &repl_verb,  &doc_verb,
+    &explain_verb, &pack_verb,  &lsp_verb, &profile_verb, &trace_verb,
 };
 
 std::string command_of(const verb &v) { return std::string("kst ").append(v.name); }

@@ -13,3 +13,4 @@ extern const verb fmt_verb;
 extern const verb test_verb;
 extern const verb pack_verb;
 extern const verb profile_verb;
+extern const verb trace_verb;
