@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs whole programs through kestrin and compares what comes out with what is recorded.
 
-  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road disk|kst|limits|mapcar|pack] [--native 0|1|2]
+  run.py [filter] [--kestrin PATH] [--accept] [--jobs N] [--road ROAD] [--native 0|1|2]
          [--sanitized]
 
 A case is <group>/<name>.kst beside this script; the filter is a piece of "group/name".
@@ -370,6 +370,14 @@ class LimitsRoad(KstRoad):
         return KstRoad.fits(case) and not LimitsRoad.FILES.search(source_of(case)[1])
 
 
+class ProfileRoad(KstRoad):
+    words = ["profile", "-o", "/dev/null"]
+
+
+class TraceRoad(KstRoad):
+    words = ["trace", "-o", "/dev/null"]
+
+
 class PackRoad:
     """The same program and kestrin in one executable, called with the words of the case."""
 
@@ -404,7 +412,8 @@ def source_of(case):
     return os.path.basename(case.path), read(case.path)
 
 
-ROADS = {"disk": DiskRoad, "kst": KstRoad, "limits": LimitsRoad, "mapcar": MapcarRoad, "pack": PackRoad}
+ROADS = {"disk": DiskRoad, "kst": KstRoad, "limits": LimitsRoad, "profile": ProfileRoad,
+         "trace": TraceRoad, "mapcar": MapcarRoad, "pack": PackRoad}
 
 
 def find_cases():
