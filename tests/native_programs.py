@@ -361,7 +361,7 @@ class Runner:
     @staticmethod
     def plain(text):
         """Which of two NaNs an operation answers, and so its sign, is up to the processor."""
-        return text.replace(b"-NAN", b"NAN")
+        return re.sub(rb"-(nan)", rb"\1", text, flags=re.IGNORECASE)
 
     def answers(self, tree, modes=MODES):
         with open(self.path, "w", encoding="ascii") as file:
