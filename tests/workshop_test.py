@@ -112,7 +112,9 @@ COMMANDS = [
     (["profile"], "", 2, "", "kst profile: missing FILE"),
     (["profile", "none.kst"], "", 2, "", "kst profile: can't open `none.kst': No such file"),
     (["profile", "--lines", "0", "good.kst"], "", 2, "", "kst profile: `--lines' wants a number"),
-    (["profile", "-o", "no/where", "good.kst"], "", 2, "", "kst profile: can't open `no/where': No such"),
+    (["profile", "-o", "good.kst", "good.kst", "x"], "", 2, "", "kst profile: `good.kst' is a file of the program"),
+    (["trace", "-o", "good.kst", "good.kst", "x"], "", 2, "", "kst trace: `good.kst' is a file of the program"),
+    (["profile", "-o", "no/where", "good.kst", "x"], "", 2, "", "kst profile: can't open `no/where': No such"),
     (["profile", "--cfg", "none.cfg", "good.kst"], "", 2, "", "kst profile: can't open `none.cfg': No such"),
     (["profile", "bad.kst"], "", 1, "", "bad.kst:2:3: undefined function name `NOSUCH'"),
     (["profile", "-"], "(defun f (+ $1 1))\n(f 2)", 0, "3\n", " F                standard input:1\n"),
@@ -349,7 +351,7 @@ class Verbs(Folder):
             with self.subTest(verb=verb):
                 status, out, err = run([verb, "--help"])
                 self.assertEqual((status, err), (0, ""))
-                self.assertTrue(out.startswith("usage: kst %s " % verb), out)
+                self.assertTrue(out.startswith("usage: kst %s" % verb), out)
                 with open(os.path.join(MAN, "kst-%s.1" % verb), encoding="utf-8") as f:
                     page = f.read()
                 for option in re.findall(r"^  -(-?\w+)", out, re.M):

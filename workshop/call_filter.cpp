@@ -105,20 +105,14 @@ struct purpose {
 };
 
 constexpr purpose purposes[] = {
-    {SYS_newfstatat, "looking for a file"},
-    {SYS_openat, "opening a file"},
-    {SYS_unlinkat, "removing a file"},
-    {SYS_ioctl, "the keys of a terminal"},
-    {SYS_getcwd, "the name of its folder"},
-    {SYS_clone, "another process"},
-    {SYS_clone3, "another process"},
-    {SYS_execve, "another program"},
-    {SYS_socket, "the network"},
+    {SYS_newfstatat, "looking for a file"}, {SYS_openat, "opening a file"},
+    {SYS_unlinkat, "removing a file"},      {SYS_ioctl, "the keys of a terminal"},
+    {SYS_dup, "a copy of a stream"},        {SYS_getcwd, "the name of its folder"},
+    {SYS_clone, "another process"},         {SYS_clone3, "another process"},
+    {SYS_execve, "another program"},        {SYS_socket, "the network"},
 #ifdef __x86_64__
-    {SYS_open, "opening a file"},
-    {SYS_creat, "opening a file"},
-    {SYS_unlink, "removing a file"},
-    {SYS_fork, "another process"},
+    {SYS_open, "opening a file"},           {SYS_creat, "opening a file"},
+    {SYS_unlink, "removing a file"},        {SYS_fork, "another process"},
     {SYS_vfork, "another process"},
 #endif
 };

@@ -569,7 +569,8 @@ answer list_folds(const question &q)
 answer lay_out(const question &q)
 {
     const std::string &text = q.doc->text();
-    if (!q.doc->names().is_balanced() || is_precompiled(text)) return {json::array()};
+    if (!q.doc->names().is_balanced() || is_precompiled(text) || is_too_deep(text))
+        return {json::array()};
     const std::string wanted = laid_out(text);
     if (wanted == text) return {json::array()};
     const ULO most = std::min(text.size(), wanted.size());

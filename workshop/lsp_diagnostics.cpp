@@ -10,9 +10,14 @@ namespace {
 enum severity { ERROR = 1, WARNING = 2 };
 
 // What a level of forms may take of the stack, in whichever pass.
+#ifdef __SANITIZE_ADDRESS__
+constexpr ULO STACK_OF_LEVEL = 65536;
+#else
 constexpr ULO STACK_OF_LEVEL = 4096;
+#endif
 
-// The passes recurse, and where the stack ends they end the process.
+} // namespace
+
 bool is_too_deep(std::string_view text)
 {
     const ULO room = stack_floor == nullptr ? ULO(4) << 20 : ULO(stack_pointer() - stack_floor);
@@ -23,6 +28,8 @@ bool is_too_deep(std::string_view text)
     }
     return deepest > room / STACK_OF_LEVEL;
 }
+
+namespace {
 
 std::vector<fault> faults_in(const document &doc)
 {

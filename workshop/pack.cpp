@@ -1,5 +1,6 @@
 // kst pack: the engine and a program in one executable.
 
+#include <csignal>
 #include <filesystem>
 
 #include "driver/packed.h"
@@ -54,17 +55,23 @@ int take_profile(const CHR *path, std::string *text)
     return STATUS_GOOD;
 }
 
-bool is_same_file(const CHR *one, const std::string &other)
+std::string own_path()
 {
     std::error_code error;
-    return fs::equivalent(one, other, error) && !error;
+    return fs::read_symlink("/proc/self/exe", error);
 }
 
 // kestrin lies beside kst wherever both are installed.
-std::string engine_path()
+std::string engine_path() { return fs::path(own_path()).replace_filename("kestrin"); }
+
+// What would be lost if the executable took its place; empty: nothing that is in use.
+std::string_view used_as(const CHR *to, const CHR *from)
 {
-    std::error_code error;
-    return fs::read_symlink("/proc/self/exe", error).replace_filename("kestrin");
+    const CHR *profile = start_workshop().cfg_profile_path;
+    if (is_same_file(to, from)) return "the program itself";
+    if (profile != nullptr && is_same_file(to, profile)) return "the program's profile";
+    if (is_same_file(to, engine_path())) return "kestrin itself";
+    return is_same_file(to, own_path()) ? "kst itself" : "";
 }
 
 int write_packed(const CHR *to, const packed_program &packed)
@@ -72,8 +79,6 @@ int write_packed(const CHR *to, const packed_program &packed)
     source engine;
     std::string why;
     const std::string path = engine_path();
-    if (is_same_file(to, path))
-        return refused(COMMAND, "`" + std::string(to) + "' is kestrin itself");
     if (!read_source(path.c_str(), &engine, &why)) return refused(COMMAND, why);
     if (!pack(&engine.text, packed)) return refused(COMMAND, "`" + path + "' can't hold a program");
     if (!make_file(to, engine.text, FOR_ALL, &why)) return refused(COMMAND, why);
@@ -84,13 +89,14 @@ int run_pack(const request &asked)
 {
     const CHR *from_path = asked.operands[0], *to = asked.value("-o");
     if (to == nullptr) return refused(COMMAND, "missing -o PROGRAM");
+    signal(SIGXFSZ, SIG_IGN); // a bound of files' sizes is a write that fails
     source from;
     std::string why;
     if (!read_source(from_path, &from, &why)) return refused(COMMAND, why);
-    if (is_same_file(to, from_path))
-        return refused(COMMAND, "`" + std::string(to) + "' is the program itself");
     packed_program packed;
     int status = take_profile(asked.value("--cfg"), &packed.profile);
+    if (const std::string_view used = used_as(to, from_path); !used.empty())
+        return refused(COMMAND, "`" + std::string(to) + "' is " + std::string(used));
     if (status == STATUS_GOOD) status = check_contents(from);
     if (status != STATUS_GOOD) return status;
     if (is_precompiled(from.text)) packed.profile.clear();

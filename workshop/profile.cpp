@@ -11,6 +11,7 @@
 #include "driver/run.h"
 #include "vm/watch.h"
 #include "workshop/origins.h"
+#include "workshop/replace_file.h"
 #include "workshop/run.h"
 #include "workshop/sampler.h"
 #include "workshop/verbs.h"
@@ -324,6 +325,15 @@ bool run_profiled(session *s, const source &from, const source &set)
     return done;
 }
 
+void open_reports(const program_call &called, const CHR *table, const CHR *folded)
+{
+    the_report->table = open_report(called, table);
+    if (folded == nullptr) return;
+    if (table != nullptr && is_same_file(folded, table))
+        exit(refused(called.command, "the table and the stacks want files of their own"));
+    the_report->folded = open_report(called, folded);
+}
+
 int run_profile(const request &asked)
 {
     program_call called = {.command = "kst profile"};
@@ -332,12 +342,9 @@ int run_profile(const request &asked)
     if (!read_number(asked, "--lines", MOST_LINES, &the_report->lines))
         return refused(called.command, "`--lines' wants a number from 1 to 1000000");
     if (!read_source_program(asked, &called, &why)) return refused(called.command, why);
-    const CHR *folded = asked.value("--folded");
-    if (!open_report(asked.value("-o"), &the_report->table, &why) ||
-        (folded != nullptr && !open_report(folded, &the_report->folded, &why)))
-        return refused(called.command, why);
     the_engine.watcher = &counting;
-    run_source(called, {.run = [&called](session *s, const source &set) {
+    run_source(called, {.run = [&](session *s, const source &set) {
+                   open_reports(called, asked.value("-o"), asked.value("--folded"));
                    return run_profiled(s, called.from, set);
                }});
 }

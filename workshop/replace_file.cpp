@@ -89,6 +89,13 @@ bool make_file(const CHR *path, std::string_view contents, mode_t mode, std::str
     return done;
 }
 
+bool is_same_file(const CHR *one, const std::string &other)
+{
+    struct stat a, b;
+    return stat(one, &a) == 0 && stat(other.c_str(), &b) == 0 && a.st_dev == b.st_dev &&
+           a.st_ino == b.st_ino;
+}
+
 bool replace_file(const CHR *path, std::string_view contents, std::string *why)
 {
     CHR *real = realpath(path, nullptr);

@@ -2,6 +2,7 @@
 // within limits if there are any.
 
 #include "workshop/run.h"
+#include "workshop/replace_file.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -157,21 +158,25 @@ bool read_source_program(const request &asked, program_call *called, std::string
 }
 
 // Above the numbers that the program's own files get, which it may print or close.
-bool open_report(const CHR *path, FILE **file, std::string *why)
+FILE *open_report(const program_call &called, const CHR *path)
 {
     constexpr int FIRST_DESCRIPTOR = 200;
+    const CHR *profile = start_workshop().cfg_profile_path;
+    const bool is_used = path != nullptr && (is_same_file(path, called.from.name) ||
+                                             (profile != nullptr && is_same_file(path, profile)));
+    if (is_used)
+        exit(refused(called.command, "`" + std::string(path) + "' is a file of the program"));
     const int opened = path == nullptr ? STDERR_FILENO
                                        : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     const int moved = opened < 0 ? -1 : fcntl(opened, F_DUPFD_CLOEXEC, FIRST_DESCRIPTOR);
     if (path != nullptr && moved >= 0) close(opened);
-    *file = opened < 0 ? nullptr : fdopen(moved >= 0 ? moved : opened, "w");
-    if (*file != nullptr) {
-        setvbuf(*file, nullptr, _IOLBF, BUFSIZ);
-        return true;
-    }
-    *why = "can't open `" + std::string(path == nullptr ? "standard error" : path) +
-           "': " + strerror(errno);
-    return false;
+    FILE *file = opened < 0 ? nullptr : fdopen(moved >= 0 ? moved : opened, "w");
+    if (file == nullptr)
+        exit(refused(called.command, "can't open `" +
+                                         std::string(path == nullptr ? "standard error" : path) +
+                                         "': " + strerror(errno)));
+    setvbuf(file, nullptr, _IOLBF, BUFSIZ);
+    return file;
 }
 
 bool finish_report(std::string_view command, FILE *file)

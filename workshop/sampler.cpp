@@ -33,7 +33,7 @@ struct buffer {
 struct sampling {
     std::function<void(const sample &)> take;
     std::function<void()> interrupted;
-    pthread_t sampled, taker;
+    pthread_t taker;
     timer_t timer;
     buffer buffers[2];
     std::atomic<int> filled = 0;           // buffer that samples go to
@@ -187,7 +187,11 @@ void take_all()
     take_all();
     running->interrupted();
     signal(SIGINT, SIG_DFL);
-    pthread_kill(running->sampled, SIGINT);
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr); // the program may wait with all blocked
+    raise(SIGINT);
     for (;;) pause();
 }
 
@@ -259,7 +263,6 @@ bool start_sampling(std::function<void(const sample &)> take, std::function<void
     running = new sampling; // for good: a signal may come late
     running->take = std::move(take);
     running->interrupted = std::move(interrupted);
-    running->sampled = pthread_self();
     if (!map_buffers(running) || sem_init(&running->wakes, 0, 0) != 0) return false;
     handle_signals();
     running->last = microseconds_now();

@@ -23,18 +23,22 @@ constexpr ULO MOST_ARGUMENTS = 8; // of a call
 
 // -- Values ------------------------------------------------------------------------------------
 
+bool is_control(CHR byte) { return static_cast<UCH>(byte) < ' ' || byte == 127; }
+
 std::string shown_text(std::string_view text)
 {
     std::string shown = "\"";
     for (const CHR byte : beginning(text, MOST_BYTES)) {
+        CHR hexadecimal[8];
+        snprintf(hexadecimal, sizeof hexadecimal, "\\0x%02x", unsigned(static_cast<UCH>(byte)));
         if (byte == '\n')
             shown += "\\n";
         else if (byte == '"' || byte == '\\')
             shown += {'\\', byte};
         else
-            shown += byte;
+            shown += is_control(byte) ? hexadecimal : std::string(1, byte);
     }
-    return plain(shown) + (text.size() > MOST_BYTES ? "\"..." : "\"");
+    return shown + (text.size() > MOST_BYTES ? "\"..." : "\"");
 }
 
 std::string shown_float(DFL value)
@@ -133,6 +137,7 @@ void tracer::print(const std::string &end)
     fflush(stdout); // what the program has written by now stands ahead
     fprintf(out_, "%s%s\n", shown_.back().c_str(), end.c_str());
     is_waiting_ = false;
+    if (ferror(out_)) finish(); // nobody reads it any more
 }
 
 void tracer::print_waiting()
@@ -224,19 +229,20 @@ int run_trace(const request &asked)
 {
     program_call called = {.command = "kst trace"};
     limits limit;
-    FILE *out = nullptr;
     std::string why;
     for (const auto &[name, number] :
          {std::pair("--depth", &limit.depth), {"--calls", &limit.calls}})
         if (!read_number(asked, name, MOST, number))
             return refused(called.command,
                            "`" + std::string(name) + "' wants a number from 1 to 1000000000");
-    if (const CHR *names = asked.value("--only"); names != nullptr) limit.only = names_in(names);
-    if (!read_source_program(asked, &called, &why) || !open_report(asked.value("-o"), &out, &why))
-        return refused(called.command, why);
-    the_tracer = new tracer(limit, out);
+    if (const CHR *names = asked.value("--only"); names != nullptr) {
+        limit.only = names_in(names);
+        if (limit.only.empty()) return refused(called.command, "`--only' wants names");
+    }
+    if (!read_source_program(asked, &called, &why)) return refused(called.command, why);
     the_engine.watcher = &tracing;
-    run_source(called, {.run = [&called](session *s, const source &set) {
+    run_source(called, {.run = [&](session *s, const source &set) {
+                   the_tracer = new tracer(limit, open_report(called, asked.value("-o")));
                    return run_traced(s, called.from, set);
                }});
 }

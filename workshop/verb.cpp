@@ -31,9 +31,10 @@ bool asks_for_help(std::string_view word) { return word == "-h" || word == "--he
 
 int print_help(const verb &v)
 {
-    printf("usage: kst %.*s %s%.*s\n%.*s\n", int(v.name.size()), v.name.data(),
-           v.options.empty() ? "" : "[option ...] ", int(v.operands.size()), v.operands.data(),
-           int(v.help.size()), v.help.data());
+    std::string usage = "usage: kst " + std::string(v.name);
+    if (!v.options.empty()) usage += " [option ...]";
+    if (!v.operands.empty()) usage.append(" ").append(v.operands);
+    printf("%s\n%.*s\n", usage.c_str(), int(v.help.size()), v.help.data());
     if (!v.options.empty()) putchar('\n');
     for (const option &o : v.options) {
         const std::string shown =
