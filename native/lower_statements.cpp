@@ -68,8 +68,10 @@ open_loop lowering::begin_loop()
     return loops_.back();
 }
 
+// Behind a jump.
 void lowering::begin_round(label body)
 {
+    a_.align();
     a_.bind(body);
     if (the_engine.interruptible) check_error(pending());
 }

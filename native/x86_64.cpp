@@ -235,6 +235,17 @@ label assembler::make_label()
     return static_cast<label>(labels_.size() - 1);
 }
 
+void assembler::align()
+{
+    constexpr UCH TRAP = 0xCC;
+    constexpr ULO BLOCK = 32;
+    while (size_ % BLOCK != 0) {
+        UCH *code = room();
+        *code++ = TRAP;
+        end(code);
+    }
+}
+
 void assembler::bind(label place) { labels_[place] = size_; }
 
 std::span<const UCH> assembler::finish()

@@ -73,6 +73,9 @@ public:
     // -- Places in the code. A label is bound once, before or behind its uses.
     label make_label();
     void bind(label place);
+    // Goes on at a multiple of 32 bytes, behind bytes that must not be reached: a short loop that
+    // lies across such a bound takes twice its time.
+    void align();
     // Ends the code: every use of a label gets its distance. The bytes stay until the assembler
     // ends. The code can stand at any address.
     std::span<const UCH> finish();
