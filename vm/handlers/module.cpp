@@ -6,14 +6,11 @@
 #include "vm/text.h"
 #include "vm/versions.h"
 
-// Facts of the build, which its builder can set. KESTRIN_BUILT_ON: system, host and kernel.
+// The builder sets KESTRIN_BUILT_ON, the system, host and kernel, and KESTRIN_BUILT_AT, the day.
 #if defined(__clang__)
 #define COMPILER __VERSION__
 #else
 #define COMPILER "GNU C++ " __VERSION__
-#endif
-#if !defined(KESTRIN_BUILT_AT)
-#define KESTRIN_BUILT_AT __DATE__
 #endif
 
 const CHR compiled_on[] = KESTRIN_BUILT_ON;
