@@ -26,6 +26,7 @@
 #include "strings/scratch.h"
 #include "vm/engine.h"
 #include "vm/image.h"
+#include "vm/machine.h"
 #include "vm/stack.h"
 
 FATAL_SITE(STACK_COMPILE, "kestrin", "kestrin_compile", 126)
@@ -43,6 +44,7 @@ public:
     words(const words &) = delete;
     words &operator=(const words &) = delete;
     ULO size() const { return size_; }
+    void clear() { size_ = 0; }
     ULO *data() { return reinterpret_cast<ULO *>(block_); }
     ULO &operator[](ULO i) { return data()[i]; }
     void push_back(ULO word)
@@ -67,6 +69,8 @@ public:
     {
         mk_fst_buff(&block_, size_ * sizeof(ULO));
         std::swap(*code, block_);
+        free_string(&block_);
+        size_ = capacity_ = 0;
     }
 
 private:
@@ -107,16 +111,15 @@ struct call_node {
     bool counted() const { return letter == 'L' || letter == 'G' || operands < 0; }
 };
 
+// It may be used again and again, so that a short text costs few allocations.
 class compiler {
 public:
-    compiler(tree *t, UCH debug_level, std::vector<code_place> *places)
-        : tree_(*t), debug_level_(debug_level), places_(places)
-    {
-    }
-    void run(std::string_view name, CHR **code);
+    void run(tree *program, UCH debug_level, std::string_view name, CHR **code,
+             std::vector<code_place> *places);
 
 private:
-    const node &at(node_index n) const { return tree_.nodes[n]; }
+    void begin();
+    const node &at(node_index n) const { return tree_->nodes[n]; }
     unit_index compile_function(node_index form, ULO udf_counter, bool is_root);
     void define(node_index definition, context *function);
     bool is_definition(const node &n) const;
@@ -137,11 +140,11 @@ private:
     void settle_places();
     ULO *lay_out(unit_index function, ULO *out);
 
-    tree &tree_;
-    UCH debug_level_;
-    std::vector<code_place> *places_;     // NULL: nobody asks
-    std::vector<unit_index> place_units_; // of each; its word counts as in the unit's words
-    std::string path_;                    // scoped name of the function
+    tree *tree_ = nullptr;
+    UCH debug_level_ = 0;
+    std::vector<code_place> *places_ = nullptr; // NULL: nobody asks
+    std::vector<unit_index> place_units_;       // of each; its word counts as in the unit's words
+    std::string path_;                          // scoped name of the function
     varlist variables_;
     std::vector<unit> units_;
     words root_; // main nodes of the root and, by depth, of all others
@@ -153,6 +156,7 @@ private:
     bool has_global_udfs_ = false;
     std::vector<name_id> used_;
     std::vector<bool> is_used_; // by name
+    std::string used_text_;
 };
 
 void append_text_words(words *out, std::string_view text)
@@ -204,7 +208,7 @@ CHR read_letter(CHR suffix)
 bool compiler::slot_of(const node &n, const context &function, ULO *slot) const
 {
     if (n.letter == 'P') {
-        const SLO number = tree_.argument_number(n);
+        const SLO number = tree_->argument_number(n);
         *slot = static_cast<ULO>(number - 1);
         return number > 0 && ULO(number) <= function.arguments;
     }
@@ -219,7 +223,7 @@ bool compiler::slot_of(const node &n, const context &function, ULO *slot) const
 void compiler::note_place(const node &n, const context &function)
 {
     if (places_ == nullptr) return;
-    places_->push_back({function.out->size(), static_cast<node_index>(&n - tree_.nodes.data())});
+    places_->push_back({function.out->size(), static_cast<node_index>(&n - tree_->nodes.data())});
     place_units_.push_back(function.made);
 }
 
@@ -327,12 +331,12 @@ void compiler::emit_operand(const node &n, const call_node &call, context *funct
 {
     switch (n.letter) {
     case 'U': return emit_form(n, function);
-    case 'F': return emit_float(tree_.text_of(n), function->out);
-    case 'I': return emit_integer(tree_.text_of(n), function->out);
+    case 'F': return emit_float(tree_->text_of(n), function->out);
+    case 'I': return emit_integer(tree_->text_of(n), function->out);
     case 'Z': return emit_nil(function->out);
     case 'S':
-        return n.is_raw ? emit_bytes(tree_.text_of(n), function->out)
-                        : emit_string(tree_.text_of(n), function->out);
+        return n.is_raw ? emit_bytes(tree_->text_of(n), function->out)
+                        : emit_string(tree_->text_of(n), function->out);
     default: return emit_variable(n, call, *function);
     }
 }
@@ -389,7 +393,7 @@ void compiler::define(node_index definition, context *function)
     const node_index name = at(definition).first;
     const node_index body = name == NO_NODE ? NO_NODE : at(name).next;
     const ULO path_size = path_.size();
-    const name_id udf = names().enter(name == NO_NODE ? "" : tree_.token_of(at(name)));
+    const name_id udf = names().enter(name == NO_NODE ? "" : tree_->token_of(at(name)));
     path_.append(":").append(names().text(udf));
     if (local_udfs_.get(udf) == 0) local_udfs_.set(udf, function->udf_counter + 1);
     function->udf_counter++;
@@ -449,10 +453,10 @@ void compiler::add_debug_text(unit_index function, std::string_view text)
 unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_root)
 {
     check_stack(site::STACK_COMPILE);
-    if (form == NO_NODE || at(form).letter != 'U') form = tree_.opened(form, TYPED);
+    if (form == NO_NODE || at(form).letter != 'U') form = tree_->opened(form, TYPED);
     const auto made = static_cast<unit_index>(units_.size());
     units_.emplace_back();
-    units_[made].slots = variables_.build_varlist(tree_, form);
+    units_[made].slots = variables_.build_varlist(*tree_, form);
     units_[made].arguments = variables_.arguments();
     const std::string own_text = debug_level_ == 0 ? std::string() : debug_text();
     if (!is_root) add_debug_text(made, own_text);
@@ -470,10 +474,9 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_
     done.main_words = code->size() - from;
     done.size += image::UDF_TABLE + done.main_words;
     if (is_root && debug_level_ != 0) {
-        std::string text;
-        text.reserve(own_text.size() + 64); // most programs use few instructions
-        for (const CHR letter : {'G', 'T', 't'}) append_used(letter, &text);
-        add_debug_text(made, text.append(own_text));
+        used_text_.clear();
+        for (const CHR letter : {'G', 'T', 't'}) append_used(letter, &used_text_);
+        add_debug_text(made, used_text_.append(own_text));
     }
     return made;
 }
@@ -501,12 +504,32 @@ ULO *compiler::lay_out(unit_index index, ULO *out)
     return out;
 }
 
-void compiler::run(std::string_view name, CHR **code)
+// Nothing of the program before is left.
+void compiler::begin()
 {
+    units_.clear();
+    place_units_.clear();
+    for (const auto &words_of_depth : nested_) words_of_depth->clear();
+    debug_.clear();
+    local_udfs_.clear();
+    global_udfs_.clear();
+    local_names_.clear();
+    has_global_udfs_ = false;
+    for (const name_id name : used_) is_used_[name] = false;
+    used_.clear();
+}
+
+void compiler::run(tree *program, UCH debug_level, std::string_view name, CHR **code,
+                   std::vector<code_place> *places)
+{
+    begin();
+    tree_ = program;
+    debug_level_ = debug_level;
+    places_ = places;
     path_ = name;
-    root_.reserve(3 * tree_.nodes.size() + 16); // what most programs take
+    root_.reserve(3 * tree_->nodes.size() + 16); // what most programs take
     if (places_ != nullptr) places_->clear();
-    const unit &root = units_[compile_function(tree_.root, 0, true)];
+    const unit &root = units_[compile_function(tree_->root, 0, true)];
     root_.resize(root.size); // the root's main node ends the image
     ULO *main_node = root_.data() + root.size - root.main_words;
     memmove(main_node, root_.data(), root.main_words * sizeof(ULO));
@@ -520,5 +543,8 @@ void compiler::run(std::string_view name, CHR **code)
 void kestrin_compile(tree *program, UCH debug_level, const CHR *name, CHR **code,
                      std::vector<code_place> *places)
 {
-    compiler(program, debug_level, places).run(name == nullptr ? "Main" : name, code);
+    const std::string_view own_name = name == nullptr ? "Main" : name;
+    if (program->nodes.size() > 4096) // of a large program nothing is kept
+        return compiler().run(program, debug_level, own_name, code, places);
+    of_thread<compiler>().run(program, debug_level, own_name, code, places);
 }

@@ -92,8 +92,8 @@ private:
 
 bool is_text_of_code(const ULO *index)
 {
-    return !is_node(index, func__dummy_i) || index[1] == MAPCAR_PROCESSED ||
-           index[1] == MAPCAR_TYPED || index[1] == MAPCAR_DECOMPILED;
+    return !is_node(index, func__dummy_i) ||
+           (index[1] >= MAPCAR_PROCESSED && index[1] <= MAPCAR_DECOMPILED);
 }
 
 void mapcar_answers::note_use(const ULO *p, group_set groups, const image::node_words &words,

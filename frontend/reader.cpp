@@ -18,12 +18,12 @@ FATAL_SITE(READ_FROM_FILE, "kestrin", "read_from_file", 28)
 
 namespace {
 
-// Cleans one trimmed line in place and returns how much of it stays: all in front of a comment.
-ULO clean_line(std::string *line, bool *in_string)
+// Cleans the trimmed line that begins at `i` in place, and says where what stays of it ends: in
+// front of a comment.
+ULO clean_line(std::string *text, ULO i, bool *in_string)
 {
-    ULO i = 0;
-    while (i < line->size()) {
-        CHR &c = (*line)[i];
+    while (i < text->size()) {
+        CHR &c = (*text)[i];
         if (c == 0)
             c = ' ';
         else if (c == '"')
@@ -36,7 +36,7 @@ ULO clean_line(std::string *line, bool *in_string)
             c = ' ';
         i++;
     }
-    return line->size();
+    return text->size();
 }
 
 [[noreturn]] void refuse_line(const CHR *path, ULO line)
@@ -84,16 +84,16 @@ ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes, fi
 {
     joined->reserve(text.size() + text.size() / 8 + 64); // room for what is written around it
     bool in_string = false;
-    std::string line;
     for (ULO number = 1;; number++) {
         const auto end = text.find('\n');
         const std::string_view raw = text.substr(0, end);
-        line = trimmed(raw);
-        if (places != nullptr)
-            places->add_line(joined->size(), raw.size() - left_trimmed(raw).size());
-        const ULO kept = clean_line(&line, &in_string);
+        const ULO from = joined->size();
+        if (places != nullptr) places->add_line(from, raw.size() - left_trimmed(raw).size());
+        joined->append(trimmed(raw));
+        joined->resize(clean_line(joined, from, &in_string));
         if (in_string && !carry_quotes) return number;
-        joined->append(right_trimmed(std::string_view(line).substr(0, kept))).append(" ");
+        joined->resize(from + right_trimmed(std::string_view(*joined).substr(from)).size());
+        joined->push_back(' ');
         if (end == text.npos) break;
         text.remove_prefix(end + 1);
     }

@@ -192,7 +192,10 @@ void decompile(evaluation *e, code_origin origin)
 
 void link_and_run(evaluation *e, code_origin origin)
 {
-    equ(&e->linked.s, e->compiled.s);
+    if (e->with_texts)
+        equ(&e->linked.s, e->compiled.s);
+    else
+        std::swap(e->linked.s, e->compiled.s);
     kestrin_link(e->linked.s);
     const saved_run saved;
     hot_counters own = fresh_counters(); // code of an earlier call may have stood where this stands
@@ -271,10 +274,10 @@ void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
     set_text(&members[MAPCAR_SYNTAX_TEXT], view(rt->rt_run_text));
     set_number(&members[MAPCAR_ERROR_CODE], rt->rt_error_code);
     set_text(&members[MAPCAR_ERROR_TEXT], view(rt->rt_error_text));
-    move_text(&members[MAPCAR_COMPILED], &e->compiled);
-    move_text(&members[MAPCAR_LINKED], &e->linked);
     set_seconds(&members[MAPCAR_SECONDS], seconds);
     if (!e->with_texts) return;
+    move_text(&members[MAPCAR_COMPILED], &e->compiled);
+    move_text(&members[MAPCAR_LINKED], &e->linked);
     move_text(&members[MAPCAR_PROCESSED], &e->processed);
     move_text(&members[MAPCAR_TYPED], &e->typed);
     move_text(&members[MAPCAR_DECOMPILED], &e->decompiled);
