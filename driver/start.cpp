@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <mutex>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "driver/options.h"
@@ -48,6 +49,13 @@ void tell_settings(const session *s)
                      "DOES NOT generate");
 }
 
+bool is_memory_limited()
+{
+    rlimit limit = {};
+    return getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY ||
+           getrlimit(RLIMIT_DATA, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
+
 } // namespace
 
 void fill_standard_descriptors()
@@ -75,6 +83,7 @@ void start_engine(session *s)
     // Instructions of an extension unit may walk all places of an array.
     the_engine.moves = getenv("KESTRIN_DEBUG_NO_MOVES") == nullptr;
     the_engine.small_arrays = the_engine.moves && isaext_count == 0;
+    the_engine.reserves = the_engine.small_arrays && !is_memory_limited();
     the_engine.native = choose_native_maker();
     *rt_ctrl->counters = fresh_counters();
 }

@@ -28,6 +28,7 @@ struct engine {
     UCH moves = 1;    // 1: the linker lets values move where nobody sees the difference
     UCH small_arrays; // 1: arrays own only the places that they use, and copies share them; else
                       // as many as they report
+    UCH reserves;     // 1: of those, large ones take addresses ahead, which nothing limits
     const native_maker *native;  // NULL: the handlers run alone
     const call_watcher *watcher; // NULL: nobody watches what is linked
     UCH interruptible;     // 1: a signal may make an error pending, for which native loops look

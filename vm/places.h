@@ -16,6 +16,7 @@
 #include <type_traits>
 
 #include "kestrin/value.h"
+#include "strings/large_pages.h"
 #include "strings/state.h"
 #include "vm/engine.h"
 #include "vm/machine.h"
@@ -65,10 +66,20 @@ bool end_sharing(kestrin_data *d);
 // Before places are changed.
 inline bool own_places(kestrin_data *d) { return !is_shared(d) || end_sharing(d); }
 
+// Places of 8 MB take addresses for 64 MB at once and stand in large pages, which stay whole as the
+// array grows. Beyond that, or moved, they would be split, and the last one half empty.
+constexpr ULO LARGE_BYTES = ULO(8) << 20, RESERVED_BYTES = ULO(64) << 20;
+template <class T> bool is_large_array(ULO size)
+{
+    return the_engine.reserves && !std::is_same_v<T, UCH> && size >= LARGE_BYTES / sizeof(T) &&
+           size <= RESERVED_BYTES / sizeof(T);
+}
+
 // Places that are allocated for so many: some more in a large array, for a reallocation costs a
 // system call. Nothing touches the rest. An extension unit's own arrays have none.
-inline ULO places_to_allocate(ULO size)
+template <class T> ULO places_to_allocate(ULO size)
 {
+    if (is_large_array<T>(size)) return RESERVED_BYTES / sizeof(T);
     if (!the_engine.small_arrays || size < 1024) return size;
     const ULO step = std::bit_floor(size) / 8;
     return (size + step - 1) & ~(step - 1); // step is a power of two
@@ -105,10 +116,10 @@ inline void drop_places(kestrin_data *places, ULO count)
 // the thread's fault hook let the machine go on.
 template <class T> bool grow_places(T **places, ULO old, ULO size, const fatal_site &site)
 {
-    if (old != 0 && places_to_allocate(old) == places_to_allocate(size)) return true;
+    if (old != 0 && places_to_allocate<T>(old) == places_to_allocate<T>(size)) return true;
     if constexpr (std::is_same_v<T, kestrin_data>)
         if (old == 0 && size == FEWEST_PLACES && (*places = take_spare_places())) return true;
-    size = places_to_allocate(size);
+    size = places_to_allocate<T>(size);
     ULO bytes = 0;
     void *grown = nullptr;
     if (!__builtin_mul_overflow(size, ULO(sizeof(T)), &bytes)) grown = realloc(*places, bytes);
@@ -117,6 +128,10 @@ template <class T> bool grow_places(T **places, ULO old, ULO size, const fatal_s
         return false;
     }
     *places = static_cast<T *>(grown);
+    if (is_large_array<T>(size))
+        use_large_pages(grown, bytes);
+    else if (bytes > RESERVED_BYTES)
+        use_small_pages(grown, bytes);
     return true;
 }
 

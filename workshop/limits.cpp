@@ -185,6 +185,7 @@ bool bound_memory(ULO bytes)
     const ULO used = used_memory(), for_calls = bytes / 4;
     if (stack_floor != nullptr && ULO(stack_pointer() - stack_floor) > for_calls)
         stack_floor = stack_pointer() - for_calls;
+    the_engine.reserves = 0;
     return used != 0 && set_limit(RLIMIT_AS, used + bytes);
 }
 
