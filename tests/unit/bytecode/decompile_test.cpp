@@ -159,6 +159,30 @@ kit::code root_of(const kit::code &main_node)
     return words;
 }
 
+// What this machine does not know or has other operands for stays in the text.
+TEST_F(Decompile, CodeOfAnotherMachineIsToldAndWritten)
+{
+    const auto call = [](ULO row) { return image::code('T', image::instruction(row, 0)); };
+    const ULO beyond = isa_count + 5;
+    const std::string unknown = "Isa_Cop_" + std::to_string(beyond);
+    const struct {
+        kit::code node;
+        std::string text, told; // the instruction that is complained of
+    } cases[] = {
+        {{call(beyond), 2, 3, 'I', 7, 'Z'}, "(" + unknown + " 7 NIL)", "ISA COP `(" + unknown},
+        {{image::code('t', 8), 1, 'Z'}, "(IsaExt_Cop_1 NIL)", "ISAext COP `(IsaExt_Cop_1"},
+        {{call(ISA_IADD), 2, 0, 'I', 7}, "(IADD 7)", "ISA COP `(IADD"},
+        {{call(ISA_INEG), 2, 2, 'Z', 'Z'}, "(INEG NIL (COMMENTS NIL))", "ISA COP `(INEG"},
+    };
+    for (const auto &c : cases) {
+        const kit::listing listing =
+            kit::decompiled(kit::bytes_of(root_of(c.node)), MINIMISED, code_origin::FOREIGN);
+        EXPECT_EQ("(PROGN " + c.text + ")", listing.text);
+        EXPECT_NE(std::string::npos, listing.messages.find(c.told + ")'")) << listing.messages;
+        EXPECT_FALSE(listing.is_good);
+    }
+}
+
 // References that meet would make the text double at each step.
 TEST_F(Decompile, SharedNodesAreWrittenOnce)
 {
