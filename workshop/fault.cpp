@@ -10,8 +10,6 @@ namespace {
 constexpr ULO WIDEST = 96; // bytes of a line that are shown
 constexpr ULO AHEAD = 60;  // of them, at most, in front of the place
 
-bool continues_character(CHR byte) { return (static_cast<UCH>(byte) & 0xC0) == 0x80; }
-
 // Blanks as wide as the text, a tab for a tab.
 std::string gap(std::string_view text)
 {
@@ -51,8 +49,8 @@ std::vector<std::string_view> source::lines() const
     std::vector<std::string_view> all;
     for (ULO at = 0; at <= text.size();) {
         const ULO end = std::min(text.find('\n', at), text.size());
-        const std::string_view line = std::string_view(text).substr(at, end - at);
-        all.push_back(line.substr(0, line.find('\r')));
+        const bool has_return = end > at && text[end - 1] == '\r';
+        all.push_back(std::string_view(text).substr(at, end - at - (has_return ? 1 : 0)));
         at = end + 1;
     }
     return all;
@@ -61,7 +59,7 @@ std::vector<std::string_view> source::lines() const
 std::string_view beginning(std::string_view text, ULO most)
 {
     if (text.size() <= most) return text;
-    while (most > 0 && (static_cast<UCH>(text[most]) & 0xC0) == 0x80) most--;
+    while (most > 0 && continues_character(text[most])) most--;
     return text.substr(0, most);
 }
 

@@ -28,6 +28,9 @@ struct fault {
 // Bytes that a terminal would obey as blanks; tabs and newlines stay.
 std::string plain(std::string_view text);
 
+// Whether a byte of UTF-8 is not the first of its character.
+constexpr bool continues_character(CHR byte) { return (static_cast<UCH>(byte) & 0xC0) == 0x80; }
+
 // The first bytes of a text, at most so many, up to a whole character.
 std::string_view beginning(std::string_view text, ULO most);
 

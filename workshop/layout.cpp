@@ -9,6 +9,7 @@
 #include "strings/fatal.h"
 #include "strings/tokens.h"
 #include "vm/stack.h"
+#include "workshop/fault.h"
 #include "workshop/outline.h"
 
 FATAL_SITE(STACK_LAYOUT, "kst", "laid_out", 1)
@@ -41,8 +42,8 @@ const habit *habit_of(const piece &form)
 // Columns that a text takes: bytes that continue a character take none.
 ULO width_of(std::string_view text)
 {
-    return static_cast<ULO>(std::count_if(
-        text.begin(), text.end(), [](CHR c) { return (static_cast<UCH>(c) & 0xC0) != 0x80; }));
+    return text.size() -
+           static_cast<ULO>(std::count_if(text.begin(), text.end(), continues_character));
 }
 
 struct line {

@@ -44,22 +44,32 @@ struct byte_range {
     ULO from, to;
 };
 
-// The token that begins at a place; of a form what stands on its first line. Elsewhere the
-// character there, or at the end of a line the one ahead of it. Without a column the line, without
-// a line the first one.
+// The character that begins at a byte, or at the end of a line the one ahead of it.
+byte_range character_at(const document &doc, ULO from, ULO end)
+{
+    const std::string &text = doc.text();
+    ULO to = std::min(from + 1, end);
+    while (to < end && continues_character(text[to])) to++;
+    if (from < end || doc.place_at(end).character == 0) return {from, to};
+    while (from > 0 && continues_character(text[--from])) {}
+    return {from, end};
+}
+
+// The token that begins at a place; of a form what stands on its first line. Elsewhere a character.
+// Without a column the line, without a line the first one. Lines of faults are those of the
+// language, which a lone "\r" does not end; ranges stay in one of the protocol's.
 byte_range range_of(const document &doc, const std::vector<std::string_view> &lines, file_place at)
 {
     const std::string_view line = lines[std::clamp<ULO>(at.line, 1, lines.size()) - 1];
-    const ULO begin = static_cast<ULO>(line.data() - lines[0].data()), end = begin + line.size();
-    if (at.line == 0 || at.column == 0) return {begin, end};
-    const ULO from = std::min(begin + at.column - 1, end);
+    const ULO begin = static_cast<ULO>(line.data() - lines[0].data());
+    const bool is_line = at.line == 0 || at.column == 0;
+    const ULO from = begin + (is_line ? 0 : std::min(at.column - 1, line.size()));
+    const ULO end = doc.line_end(from);
+    if (is_line) return {from, end};
     const text_names &names = doc.names();
     const piece_index piece = names.piece_from(from);
     if (piece != NO_PIECE) return {from, std::clamp(names.to(names.pieces()[piece]), from, end)};
-    if (from == end) return {std::max(from, begin + 1) - 1, end};
-    ULO to = from + 1;
-    while (to < end && (static_cast<UCH>(doc.text()[to]) & 0xC0) == 0x80) to++;
-    return {from, to};
+    return character_at(doc, from, end);
 }
 
 } // namespace

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 
+#include "workshop/fault.h"
+
 namespace {
 
 constexpr ULO BLOCK = 1024;
-
-bool continues_character(CHR byte) { return (static_cast<UCH>(byte) & 0xC0) == 0x80; }
 
 // Units of UTF-16 that the character of a byte takes; 0 for a byte that is not its first.
 ULO units_of(CHR byte)

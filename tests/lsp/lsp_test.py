@@ -316,7 +316,9 @@ class Protocol(unittest.TestCase):
     def test_ranges_of_faults(self):
         for text, wanted in [("(setq \U0001f600 1)", ["0:6-0:8"]), ("(progn\n  (nosuch 1\n 2))", ["1:2-1:11"]),
                              ("(+ 1 2", ["0:5-0:6"]), ('(outf "\U0001f600', ["0:6-0:9"]), ("", ["0:0-0:0"]),
-                             ("# only", ["0:0-0:6"]), ("(progn\n (+ 1) nosuch)", ["1:1-1:6"])]:
+                             ("# only", ["0:0-0:6"]), ("(progn\n (+ 1) nosuch)", ["1:1-1:6"]), ("(+ 1 é", ["0:5-0:6", "0:5-0:6"]),
+                             ("(progn\r(nosuch\r1) 2x)", ["1:0-1:7", "2:3-2:5"]), ("\r\n\r# only\n", ["0:0-0:0"]),
+                             ("1 \r(+ 1 2\r\r", ["1:5-1:6"]), ('\r\n\r(outf\r"a\rb', ["3:0-3:2"])]:
             with self.subTest(text=text):
                 client = self.start()
                 client.open(text)
