@@ -31,6 +31,7 @@ constexpr suseconds_t TICK = 10000; // microseconds
 constexpr int PATIENCE = 25;        // ticks until a run has to be at its end
 
 limits held;
+bool is_stack_bound = false; // by the memory
 volatile sig_atomic_t is_running = 0, ticks_over = 0, is_output_over = 0, is_memory_over = 0;
 
 // -- Reading them ------------------------------------------------------------------------------
@@ -93,7 +94,8 @@ void tell_end_of_time() { tell_bound("took", held.time, " s"); }
 
 bool recursion_was_too_deep()
 {
-    return rt_ctrl != nullptr && rt_ctrl->rt_recursion == recursion::HAS_ENDED_RUN;
+    return is_stack_bound && rt_ctrl != nullptr &&
+           rt_ctrl->rt_recursion == recursion::HAS_ENDED_RUN;
 }
 
 // One line: the first limit that was met, and not what else it may have led to.
@@ -101,7 +103,7 @@ bool tell()
 {
     if (ticks_over > 0)
         tell_end_of_time();
-    else if (is_memory_over || (has(held.memory) && recursion_was_too_deep()))
+    else if (is_memory_over || recursion_was_too_deep())
         tell_bound("took", held.memory, " bytes of memory");
     else if (is_output_over)
         tell_bound("wrote", held.output, " bytes to a file");
@@ -183,8 +185,8 @@ ULO used_memory()
 bool bound_memory(ULO bytes)
 {
     const ULO used = used_memory(), for_calls = bytes / 4;
-    if (stack_floor != nullptr && ULO(stack_pointer() - stack_floor) > for_calls)
-        stack_floor = stack_pointer() - for_calls;
+    is_stack_bound = stack_floor != nullptr && ULO(stack_pointer() - stack_floor) > for_calls;
+    if (is_stack_bound) stack_floor = stack_pointer() - for_calls;
     the_engine.reserves = 0;
     return used != 0 && set_limit(RLIMIT_AS, used + bytes);
 }
@@ -260,4 +262,4 @@ bool close_limits(std::string *why)
 
 void begin_limited_run() { is_running = 1; }
 
-bool is_out_of_time() { return ticks_over > 0; }
+bool has_limit_ended_run() { return ticks_over > 0 || recursion_was_too_deep(); }

@@ -34,4 +34,5 @@ bool close_limits(std::string *why);
 
 // The program begins to run: the end of its time ends it as an error would.
 void begin_limited_run();
-bool is_out_of_time();
+// Whether the error of a run is one of its limits, which is told at the end of the process.
+bool has_limit_ended_run();

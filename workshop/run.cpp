@@ -134,7 +134,7 @@ void run_source(const program_call &called, const run_hooks &hooks)
     begin_limited_run();
     if (hooks.run ? hooks.run(s, set) : run_to_end(s)) exit(STATUS_GOOD);
     fflush(stdout);
-    if (!is_out_of_time()) print_runtime_error(stderr, *s, from, trail, set);
+    if (!has_limit_ended_run()) print_runtime_error(stderr, *s, from, trail, set);
     exit(STATUS_FAULT);
 }
 
