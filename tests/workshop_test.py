@@ -133,7 +133,13 @@ COMMANDS = [
     (["pack", "good.kst", "-o", "good.kst"], "", 2, "", "kst pack: `good.kst' is the program itself"),
     (["pack", "good.kst", "-o", "."], "", 2, "", "kst pack: can't write `.': Is a directory"),
     (["pack", "bad.kst", "-o", "x"], "", 1, "", "bad.kst:2:3: undefined function name `NOSUCH'\n"),
-    (["pack", "/bin/sh", "-o", "x"], "", 1, "", "/bin/sh: is an executable, not a program"),
+    (["pack", "/bin/sh", "-o", "x"], "", 1, "", "/bin/sh: is an executable, not a source\n"),
+    (["run", "/bin/sh"], "", 1, "", "/bin/sh: is an executable, not a source\n"),
+    (["check", "--cfg", "/bin/sh", "good.kst"], "", 1, "/bin/sh: is an executable, not a source\n", ""),
+    (["fmt", "/bin/sh"], "", 1, "", "/bin/sh: is an executable, not a source\n"),
+    (["trace", "-"], "GIF\0(", 1, "", "standard input: is not a source: its first bytes hold NULs\n"),
+    (["run", "-"], "\0(+ 1\0\0 2)", 0, "3\n", ""),
+    (["fmt", "-"], "\0(+ 1 2)", 1, "", "standard input: is not a source: its first bytes hold NULs\n"),
 ]
 FILES = {"calls_bad.kst": "(bad 1)", "bad.cfg": "((rem x) defun a (+ 1 2))\n(defun b (+ (a) (nosuch)))",
          "set.cfg": "# site\n(defun bad (/ $1 0))\n", "good.kst": '(cat $1 "")\n', "bad.kst": '(progn\n  (nosuch 1)\n  1)\n',
@@ -160,6 +166,9 @@ RUNS = {
     "inside": '(progn (defun g (mapcar $1))\n(g "(progn (defun f (+ 1 (f $1))) (f 0))")\n(outf "%s" "no"))',
     "nested": "(progn (defun h (progn\n (defun k (% $1 0))\n (k 3)))\n (h))",
 }
+ENDLESS = ["endless.kst:1:22: runtime error 0: The recursion is too deep.",
+           "endless.kst:1:22: `F' is called here (16 times)", "... many more calls ...",
+           "endless.kst:1:22: `F' is called here (15 times)", "endless.kst:2:1: `F' is called here"]
 FAILING_RUNS = [
     (["calls.kst"], ["calls.kst:6:7: runtime error 1: Integer division by zero!",
                      "calls.kst:8:17: `G' is called here", "calls.kst:9:6: `F' is called here"]),
@@ -174,10 +183,8 @@ FAILING_RUNS = [
     (["nested.kst"], ["nested.kst:2:11: runtime error 2: Integer division by zero while calculating "
                       "remainder!", "nested.kst:3:2: `K' is called here",
                       "nested.kst:4:2: `H' is called here"]),
-    (["endless.kst"], ["endless.kst:1:22: runtime error 0: The recursion is too deep.",
-                       "endless.kst:1:22: `F' is called here (16 times)", "... many more calls ...",
-                       "endless.kst:1:22: `F' is called here (15 times)",
-                       "endless.kst:2:1: `F' is called here"]),
+    (["endless.kst"], ENDLESS),
+    (["--limit", "memory=900000G", "endless.kst"], ENDLESS),
     (["inside.kst"], ["inside.kst:1:17: runtime error 0: The recursion is too deep.",
                       "inside.kst:2:1: `G' is called here"]),
     (["--cfg", "set.cfg", "-e", "(bad 1)"], ["set.cfg:2:12: runtime error 1: Integer division by zero!",

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <string>
 
-#include "driver/precompiled.h"
 #include "workshop/layout.h"
 #include "workshop/program.h"
 #include "workshop/replace_file.h"
@@ -16,10 +15,8 @@ bool is_standard_input(std::string_view path) { return path == "-"; }
 
 bool can_be_laid_out(const source &from)
 {
-    const std::vector<fault> faults =
-        is_precompiled(from.text)
-            ? std::vector<fault>{{{0, 0}, "is a stored program, which has no layout"}}
-            : faults_of_balance(from);
+    std::vector<fault> faults = faults_of_balance(from);
+    if (!is_text(from.text) && faults.empty()) faults = {NOT_A_TEXT};
     print_faults(stderr, from, faults);
     return faults.empty();
 }

@@ -16,18 +16,9 @@ namespace fs = std::filesystem;
 constexpr mode_t FOR_ALL = 0777;
 constexpr std::string_view COMMAND = "kst pack";
 
-int refuse_program(const source &from, const std::vector<fault> &faults)
-{
-    print_faults(stderr, from, faults);
-    return STATUS_FAULT;
-}
-
 // A program that could not start is not packed. Tells its faults.
 int check_contents(const source &from)
 {
-    if (from.text.starts_with("\x7f"
-                              "ELF"))
-        return refuse_program(from, {{{0, 0}, "is an executable, not a program"}});
     if (is_precompiled(from.text)) {
         session *s = &start_workshop();
         s->argc = 1; // no words behind it
@@ -36,8 +27,9 @@ int check_contents(const source &from)
     }
     known_functions known;
     program checked;
-    if (!check_program(from, &checked, &known.table)) return refuse_program(from, checked.faults);
-    return STATUS_GOOD;
+    if (check_program(from, &checked, &known.table)) return STATUS_GOOD;
+    print_faults(stderr, from, checked.faults);
+    return STATUS_FAULT;
 }
 
 // The global functions go with a source; a stored program has its own.

@@ -52,6 +52,22 @@ std::string short_text(const syntax_fault &found)
     return filled.append(text);
 }
 
+// Stored programs and executables, packed ones too, by how they begin.
+std::vector<fault> faults_of_kind(std::string_view text)
+{
+    if (is_precompiled(text)) return {{{0, 0}, "is a stored program, not a source"}};
+    if (text.starts_with("\x7f"
+                         "ELF"))
+        return {{{0, 0}, "is an executable, not a source"}};
+    return {};
+}
+
+// What is found in other data is of no use.
+void settle_kind(const source &from, std::vector<fault> *faults)
+{
+    if (!faults->empty() && !is_text(from.text)) *faults = {NOT_A_TEXT};
+}
+
 // The quote that opens the string in which a line ends.
 ULO column_of_open_quote(std::string_view line)
 {
@@ -116,6 +132,17 @@ ULO count_faults(const std::string &text)
     return faults == 0 ? find_unset(std::move(p)).size() : faults;
 }
 
+// Brings a text into balance, if that can be, and checks it.
+void check_in_balance(std::string text, program *into, lut **table)
+{
+    std::vector<fault> faults;
+    if (mend_balance(&text, &faults, count_faults)) {
+        check_text(text, into, table);
+        sort_by_place(&into->faults);
+    }
+    into->faults.insert(into->faults.begin(), faults.begin(), faults.end());
+}
+
 } // namespace
 
 std::vector<fault> faults_of(const std::vector<syntax_fault> &found, const tree &t)
@@ -144,6 +171,12 @@ bool read_source(const CHR *path, source *into, std::string *why)
     return false;
 }
 
+bool is_text(std::string_view file)
+{
+    constexpr ULO HEAD = 512;
+    return file.substr(0, HEAD).find('\0') == file.npos;
+}
+
 known_functions::known_functions()
 {
     if (the_engine.func_lut == nullptr) check_instruction_tables(&the_engine.func_lut);
@@ -155,9 +188,12 @@ known_functions::~known_functions() { lut_free_view(&table); }
 
 std::vector<fault> faults_of_balance(const source &from)
 {
-    std::vector<fault> faults = find_open_strings(from);
+    std::vector<fault> faults = faults_of_kind(from.text);
+    if (!faults.empty()) return faults;
+    faults = find_open_strings(from);
     std::string text = from.text;
     if (faults.empty()) mend_balance(&text, &faults, count_faults);
+    settle_kind(from, &faults);
     return faults;
 }
 
@@ -192,18 +228,11 @@ std::vector<fault> faults_of_profile(const source &from)
 
 bool check_program(const source &from, program *into, lut **table)
 {
-    std::string text = from.text;
-    if (is_precompiled(text))
-        into->faults = {{{0, 0}, "is a stored program, not a source"}};
-    else
-        into->faults = find_open_strings(from);
+    into->faults = faults_of_kind(from.text);
     if (!into->faults.empty()) return false;
-    if (!mend_balance(&text, &into->faults, count_faults)) return false;
-    program mended;
-    check_text(text, &mended, table);
-    sort_by_place(&mended.faults);
-    mended.faults.insert(mended.faults.begin(), into->faults.begin(), into->faults.end());
-    *into = std::move(mended);
+    into->faults = find_open_strings(from);
+    if (into->faults.empty()) check_in_balance(from.text, into, table);
+    settle_kind(from, &into->faults);
     return into->faults.empty();
 }
 

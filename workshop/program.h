@@ -15,6 +15,11 @@
 // Reads a file, "-" for the standard input. False with the reason in `*why`.
 bool read_source(const CHR *path, source *into, std::string *why);
 
+// Whether a file begins as a text does. A NUL is a blank of the language, so it can be a program
+// all the same.
+bool is_text(std::string_view file);
+inline const fault NOT_A_TEXT = {{0, 0}, "is not a source: its first bytes hold NULs"};
+
 // Quotes and parentheses without their partners; none: the text can be taken apart. Wants the
 // language started.
 std::vector<fault> faults_of_balance(const source &from);
