@@ -85,6 +85,18 @@ class Packed(unittest.TestCase):
         self.assertEqual(self.pack(name="link", umask=0o027)[0], 0)
         self.assertEqual(os.stat(self.path("it")).st_mode & 0o777, 0o750)
         self.assertTrue(os.path.islink(self.path("link")))
+        os.unlink(self.path("it"))
+        os.symlink("link", self.path("chain"))
+        self.assertEqual(self.pack(name="chain"), (0, b"", b""))
+        self.assertFalse(os.path.islink(self.path("it")))
+        with open(self.path("it"), "rb") as f:
+            self.assertEqual(self.pack(name="-"), (0, f.read(), b""))
+        os.symlink("loop", self.path("loop"))
+        self.assertEqual(self.pack(name="loop")[:2], (2, b""))
+        os.chmod(self.path("it"), 0o555)
+        own_powers = ["setpriv", "--bounding-set=-dac_override,-fowner"] if os.getuid() == 0 else []
+        self.assertEqual(run(*own_powers, OPTIONS.kst, "pack", "it.kst", "-o", "it", cwd=self.folder),
+                         (2, b"", b"kst pack: can't write `it': Permission denied (see kst pack --help)\n"))
 
     def test_the_profile_and_a_stored_program_are_inside(self):
         for name, text in (("set.cfg", "(defun half (/ $1 2))\n"), ("it.kst", "(half $1)\n")):

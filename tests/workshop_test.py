@@ -114,6 +114,11 @@ COMMANDS = [
     (["profile", "--lines", "0", "good.kst"], "", 2, "", "kst profile: `--lines' wants a number"),
     (["profile", "-o", "good.kst", "good.kst", "x"], "", 2, "", "kst profile: `good.kst' is a file of the program"),
     (["trace", "-o", "good.kst", "good.kst", "x"], "", 2, "", "kst trace: `good.kst' is a file of the program"),
+    (["profile", "-o", "-", "-e", "(+ 1 2)"], "", 0, "\nkst profile: ", ""),
+    (["profile", "-o", "-", "--folded", "-", "good.kst", "x"], "", 2, "", "want files of their own"),
+    (["trace", "-o", "-", "-e", "(defun f (+ 1 $1)) (f 2) (file_close 1) (f 3)"], "", 0,
+     "-e:1: (F 2) = 3\n-e:1: (F 3) = 4\n", ""),
+    (["test", "--junit", "-", "--tap"], "", 2, "", "`--tap' and `--junit -' want the same output"),
     (["profile", "-o", "no/where", "good.kst", "x"], "", 2, "", "kst profile: can't open `no/where': No such"),
     (["profile", "--cfg", "none.cfg", "good.kst"], "", 2, "", "kst profile: can't open `none.cfg': No such"),
     (["profile", "bad.kst"], "", 1, "", "bad.kst:2:3: undefined function name `NOSUCH'"),
@@ -493,6 +498,13 @@ class Test(Folder):
         suite = xml.etree.ElementTree.parse(os.path.join(self.folder.name, "j.xml")).getroot()
         self.assertEqual((suite.get("tests"), suite.get("failures")), ("2", "1"))
         self.assertEqual([len(case) for case in suite], [0, 1])
+        with open(os.path.join(self.folder.name, "j.xml"), encoding="utf-8") as f:
+            self.assertEqual(self.without_times(run(["test", "--junit", "-", "."], folder=self.folder.name)[1]),
+                             self.without_times(f.read()))
+
+    @staticmethod
+    def without_times(text):
+        return re.sub(r'time="[^"]*"', "", text)
 
     def test_an_interrupt_leaves_no_process(self):
         path = self.write("loop.kst", "(while 1 1)\n# expect: x\n")

@@ -11,8 +11,6 @@
 
 namespace {
 
-bool is_standard_input(std::string_view path) { return path == "-"; }
-
 bool can_be_laid_out(const source &from)
 {
     std::vector<fault> faults = faults_of_balance(from);
@@ -36,7 +34,7 @@ int lay_out(const CHR *path, bool only_check)
     if (!can_be_laid_out(from)) return STATUS_FAULT;
     const std::string wanted = laid_out(from.text);
     if (only_check) return check_layout(from, wanted);
-    if (is_standard_input(path))
+    if (is_standard_stream(path))
         fwrite(wanted.data(), 1, wanted.size(), stdout);
     else if (wanted != from.text && !replace_file(path, wanted, &why))
         return refused("kst fmt", why);

@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <unistd.h>
 
 #include "driver/packed.h"
 #include "driver/precompiled.h"
@@ -60,6 +61,7 @@ std::string engine_path() { return fs::path(own_path()).replace_filename("kestri
 std::string_view used_as(const CHR *to, const CHR *from)
 {
     const CHR *profile = start_workshop().cfg_profile_path;
+    if (is_standard_stream(to)) return isatty(STDOUT_FILENO) != 0 ? "a terminal" : "";
     if (is_same_file(to, from)) return "the program itself";
     if (profile != nullptr && is_same_file(to, profile)) return "the program's profile";
     if (is_same_file(to, engine_path())) return "kestrin itself";
@@ -73,7 +75,10 @@ int write_packed(const CHR *to, const packed_program &packed)
     const std::string path = engine_path();
     if (!read_source(path.c_str(), &engine, &why)) return refused(COMMAND, why);
     if (!pack(&engine.text, packed)) return refused(COMMAND, "`" + path + "' can't hold a program");
-    if (!make_file(to, engine.text, FOR_ALL, &why)) return refused(COMMAND, why);
+    if (is_standard_stream(to))
+        fwrite(engine.text.data(), 1, engine.text.size(), stdout);
+    else if (!make_file(to, engine.text, FOR_ALL, &why))
+        return refused(COMMAND, why);
     return STATUS_GOOD;
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <deque>
 #include <map>
 #include <unistd.h>
@@ -329,7 +330,7 @@ void open_reports(const program_call &called, const CHR *table, const CHR *folde
 {
     the_report->table = open_report(called, table);
     if (folded == nullptr) return;
-    if (table != nullptr && is_same_file(folded, table))
+    if (table != nullptr && (!strcmp(folded, table) || is_same_file(folded, table)))
         exit(refused(called.command, "the table and the stacks want files of their own"));
     the_report->folded = open_report(called, folded);
 }

@@ -161,7 +161,7 @@ bool is_definition(const node &n)
 
 bool read_source(const CHR *path, source *into, std::string *why)
 {
-    const bool is_input = !strcmp(path, "-");
+    const bool is_input = is_standard_stream(path);
     raw_file file = read_raw(is_input ? "/dev/stdin" : path);
     into->name = is_input ? "standard input" : path;
     into->text = std::move(file.contents);

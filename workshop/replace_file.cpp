@@ -3,10 +3,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
+
+namespace fs = std::filesystem;
 
 bool write_all(int file, std::string_view contents)
 {
@@ -69,6 +72,17 @@ mode_t usual_mode(mode_t most)
     return most & ~taken;
 }
 
+// Where a path leads in the end, also through a link to what is not there yet.
+std::string followed(const CHR *path)
+{
+    constexpr int MOST_LINKS = 40;
+    std::error_code error;
+    fs::path place = path;
+    for (int i = 0; i < MOST_LINKS && fs::is_symlink(place, error); i++)
+        place.replace_filename(fs::read_symlink(place, error));
+    return place;
+}
+
 std::string why_not(const CHR *path)
 {
     return "can't write `" + std::string(path) + "': " + strerror(errno);
@@ -78,13 +92,11 @@ std::string why_not(const CHR *path)
 
 bool make_file(const CHR *path, std::string_view contents, mode_t mode, std::string *why)
 {
-    CHR *real = realpath(path, nullptr); // a link goes on leading to the same file
-    const std::string place = real == nullptr ? path : real;
-    free(real);
+    const std::string place = followed(path);
     struct stat about = {};
-    const bool is_free = !is_file(place, &about) && errno == ENOENT;
-    const bool done =
-        (is_free || S_ISREG(about.st_mode)) && put(place, {contents, usual_mode(mode)});
+    const bool may_be_written =
+        is_file(place, &about) ? access(place.c_str(), W_OK) == 0 : errno == ENOENT;
+    const bool done = may_be_written && put(place, {contents, usual_mode(mode)});
     if (!done) *why = why_not(path);
     return done;
 }

@@ -91,6 +91,15 @@ void prepare_stored(session *s, const source &from)
     link_precompiled(s);
 }
 
+// Whether a report at a path would take the place of what the program comes from.
+bool is_file_of(const program_call &called, const CHR *path)
+{
+    if (path == nullptr || is_standard_stream(path)) return false;
+    const CHR *profile = start_workshop().cfg_profile_path;
+    return is_same_file(path, called.from.name) ||
+           (profile != nullptr && is_same_file(path, profile));
+}
+
 int run_verb_on(const request &asked)
 {
     program_call called = {.command = "kst run"};
@@ -161,15 +170,14 @@ bool read_source_program(const request &asked, program_call *called, std::string
 FILE *open_report(const program_call &called, const CHR *path)
 {
     constexpr int FIRST_DESCRIPTOR = 200;
-    const CHR *profile = start_workshop().cfg_profile_path;
-    const bool is_used = path != nullptr && (is_same_file(path, called.from.name) ||
-                                             (profile != nullptr && is_same_file(path, profile)));
-    if (is_used)
+    if (is_file_of(called, path))
         exit(refused(called.command, "`" + std::string(path) + "' is a file of the program"));
     const int opened = path == nullptr ? STDERR_FILENO
-                                       : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+                       : is_standard_stream(path)
+                           ? STDOUT_FILENO
+                           : open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     const int moved = opened < 0 ? -1 : fcntl(opened, F_DUPFD_CLOEXEC, FIRST_DESCRIPTOR);
-    if (path != nullptr && moved >= 0) close(opened);
+    if (opened > STDERR_FILENO && moved >= 0) close(opened);
     FILE *file = opened < 0 ? nullptr : fdopen(moved >= 0 ? moved : opened, "w");
     if (file == nullptr)
         exit(refused(called.command, "can't open `" +

@@ -37,8 +37,9 @@ bool read_program(const request &asked, program_call *called, std::string *why);
 // The same of a program that is watched: a stored one tells no lines.
 bool read_source_program(const request &asked, program_call *called, std::string *why);
 
-// Opens where a report of the run goes, the standard error if `path` is NULL; for a program that is
-// sound. What can't be written, or is a file of the program, ends the process as a misuse.
+// Opens where a report of the run goes, the standard error if `path` is NULL and the standard
+// output if it is "-"; for a program that is sound. What can't be written, or is a file of the
+// program, ends the process as a misuse.
 FILE *open_report(const program_call &called, const CHR *path);
 // False, and said so, if not all of it could be written.
 bool finish_report(std::string_view command, FILE *file);

@@ -87,9 +87,17 @@ std::vector<std::string> update(const trial &t, const std::vector<expectation> &
     return differences(t, expectations_of(now), done);
 }
 
+// What the standard output gets.
+telling telling_of(const request &asked)
+{
+    const CHR *junit = asked.value("--junit");
+    if (junit != nullptr && is_standard_stream(junit)) return telling::JUNIT;
+    return asked.has("--tap") ? telling::TAP : telling::PLAIN;
+}
+
 int run_tests(const request &asked, const test_run &run, ULO jobs, ULO seconds)
 {
-    test_report report(asked.has("--tap") ? telling::TAP : telling::PLAIN, run.trials.size());
+    test_report report(telling_of(asked), run.trials.size());
     const bool updates = asked.has("--update");
     report.begin();
     run_trials(run.trials, jobs, seconds, [&](ULO number, const outcome &done) {
@@ -113,6 +121,8 @@ int test_verb_on(const request &asked)
         return refused("kst test", "`--jobs' wants a number from 1 to 50");
     if (!read_number(asked, "--timeout", MOST_SECONDS, &seconds))
         return refused("kst test", "`--timeout' wants seconds from 1 to 86400");
+    if (asked.has("--tap") && telling_of(asked) == telling::JUNIT)
+        return refused("kst test", "`--tap' and `--junit -' want the same output");
     start_workshop();
     test_run run;
     std::string why;

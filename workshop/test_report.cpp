@@ -4,6 +4,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "workshop/verb.h"
+
 namespace {
 
 // Letters that XML 1.0 has: other bytes become question marks, and so do those that are no UTF-8.
@@ -76,6 +78,7 @@ void test_report::begin()
 
 void test_report::tell(ULO number, const test_result &result) const
 {
+    if (how_ == telling::JUNIT) return;
     const bool passed = result.differences.empty();
     if (how_ == telling::TAP)
         printf("%sok %lu - %s\n", passed ? "" : "not ", number + 1,
@@ -108,14 +111,14 @@ void test_report::add(ULO number, test_result result)
 
 void test_report::end() const
 {
-    if (how_ == telling::TAP) return;
+    if (how_ != telling::PLAIN) return;
     printf("%zu passed", results_.size() - failed_);
     printf(failed_ == 0 ? ".\n" : ", %lu failed.\n", failed_);
 }
 
 bool test_report::write_junit(const CHR *path) const
 {
-    FILE *file = fopen(path, "w");
+    FILE *file = is_standard_stream(path) ? stdout : fopen(path, "w");
     if (file == nullptr) return false;
     fprintf(file,
             "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -123,6 +126,7 @@ bool test_report::write_junit(const CHR *path) const
             results_.size(), failed_);
     for (const test_result &result : results_) write_case(file, result);
     fputs("</testsuite>\n", file);
+    if (file == stdout) return true; // the command itself looks whether all was written
     const bool is_written = ferror(file) == 0;
     return fclose(file) == 0 && is_written;
 }

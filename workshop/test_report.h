@@ -12,10 +12,11 @@ struct test_result {
     double seconds = 0;
 };
 
-enum class telling : UCH { PLAIN, TAP };
+enum class telling : UCH { PLAIN, TAP, JUNIT };
 
 // Tells the results in the order of the tests, each as soon as those ahead of it are known; on a
-// terminal a line on stderr says how far it has come.
+// terminal a line on stderr says how far it has come. As JUNIT nothing is told ahead of
+// write_junit().
 class test_report {
 public:
     test_report(telling how, ULO count);
@@ -23,7 +24,7 @@ public:
     void add(ULO number, test_result result);
     void end() const;
     ULO failed() const { return failed_; }
-    // False with errno set.
+    // To the standard output if the path is "-". False with errno set.
     bool write_junit(const CHR *path) const;
 
 private:

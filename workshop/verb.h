@@ -51,6 +51,10 @@ struct verb {
     bool (*is_operand)(std::string_view word) = nullptr;
 };
 
+// Whether a file is the standard input, where it is read, or the standard output, where it is
+// written.
+constexpr bool is_standard_stream(std::string_view path) { return path == "-"; }
+
 // All verbs, in the order in which help lists them.
 std::span<const verb *const> verbs();
 
