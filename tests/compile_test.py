@@ -3,14 +3,10 @@
 
   compile_test.py --compiler c++
 """
-import argparse
-import os
-import subprocess
-import sys
 import unittest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-OPTIONS = argparse.Namespace()
+from kit.scripts import OPTIONS, ROOT, main, run
+
 UNIT = """#include "driver/session.h"
 #include "frontend/syntax.h"
 #include "vm/handler.h"
@@ -37,8 +33,7 @@ class Rows(unittest.TestCase):
     def compiles(self, statement):
         command = [OPTIONS.compiler, "-std=c++20", "-I", ROOT, "-I", f"{ROOT}/extension/include",
                    "-fsyntax-only", "-x", "c++", "-"]
-        return subprocess.run(command, input=UNIT % statement, text=True, check=False,
-                              stderr=subprocess.DEVNULL).returncode == 0
+        return run(*command, text=UNIT % statement)[0] == 0
 
     def test_faults_do_not_compile(self):
         for refused, mended in ROWS:
@@ -48,7 +43,4 @@ class Rows(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--compiler", default="c++")
-    OPTIONS, rest = parser.parse_known_args()
-    unittest.main(argv=sys.argv[:1] + rest)
+    main(__doc__, compiler={"default": "c++"})

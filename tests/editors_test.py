@@ -6,7 +6,6 @@
 Each editor that is there (--all: each one has to be) opens every example and golden program: a word has the class that the
 engine gives it, a text laid out by kst fmt is indented already, faults stand in the list of errors.
 """
-import argparse
 import glob
 import os
 import pty
@@ -14,14 +13,12 @@ import re
 import select
 import shutil
 import subprocess
-import sys
-import tempfile
 import time
 import unittest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+from kit.scripts import OPTIONS, ROOT, Folder, main, output, want
+
 HERE = os.path.join(ROOT, "tests", "editors")
-OPTIONS = argparse.Namespace()
 PROGRAMS = sorted(glob.glob(os.path.join(ROOT, "tutorial", "examples", "*.kst")) +
                   glob.glob(os.path.join(ROOT, "tests", "golden", "**", "*.kst"), recursive=True))
 ODD = os.path.join(HERE, "odd_words.kst")
@@ -45,26 +42,10 @@ CODE = {
 }
 
 
-def run(*command, **environment):
-    """The output of a command that has to succeed."""
-    done = subprocess.run(command, env={**os.environ, **environment}, text=True, check=False,
-                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          timeout=300)
-    if done.returncode != 0:
-        raise AssertionError(f"{' '.join(command)}: status {done.returncode}\n{done.stdout}")
-    return done.stdout
-
-
-def missing(test, name):
-    if OPTIONS.all:
-        test.fail(name + " is not there")
-    test.skipTest(name + " is not there")
-
-
 def words(*files):
     """(file, line, column, class, text) of the first and the last byte of each word."""
     texts = {}
-    for line in run(os.path.join(OPTIONS.build, "tests", "word_classes"), *files).splitlines():
+    for line in output(os.path.join(OPTIONS.build, "tests", "word_classes"), *files).splitlines():
         name, row, column, size, kind = line.rsplit(":", 4)
         if name not in texts:
             with open(name, "rb") as f:
@@ -82,27 +63,13 @@ def words(*files):
 class Words:
     """How words are shown."""
     def setUp(self):
-        if shutil.which(self.command) is None:
-            missing(self, self.command)
-        folder = tempfile.TemporaryDirectory(prefix="kst-editors-")
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
-    def path(self, name, text=None):
-        path = os.path.join(self.folder, name)
-        if text is not None:
-            with open(path, "w", encoding="utf-8") as f:
-                f.write(text)
-        return path
-
-    def read(self, name):
-        with open(self.path(name), encoding="utf-8") as f:
-            return f.read()
+        want(self, shutil.which(self.command), self.command)
+        super().setUp()
 
     def test_each_word_has_the_class_that_the_engine_gives_it(self):
         all_words = list(words(*PROGRAMS, ODD))
         self.assertGreater(len(all_words), 5000)
-        places = self.path("places", "".join("%s\t%d\t%d\n" % word[:3] for word in all_words))
+        places = self.write("places", "".join("%s\t%d\t%d\n" % word[:3] for word in all_words))
         self.run_script("places", PLACES=places, FOUND=self.path("found"))
         found = self.read("found").splitlines()
         self.assertEqual(len(found), len(all_words))
@@ -126,10 +93,10 @@ class Editor(Words):
                 laid_out[self.path("%d.kst" % number)] = text.decode()
         self.assertGreater(len(laid_out), 40)
         for path, text in laid_out.items():
-            self.path(path, re.sub(r"(?m)^ +", "", text))
-        faulty = [self.path(name, text) for name, text in FAULTY.items()]
-        self.run_script("layout", FILES=self.path("files", "\n".join(laid_out)), FOUND=self.path("found"),
-                        FAULTY="\n".join(faulty), WIDE=self.path("wide.kst", WIDE),
+            self.write(path, re.sub(r"(?m)^ +", "", text))
+        faulty = [self.write(name, text) for name, text in FAULTY.items()]
+        self.run_script("layout", FILES=self.write("files", "\n".join(laid_out)), FOUND=self.path("found"),
+                        FAULTY="\n".join(faulty), WIDE=self.write("wide.kst", WIDE),
                         PATH=os.path.dirname(kst) + os.pathsep + os.environ["PATH"])
         for path, text in laid_out.items():
             self.assertEqual(self.read(path), text)
@@ -137,7 +104,7 @@ class Editor(Words):
         self.assertEqual(re.sub(r"(?m)^.*/", "", self.read("found")), FAULTS)
 
 
-class Code(Words, unittest.TestCase):
+class Code(Words, Folder):
     """The grammar of the extension, by the packages that ./dev editors brings."""
     command = "node"
     extension = os.path.join(ROOT, "build", "vscode")
@@ -146,21 +113,20 @@ class Code(Words, unittest.TestCase):
         return scope == CODE[kind] + ".kestrin"
 
     def run_script(self, name, **environment):
-        return run("node", os.path.join(HERE, name + ".js"), EXTENSION=self.extension, **environment)
+        return output("node", os.path.join(HERE, name + ".js"), EXTENSION=self.extension, **environment)
 
     def setUp(self):
-        if not os.path.isdir(os.path.join(self.extension, "node_modules")):
-            missing(self, "the extension")
+        want(self, os.path.isdir(os.path.join(self.extension, "node_modules")), "the extension")
         super().setUp()
 
     def test_the_client_starts_and_ends_the_server(self):
         kst = os.path.join(OPTIONS.build, "kst")
-        if "  lsp " in run(kst, "--help"):
+        if "  lsp " in output(kst, "--help"):
             self.assertEqual(self.run_script("client", KST=kst), "started\nended\n")
         self.assertIn("Kestrin: `/nowhere lsp' can't be started", self.run_script("client", KST="/nowhere"))
 
 
-class Vim(Editor, unittest.TestCase):
+class Vim(Editor, Folder):
     command = "vim"
 
     def is_shown(self, kind, group):
@@ -168,11 +134,11 @@ class Vim(Editor, unittest.TestCase):
 
     def run_script(self, name, **environment):
         folders = ",".join(os.path.join(top, "editors", "vim") for top in (ROOT, OPTIONS.build))
-        return run("vim", "-es", "-u", "NONE", "-i", "NONE", "--cmd", "set runtimepath^=" + folders,
+        return output("vim", "-es", "-u", "NONE", "-i", "NONE", "--cmd", "set runtimepath^=" + folders,
                    "-S", os.path.join(HERE, name + ".vim"), **environment)
 
 
-class Emacs(Editor, unittest.TestCase):
+class Emacs(Editor, Folder):
     command = "emacs"
 
     def is_shown(self, kind, face):
@@ -183,13 +149,13 @@ class Emacs(Editor, unittest.TestCase):
     def run_script(self, name, **environment):
         # As a package, which is how it is installed.
         shutil.copytree(os.path.join(OPTIONS.build, "editors", "emacs"), self.path("elpa/kestrin-mode-1"))
-        return run("emacs", "-Q", "--batch", "-l", "package", "--eval",
+        return output("emacs", "-Q", "--batch", "-l", "package", "--eval",
                    '(setq package-directory-list \'("%s/elpa") package-user-dir "/none")' % self.folder,
                    "-f", "package-initialize", "-l", os.path.join(HERE, name + ".el"), **environment)
 
     def test_it_compiles_without_warnings(self):
         copy = shutil.copy(os.path.join(OPTIONS.build, "editors", "emacs", "kestrin-mode.el"), self.folder)
-        run("emacs", "-Q", "--batch", "--eval", "(setq byte-compile-error-on-warn t)",
+        output("emacs", "-Q", "--batch", "--eval", "(setq byte-compile-error-on-warn t)",
             "-f", "batch-byte-compile", copy)
 
 
@@ -211,16 +177,18 @@ COMPLETED = [
 ]
 
 
-class Shells(unittest.TestCase):
-    def complete_in(self, name, folder):
+class Shells(Folder):
+    FILES = {"sieve.kst": "1"}
+
+    def complete_in(self, name):
         """What a shell in a terminal of its own says to all lines of COMPLETED."""
         start, setup, tell = SHELLS[name]
         setup = "; ".join([setup] + [tell % command for command in ("kst", "kestrin")])
         child, terminal = pty.fork()
         if child == 0:
-            os.chdir(folder)
+            os.chdir(self.folder)
             words = start.split()
-            os.execvpe(words[0], words, {**os.environ, "TERM": "dumb", "HOME": folder})
+            os.execvpe(words[0], words, {**os.environ, "TERM": "dumb", "HOME": self.folder})
         said = b""
 
         def type_in(text, wanted):
@@ -240,24 +208,13 @@ class Shells(unittest.TestCase):
 
     def test_shells_complete_verbs_options_and_operands(self):
         for name in SHELLS:
-            with self.subTest(shell=name), tempfile.TemporaryDirectory() as folder:
-                if shutil.which(name) is None:
-                    missing(self, name)
-                with open(os.path.join(folder, "sieve.kst"), "w", encoding="utf-8") as f:
-                    f.write("1")
-                said = re.findall(r"<[^\n\"$]*?>", self.complete_in(name, folder))
+            with self.subTest(shell=name):
+                want(self, shutil.which(name), name)
+                said = re.findall(r"<[^\n\"$]*?>", self.complete_in(name))
                 for typed, words in COMPLETED:
                     self.assertIn("<%s>" % words, said, typed)
 
 
-def main():
-    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--build", default=os.path.join(ROOT, "build", "release"))
-    p.add_argument("--all", action="store_true")
-    _, rest = p.parse_known_args(namespace=OPTIONS)
-    OPTIONS.build = os.path.abspath(OPTIONS.build)
-    unittest.main(argv=sys.argv[:1] + rest)
-
-
 if __name__ == "__main__":
-    main()
+    main(__doc__, build={"type": os.path.abspath, "default": os.path.join(ROOT, "build", "release")},
+         all={"action": "store_true"})

@@ -7,14 +7,13 @@ The units are those of the kit in the tutorial archive, which the installed prog
 built by CMake (find_package) and by make (pkg-config), without the source tree, as C++17 with
 warnings as errors, and their programs are run.
 """
-import argparse
 import glob
 import os
 import re
-import subprocess
-import sys
 import tempfile
 import unittest
+
+from kit.scripts import OPTIONS, main, output as run
 
 INSTALLED = """
 bin/kestrin
@@ -68,16 +67,6 @@ void make_a_scratch() { scratch one; }
 """
 DEFINED_BY_UNITS = {"startup_callback", "taskjob_end_callback", "user_io_callback"}
 WARNINGS = "-Wall -Wextra -Werror"
-OPTIONS = argparse.Namespace()
-
-
-def run(*command, directory=None, **environment):
-    """The output of a command that has to succeed."""
-    done = subprocess.run(command, cwd=directory, env={**os.environ, **environment}, text=True,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
-    if done.returncode != 0:
-        raise AssertionError(f"{' '.join(command)}: status {done.returncode}\n{done.stdout}")
-    return done.stdout
 
 
 def library_folder():
@@ -102,14 +91,14 @@ class Installed(unittest.TestCase):
         cls.prefix = os.path.join(cls.top, "usr")
         cls.libraries = os.path.join(cls.prefix, library_folder())
         cls.path = os.path.join(cls.prefix, "bin") + ":" + os.environ["PATH"]
-        run("kestrin", "-h", directory=cls.top, PATH=cls.path)
-        run("tar", "xzf", "kst_tut.tgz", directory=cls.top)
-        run("tar", "xJf", "kst_dev.tar.xz", directory=cls.top)
+        run("kestrin", "-h", cwd=cls.top, PATH=cls.path)
+        run("tar", "xzf", "kst_tut.tgz", cwd=cls.top)
+        run("tar", "xJf", "kst_dev.tar.xz", cwd=cls.top)
         cls.kit = os.path.join(cls.top, "kst_dev", "examples")
         cls.flags = f"-std=c++17 {WARNINGS} {OPTIONS.flags}"
 
     def run_units(self, folder):
-        said = run("./run_examples", folder, directory=self.kit, PATH=self.path)
+        said = run("./run_examples", folder, cwd=self.kit, PATH=self.path)
         counted = re.search(r"(\d+) checks, 0 failed\n$", said)
         self.assertTrue(counted and int(counted[1]) > 5, said)
 
@@ -132,15 +121,15 @@ class Installed(unittest.TestCase):
         os.symlink(os.path.join(documents, "kestrin.run"), os.path.join(self.top, "link"))
         with open(os.path.join(self.top, "profile.kst"), "w", encoding="utf-8") as program:
             program.write("(grouped 1234567)")
-        self.assertEqual(run("./link", "-q", "profile.kst", directory=self.top, PATH=self.path),
+        self.assertEqual(run("./link", "-q", "profile.kst", cwd=self.top, PATH=self.path),
                          "1,234,567\n")
-        self.assertEqual(run("sh", "-c", "echo one | examples/number.kst", directory=documents,
+        self.assertEqual(run("sh", "-c", "echo one | examples/number.kst", cwd=documents,
                              PATH=self.path), "     1  one\n\n")
 
     def test_terminals_are_known(self):
         with open(os.path.join(self.top, "one.kst"), "w", encoding="utf-8") as program:
             program.write("1")
-        said = run("kestrin", "one.kst", directory=self.top, PATH=self.path, TERM="xterm-256color",
+        said = run("kestrin", "one.kst", cwd=self.top, PATH=self.path, TERM="xterm-256color",
                    TERMCAP=os.path.join(self.prefix, "share/kestrin/termcap"))
         self.assertTrue(said.startswith("Current termcap settings:\n"), said[:300])
 
@@ -172,7 +161,7 @@ class Installed(unittest.TestCase):
     def build(self, unit, program):
         words = run("pkg-config", "--cflags", "--libs", "--static", "kestrin",
                     PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig")).split()
-        run("c++", *self.flags.split(), unit, *words, "-o", program, directory=self.top)
+        run("c++", *self.flags.split(), unit, *words, "-o", program, cwd=self.top)
 
     def test_the_library_shows_the_published_names_alone(self):
         text = ""
@@ -199,7 +188,7 @@ class Installed(unittest.TestCase):
         with open(os.path.join(self.top, "names.cpp"), "w", encoding="utf-8") as unit:
             unit.write(CLASHING + text)
         self.build("names.cpp", "names")
-        self.assertEqual(run("./names", "-q", "examples/hello.kst", directory=self.top),
+        self.assertEqual(run("./names", "-q", "examples/hello.kst", cwd=self.top),
                          "Hello, world!\n")
 
     def test_the_unit_of_the_manual_does_what_the_manual_says(self):
@@ -213,7 +202,7 @@ class Installed(unittest.TestCase):
         for code, printed in uses:
             with open(os.path.join(self.top, "use.kst"), "w", encoding="utf-8") as program:
                 program.write(code)
-            said = run("./unit", "-q", "use.kst", directory=self.top)
+            said = run("./unit", "-q", "use.kst", cwd=self.top)
             self.assertEqual(said.split("\n")[0], printed)
 
     def test_units_build_with_cmake(self):
@@ -229,19 +218,19 @@ class Installed(unittest.TestCase):
         if "make" not in OPTIONS.ways:
             self.skipTest("not asked for")
         build = os.path.join(self.top, "make")
-        run("make", "-j2", f"OUT={build}", f"CXXFLAGS={self.flags}", directory=self.kit,
+        run("make", "-j2", f"OUT={build}", f"CXXFLAGS={self.flags}", cwd=self.kit,
             PKG_CONFIG_PATH=os.path.join(self.libraries, "pkgconfig"))
         self.run_units(build)
 
     def test_the_shell_completes_options_and_programs(self):
-        usage = run("kestrin", "-h", directory=self.top, PATH=self.path)
+        usage = run("kestrin", "-h", cwd=self.top, PATH=self.path)
         options = set(re.findall(r"(?:[ \[|])(--?[a-zA-Z0-9]+)(?=[|\]\n])", usage))
         folder = os.path.join(self.prefix, "share/bash-completion/completions")
         script = ("source '{0}/{1}'; COMP_WORDS=({1} {2}); COMP_CWORD={3}; _{1};"
                   "printf '%s\\n' \"${{COMPREPLY[@]}}\"")
 
         def completed(words, at, command="kestrin"):
-            return run("bash", "-c", script.format(folder, command, words, at), directory=self.top,
+            return run("bash", "-c", script.format(folder, command, words, at), cwd=self.top,
                        PATH=self.path).split()
 
         self.assertEqual(set(completed("-", 1)), options)
@@ -254,11 +243,5 @@ class Installed(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    source = parser.add_mutually_exclusive_group(required=True)
-    source.add_argument("--build", type=os.path.abspath)
-    source.add_argument("--package", type=os.path.abspath)
-    parser.add_argument("--flags", default="")
-    parser.add_argument("--ways", default="cmake,make")
-    OPTIONS, rest = parser.parse_known_args()
-    unittest.main(argv=sys.argv[:1] + rest)
+    main(__doc__, build={"type": os.path.abspath}, package={"type": os.path.abspath},
+         flags={"default": ""}, ways={"default": "cmake,make"})

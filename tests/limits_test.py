@@ -3,17 +3,14 @@
 
   limits_test.py --kst PATH
 """
-import argparse
 import os
 import pty
 import subprocess
-import sys
-import tempfile
 import termios
 import time
-import unittest
 
-OPTIONS = argparse.Namespace()
+from kit.scripts import OPTIONS, Folder, is_sanitized, main
+
 ENVIRONMENT = {"TERM": "dumb", "TERMCAP": "dumb:co#80:li#24:", "SECRET": "known", "ASAN_OPTIONS": "detect_leaks=0"}
 # Words of the command, the program, what it prints and the line that is told; "" for none. A folder
 # with a file `known' is the current one.
@@ -48,20 +45,15 @@ CASES = [
 ]
 
 
-class Limits(unittest.TestCase):
-    def setUp(self):
-        holder = tempfile.TemporaryDirectory()
-        self.addCleanup(holder.cleanup)
-        self.folder = holder.name
-        with open(os.path.join(self.folder, "known"), "w", encoding="utf-8") as f:
-            f.write("known")
+class Limits(Folder):
+    FILES = {"known": "known"}
 
     def test_each_limit_is_told_in_one_line(self):
+        sanitized = is_sanitized(OPTIONS.kst)
         for words, program, out, told in CASES:
-            if OPTIONS.sanitized and "memory" in "".join(words):
+            if sanitized and "memory" in "".join(words):
                 continue # the sanitizer's own memory counts
-            with self.subTest(words=words, program=program), \
-                    open(os.path.join(self.folder, "known"), "rb") as inherited:
+            with self.subTest(words=words, program=program), open(self.path("known"), "rb") as inherited:
                 reader, writer = os.pipe()
                 begin = time.monotonic()
                 done = subprocess.run([OPTIONS.kst, "run", *words, "-e", program], cwd=self.folder, check=False,
@@ -74,7 +66,7 @@ class Limits(unittest.TestCase):
                 self.assertEqual(done.returncode, 1 if told else 0, done.stderr)
                 if "time=0.3" in words:
                     self.assertGreaterEqual(time.monotonic() - begin, 0.3)
-        self.assertTrue(os.path.exists(os.path.join(self.folder, "known")))
+        self.assertTrue(os.path.exists(self.path("known")))
 
     def test_a_terminal_is_refused_or_given_back(self):
         for words, told in ((["--no-files", "-e", "(scan_console 1000)"], "was refused: the keys of a terminal"),
@@ -91,22 +83,10 @@ class Limits(unittest.TestCase):
             os.close(terminal)
 
     def test_an_error_is_told_with_its_place_in_a_profile(self):
-        with open(os.path.join(self.folder, "set.cfg"), "w", encoding="utf-8") as f:
-            f.write("(defun over\n  (/ 1 $1))\n")
-        done = subprocess.run([OPTIONS.kst, "run", "--no-files", "--cfg", "set.cfg", "-e", "(over 0)"],
-                              cwd=self.folder, env=ENVIRONMENT, check=False, stderr=subprocess.PIPE)
-        self.assertRegex(done.stderr.decode(), r"^set\.cfg:2:3: runtime error 1.*\n.*\n.*\n-e:1:1: `OVER' is called here\n$")
-
-
-def main():
-    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--kst", required=True)
-    _, rest = p.parse_known_args(namespace=OPTIONS)
-    OPTIONS.kst = os.path.abspath(OPTIONS.kst)
-    with open(OPTIONS.kst, "rb") as program:
-        OPTIONS.sanitized = b"__ubsan_handle" in program.read()
-    unittest.main(argv=sys.argv[:1] + rest)
+        self.write("set.cfg", "(defun over\n  (/ 1 $1))\n")
+        err = self.kst("run", "--no-files", "--cfg", "set.cfg", "-e", "(over 0)", env=ENVIRONMENT)[2]
+        self.assertRegex(err, r"^set\.cfg:2:3: runtime error 1.*\n.*\n.*\n-e:1:1: `OVER' is called here\n$")
 
 
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kst")

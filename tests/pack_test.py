@@ -3,48 +3,29 @@
 
   pack_test.py --kst PATH
 """
-import argparse
 import os
 import re
 import resource
 import shutil
 import signal
-import subprocess
-import sys
-import tempfile
-import unittest
 
-OPTIONS = argparse.Namespace()
+from kit.scripts import OPTIONS, Folder, is_sanitized, kestrin, main, run
+
 TELLS = '(outf "%s" (cat "[" (cat $1 "]")))\n(/ 7 $2)\n'
 
 
-def run(*command, **more):
-    done = subprocess.run(command, check=False, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **more)
-    return done.returncode, done.stdout, done.stderr
-
-
-class Packed(unittest.TestCase):
-    def setUp(self):
-        holder = tempfile.TemporaryDirectory()
-        self.addCleanup(holder.cleanup)
-        self.folder = holder.name
-        with open(self.path("it.kst"), "w", encoding="utf-8") as f:
-            f.write(TELLS)
-
-    def path(self, name):
-        return os.path.join(self.folder, name)
+class Packed(Folder):
+    FILES = {"it.kst": TELLS}
 
     def pack(self, *words, name="it", **more):
-        return run(OPTIONS.kst, "pack", *words, "it.kst", "-o", name, cwd=self.folder, **more)
+        return self.kst("pack", *words, "it.kst", "-o", name, **more)
 
     def test_words_and_statuses_on_a_bare_root(self):
-        self.assertEqual(self.pack(), (0, b"", b""))
-        size = os.path.getsize(os.path.join(os.path.dirname(OPTIONS.kst), "kestrin"))
-        self.assertEqual(os.path.getsize(self.path("it")), size + len(TELLS))
-        with open(self.path("it"), "rb") as f:
-            if b"__ubsan_handle" in f.read():
-                self.skipTest("sanitizers want /proc")
-        libraries = re.findall(r"/\S+", run("ldd", self.path("it"))[1].decode())
+        self.assertEqual(self.pack(), (0, "", ""))
+        self.assertEqual(os.path.getsize(self.path("it")), os.path.getsize(kestrin()) + len(TELLS))
+        if is_sanitized(self.path("it")):
+            self.skipTest("sanitizers want /proc")
+        libraries = re.findall(r"/\S+", run("ldd", self.path("it"))[1])
         for library in libraries: # nothing else lies there, /proc neither
             place = self.path("root" + library)
             os.makedirs(os.path.dirname(place), exist_ok=True)
@@ -54,10 +35,10 @@ class Packed(unittest.TestCase):
         if run(*enter, "/", "true")[0]:
             self.skipTest("this system lets nobody change the root")
         for words, status, out, err in (
-                (["-q", "2"], 0, b"[-q]3\n", b""),
-                (['/etc "\\x41', "-7"], 0, b'[/etc "\\x41]-1\n', b""),
-                (["a", "0"], 1, b"[a]", b"\n[RunTimeErrCode=1] Integer division by zero!"),
-                (["a"], 1, b"", b"/it: takes 2 words, not 1.\n")):
+                (["-q", "2"], 0, "[-q]3\n", ""),
+                (['/etc "\\x41', "-7"], 0, '[/etc "\\x41]-1\n', ""),
+                (["a", "0"], 1, "[a]", "\n[RunTimeErrCode=1] Integer division by zero!"),
+                (["a"], 1, "", "/it: takes 2 words, not 1.\n")):
             done = run(*enter, self.path("root"), "/it", *words)
             self.assertEqual((done[:2], done[2][:len(err)]), ((status, out), err))
 
@@ -67,19 +48,17 @@ class Packed(unittest.TestCase):
             whole = f.read()
         damaged = (whole[:-1], whole[:-1] + b"x", whole[:-len(TELLS)])
         for data in damaged:
-            with open(self.path("it"), "wb") as f:
-                f.write(data)
+            self.write("it", data)
             self.assertEqual(run("./it", "a", "1", cwd=self.folder),
-                             (1, b"", b"\nThe program in `./it' is damaged or can't be read, sorry.\n"))
+                             (1, "", "\nThe program in `./it' is damaged or can't be read, sorry.\n"))
 
     def test_what_stands_there_gives_way_only_to_a_whole_executable(self):
         os.symlink("it", self.path("link"))
-        with open(self.path("it"), "w", encoding="utf-8") as f:
-            f.write("before")
+        self.write("it", "before")
         room = lambda: (signal.signal(signal.SIGXFSZ, signal.SIG_IGN),
                         resource.setrlimit(resource.RLIMIT_FSIZE, (100000, 100000)))
         status, _, err = self.pack(preexec_fn=room)
-        self.assertEqual((status, err[:38]), (2, b"kst pack: can't write `it': File too l"))
+        self.assertEqual((status, err[:38]), (2, "kst pack: can't write `it': File too l"))
         self.assertEqual(sorted(os.listdir(self.folder)), ["it", "it.kst", "link"])
         self.assertEqual(os.path.getsize(self.path("it")), len("before"))
         self.assertEqual(self.pack(name="link", umask=0o027)[0], 0)
@@ -87,30 +66,27 @@ class Packed(unittest.TestCase):
         self.assertTrue(os.path.islink(self.path("link")))
         os.unlink(self.path("it"))
         os.symlink("link", self.path("chain"))
-        self.assertEqual(self.pack(name="chain"), (0, b"", b""))
+        self.assertEqual(self.pack(name="chain"), (0, "", ""))
         self.assertFalse(os.path.islink(self.path("it")))
-        with open(self.path("it"), "rb") as f:
-            self.assertEqual(self.pack(name="-"), (0, f.read(), b""))
+        self.assertEqual(run("sh", "-c", "'%s' pack it.kst -o - | cmp - it" % OPTIONS.kst, cwd=self.folder), (0, "", ""))
         os.symlink("loop", self.path("loop"))
-        self.assertEqual(self.pack(name="loop")[:2], (2, b""))
+        self.assertEqual(self.pack(name="loop")[:2], (2, ""))
         os.chmod(self.path("it"), 0o555)
         own_powers = ["setpriv", "--bounding-set=-dac_override,-fowner"] if os.getuid() == 0 else []
         self.assertEqual(run(*own_powers, OPTIONS.kst, "pack", "it.kst", "-o", "it", cwd=self.folder),
-                         (2, b"", b"kst pack: can't write `it': Permission denied (see kst pack --help)\n"))
+                         (2, "", "kst pack: can't write `it': Permission denied (see kst pack --help)\n"))
 
     def test_the_profile_and_a_stored_program_are_inside(self):
-        for name, text in (("set.cfg", "(defun half (/ $1 2))\n"), ("it.kst", "(half $1)\n")):
-            with open(self.path(name), "w", encoding="utf-8") as f:
-                f.write(text)
+        self.write("set.cfg", "(defun half (/ $1 2))\n")
+        self.write("it.kst", "(half $1)\n")
         self.assertEqual(self.pack("--cfg", "set.cfg")[0], 0)
-        kestrin = os.path.join(os.path.dirname(OPTIONS.kst), "kestrin")
         settings = {"KESTRIN_CFGPROFILE_path": "set.cfg"}
-        run(kestrin, "-c", "it.kst", "12", cwd=self.folder, env=settings)
+        run(kestrin(), "-c", "it.kst", "12", cwd=self.folder, env=settings)
         os.unlink(self.path("set.cfg"))
-        self.assertEqual(run("./it", "84", cwd=self.folder), (0, b"42\n", b""))
+        self.assertEqual(run("./it", "84", cwd=self.folder), (0, "42\n", ""))
         os.rename(self.path("it.ksx"), self.path("it.kst"))
         self.assertEqual(self.pack("--cfg", "/dev/null")[0], 0)
-        self.assertEqual(run("./it", cwd=self.folder), (0, b"6\n", b""))
+        self.assertEqual(run("./it", cwd=self.folder), (0, "6\n", ""))
         with open(self.path("it.kst"), "r+b") as f:
             f.seek(100)
             f.write(b"?")
@@ -118,13 +94,5 @@ class Packed(unittest.TestCase):
         self.assertFalse(os.path.exists(self.path("no")))
 
 
-def main():
-    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--kst", required=True)
-    _, rest = p.parse_known_args(namespace=OPTIONS)
-    OPTIONS.kst = os.path.abspath(OPTIONS.kst)
-    unittest.main(argv=sys.argv[:1] + rest)
-
-
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kst")

@@ -3,23 +3,20 @@
 
   profile_test.py --kst PATH [--programs N]
 """
-import argparse
 import os
 import re
 import signal
 import subprocess
-import sys
 import tempfile
 import time
 import unittest
 from collections import Counter
 
+from kit.scripts import OPTIONS, ROOT, Folder, main
 from native_programs import Program, render
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 BENCH = os.path.join(ROOT, "bench", "programs")
 FLAMES = "/usr/share/perl5/Devel/NYTProf/flamegraph.pl"
-OPTIONS = argparse.Namespace()
 
 FIB = "(defun fib (if (< $1 2) $1\n  (+ (fib (- $1 1))\n     (fib (- $1 2)))))\n(outf \"%ld\\n\" (fib $1))\n"
 # What costs time stands in BUSY, which A alone calls.
@@ -115,17 +112,9 @@ def microseconds(text):
     return round(float(text) * 1000)
 
 
-class Watched(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="kst-profile-")
-        self.addCleanup(folder.cleanup)
-        self.folder = folder.name
-
-    def program(self, text, name="t"):
-        path = os.path.join(self.folder, name)
-        with open(path, "w", encoding="utf-8") as f:
-            f.write(text)
-        return path
+class Watched(Folder):
+    def program(self, text):
+        return self.write("t", text)
 
     def check_sums(self, run):
         whole = run.whole()
@@ -219,14 +208,5 @@ class Watched(unittest.TestCase):
                 self.assertEqual(run.outcome, (0, b"\n", b""))
 
 
-def main():
-    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--kst", default=os.path.join(ROOT, "build", "release", "kst"))
-    p.add_argument("--programs", type=int, default=20, help="random ones")
-    _, rest = p.parse_known_args(namespace=OPTIONS)
-    OPTIONS.kst = os.path.abspath(OPTIONS.kst)
-    unittest.main(argv=sys.argv[:1] + rest)
-
-
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kst", programs={"type": int, "default": 20, "help": "random ones"})

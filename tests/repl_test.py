@@ -3,19 +3,13 @@
 
   repl_test.py --kst PATH
 """
-import argparse
 import os
 import re
-import shutil
 import stat
 import subprocess
-import sys
-import tempfile
 import time
-import unittest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-OPTIONS = argparse.Namespace()
+from kit.scripts import OPTIONS, Folder, main
 
 # Sessions through a pipe: what is entered, what is printed, and the first lines of the faults.
 SESSIONS = {
@@ -78,17 +72,14 @@ SAVED = """(setq a 5)
 """
 
 
-def kst(words, text="", folder=None):
-    done = subprocess.run([OPTIONS.kst] + words, input=text.encode(), cwd=folder, check=False,
-                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=60)
-    return done.returncode, done.stdout.decode(), done.stderr.decode()
+class Pipe(Folder):
+    def enter(self, text):
+        return self.kst("repl", text=text, timeout=60)
 
-
-class Pipe(unittest.TestCase):
     def test_sessions(self):
         for name, (text, printed, faults) in SESSIONS.items():
             with self.subTest(name):
-                status, out, err = kst(["repl"], text)
+                status, out, err = self.enter(text)
                 told = [line for line in err.split("\n") if line and not line.startswith("    ")]
                 self.assertEqual(len([t for t, w in zip(told, faults) if t.startswith(w)]), len(faults), err)
                 self.assertEqual(status, 1 if faults else 0, err)
@@ -96,40 +87,36 @@ class Pipe(unittest.TestCase):
                     self.assertEqual(out, printed)
 
     def test_commands_tell(self):
-        out = kst(["repl"], SESSIONS["commands"][0])[1]
+        out = self.enter(SESSIONS["commands"][0])[1]
         for piece in ["integer\nfloat\nstring of 3 bytes\nnil\n", "array of ", "member 0: integer\n",
                       "ALLTRIM", "\n(+ A 1)\n", "(DEFUN F (* $1 2))"]:
             self.assertIn(piece, out)
         self.assertFalse(out.endswith("3\n"))
 
     def test_a_saved_session_is_a_program(self):
-        with tempfile.TemporaryDirectory() as folder:
-            self.assertEqual(kst(["repl"], SAVED, folder)[1], "5\n11\n34\n")
-            with open(os.path.join(folder, "saved.kst"), encoding="utf-8") as f:
-                saved = f.read()
-            self.assertNotIn("doubles", saved)
-            self.assertNotIn("/ 1 0", saved)
-            status, out, err = kst(["run", "saved.kst"], "", folder)
-            self.assertEqual((status, out, err), (0, "49\n", ""))
-            self.assertIn("can't write `/nosuch/x'", kst(["repl"], ":save /nosuch/x\n")[2])
+        self.assertEqual(self.enter(SAVED)[1], "5\n11\n34\n")
+        saved = self.read("saved.kst")
+        self.assertNotIn("doubles", saved)
+        self.assertNotIn("/ 1 0", saved)
+        self.assertEqual(self.kst("run", "saved.kst"), (0, "49\n", ""))
+        self.assertIn("can't write `/nosuch/x'", self.enter(":save /nosuch/x\n")[2])
 
 
-class Terminal(unittest.TestCase):
+class Terminal(Folder):
     """One tmux server with a session of kst in it, gone afterwards."""
 
     def setUp(self):
-        self.folder = tempfile.mkdtemp(prefix="kst-repl-")
-        self.addCleanup(shutil.rmtree, self.folder)
-        self.history = os.path.join(self.folder, "data", "kst", "history")
+        super().setUp()
+        self.history = self.path("data/kst/history")
         self.tmux("new-session", "-d", "-x", "80", "-y", "50", "env", "-i", "HOME=" + self.folder,
-                  "XDG_DATA_HOME=" + os.path.join(self.folder, "data"), "TERM=screen", "PATH=/usr/bin:/bin",
+                  "XDG_DATA_HOME=" + self.path("data"), "TERM=screen", "PATH=/usr/bin:/bin",
                   "LC_ALL=C.UTF-8", "ASAN_OPTIONS=detect_leaks=0",  # the editor's own
                   "sh", "-c", "trap : INT; while :; do '%s' repl; echo ended $?; read x; done" % OPTIONS.kst)
         self.addCleanup(self.tmux, "kill-server")
         self.expect(r"Ctrl-D leaves.*\nkst> $")
 
     def tmux(self, *words):
-        done = subprocess.run(["tmux", "-S", os.path.join(self.folder, "tmux"), "-f", "/dev/null", *words],
+        done = subprocess.run(["tmux", "-S", self.path("tmux"), "-f", "/dev/null", *words],
                               check=True, stdout=subprocess.PIPE)
         return done.stdout.decode()
 
@@ -195,8 +182,7 @@ class Terminal(unittest.TestCase):
         self.expect(r"ended 0$")
         self.assertEqual(stat.S_IMODE(os.stat(self.history).st_mode), 0o600)
         self.assertEqual(stat.S_IMODE(os.stat(os.path.dirname(self.history)).st_mode), 0o700)
-        with open(self.history, encoding="utf-8") as f:
-            lines = f.read().split("\n")
+        lines = self.read(self.history).split("\n")
         self.assertEqual((lines[0], lines[-2:]), ("(setq a 5)", ["a", ""]))
         self.type("Enter")
         self.expect(r"\nkst> $")
@@ -216,13 +202,5 @@ class Terminal(unittest.TestCase):
             self.expect(shown)
 
 
-def main():
-    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--kst", default=os.path.join(ROOT, "build", "release", "kst"))
-    _, rest = p.parse_known_args(namespace=OPTIONS)
-    OPTIONS.kst = os.path.abspath(OPTIONS.kst)
-    unittest.main(argv=sys.argv[:1] + rest)
-
-
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kst")

@@ -3,17 +3,15 @@
 
   termcap_test.py --kestrin PATH
 """
-import argparse
 import os
 import re
 import subprocess
-import sys
 import tempfile
 import unittest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+from kit.scripts import OPTIONS, ROOT, main
+
 TERMCAP = os.path.join(ROOT, "packaging", "termcap")
-OPTIONS = argparse.Namespace()
 COMMON = ["xterm", "xterm-256color", "screen", "screen-256color", "tmux", "tmux-256color", "linux", "vt100"]
 
 
@@ -52,13 +50,5 @@ class Termcap(unittest.TestCase):
         self.assertIn("Cannot find terminal section", settings("nosuch")[0])
 
 
-def main():
-    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--kestrin", default=os.path.join(ROOT, "build", "release", "kestrin"))
-    _, rest = p.parse_known_args(namespace=OPTIONS)
-    OPTIONS.kestrin = os.path.abspath(OPTIONS.kestrin)
-    unittest.main(argv=sys.argv[:1] + rest)
-
-
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kestrin")

@@ -3,23 +3,18 @@
 
   workshop_test.py --kst PATH
 """
-import argparse
 import json
 import os
 import re
 import signal
 import subprocess
-import sys
-import tempfile
 import time
-import unittest
 import xml.etree.ElementTree
 
+from kit.scripts import OPTIONS, ROOT, Folder, is_sanitized, kestrin, main, run
 from workshop_faults import random_faults
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 MAN = os.path.join(ROOT, "workshop", "man")
-OPTIONS = argparse.Namespace()
 
 EXPLAINED = """# a comment
 (progn
@@ -228,32 +223,11 @@ CHECKED = [
 ]
 
 
-def run(words, text="", folder=None):
-    done = subprocess.run([OPTIONS.kst] + words, input=text.encode(), cwd=folder, check=False,
-                          stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-    return done.returncode, done.stdout.decode("utf-8", "replace"), done.stderr.decode("utf-8", "replace")
+class Workshop(Folder):
+    FILES = FILES
 
 
-def verbs():
-    return re.findall(r"^  (\w+) ", run(["--help"])[1], re.M)
-
-
-class Folder(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.TemporaryDirectory(prefix="kst-test-")
-        self.addCleanup(self.folder.cleanup)
-        for name, text in FILES.items():
-            self.write(name, text)
-
-    def write(self, name, text):
-        with open(os.path.join(self.folder.name, name), "w", encoding="utf-8") as f:
-            f.write(text)
-
-    def kst(self, *words, text=""):
-        return run(list(words), text, self.folder.name)
-
-
-class Verbs(Folder):
+class Verbs(Workshop):
     def test_commands(self):
         for words, text, *wanted in COMMANDS:
             with self.subTest(words=words):
@@ -266,7 +240,7 @@ class Verbs(Folder):
     def test_lost_output_is_told(self):
         for words in (["--help"], ["check", "bad.kst"], ["fmt", "-"], ["doc"]):
             with open("/dev/full", "w", encoding="utf-8") as full:
-                done = subprocess.run([OPTIONS.kst, *words], cwd=self.folder.name, check=False,
+                done = subprocess.run([OPTIONS.kst, *words], cwd=self.folder, check=False,
                                       input=b"(a  b)", stdout=full, stderr=subprocess.PIPE)
             self.assertEqual((done.returncode, done.stderr),
                              (2, b"kst: can't write all of the output: No space left on device\n"), words)
@@ -285,9 +259,8 @@ class Verbs(Folder):
                 self.assertEqual(done.stdout, sent + b"\n")
 
     def test_a_program_is_a_command_from_any_folder(self):
-        path = os.path.join(self.folder.name, "add")
         self.write("kestrin.cfg", "(defun two (progn 2))\n")
-        self.write("add", "#!/usr/bin/env -S kst run\n(+ $1 $2)\n")
+        path = self.write("add", "#!/usr/bin/env -S kst run\n(+ $1 $2)\n")
         os.chmod(path, 0o755)
         search = os.path.dirname(OPTIONS.kst) + os.pathsep + os.environ["PATH"]
         done = subprocess.run([path, "2", "-3"], cwd="/", env={**os.environ, "PATH": search},
@@ -355,13 +328,16 @@ class Verbs(Folder):
                 self.assertIn(name, re.split(r"[,\s]+", first))
                 self.assertRegex(out, r"\n  \[\d+\.\d* ")
 
+    def verbs(self):
+        return re.findall(r"^  (\w+) ", self.kst("--help")[1], re.M)
+
     def test_each_verb_has_help_and_a_page_with_its_options(self):
-        self.assertTrue(verbs())
+        self.assertTrue(self.verbs())
         with open(os.path.join(MAN, "kst.1"), encoding="utf-8") as f:
             overview = f.read()
-        for verb in verbs():
+        for verb in self.verbs():
             with self.subTest(verb=verb):
-                status, out, err = run([verb, "--help"])
+                status, out, err = self.kst(verb, "--help")
                 self.assertEqual((status, err), (0, ""))
                 self.assertTrue(out.startswith("usage: kst %s" % verb), out)
                 with open(os.path.join(MAN, "kst-%s.1" % verb), encoding="utf-8") as f:
@@ -370,44 +346,36 @@ class Verbs(Folder):
                     shown = r"\.(It|Op) Fl " + re.sub("^-", "Fl ", option) + r"\b"
                     self.assertRegex(page, shown)
                 self.assertIn("Xr kst-%s 1\n" % verb, overview)
-                self.assertEqual(run([verb, "--no-such"])[0], 2)
+                self.assertEqual(self.kst(verb, "--no-such")[0], 2)
 
 
-class Fmt(Folder):
-    def path(self, name):
-        return os.path.join(self.folder.name, name)
-
+class Fmt(Workshop):
     def test_a_file_is_replaced_only_by_another_layout(self):
         os.chmod(self.path("wide.kst"), 0o640)
         os.symlink("wide.kst", self.path("link.kst"))
         for name, changes in (("link.kst", True), ("wide.kst", False), ("good.kst", False)):
             with self.subTest(name=name):
                 before = os.stat(self.path(name))
-                self.assertEqual(run(["fmt", name], folder=self.folder.name), (0, "", ""))
+                self.assertEqual(self.kst("fmt", name), (0, "", ""))
                 after = os.stat(self.path(name))
                 self.assertEqual(before.st_mode, after.st_mode)
                 self.assertEqual(before.st_ino != after.st_ino, changes)
         self.assertTrue(os.path.islink(self.path("link.kst")))
-        with open(self.path("wide.kst"), encoding="utf-8") as f:
-            self.assertEqual(f.read(), "(a b)\n")
-        self.assertEqual(sorted(os.listdir(self.folder.name)), sorted([*FILES, "link.kst"]))
+        self.assertEqual(self.read("wide.kst"), "(a b)\n")
+        self.assertEqual(sorted(os.listdir(self.folder)), sorted([*FILES, "link.kst"]))
 
     def test_a_faulty_or_stored_program_is_left_alone(self):
         open_form = "(progn\n (a)"
-        with open(self.path("open.kst"), "w", encoding="utf-8") as f:
-            f.write(open_form)
-        subprocess.run([os.path.join(os.path.dirname(OPTIONS.kst), "kestrin"), "-c", "good.kst", "x"], cwd=self.folder.name, check=False,
-                       stdout=subprocess.DEVNULL)
-        stored = [n for n in os.listdir(self.folder.name) if n not in (*FILES, "open.kst")]
+        self.write("open.kst", open_form)
+        run(kestrin(), "-c", "good.kst", "x", cwd=self.folder)
+        stored = [n for n in os.listdir(self.folder) if n not in (*FILES, "open.kst")]
         self.assertEqual(len(stored), 1)
-        status, _, err = run(["fmt", "open.kst", stored[0], "wide.kst"], folder=self.folder.name)
+        status, _, err = self.kst("fmt", "open.kst", stored[0], "wide.kst")
         self.assertEqual(status, 1)
         self.assertRegex(err, "open.kst:[12]:[0-9]+: ")
         self.assertIn(stored[0] + ": is a stored program", err)
-        with open(self.path("open.kst"), encoding="utf-8") as f:
-            self.assertEqual(f.read(), open_form)
-        with open(self.path("wide.kst"), encoding="utf-8") as f:
-            self.assertEqual(f.read(), "(a b)\n")
+        self.assertEqual(self.read("open.kst"), open_form)
+        self.assertEqual(self.read("wide.kst"), "(a b)\n")
 
 
 # A program that says what it does, then what kst test tells of it without the file's name; empty if
@@ -442,21 +410,16 @@ SAYING = [
 ]
 
 
-class Test(Folder):
-    def write(self, name, text):
-        path = os.path.join(self.folder.name, name)
-        with open(path, "wb") as f:
-            f.write(text if isinstance(text, bytes) else text.encode())
-        return path
-
+class Test(Workshop):
     def test_what_programs_say(self):
         for i, (text, _) in enumerate(SAYING):
             self.write("%02d.kst" % i, text + "\n")
-        status, out, _ = run(["test", "--timeout", "3"], folder=self.folder.name)
+        status, out, _ = self.kst("test", "--timeout", "3")
         self.assertEqual(status, 1)
         lines = [line.strip() for line in out.splitlines()]
+        sanitized = is_sanitized(OPTIONS.kst)
         for i, (text, told) in enumerate(SAYING):
-            if OPTIONS.sanitized and "signal" in told:
+            if sanitized and "signal" in told:
                 continue # the sanitizer tells it first
             with self.subTest(text=text):
                 mine = [n for n, line in enumerate(lines) if line.startswith("%02d.kst:" % i)]
@@ -473,38 +436,32 @@ class Test(Folder):
         text = (b'#!/usr/bin/x\n' + told + b'(cat "a\\\\" " b ") # expect:\n'
                 b'  # expect: one\n(/ 7. 2) # kept\n5   # expect: 4 \n(outf "%s" "end") # expect:\n')
         path = self.write("bytes.kst", text)
-        status, out, _ = run(["test", "--update", path])
+        status, out, _ = self.kst("test", "--update", path)
         self.assertEqual((status, out), (0, "1 passed.\n"))
         with open(path, "rb") as f:
             code = [re.sub(rb"\s*# expect:.*", b"", line) for line in f.read().splitlines()]
         wanted = [re.sub(rb"\s*# expect:.*", b"", line) for line in text.splitlines()]
         self.assertEqual([c for c in code if c], [w for w in wanted if w])
         for words in (["test", path], ["fmt", path], ["test", path]):
-            self.assertEqual(run(words)[0], 0, words)
+            self.assertEqual(self.kst(*words)[0], 0, words)
 
     def test_a_failing_program_is_not_updated(self):
         for text in ("(/ 1 0)\n# expect: x\n", "1\n# error: 1\n", "(a\n# expect: x\n"):
             path = self.write("fails.kst", text)
-            self.assertEqual(run(["test", "--update", path])[0], 1)
-            with open(path, encoding="utf-8") as f:
-                self.assertEqual(f.read(), text)
+            self.assertEqual(self.kst("test", "--update", path)[0], 1)
+            self.assertEqual(self.read(path), text)
 
     def test_tap_and_junit(self):
         self.write("1.kst", "1 # expect: 1\n")
         self.write("2.kst", '"<&\x01\xff\x80" # expect: 2\n'.encode("latin-1"))
-        status, out, _ = run(["test", "--tap", "--junit", "j.xml", "."], folder=self.folder.name)
+        status, out, _ = self.kst("test", "--tap", "--junit", "j.xml", ".")
         self.assertEqual(status, 1)
         self.assertTrue(out.startswith("TAP version 13\n1..2\nok 1 - 1.kst\nnot ok 2 - 2.kst\n# "))
-        suite = xml.etree.ElementTree.parse(os.path.join(self.folder.name, "j.xml")).getroot()
+        suite = xml.etree.ElementTree.parse(self.path("j.xml")).getroot()
         self.assertEqual((suite.get("tests"), suite.get("failures")), ("2", "1"))
         self.assertEqual([len(case) for case in suite], [0, 1])
-        with open(os.path.join(self.folder.name, "j.xml"), encoding="utf-8") as f:
-            self.assertEqual(self.without_times(run(["test", "--junit", "-", "."], folder=self.folder.name)[1]),
-                             self.without_times(f.read()))
-
-    @staticmethod
-    def without_times(text):
-        return re.sub(r'time="[^"]*"', "", text)
+        self.assertEqual(*(re.sub(r'time="[^"]*"', "", text) for text in
+                           (self.kst("test", "--junit", "-", ".")[1], self.read("j.xml"))))
 
     def test_an_interrupt_leaves_no_process(self):
         path = self.write("loop.kst", "(while 1 1)\n# expect: x\n")
@@ -525,15 +482,5 @@ class Test(Folder):
         self.fail("the program goes on")
 
 
-def main():
-    p = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    p.add_argument("--kst", default=os.path.join(ROOT, "build", "release", "kst"))
-    _, rest = p.parse_known_args(namespace=OPTIONS)
-    OPTIONS.kst = os.path.abspath(OPTIONS.kst)
-    with open(OPTIONS.kst, "rb") as program:
-        OPTIONS.sanitized = b"__ubsan_handle" in program.read()
-    unittest.main(argv=sys.argv[:1] + rest)
-
-
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kst")

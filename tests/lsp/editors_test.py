@@ -3,16 +3,15 @@
 
   editors_test.py --kst PATH [--all]    one that is missing is left out, but with --all a failure
 """
-import argparse
 import os
 import shutil
 import subprocess
 import sys
-import tempfile
-import unittest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-OPTIONS = argparse.Namespace()
+sys.path.append(os.path.dirname(HERE))
+from kit.scripts import OPTIONS, Folder, main, run, want  # noqa: E402
+
 PROGRAM = """# Twice as much: \U0001d4b3é.
 (defun twice
   (progn  (* 2 $1)))
@@ -44,7 +43,7 @@ hover: ['(defun twice', '', 'Twice as much: \U0001d4b3é.']
 
 
 def succeeds(*words):
-    return shutil.which(words[0]) and not subprocess.run(words, capture_output=True, stdin=subprocess.DEVNULL, check=False).returncode
+    return shutil.which(words[0]) and run(*words, stdin=subprocess.DEVNULL)[0] == 0
 
 
 def has_eglot():
@@ -53,47 +52,28 @@ def has_eglot():
                     " (normal-top-level-add-subdirs-to-load-path)))" % elpa, "-l", "eglot")
 
 
-class Editors(unittest.TestCase):
-    def run_in_folder(self, words, **environment):
-        """What a session prints, and the file that it tells of itself."""
-        with tempfile.TemporaryDirectory() as folder:
-            with open(os.path.join(folder, "a.kst"), "w", encoding="utf-8") as file:
-                file.write(PROGRAM)
-            done = subprocess.run(words, cwd=folder, capture_output=True, timeout=200, check=False, stdin=subprocess.DEVNULL,
-                                  env={**os.environ, "LC_ALL": "C.UTF-8", "HOME": folder, **environment})
-            self.assertEqual(done.returncode, 0, done)
-            told = os.path.join(folder, "told")
-            if not os.path.exists(told):
-                return done.stdout.decode()
-            with open(told, encoding="utf-8") as file:
-                return file.read()
+class Editors(Folder):
+    FILES = {"a.kst": PROGRAM}
 
-    def want(self, is_there, what):
-        if not is_there and OPTIONS.all:
-            self.fail(what + " is missing")
-        if not is_there:
-            self.skipTest(what + " is missing")
+    def run_in_folder(self, *words, **environment):
+        """What a session prints."""
+        status, out, err = run(*words, cwd=self.folder, timeout=200, stdin=subprocess.DEVNULL,
+                               env={**os.environ, "LC_ALL": "C.UTF-8", "HOME": self.folder, **environment})
+        self.assertEqual(status, 0, out + err)
+        return out
 
     def test_emacs(self):
-        self.want(has_eglot(), "emacs-nox or elpa-eglot")
-        told = self.run_in_folder(["emacs", "-Q", "--batch", "-l", os.path.join(HERE, "session.el"), "a.kst", OPTIONS.kst])
+        want(self, has_eglot(), "emacs-nox or elpa-eglot")
+        told = self.run_in_folder("emacs", "-Q", "--batch", "-l", os.path.join(HERE, "session.el"), "a.kst", OPTIONS.kst)
         self.assertEqual(told, EMACS)
 
     def test_vim(self):
-        self.want(succeeds("vim", "-N", "-es", "-u", "NONE", "-c", "packadd ale", "-c", "if !exists(':ALELint') | cquit | endif",
-                           "-c", "qall!"), "vim or vim-ale")
-        self.assertEqual(self.run_in_folder(["vim", "-N", "-es", "-u", "NONE", "-S", os.path.join(HERE, "session.vim")],
-                                            KST=OPTIONS.kst, KST_FILE="a.kst", KST_TOLD="told"), VIM)
-
-
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--kst", required=True)
-    parser.add_argument("--all", action="store_true")
-    options, rest = parser.parse_known_args(namespace=OPTIONS)
-    options.kst = os.path.abspath(options.kst)
-    unittest.main(argv=sys.argv[:1] + rest)
+        want(self, succeeds("vim", "-N", "-es", "-u", "NONE", "-c", "packadd ale", "-c",
+                            "if !exists(':ALELint') | cquit | endif", "-c", "qall!"), "vim or vim-ale")
+        self.run_in_folder("vim", "-N", "-es", "-u", "NONE", "-S", os.path.join(HERE, "session.vim"),
+                           KST=OPTIONS.kst, KST_FILE="a.kst", KST_TOLD="told")
+        self.assertEqual(self.read("told"), VIM)
 
 
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kst", all={"action": "store_true"})

@@ -3,19 +3,18 @@
 
   lsp_test.py --kst PATH
 """
-import argparse
 import json
 import os
 import random
 import signal
 import subprocess
 import sys
-import tempfile
-import unittest
 
 from lsp_client import URI, Client
 
-OPTIONS = argparse.Namespace()
+sys.path.append(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from kit.scripts import OPTIONS, Folder, main  # noqa: E402
+
 RICH = {"textDocument": {"hover": {"contentFormat": ["plaintext", "markdown"]},
                          "documentSymbol": {"hierarchicalDocumentSymbolSupport": True},
                          "signatureHelp": {"signatureInformation": {"parameterInformation": {"labelOffsetSupport": True}}}},
@@ -210,7 +209,7 @@ def checked(text):
             for one in json.loads(done.stdout)]
 
 
-class Protocol(unittest.TestCase):
+class Protocol(Folder):
     def start(self, capabilities=None, words=(), **options):
         client = Client(OPTIONS.kst, *words, capabilities={} if capabilities is None else capabilities, **options)
         self.addCleanup(client.server.wait)
@@ -219,20 +218,16 @@ class Protocol(unittest.TestCase):
         return client
 
     def test_questions(self):
-        with tempfile.TemporaryDirectory() as folder:
-            path = os.path.join(folder, "a b.cfg")
-            with open(path, "w", encoding="utf-8") as file:
-                file.write(PROFILE)
-            client = self.start(RICH, ["--cfg", path])
-            client.open(TEXT)
-            self.assertEqual([one["message"] for one in client.diagnostics(1)], ["undefined function name `LOST'"])
-            for method, spot, more, view, wanted in QUESTIONS:
-                with self.subTest(method, spot=spot, **more):
-                    told = client.ask_at(method, *text_at(spot), **more)
-                    self.assertEqual(view(told.get("result", told.get("error", {}).get("message"))), wanted)
-            item = client.ask("completionItem/resolve", label="setq")["result"]
-            self.assertIn("(setq v x) evaluates x", item["documentation"]["value"])
-            self.assertEqual(client.end(), 0)
+        client = self.start(RICH, ["--cfg", self.write("a b.cfg", PROFILE)])
+        client.open(TEXT)
+        self.assertEqual([one["message"] for one in client.diagnostics(1)], ["undefined function name `LOST'"])
+        for method, spot, more, view, wanted in QUESTIONS:
+            with self.subTest(method, spot=spot, **more):
+                told = client.ask_at(method, *text_at(spot), **more)
+                self.assertEqual(view(told.get("result", told.get("error", {}).get("message"))), wanted)
+        item = client.ask("completionItem/resolve", label="setq")["result"]
+        self.assertIn("(setq v x) evaluates x", item["documentation"]["value"])
+        self.assertEqual(client.end(), 0)
 
     def test_runs(self):
         for messages, wanted, status in RUNS:
@@ -348,14 +343,5 @@ class Protocol(unittest.TestCase):
         self.assertEqual(client.server.wait(20), 1)
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--kst", required=True)
-    parser.add_argument("--seed", type=int, default=1)
-    options, rest = parser.parse_known_args(namespace=OPTIONS)
-    options.kst = os.path.abspath(options.kst)
-    unittest.main(argv=sys.argv[:1] + rest)
-
-
 if __name__ == "__main__":
-    main()
+    main(__doc__, "kst", seed={"type": int, "default": 1})
