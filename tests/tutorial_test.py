@@ -28,8 +28,8 @@ class Archive(Folder):
         self.assertEqual(self.written("--help"), first)
 
     def test_the_same_sources_give_the_same_bytes(self):
-        """Whatever the umask, the locale, the time zone and their times are."""
-        folder = self.path("sources")
+        """Whatever the umask, the locale, the time zone, their folder and their times are."""
+        folder = self.path("99_folder")
         for name in ("tutorial", "extension"):
             shutil.copytree(os.path.join(ROOT, name), os.path.join(folder, name), copy_function=shutil.copy)
         output("bash", "-c", "umask 077; tutorial/pack ..", cwd=folder, LANG="C.UTF-8", TZ="Asia/Tokyo")
