@@ -19,6 +19,7 @@
 #include "editors/word_class.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
+#include "workshop/limits.h"
 #include "workshop/program.h"
 #include "workshop/verb.h"
 
@@ -123,14 +124,22 @@ void add_words(values *known)
     }
 }
 
-// What an operand or the argument of an option is, as far as a shell can complete it.
+// What an operand or the argument of an option is, as far as a shell can complete it: by the first
+// of its names in usage.
 std::string kind_of(std::string_view operand)
 {
-    for (const std::string_view file : {"FILE", "PATH", "PROGRAM"})
-        if (operand.find(file) != operand.npos) return "files";
-    return operand.find("NAME") != operand.npos ? "names" : "nothing";
+    constexpr std::pair<std::string_view, const CHR *> kinds[] = {
+        {"FILE", "files"}, {"PATH", "files"},    {"PROGRAM", "files"},
+        {"NAME", "names"}, {"LIMITS", "limits"},
+    };
+    operand.remove_prefix(operand.starts_with('[') ? 1 : 0);
+    const std::string_view name = operand.substr(0, operand.find_first_of(" ]"));
+    for (const auto &[known, kind] : kinds)
+        if (name == known) return kind;
+    return "nothing";
 }
 
+// Options with an argument are told by its kind.
 values values_of(const verb &v)
 {
     values known = {{"verb", std::string(v.name)},
@@ -138,11 +147,13 @@ values values_of(const verb &v)
                     {"verb.operands", kind_of(v.operands)},
                     {"verb.options", "--help"},
                     {"verb.files", ""},
-                    {"verb.words", ""}};
+                    {"verb.limits", ""},
+                    {"verb.nothing", ""},
+                    {"verb.passes", v.passes_words ? "words" : ""},
+                    {"verb.first", std::string(v.first_operand)}};
     for (const option &o : v.options) {
         append_word(&known["verb.options"], o.name);
-        if (o.value.empty()) continue;
-        append_word(&known[kind_of(o.value) == "files" ? "verb.files" : "verb.words"], o.name);
+        if (!o.value.empty()) append_word(&known["verb." + kind_of(o.value)], o.name);
     }
     return known;
 }
@@ -152,7 +163,8 @@ values values_of(const verb &v, const option &o)
     return {{"verb", std::string(v.name)},
             {"option", std::string(o.name)},
             {"option.help", std::string(o.help)},
-            {"option.kind", o.value.empty() ? "none" : kind_of(o.value)}};
+            {"option.kind", o.value.empty() ? "none" : kind_of(o.value)},
+            {"option.ends", o.name == v.first_operand ? "(-)" : ""}};
 }
 
 struct tables {
@@ -165,6 +177,8 @@ tables read_tables()
     tables all;
     all.everywhere["version"] = KST_VERSION;
     add_words(&all.everywhere);
+    for (const std::string_view name : limit_names())
+        append_word(&all.everywhere["limits"], std::string(name) + "=");
     for (const verb *v : verbs()) {
         append_word(&all.everywhere["kst.verbs"], v->name);
         all.verbs.push_back(values_of(*v));

@@ -173,6 +173,13 @@ COMPLETED = [
     ("kst che", "check"), ("kst check --js", "check --json"), ("kst doc strtr", "doc strtran"),
     ("kst fmt --check si", "fmt --check sieve.kst"), ("kst check --cfg si", "check --cfg sieve.kst"),
     ("kst repl si", "repl si"), ("kst test --jobs si", "test --jobs si"), ("kst check strtr", "check strtr"),
+    ("kst check sieve.kst --js", "check sieve.kst --json"), ("kst run --no-f", "run --no-files"),
+    ("kst run sieve.kst si", "run sieve.kst sieve.kst"), ("kst run sieve.kst --no-f", "run sieve.kst --no-f"),
+    ("kst run -e si", "run -e si"), ("kst run -e 1 si", "run -e 1 sieve.kst"),
+    ("kst run --cfg sieve.kst -e 1 --no-f", "run --cfg sieve.kst -e 1 --no-f"),
+    ("kst run --limit mem", "run --limit memory="), ("kst run --limit time=2,out", "run --limit time=2,output="),
+    ("kst run --limit time=2,output=1K --no-f", "run --limit time=2,output=1K --no-files"),
+    ("kst run --limit time=2 si", "run --limit time=2 sieve.kst"), ("kst trace --only strtr", "trace --only strtr"),
     ("kestrin --vers", "--versions"), ("kestrin -q si", "-q sieve.kst"), ("kestrin si", "sieve.kst"),
 ]
 

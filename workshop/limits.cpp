@@ -226,6 +226,13 @@ bool read_limits(std::string_view text, limits *into, std::string *why)
     }
 }
 
+std::vector<std::string_view> limit_names()
+{
+    std::vector<std::string_view> names;
+    for (const bound_row &row : rows) names.push_back(row.name);
+    return names;
+}
+
 void begin_limits(const limits &wanted)
 {
     held = wanted;

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kestrin/types.h"
 
@@ -24,6 +25,9 @@ struct limits {
 // Reads "time=2,memory=64M", which must live as long as the process. False with the reason in
 // `*why`.
 bool read_limits(std::string_view text, limits *into, std::string *why);
+
+// What read_limits() knows.
+std::vector<std::string_view> limit_names();
 
 // Empties the environment and starts the time. The end of the process tells in one line what the
 // limits have kept from the program, and has status 1 then. Once, ahead of the engine's start.
