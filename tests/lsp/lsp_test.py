@@ -6,6 +6,7 @@
 import json
 import os
 import random
+import re
 import signal
 import subprocess
 import sys
@@ -284,7 +285,7 @@ class Protocol(Folder):
     def test_random_edits(self):
         """Diagnostics are those of kst check on the text that an independent model holds."""
         dice = random.Random(OPTIONS.seed)
-        pieces = ["(", ")", "(setq a ", "é", "\U0001f600", '"', "#", "\n", "\r\n", " b", "(nosuch a)", "", "(defun f (+ $1 1))", "(f 1)"]
+        pieces = ["(", ")", "(setq a ", "é", "\U0001f600", '"', "#", "\n", "\r\n", "\r", " b", "(nosuch a)", "", "(defun f (+ $1 1))", "(f 1)"]
         for encoding, width in (("utf-8", 1), ("utf-16", 2)):
             client = self.start({"general": {"positionEncodings": [encoding]}})
             self.assertEqual(client.can["positionEncoding"], encoding)
@@ -298,14 +299,14 @@ class Protocol(Folder):
                     # The middle of "\r\n" is no place.
                     ends = [end - (text[end - 1:end + 1] == "\r\n") for end in ends]
                     piece = dice.choice(pieces)
-                    starts = [text.rfind("\n", 0, end) + 1 for end in ends]
-                    places = [{"line": text.count("\n", 0, end), "character": len(text[start:end].encode(codec)) // width}
-                              for start, end in zip(starts, ends)]
+                    lines = [re.split("\r\n|\r|\n", text[:end]) for end in ends]
+                    places = [{"line": len(ahead) - 1, "character": len(ahead[-1].encode(codec)) // width} for ahead in lines]
                     changes.append({"range": {"start": places[0], "end": places[1]}, "text": piece})
                     text = text[:ends[0]] + piece + text[ends[1]:]
                 client.change(version, *changes)
-                told = [(one["severity"], one["message"]) for one in client.diagnostics(version)]
-                self.assertEqual(told, [one[:2] for one in checked(text)], text)
+                told = client.diagnostics(version)
+                self.assertEqual([(one["severity"], one["message"]) for one in told], [one[:2] for one in checked(text)], text)
+                self.assertTrue(all(re.match(r"(\d+):\d+-\1:", one) for one in ranges(told)), text)
             self.assertEqual(client.end(), 0)
 
     def test_ranges_of_faults(self):
