@@ -132,13 +132,34 @@ ULO count_faults(const std::string &text)
     return faults == 0 ? find_unset(std::move(p)).size() : faults;
 }
 
+// Faults of a mended text, by place, get the columns of the file: parentheses were put in or became
+// blanks.
+void move_to_file(std::vector<fault> *faults, const source &from, const std::string &mended)
+{
+    if (faults->empty() || mended == from.text) return;
+    const source other = {"", mended};
+    const auto lines = from.lines(), mended_lines = other.lines();
+    ULO line = 0, i = 0, own = 0;
+    for (auto &[at, text, is_warning] : *faults) {
+        if (at.column == 0) continue;
+        if (at.line != line) i = own = 0;
+        line = at.line;
+        const std::string_view now = mended_lines[line - 1], before = lines[line - 1];
+        for (; i + 1 < at.column && own < before.size(); i++)
+            own += now[i] == before[own] || now[i] == ' ';
+        at.column = own + 1;
+    }
+}
+
 // Brings a text into balance, if that can be, and checks it.
-void check_in_balance(std::string text, program *into, lut **table)
+void check_in_balance(const source &from, program *into, lut **table)
 {
     std::vector<fault> faults;
+    std::string text = from.text;
     if (mend_balance(&text, &faults, count_faults)) {
         check_text(text, into, table);
         sort_by_place(&into->faults);
+        move_to_file(&into->faults, from, text);
     }
     into->faults.insert(into->faults.begin(), faults.begin(), faults.end());
 }
@@ -231,7 +252,7 @@ bool check_program(const source &from, program *into, lut **table)
     into->faults = faults_of_kind(from.text);
     if (!into->faults.empty()) return false;
     into->faults = find_open_strings(from);
-    if (into->faults.empty()) check_in_balance(from.text, into, table);
+    if (into->faults.empty()) check_in_balance(from, into, table);
     settle_kind(from, &into->faults);
     return into->faults.empty();
 }

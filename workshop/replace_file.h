@@ -8,9 +8,8 @@
 #include "kestrin/types.h"
 
 // Makes a file with this mode, less what the umask takes, at the end of all links. What stands
-// there already must be a file that may be written, and gives way as a whole. False with the reason
-// in
-// `*why`; all is then as it was.
+// there already must be a file that may be written, and gives way as a whole. False with the
+// reason in `*why`; all is then as it was.
 bool make_file(const CHR *path, std::string_view contents, mode_t mode, std::string *why);
 
 // Whether a path leads to the same file as another; false if one of them leads nowhere.
