@@ -145,7 +145,7 @@ void move_to_file(std::vector<fault> *faults, const source &from, const std::str
         if (at.line != line) i = own = 0;
         line = at.line;
         const std::string_view now = mended_lines[line - 1], before = lines[line - 1];
-        for (; i + 1 < at.column && own < before.size(); i++)
+        for (; i + 1 < at.column && i < now.size() && own < before.size(); i++)
             own += now[i] == before[own] || now[i] == ' ';
         at.column = own + 1;
     }
