@@ -3,28 +3,13 @@
 // stays readable with it, so that only control bytes and colons keep their escapes.
 #include "terminal/capability.h"
 
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
+#include <charconv>
 #include <cstring>
-#include <new>
-#include <utility>
-
-#include "terminal/memory.h"
 
 namespace {
 
 constexpr UCH PRINTABLE_BITS = 0x60; // set in no byte from 0 to 31
-
-capability *new_node(std::size_t size)
-{
-    return new (term_allocate(sizeof(capability) + size + 1)) capability{nullptr};
-}
-
-void append(capability_list *list, capability *node)
-{
-    *list->end = node;
-    list->end = &node->next;
-}
 
 // Name of a capability: what stands ahead of "=", else of "@", else of "#", else all of it.
 std::string_view name_of(std::string_view field)
@@ -36,66 +21,52 @@ std::string_view name_of(std::string_view field)
     return field;
 }
 
-capability **find_prefix(capability_list *list, std::string_view prefix)
+auto find_prefix(term_texts *list, std::string_view prefix)
 {
-    capability **link = &list->first;
-    while (*link && strncmp((*link)->text(), prefix.data(), prefix.size()) != 0) {
-        link = &(*link)->next;
-    }
-    return link;
+    return std::find_if(list->begin(), list->end(),
+                        [prefix](const term_text &text) { return text.starts_with(prefix); });
 }
 
-// Writes `field` in its stored form, which is never longer, and returns the end. A backslash with
-// nothing behind it would hide the separator of the joined entry and is dropped.
-CHR *normalise(CHR *out, std::string_view field)
+// `field` in its stored form. A backslash with nothing behind it would hide the separator of the
+// joined entry and is dropped.
+term_text normalised(std::string_view field)
 {
+    term_text text;
     while (!field.empty()) {
         std::size_t size = 1;
         if (field[0] == '\\') {
-            escape found = read_escape(field);
+            const escape found = read_escape(field);
             size = found.size;
             if (size == 1) break;
             if ((found.byte & PRINTABLE_BITS) && found.byte != ':') {
-                *out++ = static_cast<CHR>(found.byte);
+                text.push_back(static_cast<CHR>(found.byte));
                 field.remove_prefix(size);
                 continue;
             }
         } else if (field[0] == '^' && field.size() > 1) {
             size = 2;
         }
-        memcpy(out, field.data(), size);
-        out += size;
+        text.append(field.substr(0, size));
         field.remove_prefix(size);
     }
-    return out;
+    return text;
 }
 
-void add_name(name_list *list, std::string_view name)
-{
-    for (int i = 0; i < list->count; i++) {
-        if (name == list->names[i]) return;
-    }
-    if (list->count == name_list::MOST) return;
-    CHR *copy = static_cast<CHR *>(term_allocate(name.size() + 1));
-    copy[name.copy(copy, name.size())] = '\0';
-    list->names[list->count++] = copy;
-}
-
-void add_field(std::string_view field, capability_list *list, name_list *names)
+void add_field(std::string_view field, term_texts *list, term_texts *names)
 {
     std::size_t start = field.find_first_not_of("\t\n ");
     if (start == field.npos) return;
     field.remove_prefix(start);
     if (field[0] == '.' || field[0] == ':' || field == "\\") return;
     if (field.starts_with("tc=")) {
-        if (names) add_name(names, field.substr(3));
+        if (names == nullptr || names->size() == MOST_NAMES) return;
+        const std::string_view name = field.substr(3);
+        if (std::find(names->begin(), names->end(), name) == names->end())
+            names->emplace_back(name);
         return;
     }
     std::string_view name = name_of(field);
-    if (name.empty() || *find_prefix(list, name)) return;
-    capability *node = new_node(field.size());
-    *normalise(node->text(), field) = '\0';
-    append(list, node);
+    if (!name.empty() && find_prefix(list, name) == list->end()) list->push_back(normalised(field));
 }
 
 // Size of the text ahead of the first ":" that no backslash hides.
@@ -112,31 +83,7 @@ bool is_cancellation(std::string_view text)
     return text.ends_with('@') && text.find('=') == text.npos;
 }
 
-// Fills a block of fixed size; a piece that does not fit is refused whole.
-struct bounded_text {
-    CHR *at;
-    CHR *end; // place of the last NUL
-
-    bool put(std::string_view piece)
-    {
-        if (piece.size() >= static_cast<std::size_t>(end - at)) return false;
-        at += piece.copy(at, piece.size());
-        *at++ = ':';
-        return true;
-    }
-};
-
 } // namespace
-
-capability_list::~capability_list()
-{
-    while (first) free(std::exchange(first, first->next));
-}
-
-name_list::~name_list()
-{
-    for (int i = 1; i < count; i++) free(const_cast<CHR *>(names[i]));
-}
 
 escape read_escape(std::string_view text)
 {
@@ -152,7 +99,7 @@ escape read_escape(std::string_view text)
     return {static_cast<UCH>(letter == letters.npos ? text[1] : bytes[letter]), 2};
 }
 
-void parse_entry(const CHR *entry, capability_list *list, name_list *names)
+void parse_entry(const CHR *entry, term_texts *list, term_texts *names)
 {
     const CHR *at = strchr(entry, ':');
     while (at) {
@@ -162,36 +109,36 @@ void parse_entry(const CHR *entry, capability_list *list, name_list *names)
     }
 }
 
-void set_number(capability_list *list, std::string_view label, unsigned number)
+void set_number(term_texts *list, std::string_view label, unsigned number)
 {
-    static constexpr std::size_t DIGITS = 10;
-    capability *node = new_node(label.size() + DIGITS);
-    CHR *digits = node->text() + label.copy(node->text(), label.size());
-    snprintf(digits, DIGITS + 1, "%u", number);
-    capability **link = find_prefix(list, label);
-    if (*link == nullptr) return append(list, node);
-    node->next = (*link)->next;
-    if (list->end == &(*link)->next) list->end = &node->next;
-    free(std::exchange(*link, node));
+    CHR digits[10];
+    term_text text(label);
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+    const auto place = find_prefix(list, label);
+    if (place == list->end())
+        list->push_back(text);
+    else
+        *place = text;
 }
 
-std::size_t joined_size(std::string_view name, const capability_list &list)
+std::size_t joined_size(std::string_view name, const term_texts &list)
 {
     std::size_t size = name.size() + 2;
-    for (capability *node = list.first; node; node = node->next) size += strlen(node->text()) + 1;
+    for (const term_text &text : list) size += text.size() + 1;
     return size;
 }
 
-CHR *join_entry(std::string_view name, const capability_list &list, std::size_t size)
+term_text join_entry(std::string_view name, const term_texts &list, std::size_t size)
 {
-    static constexpr std::string_view warning = "tgetent: warning: termcap entry too long\n";
-    CHR *entry = static_cast<CHR *>(term_allocate(size));
-    bounded_text text{entry, entry + size - 1};
-    bool fits = text.put(name);
-    for (capability *node = list.first; node && fits; node = node->next) {
-        fits = is_cancellation(node->text()) || text.put(node->text());
-    }
-    *text.at = '\0';
-    if (!fits) term_complain(warning);
+    term_text entry;
+    const auto put = [&entry, size](std::string_view piece) {
+        if (entry.size() + piece.size() + 2 > size) return false;
+        entry.append(piece).push_back(':');
+        return true;
+    };
+    bool fits = put(name);
+    for (auto text = list.begin(); text != list.end() && fits; text++)
+        fits = is_cancellation(*text) || put(*text);
+    if (!fits) term_complain("tgetent: warning: termcap entry too long\n");
     return entry;
 }

@@ -3,64 +3,25 @@
 // arguments goes through a test of the place, so that no template can reach beside them.
 #include "terminal/cursor.h"
 
-#include <cstdlib>
 #include <cstring>
-
-#include "terminal/memory.h"
 
 const CHR *UP = nullptr;
 const CHR *BC = nullptr;
 
 namespace {
 
-constexpr int MOST_WRITTEN = 6;  // room that one command may count on
-constexpr int FIRST_BLOCK = 120; // the lent buffer moves to the heap with this size, then doubles
 constexpr UCH STANDS_FOR_0 = 0x80;
-
-// The output: the lent buffer, or the block that took its place.
-struct cursor_text {
-    CHR *bytes;
-    const CHR *lent;
-    std::size_t used = 0;
-    std::size_t room = CURSOR_ROOM;
-
-    void put(std::int32_t byte) { bytes[used++] = static_cast<CHR>(byte); }
-
-    void make_room(std::size_t wanted)
-    {
-        while (room - used < wanted) grow();
-    }
-
-    void grow()
-    {
-        if (bytes == lent) {
-            bytes = static_cast<CHR *>(term_allocate(room = FIRST_BLOCK));
-            memcpy(bytes, lent, used);
-        } else {
-            bytes = static_cast<CHR *>(term_reallocate(bytes, room *= 2));
-        }
-    }
-
-    void append(const CHR *text, int times)
-    {
-        std::size_t size = text ? strlen(text) : 0;
-        for (; times > 0; times--) {
-            make_room(size + 1);
-            memcpy(bytes + used, text ? text : "", size);
-            used += size;
-        }
-    }
-};
 
 struct expansion {
     const CHR *at;
     std::int32_t *arg;
-    cursor_text text;
     bool avoids_controls; // the bytes that a terminal driver alters
+    term_text text = {};
     std::int64_t current = 0;
     int row = 0; // place of the argument that moves the cursor up
     int ups = 0, lefts = 0;
 
+    void put(std::int32_t byte) { text.push_back(static_cast<CHR>(byte)); }
     UCH next_byte() { return *at ? static_cast<UCH>(*at++) : 0; }
 
     std::int32_t get(std::int64_t place) const { return place == 0 || place == 1 ? arg[place] : 0; }
@@ -94,16 +55,16 @@ void expansion::put_number(int digits)
     std::int32_t number = get();
     if (digits >= 3) {
         if (number > 999) {
-            text.put('0' + number / 1000);
+            put('0' + number / 1000);
             number %= 1000;
         }
-        text.put('0' + number / 100);
+        put('0' + number / 100);
     }
     if (digits >= 2) {
         number %= 100;
-        text.put('0' + number / 10);
+        put('0' + number / 10);
     }
-    text.put('0' + number % 10);
+    put('0' + number % 10);
     current++;
 }
 
@@ -112,7 +73,7 @@ void expansion::put_quotient()
 {
     std::int32_t value = get();
     if (value >= 96) {
-        text.put(value / 96);
+        put(value / 96);
         value %= 96;
     }
     put_byte(value + next_byte());
@@ -123,7 +84,7 @@ void expansion::put_byte(std::int32_t value)
     UCH byte = static_cast<UCH>(value);
     int &steps = current == row ? ups : lefts;
     while (avoids_controls && (byte == 0 || byte == '\t' || byte == '\n')) byte++, steps++;
-    text.put(byte == 0 ? STANDS_FOR_0 : byte);
+    put(byte == 0 ? STANDS_FOR_0 : byte);
     current++;
 }
 
@@ -178,7 +139,7 @@ void expansion::command()
 {
     UCH letter = next_byte();
     switch (letter) {
-    case '%': text.put('%'); break;
+    case '%': put('%'); break;
     case 'd': put_number(get() < 10 ? 1 : get() < 100 ? 2 : 3); break;
     case '2': put_number(2); break;
     case '3': put_number(3); break;
@@ -192,36 +153,33 @@ void expansion::command()
 void expansion::run()
 {
     while (*at) {
-        text.make_room(MOST_WRITTEN);
         UCH byte = next_byte();
         if (byte == '%')
             command();
         else
-            text.put(byte);
+            put(byte);
     }
 }
 
 } // namespace
 
-CHR *expand_cursor(const CHR *form, CHR *out, const CHR *up, const CHR *left, std::int32_t arg[2])
+term_text expand_cursor(const CHR *form, const CHR *up, const CHR *left, std::int32_t arg[2])
 {
-    expansion work{form, arg, {out, out}, left != nullptr};
+    expansion work{form, arg, left != nullptr};
     work.run();
-    cursor_text &text = work.text;
-    text.bytes[text.used] = '\0';
-    text.used = strlen(text.bytes); // a quotient may have written a NUL, which ends the string
-    text.append(up, work.ups);
-    text.append(left, work.lefts);
-    text.bytes[text.used] = '\0';
-    return text.bytes;
+    term_text &text = work.text;
+    text.resize(strlen(text.c_str())); // a quotient may have written a NUL, which ends the string
+    if (up != nullptr)
+        for (; work.ups > 0; work.ups--) text.append(up);
+    for (; work.lefts > 0; work.lefts--) text.append(left);
+    return text;
 }
 
 CHR *tgoto(const CHR *form, int column, int row)
 {
-    static CHR buffer[CURSOR_ROOM];
-    static CHR *last = buffer;
+    static term_text last;
     if (form == nullptr) return nullptr;
-    if (last != buffer) free(last);
     std::int32_t arg[2] = {row, column};
-    return last = expand_cursor(form, buffer, UP, BC, arg);
+    last = expand_cursor(form, UP, BC, arg);
+    return last.data();
 }

@@ -4,20 +4,16 @@
 
 #include <cstdint>
 
-#include "kestrin/types.h"
-
-constexpr int CURSOR_ROOM = 80; // bytes of the buffer that a caller lends
+#include "terminal/memory.h"
 
 // Texts that move the cursor up and left by one; both stay NULL unless a module sets them.
 extern const CHR *UP;
 extern const CHR *BC;
 
-// Expands `form` with arg[0] and arg[1], which it may change. Result: `out`, a buffer of
-// CURSOR_ROOM bytes, or, where that is too small, a block that the caller frees with free(). With
-// `left` set, the bytes 0, 9 and 10 are kept from the terminal: a greater one goes out, and `up` or
-// `left` is appended once for each step. Reads beside the two arguments give 0; a division by 0
-// gives 0.
-CHR *expand_cursor(const CHR *form, CHR *out, const CHR *up, const CHR *left, std::int32_t arg[2]);
+// Expands `form` with arg[0] and arg[1], which it may change. With `left` set, the bytes 0, 9 and
+// 10 are kept from the terminal: a greater one goes out, and `up` or `left` is appended once for
+// each step. Reads beside the two arguments give 0; a division by 0 gives 0.
+term_text expand_cursor(const CHR *form, const CHR *up, const CHR *left, std::int32_t arg[2]);
 
 // The string for this column and row; NULL gives NULL. Valid until the next call. Not for threads.
 CHR *tgoto(const CHR *form, int column, int row);

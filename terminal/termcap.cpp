@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 
 #include "terminal/capability.h"
-#include "terminal/memory.h"
 
 SSH ospeed = 0;
 CHR PC = '\0';
@@ -22,7 +21,7 @@ constexpr int LINE_ROOM = 256;
 constexpr std::size_t ENTRY_ROOM = 4096;
 constexpr std::size_t ENTRY_MOST = 4093; // bytes of an entry that are kept
 
-CHR *entry = nullptr;
+term_text entry;
 
 // The names of an entry: the field that a colon, a newline or the end closes.
 std::string_view field_of_names(const CHR *line)
@@ -63,14 +62,6 @@ struct entry_text {
         line = --used;
         return true;
     }
-
-    CHR *copy() const
-    {
-        CHR *text = static_cast<CHR *>(term_allocate(used + 1));
-        memcpy(text, bytes, used);
-        text[used] = '\0';
-        return text;
-    }
 };
 
 // A file that is no regular one is no database: it could not be rewound, or would not come to an
@@ -83,13 +74,13 @@ FILE *open_database(const CHR *path)
 }
 
 // Merges the entry of `name` and those that it refers to. False if the database can't be opened.
-bool collect(const CHR *path, const CHR *name, capability_list *list)
+bool collect(const CHR *path, const CHR *name, term_texts *list)
 {
     FILE *stream = open_database(path);
     if (stream == nullptr) return false;
-    name_list names(name);
-    for (int i = 0; i < names.count; i++) {
-        CHR *found = get_one_entry(stream, names.names[i]);
+    term_texts names = {name};
+    for (ULO i = 0; i < names.size(); i++) {
+        CHR *found = get_one_entry(stream, names[i].c_str());
         if (found == nullptr) break;
         parse_entry(found, list, &names);
         free(found);
@@ -103,7 +94,7 @@ bool is_path(const CHR *variable)
     return variable && *variable && (variable[0] == '/' || variable[1] == ':');
 }
 
-void add_window_size(capability_list *list)
+void add_window_size(term_texts *list)
 {
     winsize window{};
     if (ioctl(0, TIOCGWINSZ, &window) != 0 || window.ws_row == 0 || window.ws_col == 0) return;
@@ -114,9 +105,9 @@ void add_window_size(capability_list *list)
 // What follows the capability `id` with this mark behind its name; NULL if there is none.
 const CHR *find_capability(const CHR *id, CHR mark)
 {
-    if (entry == nullptr || id[0] == '\0' || id[1] == '\0') return nullptr;
+    if (id[0] == '\0' || id[1] == '\0') return nullptr;
     const CHR pattern[] = {':', id[0], id[1], mark, '\0'};
-    const CHR *place = strstr(entry, pattern);
+    const CHR *place = strstr(entry.c_str(), pattern);
     return place ? place + 4 : nullptr;
 }
 
@@ -187,12 +178,15 @@ CHR *get_one_entry(FILE *stream, const CHR *name)
         if (!begun) begun = names_include(line, name);
         if (begun) more = text.add(line);
     }
-    return begun ? text.copy() : nullptr;
+    if (!begun) return nullptr;
+    CHR *copy = static_cast<CHR *>(term_reallocate(nullptr, text.used + 1));
+    copy[std::string_view(text.bytes, text.used).copy(copy, text.used)] = '\0';
+    return copy;
 }
 
 int tgetent(CHR *, const CHR *name)
 {
-    capability_list list;
+    term_texts list;
     std::string_view names = name;
     const CHR *variable = getenv("TERMCAP");
     if (!is_path(variable) && variable && names_include(variable, name)) {
@@ -201,19 +195,13 @@ int tgetent(CHR *, const CHR *name)
     } else if (!collect(is_path(variable) ? variable : DATABASE, name, &list)) {
         return -1;
     }
-    if (list.first == nullptr) return 0;
+    if (list.empty()) return 0;
     add_window_size(&list);
-    CHR *joined = join_entry(names, list, joined_size(names, list));
-    free_entry();
-    entry = joined;
+    entry = join_entry(names, list, joined_size(names, list));
     return 1;
 }
 
-void free_entry()
-{
-    free(entry);
-    entry = nullptr;
-}
+void free_entry() { entry = {}; }
 
 int tgetnum(const CHR *id)
 {

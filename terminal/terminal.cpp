@@ -200,12 +200,8 @@ void set_from_window(std::string *status)
 CHR *build_cursor(CHR **targ, const CHR *form, std::int32_t y, std::int32_t x)
 {
     if (form == nullptr) return *targ;
-    CHR lent[CURSOR_ROOM];
     std::int32_t arg[2] = {y, x};
-    CHR *built = expand_cursor(form, lent, UP, BC, arg);
-    get_std_buff(targ, built);
-    if (built != lent) free(built);
-    return *targ;
+    return get_std_buff(targ, expand_cursor(form, UP, BC, arg).c_str());
 }
 
 void begin_cursor()

@@ -5,7 +5,6 @@
 #include <random>
 
 #include "terminal/capability.h"
-#include "terminal/memory.h"
 #include "tests/unit/terminal/kit.h"
 
 using Termcap = no_window;
@@ -178,8 +177,7 @@ TEST_F(Termcap, SurvivesAnyBytes)
         for (int size = int(random() % 700); size > 0; size--)
             text += bytes[random() % sizeof bytes];
         EXPECT_LE(entry_of(text).size(), 4093U);
-        capability_list list;
-        name_list names("x");
+        term_texts list, names = {"x"};
         parse_entry(text.c_str(), &list, &names);
         EXPECT_LE(joined_size("x", list), text.size() + 8);
         database file(text);
