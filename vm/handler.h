@@ -161,9 +161,6 @@ template <> struct in_record<DFL> {
     static DFL from(const kestrin_data *d) { return to_fval(d); }
 };
 
-// How the operands of a slot are fetched: by a cast, or as values of a type that is proved.
-enum operands { CAST, PROVED };
-
 template <class T> T constant_of(const ULO *node)
 {
     T value;
@@ -188,49 +185,28 @@ template <class T> [[gnu::noinline]] T cast_result(const ULO *word, kestrin_data
     return 0;
 }
 
-// Any value, converted. `ret_dat` is an owning slot to evaluate in. A constant and a variable that
-// hold the type already are read in place; the kind of read that is likely is looked for first. A
+// Any value, converted; of an operand whose kind is known, nothing is asked. `ret_dat` is an owning
+// slot to evaluate in. A constant and a variable that hold the type already are read in place. A
 // value of another type than was proved is rare (a FOR over a float, a BREAK in a function) and is
-// cast alike.
-template <operands how, class T>
-[[gnu::always_inline]] inline T fetch_any(const ULO *word, kestrin_data *ret_dat)
+// cast like any other.
+template <class T, operand_kind kind = ANY>
+[[gnu::always_inline]] inline T fetch(const ULO *word, kestrin_data *ret_dat)
 {
-    constexpr fcall likely = how == PROVED ? in_record<T>::typed_read : func__getval;
-    constexpr fcall other = how == PROVED ? func__getval : in_record<T>::typed_read;
     const ULO *node = node_at(word);
-    if (is_node(node, likely) || is_node(node, other)) {
+    const auto is = [node](operand_kind known, fcall handler) {
+        return kind == known || (kind == ANY && is_node(node, handler));
+    };
+    if (is(VARIABLE, func__getval) || is(VARIABLE, in_record<T>::typed_read)) {
         const kestrin_data *v = variable(node[1]);
         if (v->type == in_record<T>::letter) [[likely]]
             return in_record<T>::in(v);
         return cast_variable<T>(node);
     }
-    if (is_node(node, in_record<T>::constant)) return constant_of<T>(node);
+    if (is(CONSTANT, in_record<T>::constant)) return constant_of<T>(node);
     call_for_value(node, ret_dat);
     if (ret_dat->type == in_record<T>::letter) [[likely]]
         return in_record<T>::in(ret_dat);
     return cast_result<T>(word, ret_dat);
-}
-
-// The same for an operand whose kind is known.
-template <operands how, class T, operand_kind kind = ANY>
-[[gnu::always_inline]] inline T fetch(const ULO *word, kestrin_data *ret_dat)
-{
-    const ULO *node = node_at(word);
-    if constexpr (kind == ANY) {
-        return fetch_any<how, T>(word, ret_dat);
-    } else if constexpr (kind == CONSTANT) {
-        return constant_of<T>(node);
-    } else if constexpr (kind == VARIABLE) {
-        const kestrin_data *v = variable(node[1]);
-        if (v->type == in_record<T>::letter) [[likely]]
-            return in_record<T>::in(v);
-        return cast_variable<T>(node);
-    } else {
-        call_for_value(node, ret_dat);
-        if (ret_dat->type == in_record<T>::letter) [[likely]]
-            return in_record<T>::in(ret_dat);
-        return cast_result<T>(word, ret_dat);
-    }
 }
 
 // Makes an owning slot answer a number. Array memory of an earlier value stays until it is freed.
@@ -279,11 +255,11 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
     template <class> static constexpr operand_kind unknown = ANY;
 
     // Braces fetch left to right.
-    template <operands how, operand_kind... kinds, std::size_t... i>
+    template <operand_kind... kinds, std::size_t... i>
     [[gnu::always_inline]] static std::tuple<A...>
     fetch_all(const ULO *dat_ptr, kestrin_data *ret_dat, std::index_sequence<i...>)
     {
-        return std::tuple<A...>{fetch<how, A, kinds>(dat_ptr + i, ret_dat)...};
+        return std::tuple<A...>{fetch<A, kinds>(dat_ptr + i, ret_dat)...};
     }
 
     // False with an error pending; a fault raises one.
@@ -301,12 +277,11 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
 
     // Answers, and leaves the number in `value` too. False, with neither done, with an error
     // pending.
-    template <operands how, operand_kind... kinds>
+    template <operand_kind... kinds>
     [[gnu::always_inline]] static bool work_out(const ULO *dat_ptr, kestrin_data *ret_dat, R *value)
     {
         ret_dat->disable_ptr = 1;
-        const auto args =
-            fetch_all<how, kinds...>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
+        const auto args = fetch_all<kinds...>(dat_ptr, ret_dat, std::index_sequence_for<A...>());
         if (!are_good(args, dat_ptr)) [[unlikely]]
             return false;
         *value = std::apply(op, args);
@@ -314,22 +289,21 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
         return true;
     }
 
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        R value;
-        work_out<how, unknown<A>...>(dat_ptr, ret_dat, &value);
+        record<unknown<A>...>(dat_ptr, ret_dat);
     }
     // For operands of these kinds.
     template <operand_kind... kinds> static void record(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         R value;
-        work_out<CAST, kinds...>(dat_ptr, ret_dat, &value);
+        work_out<kinds...>(dat_ptr, ret_dat, &value);
     }
     // The same and the SETQ around it.
     template <operand_kind... kinds> static void assign(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         R value;
-        if (!work_out<CAST, kinds...>(node_at(dat_ptr + 1) + 1, ret_dat, &value)) return;
+        if (!work_out<kinds...>(node_at(dat_ptr + 1) + 1, ret_dat, &value)) return;
         kestrin_data *target = variable(dat_ptr[0]);
         if (!owns_nothing(target)) [[unlikely]]
             return copy_kst_data(target, ret_dat, 0);
@@ -363,10 +337,18 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
     }
 };
 
-// The generic handler and the fast one of an instruction.
+// The handlers of an instruction for operands of any types and of proved ones: it looks at them
+// itself.
 #define HANDLERS(name, ...)                                                                        \
-    HANDLER(name) { __VA_ARGS__::template run<CAST>(dat_ptr, ret_dat); }                           \
-    HANDLER(name##_j) { __VA_ARGS__::template run<PROVED>(dat_ptr, ret_dat); }
+    HANDLER(name) { __VA_ARGS__::run(dat_ptr, ret_dat); }                                          \
+    HANDLER(name##_j) { __VA_ARGS__::run(dat_ptr, ret_dat); }
+// The same where there is one for each type.
+#define TYPED_HANDLERS(name, ...)                                                                  \
+    HANDLER(name) { __VA_ARGS__(dat_ptr, ret_dat); }                                               \
+    HANDLER(name##_i) { __VA_ARGS__(dat_ptr, ret_dat); }                                           \
+    HANDLER(name##_f) { __VA_ARGS__(dat_ptr, ret_dat); }                                           \
+    HANDLER(name##_s) { __VA_ARGS__(dat_ptr, ret_dat); }                                           \
+    HANDLER(name##_z) { __VA_ARGS__(dat_ptr, ret_dat); }
 
 // Its row, if it is a `numeric`.
 #define NUMERIC_ROW(name, ...) __VA_ARGS__::row(func__##name, func__##name##_j, nullptr),

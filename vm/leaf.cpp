@@ -17,25 +17,18 @@ void check_set(const ULO *dat_ptr, const kestrin_data *ret_dat)
         raise_unset_variable(dat_ptr - 1);
 }
 
-void copy_number(kestrin_data *to, const kestrin_data *from) { to->value = from->value; }
-
-void copy_text(kestrin_data *to, const kestrin_data *from) { equ(&to->svalue, from->svalue); }
-
-void copy_nothing(kestrin_data *, const kestrin_data *) {}
-
-// The shape of the typed reads: a single value has only what its type needs copied.
-template <UCH letter, void (*copy_single)(kestrin_data *, const kestrin_data *)>
-void read_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+// An alias or a copy.
+inline void read_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
     const kestrin_data *v = variable(dat_ptr[0]);
     if (!ret_dat->disable_ptr) {
         *ret_dat = *v;
-    } else if (v->single && v->type == letter) {
+    } else if (v->single && holds_number(v)) {
         ret_dat->single = 1;
         ret_dat->type = v->type;
-        copy_single(ret_dat, v);
+        ret_dat->value = v->value;
     } else {
         copy_kst_data(ret_dat, v, 0);
     }
@@ -78,26 +71,7 @@ HANDLER(dummy_z)
     ret_dat->type = 'Z';
 }
 
-HANDLER(getval)
-{
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
-    const kestrin_data *v = variable(dat_ptr[0]);
-    if (!ret_dat->disable_ptr)
-        *ret_dat = *v;
-    else if (v->single && (v->type == 'I' || v->type == 'F')) {
-        ret_dat->single = 1;
-        ret_dat->type = v->type;
-        ret_dat->value = v->value;
-    } else
-        copy_kst_data(ret_dat, v, 0);
-    check_set(dat_ptr, ret_dat);
-}
-
-HANDLER(getval_i) { read_typed<'I', copy_number>(dat_ptr, ret_dat); }
-HANDLER(getval_f) { read_typed<'F', copy_number>(dat_ptr, ret_dat); }
-HANDLER(getval_s) { read_typed<'S', copy_text>(dat_ptr, ret_dat); }
-HANDLER(getval_z) { read_typed<'Z', copy_nothing>(dat_ptr, ret_dat); }
+TYPED_HANDLERS(getval, read_variable)
 
 HANDLER(getval_last)
 {

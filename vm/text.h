@@ -104,21 +104,21 @@ inline const CHR *text_in_place(const ULO *node)
 }
 
 // A number that can be fetched without touching the text in the result record.
-template <operands how, class T> bool is_in_place(const ULO *node)
+template <class T> bool is_in_place(const ULO *node)
 {
     return is_node(node, in_record<T>::constant) || is_node(node, in_record<T>::typed_read) ||
-           (how == CAST && is_node(node, func__getval));
+           is_node(node, func__getval);
 }
 
 // One operand of an operation, held for as long as the operation runs. `last` is behind the last
 // operand word; `empty` is true while no text stands in the record yet.
-template <class A, operands how> struct held_operand {
+template <class A> struct held_operand {
     using number = std::conditional_t<std::is_floating_point_v<A>, DFL, SLO>;
     number value = 0;
     held_operand(const ULO *word, const ULO *, kestrin_data *ret_dat, bool empty)
     {
-        if (empty || is_in_place<how, number>(node_at(word)))
-            value = fetch<how, number>(word, ret_dat);
+        if (empty || is_in_place<number>(node_at(word)))
+            value = fetch<number>(word, ret_dat);
         else if constexpr (std::is_same_v<number, DFL>)
             ret_fval(word, &value);
         else
@@ -127,7 +127,7 @@ template <class A, operands how> struct held_operand {
     A get(const kestrin_data *) const { return static_cast<A>(value); }
 };
 
-template <operands how> struct held_operand<const CHR *, how> {
+template <> struct held_operand<const CHR *> {
     const CHR *place = nullptr;
     bool in_record = false;
     scratch own;
@@ -151,7 +151,7 @@ template <operands how> struct held_operand<const CHR *, how> {
 };
 
 // All operands of an instruction, fetched in order.
-template <operands how, class... A> struct held_operands {
+template <class... A> struct held_operands {
     held_operands(const ULO *, const ULO *, kestrin_data *, bool) {}
     template <class F, class... Got> auto pass(F f, kestrin_data *, Got... got) const
     {
@@ -159,10 +159,10 @@ template <operands how, class... A> struct held_operands {
     }
 };
 
-template <operands how, class A, class... Rest> struct held_operands<how, A, Rest...> {
+template <class A, class... Rest> struct held_operands<A, Rest...> {
     static constexpr bool is_text = std::is_same_v<A, const CHR *>;
-    held_operand<A, how> first;
-    held_operands<how, Rest...> rest;
+    held_operand<A> first;
+    held_operands<Rest...> rest;
     held_operands(const ULO *word, const ULO *last, kestrin_data *ret_dat, bool empty)
         : first(word, last, ret_dat, empty),
           rest(word + 1, last, ret_dat, empty && !(is_text && first_in_record()))
@@ -201,19 +201,18 @@ template <class R> void answer_number(kestrin_data *ret_dat, R value)
 template <auto op> struct text;
 
 // Fetches the operands and hands them to `run`, unless an error is pending by then.
-template <operands how, class... A, class F>
-void with_operands(const ULO *dat_ptr, kestrin_data *ret_dat, F run)
+template <class... A, class F> void with_operands(const ULO *dat_ptr, kestrin_data *ret_dat, F run)
 {
     ret_dat->disable_ptr = 1;
-    const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
+    const held_operands<A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
     if (rt_ctrl->rt_noterror) [[likely]]
         held.pass(run, ret_dat);
 }
 
 template <class... A, CHR *(*op)(CHR **, A...)> struct text<op> {
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        with_operands<how, A...>(dat_ptr, ret_dat, [ret_dat](A... a) {
+        with_operands<A...>(dat_ptr, ret_dat, [ret_dat](A... a) {
             answer_text(ret_dat);
             op(&ret_dat->svalue, a...);
         });
@@ -222,10 +221,10 @@ template <class... A, CHR *(*op)(CHR **, A...)> struct text<op> {
 
 template <class R, class... A, R (*op)(A...)>
 requires(!std::is_same_v<R, CHR *>) struct text<op> {
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        with_operands<how, A...>(dat_ptr, ret_dat,
-                                 [ret_dat](A... a) { answer_number(ret_dat, op(a...)); });
+        with_operands<A...>(dat_ptr, ret_dat,
+                            [ret_dat](A... a) { answer_number(ret_dat, op(a...)); });
     }
 };
 

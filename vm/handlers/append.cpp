@@ -27,17 +27,17 @@ const ULO *joined_words(const ULO *value_word) { return node_at(value_word) + 1;
 template <class F> void append(F find, const ULO *cat_words, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
-    const held_operand<const CHR *, CAST> more(cat_words + 1, cat_words + 2, ret_dat, true);
+    const held_operand<const CHR *> more(cat_words + 1, cat_words + 2, ret_dat, true);
     if (!rt_ctrl->rt_noterror) return;
     CHR **const place = find();
     if (place != nullptr) cat(place, more.get(ret_dat));
 }
 
-template <fcall generic> void append_to_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
+void append_to_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     kestrin_data *target = variable(dat_ptr[0]);
     if (!rt_ctrl->rt_noterror) return;
-    if (target->indices_numb > 1 || target->type != 'S') return generic(dat_ptr, ret_dat);
+    if (target->indices_numb > 1 || target->type != 'S') return func__setq(dat_ptr, ret_dat);
     append([target] { return &target->svalue; }, joined_words(dat_ptr + 1), ret_dat);
 }
 
@@ -84,22 +84,16 @@ bool appends_to_member(const ULO *node)
 
 fcall appending_form(const ULO *node)
 {
-    const auto is = [node](fcall a, fcall b) { return is_node(node, a) || is_node(node, b); };
-    if (is(func__setq, func__alsetq) && appends_to_variable(node))
-        return append_to_variable<func__setq>;
-    if (is(func__setq_s, func__alsetq_s) && appends_to_variable(node))
-        return append_to_variable<func__setq_s>;
-    if (is_node(node, func__arsetq) && appends_to_member(node))
-        return append_to_member<func__arsetq>;
-    if (is_node(node, func__arsetq_s) && appends_to_member(node))
-        return append_to_member<func__arsetq_s>;
+    for (const fcall setq : {func__setq, func__setq_s, func__alsetq, func__alsetq_s})
+        if (is_node(node, setq)) return appends_to_variable(node) ? append_to_variable : nullptr;
+    for (const auto &[form, arsetq] : appending_forms().subspan(1))
+        if (is_node(node, arsetq)) return appends_to_member(node) ? form : nullptr;
     return nullptr;
 }
 
 std::span<const handler_form> appending_forms()
 {
-    static constexpr handler_form forms[] = {{append_to_variable<func__setq>, func__setq},
-                                             {append_to_variable<func__setq_s>, func__setq_s},
+    static constexpr handler_form forms[] = {{append_to_variable, func__setq},
                                              {append_to_member<func__arsetq>, func__arsetq},
                                              {append_to_member<func__arsetq_s>, func__arsetq_s}};
     return forms;

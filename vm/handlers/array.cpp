@@ -221,7 +221,7 @@ void store_typed(const ULO *dat_ptr, SLO index, kestrin_data *source)
 
 template <UCH letter, bool used = true> void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    const SLO index = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
     ret_dat->type = 0;   // the index is not the value
     if constexpr (letter == 'I')
@@ -237,7 +237,7 @@ template <UCH letter, bool used = true> void arsetq_typed(const ULO *dat_ptr, ke
 
 template <bool used> void arsetq_any(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
     eval(dat_ptr + 2, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
@@ -252,7 +252,7 @@ void arsetq_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const ULO *node = node_at(dat_ptr + 2);
     if (node[1] == dat_ptr[0]) return arsetq_any<true>(dat_ptr, ret_dat);
-    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     if (variable(node[1])->type == 0) return raise_unset_variable(node);
     store_mixed(dat_ptr, index, variable(node[1]));
@@ -305,7 +305,7 @@ void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
 template <UCH letter> void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
-    const SLO index = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
     const kestrin_data *array = variable(dat_ptr[0]);
@@ -409,7 +409,7 @@ HANDLER(arsetq_z) { arsetq_typed<'Z'>(dat_ptr, ret_dat); }
 HANDLER(index)
 {
     ret_dat->disable_ptr = 1;
-    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     load(dat_ptr, ret_dat, index);
 }
@@ -422,7 +422,7 @@ HANDLER(index_z) { index_typed<'Z'>(dat_ptr, ret_dat); }
 // In the place of an argument: a member is lent as a plain variable is.
 HANDLER(index_lent)
 {
-    const SLO index = fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     clear(ret_dat);
     ret_dat->disable_ptr = 0;
     if (rt_ctrl->rt_noterror && !lend_member(variable(dat_ptr[0]), index, ret_dat)) {
@@ -450,7 +450,7 @@ HANDLER(alindex_j)
 {
     SLO n = 0;
     if (ret_dat->disable_ptr == 1)
-        n = fetch<PROVED, SLO>(dat_ptr + 1, ret_dat);
+        n = fetch<SLO>(dat_ptr + 1, ret_dat);
     else
         ret_ival(dat_ptr + 1, &n);
     take_members(dat_ptr, ret_dat, n);

@@ -1,5 +1,4 @@
-// IVAL, FVAL, STR and TYPE. A slot whose operand has the wanted type already forwards to it, and
-// looks once whether a single value of the type has come back.
+// IVAL, FVAL, STR and TYPE. A cast is the operation that leaves its operand as it has been fetched.
 
 #include <array>
 
@@ -10,49 +9,11 @@ namespace {
 
 SLO same_integer(SLO a) { return a; }
 DFL same_float(DFL a) { return a; }
-CHR *same_text(CHR **targ, const CHR *source) { return equ(targ, source); }
-
-// Casts what the operand has left in the record.
-template <class T> void answer_cast(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    const T value = cast_result<T>(dat_ptr, ret_dat);
-    if (rt_ctrl->rt_noterror) answer<T>(ret_dat, value);
-}
-
-// The operand as it comes, then converted by its own type.
-template <class T> void convert(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    ret_dat->disable_ptr = 1;
-    eval_value(dat_ptr, ret_dat);
-    answer_cast<T>(dat_ptr, ret_dat);
-}
 
 void convert_text(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
     eval_text(dat_ptr, ret_dat);
-}
-
-// The operand as it is, where its type is the wanted one.
-template <class T> void forward(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    ret_dat->type = 0;
-    eval_number<T>(dat_ptr, ret_dat);
-    if (ret_dat->single && ret_dat->type == in_record<T>::letter) [[likely]]
-        return;
-    answer_cast<T>(dat_ptr, ret_dat);
-}
-
-// A number that stands in place is printed at once.
-template <class T, CHR *(*print)(CHR **, T)>
-void convert_number_text(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    T value = 0;
-    if (!read_single(dat_ptr, &value)) return convert_text(dat_ptr, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    ret_dat->disable_ptr = 1;
-    answer_text(ret_dat);
-    print(&ret_dat->svalue, value);
 }
 
 void answer_type(kestrin_data *ret_dat, UCH type)
@@ -63,29 +24,9 @@ void answer_type(kestrin_data *ret_dat, UCH type)
 
 } // namespace
 
-HANDLER(ival) { numeric<same_integer>::run<CAST>(dat_ptr, ret_dat); }
-HANDLER(ival_i) { forward<SLO>(dat_ptr, ret_dat); }
-HANDLER(ival_f) { convert<SLO>(dat_ptr, ret_dat); }
-HANDLER(ival_s) { convert<SLO>(dat_ptr, ret_dat); }
-HANDLER(ival_z) { convert<SLO>(dat_ptr, ret_dat); }
-
-HANDLER(fval) { numeric<same_float>::run<CAST>(dat_ptr, ret_dat); }
-HANDLER(fval_i)
-{
-    SLO value = 0;
-    if (!read_single(dat_ptr, &value)) return convert<DFL>(dat_ptr, ret_dat);
-    ret_dat->disable_ptr = 1;
-    if (rt_ctrl->rt_noterror) answer<DFL>(ret_dat, static_cast<DFL>(value));
-}
-HANDLER(fval_f) { forward<DFL>(dat_ptr, ret_dat); }
-HANDLER(fval_s) { convert<DFL>(dat_ptr, ret_dat); }
-HANDLER(fval_z) { convert<DFL>(dat_ptr, ret_dat); }
-
-HANDLER(str) { text<same_text>::run<CAST>(dat_ptr, ret_dat); }
-HANDLER(str_i) { convert_number_text<SLO, equ_num>(dat_ptr, ret_dat); }
-HANDLER(str_f) { convert_number_text<DFL, equ_fnum>(dat_ptr, ret_dat); }
-HANDLER(str_s) { convert_text(dat_ptr, ret_dat); }
-HANDLER(str_z) { convert_text(dat_ptr, ret_dat); }
+TYPED_HANDLERS(ival, numeric<same_integer>::run)
+TYPED_HANDLERS(fval, numeric<same_float>::run)
+TYPED_HANDLERS(str, convert_text)
 
 const CHR *type_in_place(const ULO *node)
 {

@@ -51,23 +51,23 @@ struct greater_or_equal {
     static constexpr bool nils = true, nil_other = false;
 };
 
-// A variable that holds an integer and a constant, with no error pending.
+// A variable that holds an integer and a constant.
 bool is_constant_test(const ULO *first, const ULO *second)
 {
     return is_node(second, func__dummy_i) && is_node(first, func__getval) &&
-           variable(first[1])->type == 'I' && rt_ctrl->rt_noterror;
+           variable(first[1])->type == 'I';
 }
 
 template <class relation> struct comparison {
     template <class T> static void with_number(T first, const ULO *word, kestrin_data *ret_dat)
     {
-        const T second = fetch<CAST, T>(word, ret_dat);
+        const T second = fetch<T>(word, ret_dat);
         if (rt_ctrl->rt_noterror) answer<SLO>(ret_dat, relation::numbers(first, second));
     }
 
     static void with_text(const CHR *first, const ULO *word, kestrin_data *ret_dat)
     {
-        const held_operand<const CHR *, CAST> second(word, word + 1, ret_dat, true);
+        const held_operand<const CHR *> second(word, word + 1, ret_dat, true);
         if (!rt_ctrl->rt_noterror) return;
         answer<SLO>(ret_dat, relation::texts(first, second.get(ret_dat)));
     }
@@ -79,9 +79,12 @@ template <class relation> struct comparison {
         answer<SLO>(ret_dat, ret_dat->type == 'Z' ? relation::nils : relation::nil_other);
     }
 
-    // The text that the first operand left in the record, kept while the second takes its place.
+    // The text that the first operand left in the record, kept where the second takes its place.
     static void with_own_text(const ULO *word, kestrin_data *ret_dat)
     {
+        const CHR *second = text_in_place(node_at(word));
+        if (second != nullptr)
+            return answer<SLO>(ret_dat, relation::texts(ret_dat->svalue, second));
         scratch first;
         std::swap(first.s, ret_dat->svalue);
         with_text(first.s, word, ret_dat);
@@ -103,24 +106,24 @@ template <class relation> struct comparison {
 
     static void generic(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
+        if (!rt_ctrl->rt_noterror) return;
         ret_dat->disable_ptr = 1;
-        const ULO *node = node_at(dat_ptr);
-        if (is_constant_test(node, node_at(dat_ptr + 1))) // most tests of arguments
-            return answer<SLO>(ret_dat, relation::numbers(variable(node[1])->value.ival,
-                                                          SLO(node_at(dat_ptr + 1)[1])));
-        // A plain variable or the text of a member is compared where it stands, unless the second
-        // operand could assign it.
-        if (has_no_effect(node_at(dat_ptr + 1))) {
-            if (is_node(node, func__getval)) {
-                const kestrin_data *v = variable(node[1]);
-                if (!rt_ctrl->rt_noterror) return;
-                if (v->type != 0) return by_type(v, dat_ptr + 1, ret_dat);
-            } else if (is_plain_member(node)) {
-                CHR *const *text = member_text(node);
-                if (text != nullptr) return with_text(*text, dat_ptr + 1, ret_dat);
-            }
-        }
-        call_for_value(node, ret_dat);
+        const ULO *node = node_at(dat_ptr), *other = node_at(dat_ptr + 1);
+        if (is_constant_test(node, other)) // most tests of arguments
+            return answer<SLO>(ret_dat,
+                               relation::numbers(variable(node[1])->value.ival, SLO(other[1])));
+        const CHR *first = text_in_place(node),
+                  *second = first == nullptr ? nullptr : text_in_place(other);
+        if (second != nullptr) return answer<SLO>(ret_dat, relation::texts(first, second));
+        // A plain variable is compared where it stands, unless the second operand could assign it.
+        if (is_variable_read(node) && variable(node[1])->type != 0 && has_no_effect(other))
+            return by_type(variable(node[1]), dat_ptr + 1, ret_dat);
+        evaluated(dat_ptr, ret_dat);
+    }
+
+    static void evaluated(const ULO *dat_ptr, kestrin_data *ret_dat)
+    {
+        eval_value(dat_ptr, ret_dat);
         if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 
@@ -129,33 +132,8 @@ template <class relation> struct comparison {
     {
         ret_dat->disable_ptr = 1;
         T first;
-        if (!read_single<T>(dat_ptr, &first)) {
-            eval_value(dat_ptr, ret_dat);
-            if (!rt_ctrl->rt_noterror) return;
-            if (ret_dat->type != in_record<T>::letter) [[unlikely]]
-                return by_type(ret_dat, dat_ptr + 1, ret_dat);
-            first = in_record<T>::in(ret_dat);
-        }
+        if (!read_single<T>(dat_ptr, &first)) return evaluated(dat_ptr, ret_dat);
         with_number(first, dat_ptr + 1, ret_dat);
-    }
-
-    static SLO texts_of(const CHR *a, const CHR *b) { return relation::texts(a, b); }
-    // For two operands that are proved texts. Most stand in place.
-    static void texts(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        const CHR *first = text_in_place(node_at(dat_ptr)),
-                  *second = first == nullptr ? nullptr : text_in_place(node_at(dat_ptr + 1));
-        if (second == nullptr) return text<texts_of>::template run<PROVED>(dat_ptr, ret_dat);
-        if (!rt_ctrl->rt_noterror) return;
-        ret_dat->disable_ptr = 1;
-        answer<SLO>(ret_dat, relation::texts(first, second));
-    }
-
-    static void nils(const ULO *dat_ptr, kestrin_data *ret_dat)
-    {
-        ret_dat->disable_ptr = 1;
-        eval_value(dat_ptr, ret_dat);
-        if (rt_ctrl->rt_noterror) by_type(ret_dat, dat_ptr + 1, ret_dat);
     }
 };
 
@@ -165,8 +143,8 @@ template <class relation> struct comparison {
     HANDLER(name) { comparison<relation>::generic(dat_ptr, ret_dat); }                             \
     HANDLER(name##_i) { comparison<relation>::numbers<SLO>(dat_ptr, ret_dat); }                    \
     HANDLER(name##_f) { comparison<relation>::numbers<DFL>(dat_ptr, ret_dat); }                    \
-    HANDLER(name##_s) { comparison<relation>::texts(dat_ptr, ret_dat); }                           \
-    HANDLER(name##_z) { comparison<relation>::nils(dat_ptr, ret_dat); }
+    HANDLER(name##_s) { comparison<relation>::generic(dat_ptr, ret_dat); }                         \
+    HANDLER(name##_z) { comparison<relation>::generic(dat_ptr, ret_dat); }
 
 COMPARISON(equal, equal)
 COMPARISON(notequal, not_equal)

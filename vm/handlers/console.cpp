@@ -90,6 +90,6 @@ CHR *user_io(CHR **targ, SLO id, const CHR *request)
 
 } // namespace
 
-HANDLER(accept) { text<accept>::run<CAST>(dat_ptr, ret_dat); }
-HANDLER(scan_console) { text<scan_console>::run<CAST>(dat_ptr, ret_dat); }
+HANDLER(accept) { text<accept>::run(dat_ptr, ret_dat); }
+HANDLER(scan_console) { text<scan_console>::run(dat_ptr, ret_dat); }
 HANDLERS(user_io, text<user_io>)

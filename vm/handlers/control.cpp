@@ -51,7 +51,7 @@ void set_control(kestrin_data *control, SLO value)
 // The control variable, which the body may have given any value.
 SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
 {
-    return control->type == 'I' ? control->value.ival : fetch<CAST, SLO>(word, ret_dat);
+    return control->type == 'I' ? control->value.ival : fetch<SLO>(word, ret_dat);
 }
 
 // The increment, a constant nearly always.
@@ -60,7 +60,7 @@ SLO read_control(const ULO *word, kestrin_data *control, kestrin_data *ret_dat)
     const ULO *node = node_at(word);
     if (is_node(node, func__dummy_i)) [[likely]]
         return constant_of<SLO>(node);
-    return fetch<CAST, SLO>(word, ret_dat);
+    return fetch<SLO>(word, ret_dat);
 }
 
 // The value of the round behind the one that native code has left.
@@ -84,7 +84,7 @@ template <bool is_watched> bool count_up(const ULO *dat_ptr, kestrin_data *ret_d
         if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return false;
         note<is_watched>(dat_ptr - 1);
         const SLO step = fetch_step(dat_ptr + 2, ret_dat);
-        const SLO end = fetch<CAST, SLO>(dat_ptr + 3, ret_dat);
+        const SLO end = fetch<SLO>(dat_ptr + 3, ret_dat);
         if (!rt_ctrl->rt_noterror) return false;
         if (step < 0 ? end > current : end < current) return true;
         note<is_watched>(node_at(dat_ptr + 4));
@@ -99,8 +99,8 @@ template <bool is_watched = false> void repeat_for(const ULO *dat_ptr, kestrin_d
 {
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->disable_ptr = 1;
-    const SLO value = rt_ctrl->for_goes_on ? next_value(dat_ptr, ret_dat)
-                                           : fetch<CAST, SLO>(dat_ptr + 1, ret_dat);
+    const SLO value =
+        rt_ctrl->for_goes_on ? next_value(dat_ptr, ret_dat) : fetch<SLO>(dat_ptr + 1, ret_dat);
     if (count_up<is_watched>(dat_ptr, ret_dat, value) || absorb_break()) answer_zero(ret_dat);
 }
 
@@ -112,7 +112,7 @@ template <bool is_watched = false> void repeat_while(const ULO *dat_ptr, kestrin
     for (;;) {
         if (is_done_natively(dat_ptr, ret_dat, rounds_left)) return;
         note<is_watched>(dat_ptr - 1);
-        const SLO condition = fetch<CAST, SLO>(dat_ptr, ret_dat);
+        const SLO condition = fetch<SLO>(dat_ptr, ret_dat);
         // A BREAK in the body is seen here too: nothing has been fetched then.
         if (!rt_ctrl->rt_noterror) {
             if (!absorb_break()) return;
@@ -131,7 +131,7 @@ template <bool is_watched = false> void choose(const ULO *dat_ptr, kestrin_data 
     // The record's own type too, for a branch that leaves the record as it was.
     const UCH owning = ret_dat->disable_ptr, type = ret_dat->type;
     ret_dat->disable_ptr = 1;
-    const SLO condition = fetch<CAST, SLO>(dat_ptr, ret_dat);
+    const SLO condition = fetch<SLO>(dat_ptr, ret_dat);
     if (!owning) {
         clear(ret_dat);
         ret_dat->disable_ptr = 0;

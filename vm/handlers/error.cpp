@@ -38,10 +38,10 @@ constexpr info_form set_info_dbg = {"Set_Error_Info_Dbg", false, true};
 constexpr info_form rise_info_dbg = {"Rise_Error_Info_Dbg", true, true};
 
 template <const info_form &form> struct info {
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        const held_operands<how, SLO, const CHR *> held(dat_ptr, dat_ptr + 2, ret_dat, true);
+        const held_operands<SLO, const CHR *> held(dat_ptr, dat_ptr + 2, ret_dat, true);
         if (!rt_ctrl->rt_noterror) return;
         held.pass([](SLO code, const CHR *text) { assign(code, text); }, ret_dat);
         if (form.with_place) add_error_place(dat_ptr);

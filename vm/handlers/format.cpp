@@ -195,7 +195,7 @@ rt_text format_value(kestrin_data *d, const CHR *format)
 // Leaves the printed text in `ret_dat`. False if an error is pending.
 bool str_fmt(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    const held_operand<const CHR *, CAST> held(dat_ptr, dat_ptr + 2, ret_dat, false);
+    const held_operand<const CHR *> held(dat_ptr, dat_ptr + 2, ret_dat, false);
     ret_dat->disable_ptr = 1;
     eval_value(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return false;

@@ -13,10 +13,10 @@ namespace {
 template <auto op> struct checked;
 
 template <class R, class... A, rt_text (*op)(R *, A...)> struct checked<op> {
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        const held_operands<how, A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
+        const held_operands<A...> held(dat_ptr, dat_ptr + sizeof...(A), ret_dat, true);
         if (!rt_ctrl->rt_noterror) [[unlikely]]
             return;
         const rt_text found =

@@ -42,17 +42,17 @@ template <rt_text text> rt_text zero_divisor(SLO, SLO b) { return b == 0 ? text 
 
 // AND and OR evaluate the second operand only if the first leaves the result open.
 template <bool decided_by> struct decide {
-    template <operands how> static SLO get(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static SLO get(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        const bool first = fetch<how, SLO>(dat_ptr, ret_dat) != 0;
+        const bool first = fetch<SLO>(dat_ptr, ret_dat) != 0;
         if (!rt_ctrl->rt_noterror || first == decided_by) return decided_by;
-        return fetch<how, SLO>(dat_ptr + 1, ret_dat) != 0;
+        return fetch<SLO>(dat_ptr + 1, ret_dat) != 0;
     }
 
-    template <operands how> static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
+    static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
         ret_dat->disable_ptr = 1;
-        const SLO value = get<how>(dat_ptr, ret_dat);
+        const SLO value = get(dat_ptr, ret_dat);
         if (rt_ctrl->rt_noterror) answer(ret_dat, value);
     }
 };

@@ -8,25 +8,17 @@
 
 namespace {
 
-// An array, also one that a FOR over its name has made single.
-bool holds_array(const kestrin_data *d) { return d->indices_numb > 1; }
-
 // Where nobody reads the result record any more, its value moves.
-template <bool used> void assign_result(const ULO *dat_ptr, kestrin_data *ret_dat)
+template <bool used> void assign_value(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
+    eval(dat_ptr + 1, ret_dat);
+    if (!rt_ctrl->rt_noterror) return;
     kestrin_data *target = variable(dat_ptr[0]);
     if (set_number(target, ret_dat)) return;
     if (used)
         copy_kst_data(target, ret_dat, 0);
     else
         take_result(target, ret_dat);
-}
-
-template <bool used> void assign_value(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    eval(dat_ptr + 1, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    assign_result<used>(dat_ptr, ret_dat);
 }
 
 // A variable, copied from where it stands. Nobody reads the record.
@@ -53,38 +45,8 @@ void assign_member(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 } // namespace
 
-HANDLER(setq) { assign_value<true>(dat_ptr, ret_dat); }
-
-HANDLER(setq_i) { assign_value<true>(dat_ptr, ret_dat); }
-HANDLER(setq_f) { assign_value<true>(dat_ptr, ret_dat); }
-
-HANDLER(setq_s)
-{
-    eval(dat_ptr + 1, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    kestrin_data *target = variable(dat_ptr[0]);
-    if (!ret_dat->single || holds_array(target) || ret_dat->type != 'S')
-        return copy_kst_data(target, ret_dat, 0);
-    target->type = 'S';
-    equ(&target->svalue, ret_dat->svalue);
-}
-
-HANDLER(setq_z)
-{
-    eval(dat_ptr + 1, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    kestrin_data *target = variable(dat_ptr[0]);
-    if (!ret_dat->single || holds_array(target) || ret_dat->type != 'Z')
-        return copy_kst_data(target, ret_dat, 0);
-    target->type = 'Z';
-    free_string(&target->svalue);
-}
-
-HANDLER(alsetq) { func__setq(dat_ptr, ret_dat); }
-HANDLER(alsetq_i) { func__setq_i(dat_ptr, ret_dat); }
-HANDLER(alsetq_f) { func__setq_f(dat_ptr, ret_dat); }
-HANDLER(alsetq_s) { func__setq_s(dat_ptr, ret_dat); }
-HANDLER(alsetq_z) { func__setq_z(dat_ptr, ret_dat); }
+TYPED_HANDLERS(setq, assign_value<true>)
+TYPED_HANDLERS(alsetq, assign_value<true>)
 
 fcall taking_setq(const ULO *node)
 {
