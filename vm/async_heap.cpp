@@ -44,62 +44,35 @@ void set_root(rbt_node *header, rbt_node *node)
     node->left_child = 0;
 }
 
-void set_left(rbt_node *parent, rbt_node *child)
-{
-    parent->link0 = child;
-    child->parent = parent;
-    child->is_root = 0;
-    child->left_child = 1;
-}
+rbt_node *&child_of(rbt_node *node, bool left) { return left ? node->link0 : node->link1; }
 
-void set_right(rbt_node *parent, rbt_node *child)
+void set_child(rbt_node *parent, rbt_node *child, bool left)
 {
-    parent->link1 = child;
+    child_of(parent, left) = child;
     child->parent = parent;
     child->is_root = 0;
-    child->left_child = 0;
+    child->left_child = left;
 }
 
 // Lets `node` stand where `old` does.
 void put_in_place_of(rbt_node *old, rbt_node *node)
 {
-    rbt_node *parent = old->parent;
     if (old->is_root)
-        set_root(parent, node);
-    else if (old->left_child)
-        set_left(parent, node);
+        set_root(old->parent, node);
     else
-        set_right(parent, node);
+        set_child(old->parent, node, old->left_child);
 }
 
-rbt_node *sibling_of(const rbt_node *node)
-{
-    return node->left_child ? node->parent->link1 : node->parent->link0;
-}
-
-void rotate_left(rbt_node *node)
-{
-    rbt_node *up = node->link1;
-    put_in_place_of(node, up);
-    set_right(node, up->link0);
-    set_left(up, node);
-}
-
-void rotate_right(rbt_node *node)
-{
-    rbt_node *up = node->link0;
-    put_in_place_of(node, up);
-    set_left(node, up->link1);
-    set_right(up, node);
-}
+rbt_node *sibling_of(const rbt_node *node) { return child_of(node->parent, !node->left_child); }
 
 // Moves a child up over its parent.
 void rotate_up(rbt_node *child)
 {
-    if (child->left_child)
-        rotate_right(child->parent);
-    else
-        rotate_left(child->parent);
+    rbt_node *parent = child->parent;
+    const bool left = child->left_child;
+    put_in_place_of(parent, child);
+    set_child(parent, child_of(child, !left), left);
+    set_child(child, parent, !left);
 }
 
 // -- Ring and gaps -----------------------------------------------------------------------------
@@ -114,19 +87,12 @@ void link_before(rbt_node *next, rbt_node *leaf)
     next->link1 = leaf;
 }
 
-// The leaf below `node` that is the first of that subtree: the gap in front of it has a new upper
+// The leaf below `node` that is the first of that subtree, or the last: the gap beside it has a new
 // neighbour.
-void name_first(const rbt_node *node, rbt_node *leaf)
+void name_end(const rbt_node *node, rbt_node *leaf, bool first)
 {
-    while (!node->is_root && node->left_child) node = node->parent;
-    if (!node->is_root) node->parent->size.leaf = leaf;
-}
-
-// The same for the last of a subtree and the gap behind it.
-void name_last(const rbt_node *node, rbt_node *leaf)
-{
-    while (!node->is_root && !node->left_child) node = node->parent;
-    if (!node->is_root) node->parent->key.leaf = leaf;
+    while (!node->is_root && bool(node->left_child) == first) node = node->parent;
+    if (!node->is_root) (first ? node->parent->size : node->parent->key).leaf = leaf;
 }
 
 // -- Balance -----------------------------------------------------------------------------------
@@ -157,8 +123,8 @@ void mend_red(rbt_node *node)
 bool borrow_black(rbt_node *node, rbt_node *sibling)
 {
     rbt_node *parent = node->parent;
-    rbt_node *near = node->left_child ? sibling->link0 : sibling->link1;
-    rbt_node *far = node->left_child ? sibling->link1 : sibling->link0;
+    rbt_node *near = child_of(sibling, node->left_child);
+    rbt_node *far = child_of(sibling, !node->left_child);
     if (!near->red && !far->red) {
         sibling->red = 1;
         return false;
@@ -208,8 +174,8 @@ rbt_node *split(rbt_node *old, rbt_node *below, rbt_node *above)
     gap->key.leaf = below;
     gap->size.leaf = above;
     put_in_place_of(old, gap);
-    set_left(gap, below);
-    set_right(gap, above);
+    set_child(gap, below, true);
+    set_child(gap, above, false);
     return gap;
 }
 
@@ -248,7 +214,7 @@ void rbt_insert(rbt_node *header, ULO key, ULO size)
     const bool behind = key > place->key.number;
     link_before(behind ? header : place, leaf);
     rbt_node *gap = behind ? split(place, place, leaf) : split(place, leaf, place);
-    if (!behind) name_first(gap, leaf); // behind the last leaf there is no further gap
+    if (!behind) name_end(gap, leaf, true); // behind the last leaf there is no further gap
     mend_red(gap);
 }
 
@@ -264,10 +230,7 @@ void rbt_remove(rbt_node *leaf)
     }
     rbt_node *sibling = sibling_of(leaf);
     put_in_place_of(parent, sibling);
-    if (leaf->left_child)
-        name_first(sibling, next);
-    else
-        name_last(sibling, previous);
+    name_end(sibling, leaf->left_child ? next : previous, leaf->left_child);
     if (!parent->red) mend_black(sibling);
     free(leaf);
     free(parent);

@@ -24,29 +24,6 @@ engine the_engine = {};
 
 namespace {
 
-constexpr rt_control initial_control = {
-    .rt_run_flag = 0,
-    .rt_run_text = nullptr,
-    .rt_error_code = 0,
-    .rt_error_text = nullptr,
-    .rt_frame = nullptr,
-    .rt_program = nullptr,
-    .rt_function = nullptr,
-    .rt_captured = nullptr,
-    .rt_capture = 0,
-    .rt_noterror = 1,
-    .frame_top = nullptr,
-    .frame_end = nullptr,
-    .rt_recursion = recursion::ENDS_PROCESS,
-    .rt_trail = nullptr,
-    .spare = nullptr,
-    .spare_count = 0,
-    .counters = nullptr,
-    .for_goes_on = 0,
-    .call_floor = nullptr,
-    .watched = {},
-};
-
 // The chunks of a thread's stack of frames are a list: `next` stands at the end of each, where
 // frame_end points. They double in size up to a bound.
 struct chunk_end {
@@ -63,9 +40,9 @@ constexpr ULO MOST_ENDS = 4;
 
 struct thread_blocks {
     rt_control control;
-    hot_counters counters;
+    hot_counters counters = fresh_counters();
     strings_state strings;
-    chunk_end root; // where the list of chunks begins
+    chunk_end root = {nullptr, nullptr, FIRST_CHUNK}; // where the list of chunks begins
     interrupt_handler former_interrupt;
     void (*ends[MOST_ENDS])();
     ULO ends_count;
@@ -131,8 +108,7 @@ void setup_quarne_thread_safe_functionality_for_local_thread()
     if (blocks != nullptr) return;
     blocks = static_cast<thread_blocks *>(malloc(sizeof(thread_blocks)));
     if (blocks == nullptr) fatal(site::THREAD_SETUP);
-    *blocks = {
-        initial_control, fresh_counters(), {}, {nullptr, nullptr, FIRST_CHUNK}, nullptr, {}, 0};
+    *blocks = {};
     rt_ctrl = &blocks->control;
     rt_ctrl->counters = &blocks->counters;
     strings_tls = &blocks->strings;

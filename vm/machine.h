@@ -32,7 +32,7 @@ struct watched_place {
     const void *const *direct = nullptr;
 };
 
-// All state of a run, one for each thread.
+// All state of a run, one for each thread. What is not set here begins with zero.
 struct rt_control {
     UCH rt_run_flag;         // syntax error code of the text passes, 0 none
     CHR *rt_run_text;        // its text
@@ -43,7 +43,7 @@ struct rt_control {
     const ULO *rt_function;  // image of the running function
     CHR *rt_captured;        // output of a captured run
     UCH rt_capture;          // 1: output goes to rt_captured
-    UCH rt_noterror;         // 1 while no error or unwinding is pending
+    UCH rt_noterror = 1;     // 1 while no error or unwinding is pending
     kestrin_data *frame_top; // first free record of the stack of frames
     kestrin_data *frame_end; // end of its current chunk; the next chunk's address stands there
     recursion rt_recursion;  // too deep
