@@ -100,40 +100,24 @@ void take_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
     }
 }
 
-// What the four classes of typed arrays differ in.
-template <UCH letter> struct member_class;
-
-template <class T, UCH letter_, const fatal_site &places, const fatal_site &tags>
-struct number_class {
-    static constexpr UCH letter = letter_;
-    static T &place(kestrin_data *array, ULO index)
-    {
-        return reinterpret_cast<T *>(array->array.ival)[index];
-    }
-    static constexpr fatal_site tags_site = tags;
+// What the four classes of typed arrays differ in: first the two of numbers.
+template <UCH letter> struct member_class {
+    static constexpr fatal_site places_site =
+        letter == 'I' ? site::ARSETQ_I_ARRAY : site::ARSETQ_F_ARRAY;
+    static constexpr fatal_site tags_site =
+        letter == 'I' ? site::ARSETQ_I_TAGS : site::ARSETQ_F_TAGS;
     static bool grow(kestrin_data *array, ULO own)
     {
-        return grow_places(&array->array.ival, owned_places(array), own, places);
+        return grow_places(&array->array.ival, owned_places(array), own, places_site);
     }
     static void store(kestrin_data *array, ULO index, const kestrin_data *source)
     {
-        place(array, index) = in_record<T>::in(source);
-    }
-    static T get(const kestrin_data *array, ULO index)
-    {
-        return reinterpret_cast<const T *>(array->array.ival)[index];
+        array->array.ival[index] = source->value.ival;
     }
     static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
     {
-        in_record<T>::in(ret_dat) = get(array, index);
+        ret_dat->value.ival = array->array.ival[index];
     }
-};
-
-template <>
-struct member_class<'I'> : number_class<SLO, 'I', site::ARSETQ_I_ARRAY, site::ARSETQ_I_TAGS> {
-};
-template <>
-struct member_class<'F'> : number_class<DFL, 'F', site::ARSETQ_F_ARRAY, site::ARSETQ_F_TAGS> {
 };
 
 template <> struct member_class<'S'> {
@@ -472,20 +456,19 @@ HANDLER(indices)
 
 fcall taking_arsetq(const ULO *node)
 {
-    if (is_node(node, func__arsetq_i)) return arsetq_typed<'I', false>;
-    if (is_node(node, func__arsetq_f)) return arsetq_typed<'F', false>;
-    if (is_node(node, func__arsetq_s)) return arsetq_typed<'S', false>;
-    if (!is_node(node, func__arsetq)) return nullptr;
-    return is_variable_read(node_at(node + 3)) ? arsetq_variable : arsetq_any<false>;
+    if (is_node(node, func__arsetq) && is_variable_read(node_at(node + 3))) return arsetq_variable;
+    for (const auto &[form, arsetq] : array_forms().subspan(2))
+        if (is_node(node, arsetq)) return form;
+    return nullptr;
 }
 
 std::span<const handler_form> array_forms()
 {
-    static constexpr handler_form forms[] = {{arsetq_variable, func__arsetq},
+    static constexpr handler_form forms[] = {{func__index_lent, func__index},
+                                             {arsetq_variable, func__arsetq},
                                              {arsetq_any<false>, func__arsetq},
                                              {arsetq_typed<'I', false>, func__arsetq_i},
                                              {arsetq_typed<'F', false>, func__arsetq_f},
-                                             {arsetq_typed<'S', false>, func__arsetq_s},
-                                             {func__index_lent, func__index}};
+                                             {arsetq_typed<'S', false>, func__arsetq_s}};
     return forms;
 }

@@ -21,24 +21,14 @@ template <bool used> void assign_value(const ULO *dat_ptr, kestrin_data *ret_dat
         take_result(target, ret_dat);
 }
 
-// A variable, copied from where it stands. Nobody reads the record.
-void assign_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
+// A variable, or a member of a mixed array, copied from where it stands. Nobody reads the record.
+template <bool is_member> void assign_in_place(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const ULO *node = node_at(dat_ptr + 1);
-    if (node[1] == dat_ptr[0]) return assign_value<true>(dat_ptr, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    kestrin_data *target = variable(dat_ptr[0]);
-    const kestrin_data *source = variable(node[1]);
-    if (source->type == 0) return raise_unset_variable(node);
-    if (!set_number(target, source)) copy_kst_data(target, source, 0);
-}
-
-// The same of a member of a mixed array.
-void assign_member(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    const ULO *node = node_at(dat_ptr + 1);
-    const kestrin_data *source = node[1] == dat_ptr[0] ? nullptr : mixed_member(node);
-    if (source == nullptr) return assign_value<false>(dat_ptr, ret_dat);
+    const kestrin_data *source = nullptr;
+    if (node[1] != dat_ptr[0] && rt_ctrl->rt_noterror)
+        source = is_member ? mixed_member(node) : variable(node[1]);
+    if (source == nullptr || source->type == 0) return assign_value<false>(dat_ptr, ret_dat);
     kestrin_data *target = variable(dat_ptr[0]);
     if (!set_number(target, source)) copy_kst_data(target, source, 0);
 }
@@ -55,16 +45,16 @@ fcall taking_setq(const ULO *node)
           func__alsetq_i, func__alsetq_f, func__alsetq_s, func__alsetq_z}) {
         if (!is_node(node, setq)) continue;
         const ULO *value = node_at(node + 2);
-        if (is_variable_read(value)) return assign_variable;
-        return is_plain_member(value) ? assign_member : assign_value<false>;
+        if (is_variable_read(value)) return assign_in_place<false>;
+        return is_plain_member(value) ? assign_in_place<true> : assign_value<false>;
     }
     return nullptr;
 }
 
 std::span<const handler_form> setq_forms()
 {
-    static constexpr handler_form forms[] = {{assign_variable, func__setq},
-                                             {assign_member, func__setq},
+    static constexpr handler_form forms[] = {{assign_in_place<false>, func__setq},
+                                             {assign_in_place<true>, func__setq},
                                              {assign_value<false>, func__setq}};
     return forms;
 }
