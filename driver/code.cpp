@@ -12,11 +12,7 @@ namespace {
 
 void list_code(const session *s, const CHR *code, bool allowed, message_of<> disabled)
 {
-    if (!s->verbose) return;
-    if (allowed)
-        kestrin_printcode(code, style_of(*s));
-    else
-        say(disabled);
+    list_if(allowed, s, disabled, [=] { kestrin_printcode(code, style_of(*s)); });
 }
 
 void tell_size(const session *s, message_of<ULO, const CHR *> which, const CHR *code)

@@ -34,15 +34,6 @@ void fill_from_instructions()
         die_of_syntax_error();
 }
 
-void list_refused(const session *s)
-{
-    if (!s->verbose) return;
-    if (s->is_on(SWITCH_MODIFIED_SRC))
-        kestrin_print_form(s->program.written(), style_of(*s));
-    else
-        say(message::INTEGRITY_PRINT_DISABLED);
-}
-
 } // namespace
 
 void remember_functions(const session *)
@@ -60,7 +51,8 @@ void check_integrity(const session *s)
     tell(s, message::CHECKING_INTEGRITY);
     tree t;
     if (kestrin_check(&t, &t.root, s->program.written(), 0, "Main_Modified", &remembered) < 0) {
-        list_refused(s);
+        list_if(s->is_on(SWITCH_MODIFIED_SRC), s, message::INTEGRITY_PRINT_DISABLED,
+                [s] { kestrin_print_form(s->program.written(), style_of(*s)); });
         die_of_syntax_error();
     }
     lut_free(&remembered);

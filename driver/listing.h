@@ -12,6 +12,17 @@ struct listing_style {
 };
 listing_style style_of(const session &s);
 
+// Lists in a talking run, by a call of `list`, what the switches allow, else says that it is
+// disabled.
+template <class F> void list_if(bool allowed, const session *s, message_of<> disabled, F list)
+{
+    if (!s->verbose) return;
+    if (allowed)
+        list();
+    else
+        say(disabled);
+}
+
 // Lists source text between separators: as it stands if it fits the width, else laid out form by
 // form. What is laid out is a source of the same program again.
 void kestrin_print(std::string_view text, const listing_style &style);

@@ -46,6 +46,31 @@ ULO word_at(std::string_view bytes, ULO offset)
     return word;
 }
 
+// The source text of compiled code, squeezed, and what there was to say of it.
+struct decompilation {
+    scratch text, messages;
+
+    // False if the code made no sense.
+    bool make(const CHR *code, decompile_mode mode, code_origin origin)
+    {
+        decompile_request request = {};
+        request.code = code;
+        request.size = len(code);
+        request.with_offsets = mode == ENTIRE;
+        request.mode = mode;
+        request.origin = origin;
+        if (mode == MINIMISED) request.arg_prefix = "";
+        const bool done = kestrin_decompile(request, &text.s, &messages.s);
+        progn_squeeze(&text.s);
+        return done;
+    }
+    void list(const session *s) const
+    {
+        print_warnings(view(messages.s));
+        kestrin_print(view(text.s), style_of(*s));
+    }
+};
+
 // -- Reading -----------------------------------------------------------------------------------
 
 bool checksum_fits(const session *s, std::string_view contents)
@@ -65,11 +90,10 @@ void list_precompiled(const session *s, bool is_sound)
     };
     say(message::DECOMPILING);
     list(ENTIRE);
-    if (s->is_on(SWITCH_DECOMPILED)) {
+    list_if(s->is_on(SWITCH_DECOMPILED), s, message::DECOMPILED_DISABLED, [&] {
         say(message::DECOMPILING_EFFECTIVE);
         list(EFFECTIVE);
-    } else
-        say(message::DECOMPILED_DISABLED);
+    });
     if (!is_sound) die(message::FILE_FOREIGN);
 }
 
@@ -89,23 +113,13 @@ void compile_whole(const session *s, tree *whole, CHR **code)
 void minimise(const session *s, CHR **code)
 {
     say(message::DISK_DECOMPILING);
-    decompile_request request = {};
-    request.code = *code;
-    request.size = len(*code);
-    request.mode = MINIMISED;
-    request.origin = code_origin::OWN;
-    request.arg_prefix = "";
-    scratch text, messages;
-    const bool done = kestrin_decompile(request, &text.s, &messages.s);
-    progn_squeeze(&text.s);
-    if (s->is_on(SWITCH_DECOMPILED)) {
-        print_warnings(view(messages.s));
-        kestrin_print(view(text.s), style_of(*s));
-    } else
-        say(message::DISK_DECOMPILED_DISABLED);
+    decompilation found;
+    const bool done = found.make(*code, MINIMISED, code_origin::OWN);
+    list_if(s->is_on(SWITCH_DECOMPILED), s, message::DISK_DECOMPILED_DISABLED,
+            [&] { found.list(s); });
     if (!done) die(message::FILE_NOT_TRANSLATED);
     tree whole;
-    whole.read(view(text.s), CHECKED);
+    whole.read(view(found.text.s), CHECKED);
     compile_whole(s, &whole, code);
 }
 
@@ -133,17 +147,9 @@ std::string with_header(std::string_view bytecode)
 
 bool list_decompiled(const session *s, const CHR *code, decompile_mode mode, code_origin origin)
 {
-    decompile_request request = {};
-    request.code = code;
-    request.size = len(code);
-    request.with_offsets = mode == ENTIRE;
-    request.mode = mode;
-    request.origin = origin;
-    scratch text, messages;
-    const bool done = kestrin_decompile(request, &text.s, &messages.s);
-    progn_squeeze(&text.s);
-    print_warnings(view(messages.s));
-    kestrin_print(view(text.s), style_of(*s));
+    decompilation found;
+    const bool done = found.make(code, mode, origin);
+    found.list(s);
     return done;
 }
 

@@ -4,7 +4,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 
 #include "vm/machine.h"
 
@@ -12,8 +11,12 @@ namespace {
 
 enum flush_mode { NO_FLUSH, FLUSH };
 
-void print(message which, va_list arguments)
+} // namespace
+
+void print_message(message which, ...)
 {
+    va_list arguments;
+    va_start(arguments, which);
     switch (which) {
 #define MESSAGE(id, stream, flush, text)                                                           \
     case message::id:                                                                              \
@@ -23,26 +26,7 @@ void print(message which, va_list arguments)
 #include "driver/messages.def"
 #undef MESSAGE
     }
-}
-
-} // namespace
-
-void print_message(message which, ...)
-{
-    va_list arguments;
-    va_start(arguments, which);
-    print(which, arguments);
     va_end(arguments);
-}
-
-void print_message_and_exit(message which, ...)
-{
-    fflush(stdout); // what was said before stands before
-    va_list arguments;
-    va_start(arguments, which);
-    print(which, arguments);
-    va_end(arguments);
-    exit(1);
 }
 
 void print_warnings(std::string_view warnings)

@@ -2,6 +2,8 @@
 // way from the file to the run. Strings live as long as the process.
 #pragma once
 
+#include <cstdio>
+#include <cstdlib>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -103,7 +105,6 @@ template <class... A> struct message_of {
 
 // Prints a message on its stream; the arguments are those that its text takes.
 void print_message(message which, ...);
-[[noreturn]] void print_message_and_exit(message which, ...);
 
 template <class... A> void say(message_of<std::type_identity_t<A>...> which, A... arguments)
 {
@@ -119,7 +120,9 @@ void tell(const session *s, message_of<std::type_identity_t<A>...> which, A... a
 template <class... A>
 [[noreturn]] void die(message_of<std::type_identity_t<A>...> which, A... arguments)
 {
-    print_message_and_exit(which.id, arguments...);
+    fflush(stdout); // what was said before stands before
+    print_message(which.id, arguments...);
+    exit(1);
 }
 // Prints the warnings of a pass as they are, if there are any.
 void print_warnings(std::string_view warnings);

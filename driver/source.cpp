@@ -18,22 +18,10 @@
 
 namespace {
 
-// Lists a text in a talking run if the switches allow it, else says that it is disabled.
-template <class Text>
-void list_text(const session *s, Text text, bool allowed, message_of<> disabled)
-{
-    if (!s->verbose) return;
-    if (allowed)
-        kestrin_print(text(), style_of(*s));
-    else
-        say(disabled);
-}
-
 void list_program(const session *s)
 {
-    list_text(
-        s, [s] { return s->program.written(); }, s->is_on(SWITCH_MODIFIED_SRC),
-        message::PROGRAM_PRINT_DISABLED);
+    list_if(s->is_on(SWITCH_MODIFIED_SRC), s, message::PROGRAM_PRINT_DISABLED,
+            [s] { kestrin_print(s->program.written(), style_of(*s)); });
 }
 
 } // namespace
@@ -41,9 +29,8 @@ void list_program(const session *s)
 void list_global_functions(const session *s)
 {
     if (s->definitions.empty()) return;
-    list_text(
-        s, [s] { return set_text(s); }, s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC),
-        message::SET_PRINT_DISABLED);
+    list_if(s->is_on(SWITCH_CFG_UDF) && s->is_on(SWITCH_MODIFIED_SRC), s,
+            message::SET_PRINT_DISABLED, [s] { kestrin_print(set_text(s), style_of(*s)); });
 }
 
 void read_source(session *s, raw_file *file)

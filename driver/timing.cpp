@@ -12,11 +12,8 @@ namespace {
 
 timeval difference(const timeval &from, const timeval &to)
 {
-    timeval d = {to.tv_sec - from.tv_sec, to.tv_usec - from.tv_usec};
-    if (d.tv_usec < 0) {
-        d.tv_sec--;
-        d.tv_usec += 1000000;
-    }
+    timeval d;
+    timersub(&to, &from, &d);
     return d;
 }
 
@@ -34,14 +31,18 @@ time_point take_time(const fatal_site &site)
     return point;
 }
 
+void print_used(const CHR *by, const timeval &t)
+{
+    printf("   Used by %s: %lu.%06lusec.\n", by, static_cast<unsigned long>(t.tv_sec),
+           static_cast<unsigned long>(t.tv_usec));
+}
+
 void print_time(const time_point &from, const time_point &to)
 {
     const timeval user = difference(from.used.ru_utime, to.used.ru_utime);
     const timeval system = difference(from.used.ru_stime, to.used.ru_stime);
-    printf("   Used by process: %lu.%06lusec.\n", static_cast<unsigned long>(user.tv_sec),
-           static_cast<unsigned long>(user.tv_usec));
-    printf("   Used by  system: %lu.%06lusec.\n", static_cast<unsigned long>(system.tv_sec),
-           static_cast<unsigned long>(system.tv_usec));
+    print_used("process", user);
+    print_used(" system", system);
     printf("   Total used time: %.12Esec.\n", seconds(user) + seconds(system));
     printf("Real absolute time: %.12Esec.\n", seconds(difference(from.now, to.now)));
 }
