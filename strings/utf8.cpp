@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 
 #include "strings/ascii_case.h"
 #include "strings/block.h"
@@ -106,25 +107,12 @@ constexpr case_row lower_rows[] = {
 constexpr size_t PAGE = 64;
 // Behind the last code point of the rows.
 constexpr size_t PAGE_NUMBERS = 0x1E980 / PAGE;
-
-// Rows ascend, so a page that has been begun is never returned to once another one has.
-template <size_t N> constexpr size_t count_pages(const case_row (&rows)[N])
-{
-    size_t count = 0;
-    SLO latest = -1;
-    for (const case_row &row : rows)
-        for (SLO code = row.first; code <= row.last; code += row.step)
-            if (code / SLO(PAGE) != latest) {
-                latest = code / SLO(PAGE);
-                count++;
-            }
-    return count;
-}
+constexpr size_t MOST_PAGES = 54; // of a table; too few do not compile
 
 // Page 0 is all zeros; numbers without a row share it.
-template <size_t PAGES> struct case_table {
+struct case_table {
     std::array<UCH, PAGE_NUMBERS> page_of{};
-    std::array<std::array<std::int32_t, PAGE>, PAGES + 1> deltas{};
+    std::array<std::array<std::int32_t, PAGE>, MOST_PAGES> deltas{};
 
     std::int32_t delta(ULO code) const
     {
@@ -133,11 +121,9 @@ template <size_t PAGES> struct case_table {
     }
 };
 
-template <size_t PAGES, size_t N>
-constexpr case_table<PAGES> make_case_table(const case_row (&rows)[N])
+consteval case_table make_case_table(std::span<const case_row> rows)
 {
-    static_assert(PAGES < 256);
-    case_table<PAGES> table;
+    case_table table;
     UCH pages = 0;
     for (const case_row &row : rows)
         for (SLO code = row.first; code <= row.last; code += row.step) {
@@ -148,8 +134,8 @@ constexpr case_table<PAGES> make_case_table(const case_row (&rows)[N])
     return table;
 }
 
-constexpr auto upper_table = make_case_table<count_pages(upper_rows)>(upper_rows);
-constexpr auto lower_table = make_case_table<count_pages(lower_rows)>(lower_rows);
+constexpr auto upper_table = make_case_table(upper_rows);
+constexpr auto lower_table = make_case_table(lower_rows);
 
 // Maps the character of `size` bytes at `text`. Bytes behind the lead that are no continuation
 // bytes match no row. Both characters of a pair have the same size.
