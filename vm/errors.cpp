@@ -45,21 +45,17 @@ std::string_view drop_lists(std::string_view text)
     return text;
 }
 
-bool lies_in(const ULO *address, const CHR *string, ULO *offset)
-{
-    if (string == nullptr) return false;
-    const ULO start = reinterpret_cast<ULO>(string), place = reinterpret_cast<ULO>(address);
-    if (place < start || place >= start + len(string)) return false;
-    *offset = place - start;
-    return true;
-}
-
+// In the program or in the global functions, which are counted strings.
 ULO code_offset(const ULO *dat_ptr)
 {
-    ULO offset = 0;
-    if (!lies_in(dat_ptr, reinterpret_cast<const CHR *>(rt_ctrl->rt_program), &offset))
-        lies_in(dat_ptr, the_engine.global_udf_code, &offset);
-    return offset;
+    const ULO place = reinterpret_cast<ULO>(dat_ptr);
+    const CHR *const program = reinterpret_cast<const CHR *>(rt_ctrl->rt_program);
+    const CHR *const global = the_engine.global_udf_code;
+    for (const CHR *code : {program, global}) {
+        const ULO start = reinterpret_cast<ULO>(code);
+        if (place >= start && place < start + len(code)) return place - start;
+    }
+    return 0;
 }
 
 std::string variable_name(ULO variable, std::string_view names)

@@ -30,17 +30,6 @@ bool take(std::string_view *rest, std::string_view word)
     return true;
 }
 
-// Digits, which may be none, up to `most`.
-bool take_number(std::string_view *rest, ULO most, ULO *value)
-{
-    for (*value = 0; !rest->empty() && rest->front() >= '0' && rest->front() <= '9';) {
-        *value = *value * 10 + ULO(rest->front() - '0');
-        if (*value > most) return false;
-        rest->remove_prefix(1);
-    }
-    return true;
-}
-
 bool read_format(std::string_view text, plain_format *f)
 {
     const auto at = text.find('%');
@@ -121,6 +110,16 @@ struct line {
 };
 
 } // namespace
+
+bool take_number(std::string_view *rest, ULO most, ULO *value)
+{
+    for (*value = 0; !rest->empty() && rest->front() >= '0' && rest->front() <= '9';) {
+        *value = *value * 10 + ULO(rest->front() - '0');
+        if (*value > most) return false;
+        rest->remove_prefix(1);
+    }
+    return true;
+}
 
 bool print_plainly(kestrin_data *d, std::string_view format)
 {

@@ -5,6 +5,9 @@
 
 #include "kestrin/value.h"
 
+// Cuts digits off, which may be none. False if their number is above `most`.
+bool take_number(std::string_view *rest, ULO most, ULO *value);
+
 // Prints the single value in `d` under `format` into its string. False, with nothing done, if the
 // format or the value is one for the system library: what this prints is the same byte for byte.
 // Known are the flags - and 0, a width and a precision, and for integers d i u o x with the sizes

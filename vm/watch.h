@@ -33,7 +33,7 @@ struct counter_cache {
     const ULO *images[SIZE];
     ULO *counters[SIZE];
 };
-extern constinit counter_cache recent_counters;
+inline constinit counter_cache recent_counters = {};
 
 inline void count_watched_call(const ULO *image)
 {

@@ -45,24 +45,15 @@ constexpr conversion_row conversions[] = {
 
 bool one_of(CHR c, std::string_view letters) { return letters.find(c) != letters.npos; }
 
-// Cuts a width or precision off. False if the number is beyond what a result can hold.
-bool take_number(std::string_view *rest)
-{
-    ULO value = 0;
-    for (; !rest->empty() && one_of(rest->front(), "0123456789"); rest->remove_prefix(1)) {
-        value = value * 10 + ULO(rest->front() - '0');
-        if (value > INT32_MAX) return false;
-    }
-    return true;
-}
-
+// False if one of the numbers is beyond what a result can hold.
 bool take_flags_and_width(std::string_view *rest)
 {
     rest->remove_prefix(std::min(rest->find_first_not_of("-+ #0'I"), rest->size()));
-    if (!take_number(rest)) return false;
+    ULO number;
+    if (!take_number(rest, INT32_MAX, &number)) return false;
     if (rest->empty() || rest->front() != '.') return true;
     rest->remove_prefix(1);
-    return take_number(rest);
+    return take_number(rest, INT32_MAX, &number);
 }
 
 bool allows_size(std::string_view sizes, std::string_view size)
@@ -100,17 +91,13 @@ CHR tested_letter(std::string_view format)
 }
 
 // What a value of each type says when its format is refused.
-struct format_faults {
-    rt_text string_conversion, failed;
-};
-
-format_faults faults_of(UCH type)
+rt_text fault_of(UCH type)
 {
     switch (type) {
-    case 'I': return {rt_text::FORMAT_S_FOR_INTEGER, rt_text::FORMAT_INTEGER};
-    case 'F': return {rt_text::FORMAT_S_FOR_FLOAT, rt_text::FORMAT_FLOAT};
-    case 'S': return {rt_text::NONE, rt_text::FORMAT_STRING};
-    default: return {rt_text::NONE, rt_text::FORMAT_NIL};
+    case 'I': return rt_text::FORMAT_INTEGER;
+    case 'F': return rt_text::FORMAT_FLOAT;
+    case 'S': return rt_text::FORMAT_STRING;
+    default: return rt_text::FORMAT_NIL;
     }
 }
 
@@ -185,11 +172,10 @@ rt_text format_value(kestrin_data *d, const CHR *format)
         equ(&d->svalue, format);
         return rt_text::NONE;
     }
-    const bool is_number = d->type == 'I' || d->type == 'F';
-    const format_faults faults = faults_of(d->type);
-    if (is_number && one_of(tested_letter(text), "sS")) return faults.string_conversion;
+    if (holds_number(d) && one_of(tested_letter(text), "sS"))
+        return d->type == 'I' ? rt_text::FORMAT_S_FOR_INTEGER : rt_text::FORMAT_S_FOR_FLOAT;
     const auto found = read_conversion(text.substr(first + 1), d->type);
-    return found && print_value(d, format, *found) ? rt_text::NONE : faults.failed;
+    return found && print_value(d, format, *found) ? rt_text::NONE : fault_of(d->type);
 }
 
 // Leaves the printed text in `ret_dat`. False if an error is pending.

@@ -1,3 +1,0 @@
-#include "vm/watch.h"
-
-constinit counter_cache recent_counters = {};
