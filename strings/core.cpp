@@ -161,44 +161,28 @@ CHR *free_string(CHR **targ)
 
 namespace {
 
-// While it lives, the thread has a hook that does nothing.
-class ignored_faults {
-public:
-    ignored_faults() { strings_tls = &block; }
-    ~ignored_faults() { strings_tls = outer; }
-    ignored_faults(const ignored_faults &) = delete;
-    ignored_faults &operator=(const ignored_faults &) = delete;
-
-private:
-    strings_state block{[] {}, nullptr, nullptr, nullptr};
-    strings_state *outer = strings_tls;
-};
+// Calls one of them while the thread has a hook that does nothing.
+template <auto form, class... A> CHR *ignoring_faults(A... operands)
+{
+    strings_state block{[] {}, nullptr, nullptr, nullptr}, *outer = strings_tls;
+    strings_tls = &block;
+    CHR *made = form(operands...);
+    strings_tls = outer;
+    return made;
+}
 
 } // namespace
 
-CHR *mk_std_buff_secure(CHR **buff, ULO size)
-{
-    ignored_faults ignored;
-    return mk_std_buff(buff, size);
-}
+CHR *mk_std_buff_secure(CHR **buff, ULO size) { return ignoring_faults<mk_std_buff>(buff, size); }
 
-CHR *mk_fst_buff_secure(CHR **buff, ULO size)
-{
-    ignored_faults ignored;
-    return mk_fst_buff(buff, size);
-}
+CHR *mk_fst_buff_secure(CHR **buff, ULO size) { return ignoring_faults<mk_fst_buff>(buff, size); }
 
 CHR *get_std_buff_secure(CHR **targ, const CHR *buff)
 {
-    ignored_faults ignored;
-    return get_std_buff(targ, buff);
+    return ignoring_faults<get_std_buff>(targ, buff);
 }
 
-CHR *equ_secure(CHR **targ, const CHR *source)
-{
-    ignored_faults ignored;
-    return equ(targ, source);
-}
+CHR *equ_secure(CHR **targ, const CHR *source) { return ignoring_faults<equ>(targ, source); }
 
 CHR *strings_version(CHR **targ) { return store(targ, VERSION_STRGLIB, site::GET_STD_BUFF); }
 

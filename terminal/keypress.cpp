@@ -286,13 +286,7 @@ UCH read_key()
 
 } // namespace
 
-void RAW_TTY_MODE(bool on)
-{
-    if (on)
-        enter_raw_mode();
-    else
-        leave_raw_mode();
-}
+void RAW_TTY_MODE(bool on) { on ? enter_raw_mode() : leave_raw_mode(); }
 
 UCH term_keypressed(ULO wait)
 {

@@ -88,11 +88,22 @@ void raise(const ULO *dat_ptr = nullptr)
     note_error(rt_ctrl, dat_ptr);
 }
 
-void copy_text(CHR **targ_errtext) { equ(targ_errtext, rt_ctrl->rt_error_text); }
-
 void default_text()
 {
     if (!notempty(rt_ctrl->rt_error_text)) assign(&rt_ctrl->rt_error_text, "Unknown error!");
+}
+
+// The last step of the published forms: gives the text of the error that has been set, or raises
+// it. `place` is NULL where the text is not to say it.
+void give(CHR **targ_errtext, const ULO *place)
+{
+    if (place != nullptr) add_error_place(place);
+    equ(targ_errtext, rt_ctrl->rt_error_text);
+}
+void rise(const ULO *place)
+{
+    if (place != nullptr) add_error_place(place);
+    raise(place);
 }
 
 } // namespace
@@ -145,56 +156,44 @@ void raise_unset_variable(const ULO *node)
 
 UCH noterror() { return rt_ctrl->rt_noterror; }
 
-void set_error(CHR **targ_errtext)
-{
-    default_text();
-    copy_text(targ_errtext);
-}
+void set_error(CHR **targ_errtext) { set_error_dbg(targ_errtext, nullptr); }
 
-void rise_error()
-{
-    default_text();
-    raise();
-}
+void rise_error() { rise_error_dbg(nullptr); }
 
 void set_error_dbg(CHR **targ_errtext, const ULO *dat_ptr)
 {
     default_text();
-    add_error_place(dat_ptr);
-    copy_text(targ_errtext);
+    give(targ_errtext, dat_ptr);
 }
 
 void rise_error_dbg(const ULO *dat_ptr)
 {
     default_text();
-    add_error_place(dat_ptr);
-    raise(dat_ptr);
+    rise(dat_ptr);
 }
 
 void set_error_info(UCH errcode, CHR **targ_errtext, const CHR *src_errtext)
 {
     set_error_state(errcode, src_errtext, "set_error_info");
-    copy_text(targ_errtext);
+    give(targ_errtext, nullptr);
 }
 
 void rise_error_info(UCH errcode, const CHR *src_errtext)
 {
     set_error_state(errcode, src_errtext, "rise_error_info");
-    raise();
+    rise(nullptr);
 }
 
 void set_error_info_dbg(UCH errcode, CHR **targ_errtext, const CHR *src_errtext, const ULO *dat_ptr)
 {
     set_error_state(errcode, src_errtext, "set_error_info_dbg");
-    add_error_place(dat_ptr);
-    copy_text(targ_errtext);
+    give(targ_errtext, dat_ptr);
 }
 
 void rise_error_info_dbg(UCH errcode, const CHR *src_errtext, const ULO *dat_ptr)
 {
     set_error_state(errcode, src_errtext, "rise_error_info_dbg");
-    add_error_place(dat_ptr);
-    raise(dat_ptr);
+    rise(dat_ptr);
 }
 
 UCH get_error_code() { return rt_ctrl->rt_error_code; }

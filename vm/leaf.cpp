@@ -20,8 +20,7 @@ void check_set(const ULO *dat_ptr, const kestrin_data *ret_dat)
 // An alias or a copy.
 inline void read_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
+    if (!rt_ctrl->rt_noterror) return;
     const kestrin_data *v = variable(dat_ptr[0]);
     if (!ret_dat->disable_ptr) {
         *ret_dat = *v;
@@ -39,22 +38,19 @@ inline void read_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 
 HANDLER(dummy_i)
 {
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
+    if (!rt_ctrl->rt_noterror) return;
     answer<SLO>(ret_dat, static_cast<SLO>(dat_ptr[0]));
 }
 
 HANDLER(dummy_f)
 {
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
+    if (!rt_ctrl->rt_noterror) return;
     answer<DFL>(ret_dat, constant_of<DFL>(dat_ptr - 1));
 }
 
 HANDLER(dummy_s)
 {
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
+    if (!rt_ctrl->rt_noterror) return;
     lend_again(ret_dat);
     ret_dat->disable_ptr = 1;
     ret_dat->single = 1;
@@ -65,8 +61,7 @@ HANDLER(dummy_s)
 HANDLER(dummy_z)
 {
     (void)dat_ptr;
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
+    if (!rt_ctrl->rt_noterror) return;
     ret_dat->single = 1;
     ret_dat->type = 'Z';
 }
@@ -75,8 +70,7 @@ TYPED_HANDLERS(getval, read_variable)
 
 HANDLER(getval_last)
 {
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
+    if (!rt_ctrl->rt_noterror) return;
     lend_again(ret_dat);
     ret_dat->disable_ptr = 1;
     take_value(ret_dat, variable(dat_ptr[0]));
@@ -85,8 +79,7 @@ HANDLER(getval_last)
 
 HANDLER(getval_ptr)
 {
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
+    if (!rt_ctrl->rt_noterror) return;
     *ret_dat = *variable(dat_ptr[0]);
     check_set(dat_ptr, ret_dat);
 }

@@ -5,21 +5,15 @@
 #include <cstdlib>
 #include <sys/time.h>
 
-namespace {
-
-void reseed()
-{
-    timeval now = {};
-    gettimeofday(&now, nullptr);
-    const unsigned seed = static_cast<unsigned>(now.tv_sec) + static_cast<unsigned>(now.tv_usec);
-    srandom(seed);
-    srand(seed);
-}
-
-} // namespace
-
 DFL draw(bool reset)
 {
-    if (reset) reseed();
+    if (reset) {
+        timeval now = {};
+        gettimeofday(&now, nullptr);
+        const unsigned seed =
+            static_cast<unsigned>(now.tv_sec) + static_cast<unsigned>(now.tv_usec);
+        srandom(seed);
+        srand(seed);
+    }
     return rand();
 }

@@ -143,12 +143,6 @@ struct array_copy {
                                          : places_to_own(with_memory - 1);
 };
 
-// Room for what is to be owned; `old` members from `n` on have been freed.
-template <class T> bool make_room(const array_copy &c, T **places, const fatal_site &site)
-{
-    return grow_places(places, c.old, c.own, site);
-}
-
 bool copy_tags(const array_copy &c, const fatal_site &site)
 {
     if (!grow_tags(c.dest, c.size, site)) return false;
@@ -160,7 +154,8 @@ bool copy_tags(const array_copy &c, const fatal_site &site)
 
 bool copy_numbers(const array_copy &c, const fatal_site &places, const fatal_site &tags)
 {
-    if (!make_room(c, &c.dest->array.ival, places) || !copy_tags(c, tags)) return false;
+    if (!grow_places(&c.dest->array.ival, c.old, c.own, places) || !copy_tags(c, tags))
+        return false;
     memcpy(c.dest->array.ival + 1, c.source->array.ival + 1, (c.with_memory - 1) * sizeof(SLO));
     return true;
 }
@@ -168,7 +163,7 @@ bool copy_numbers(const array_copy &c, const fatal_site &places, const fatal_sit
 bool copy_strings(const array_copy &c)
 {
     if (c.with_memory < c.old) free_strings(c.dest->array.svalue, c.with_memory, c.old);
-    if (!make_room(c, &c.dest->array.svalue, site::COPY_S_ARRAY)) return false;
+    if (!grow_places(&c.dest->array.svalue, c.old, c.own, site::COPY_S_ARRAY)) return false;
     CHR **to = c.dest->array.svalue;
     for (ULO i = c.old; i < c.own; i++) to[i] = nullptr;
     if (!copy_tags(c, site::COPY_S_TAGS)) return false;
@@ -185,7 +180,7 @@ bool copy_strings(const array_copy &c)
 bool copy_mixed(const array_copy &c, waiting_places *waiting)
 {
     if (c.with_memory < c.old) free_members(c.dest->array.mix, c.with_memory, c.old);
-    if (!make_room(c, &c.dest->array.mix, site::COPY_MIXED)) return false;
+    if (!grow_places(&c.dest->array.mix, c.old, c.own, site::COPY_MIXED)) return false;
     for (ULO i = c.old; i < c.own; i++) c.dest->array.mix[i] = fresh_variable;
     waiting->add(c.dest->array.mix, c.with_memory, c.source->array.mix);
     return true;

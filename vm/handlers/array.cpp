@@ -430,15 +430,7 @@ HANDLER(alindex)
     take_members(dat_ptr, ret_dat, n);
 }
 
-HANDLER(alindex_j)
-{
-    SLO n = 0;
-    if (ret_dat->disable_ptr == 1)
-        n = fetch<SLO>(dat_ptr + 1, ret_dat);
-    else
-        ret_ival(dat_ptr + 1, &n);
-    take_members(dat_ptr, ret_dat, n);
-}
+HANDLER(alindex_j) { func__alindex(dat_ptr, ret_dat); }
 
 // The capacity of the array, which is what the language calls its number of indices. The array
 // itself is copied only if it is not a plain variable's.

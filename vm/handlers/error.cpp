@@ -7,19 +7,6 @@
 
 namespace {
 
-// The text of the error is the answer.
-void answer_error_text(kestrin_data *ret_dat)
-{
-    answer_text(ret_dat);
-    get_error_text(&ret_dat->svalue);
-}
-
-void own(kestrin_data *ret_dat)
-{
-    lend_again(ret_dat);
-    ret_dat->disable_ptr = 1;
-}
-
 CHR *set_and_get(CHR **targ)
 {
     set_error(targ);
@@ -45,7 +32,11 @@ template <const info_form &form> struct info {
         if (!rt_ctrl->rt_noterror) return;
         held.pass([](SLO code, const CHR *text) { assign(code, text); }, ret_dat);
         if (form.with_place) add_error_place(dat_ptr);
-        if (!form.raises) return answer_error_text(ret_dat);
+        if (!form.raises) {
+            answer_text(ret_dat);
+            get_error_text(&ret_dat->svalue);
+            return;
+        }
         rt_ctrl->rt_noterror = 0;
         note_error(rt_ctrl, dat_ptr);
     }
@@ -78,7 +69,8 @@ HANDLER(rise_error)
 HANDLER(set_error_dbg)
 {
     if (!rt_ctrl->rt_noterror) return;
-    own(ret_dat);
+    lend_again(ret_dat);
+    ret_dat->disable_ptr = 1;
     answer_text(ret_dat);
     set_error_dbg(&ret_dat->svalue, dat_ptr);
 }

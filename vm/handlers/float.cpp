@@ -6,6 +6,7 @@
 
 #include "vm/handler.h"
 #include "vm/random.h"
+#include "vm/text.h"
 
 namespace {
 
@@ -48,11 +49,7 @@ rt_text no_power(DFL a, DFL b)
     return a < 0.0 && !is_whole(b) ? rt_text::FLOAT_POWER : rt_text::NONE;
 }
 
-template <ULO bits> void answer_constant(kestrin_data *ret_dat)
-{
-    if (!rt_ctrl->rt_noterror) return;
-    answer<DFL>(ret_dat, std::bit_cast<DFL>(bits));
-}
+template <ULO bits> DFL fixed_value() { return std::bit_cast<DFL>(bits); }
 
 } // namespace
 
@@ -86,14 +83,8 @@ std::span<const numeric_row> float_operations()
     return rows;
 }
 
-#define FIXED_VALUE(name, bits)                                                                    \
-    HANDLER(name)                                                                                  \
-    {                                                                                              \
-        (void)dat_ptr;                                                                             \
-        answer_constant<bits>(ret_dat);                                                            \
-    }
-FIXED_VALUE(ee, 0x4005BF0A8B145769)
-FIXED_VALUE(gamma, 0x3FE2788CFC6FB619)
-FIXED_VALUE(phi, 0x3FC4B5F949465D54) // a tenth of the golden ratio: the language's value
-FIXED_VALUE(pi, 0x400921FB54442D18)
-#undef FIXED_VALUE
+LEAF_HANDLER(ee, fixed_value<0x4005BF0A8B145769>)
+LEAF_HANDLER(gamma, fixed_value<0x3FE2788CFC6FB619>)
+LEAF_HANDLER(phi,
+             fixed_value<0x3FC4B5F949465D54>) // a tenth of the golden ratio: the language's value
+LEAF_HANDLER(pi, fixed_value<0x400921FB54442D18>)
