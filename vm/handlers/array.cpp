@@ -274,7 +274,7 @@ void load_member(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
 }
 
 // The whole road of an index, with its errors.
-void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
+inline void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
 {
     const kestrin_data *array = variable(dat_ptr[0]);
     if (index < 0) return raise_at(rt_text::GETVAL_NEGATIVE, dat_ptr);
@@ -286,17 +286,11 @@ void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
     if (ret_dat->type == 0) raise_at(rt_text::GETVAL_BEFORE_USE, dat_ptr);
 }
 
-template <UCH letter> void index_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+void read_member(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     ret_dat->disable_ptr = 1;
     const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
-    if (!rt_ctrl->rt_noterror) [[unlikely]]
-        return;
-    const kestrin_data *array = variable(dat_ptr[0]);
-    if (index > 0 && ULO(index) < array->indices_numb && array->arraytype == letter &&
-        array->aready_tags[index] != 0) [[likely]]
-        return load_typed<letter>(ret_dat, array, ULO(index));
-    load(dat_ptr, ret_dat, index);
+    if (rt_ctrl->rt_noterror) load(dat_ptr, ret_dat, index);
 }
 
 bool all_set(const kestrin_data *array, ULO n)
@@ -390,18 +384,7 @@ HANDLER(arsetq_f) { arsetq_typed<'F'>(dat_ptr, ret_dat); }
 HANDLER(arsetq_s) { arsetq_typed<'S'>(dat_ptr, ret_dat); }
 HANDLER(arsetq_z) { arsetq_typed<'Z'>(dat_ptr, ret_dat); }
 
-HANDLER(index)
-{
-    ret_dat->disable_ptr = 1;
-    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    load(dat_ptr, ret_dat, index);
-}
-
-HANDLER(index_i) { index_typed<'I'>(dat_ptr, ret_dat); }
-HANDLER(index_f) { index_typed<'F'>(dat_ptr, ret_dat); }
-HANDLER(index_s) { index_typed<'S'>(dat_ptr, ret_dat); }
-HANDLER(index_z) { index_typed<'Z'>(dat_ptr, ret_dat); }
+TYPED_HANDLERS(index, read_member)
 
 // In the place of an argument: a member is lent as a plain variable is.
 HANDLER(index_lent)
