@@ -22,7 +22,8 @@
 
 SHARED_FATAL_SITE(STACK_EVAL)
 
-#define HANDLER(name) void func__##name(const ULO *dat_ptr, kestrin_data *ret_dat)
+#define HANDLER(name)                                                                              \
+    void func__##name([[maybe_unused]] const ULO *dat_ptr, [[maybe_unused]] kestrin_data *ret_dat)
 
 // -- Words of linked code ----------------------------------------------------------------------
 

@@ -60,7 +60,6 @@ HANDLER(dummy_s)
 
 HANDLER(dummy_z)
 {
-    (void)dat_ptr;
     if (!rt_ctrl->rt_noterror) return;
     ret_dat->single = 1;
     ret_dat->type = 'Z';

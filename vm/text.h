@@ -244,8 +244,4 @@ template <auto op> void answer_leaf(kestrin_data *ret_dat)
 }
 
 #define LEAF_HANDLER(name, ...)                                                                    \
-    HANDLER(name)                                                                                  \
-    {                                                                                              \
-        (void)dat_ptr;                                                                             \
-        answer_leaf<__VA_ARGS__>(ret_dat);                                                         \
-    }
+    HANDLER(name) { answer_leaf<__VA_ARGS__>(ret_dat); }

@@ -172,17 +172,8 @@ HANDLER(while_j) { repeat_while(dat_ptr, ret_dat); }
 HANDLER(for) { repeat_for(dat_ptr, ret_dat); }
 HANDLER(for_j) { repeat_for(dat_ptr, ret_dat); }
 
-HANDLER(break)
-{
-    (void)dat_ptr, (void)ret_dat;
-    unwind(UNWIND_BREAK);
-}
-
-HANDLER(exit)
-{
-    (void)dat_ptr, (void)ret_dat;
-    unwind(UNWIND_EXIT);
-}
+HANDLER(break) { unwind(UNWIND_BREAK); }
+HANDLER(exit) { unwind(UNWIND_EXIT); }
 
 HANDLER(defun);
 HANDLER(defun_watched);

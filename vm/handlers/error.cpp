@@ -60,7 +60,6 @@ HANDLERS(rise_error_info_dbg, info<rise_info_dbg>)
 
 HANDLER(rise_error)
 {
-    (void)ret_dat;
     if (!rt_ctrl->rt_noterror) return;
     rise_error();
     note_error(rt_ctrl, dat_ptr);
@@ -77,6 +76,5 @@ HANDLER(set_error_dbg)
 
 HANDLER(rise_error_dbg)
 {
-    (void)ret_dat;
     if (rt_ctrl->rt_noterror) rise_error_dbg(dat_ptr);
 }
