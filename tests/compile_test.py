@@ -25,7 +25,7 @@ ROWS = (  # what is refused, its mended form
     ('die(message::SYNTAX_ERROR, 5, "text")', 'die(message::SYNTAX_ERROR, 5u, "text")'),
     ('syntax_error<syntax::UNDEFINED_NAME>("a", "b")',
      'syntax_error<syntax::UNDEFINED_NAME>("a", "b", "c")'),
-    ('numeric<narrow>::run<CAST>(0, 0)', 'numeric<whole>::run<CAST>(0, 0)'),
+    ('numeric<narrow>::run(0, 0)', 'numeric<whole>::run(0, 0)'),
 )
 
 
