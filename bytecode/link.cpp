@@ -75,7 +75,7 @@ struct node_place {
 };
 
 // The variables of a function that hold answers of MAPCAR. Where a variable is only assigned, and
-// read by constant indices of members other than the texts that show the code, these are not made.
+// read by constant indices, members that show the code are made if one of their kind is read.
 class mapcar_answers {
 public:
     // A leaf that reads a variable, whatever for.
@@ -86,14 +86,20 @@ public:
     void settle(ULO arguments);
 
 private:
+    void note_member(ULO variable, const ULO *index);
+
     assigned_set shown_ = 0;                   // perhaps as a whole, or a text of them
+    assigned_set code_ = 0;                    // the compiled or linked words
     std::vector<std::pair<ULO *, ULO>> calls_; // MAPCAR nodes and their variables
 };
 
-bool is_text_of_code(const ULO *index)
+void mapcar_answers::note_member(ULO variable, const ULO *index)
 {
-    return !is_node(index, func__dummy_i) ||
-           (index[1] >= MAPCAR_PROCESSED && index[1] <= MAPCAR_DECOMPILED);
+    const ULO member = is_node(index, func__dummy_i) ? index[1] : ULO(MAPCAR_TYPED);
+    if (member == MAPCAR_COMPILED || member == MAPCAR_LINKED)
+        code_ |= bit_of(variable);
+    else if (member >= MAPCAR_PROCESSED && member <= MAPCAR_DECOMPILED)
+        note_read(variable);
 }
 
 void mapcar_answers::note_use(const ULO *p, group_set groups, const image::node_words &words,
@@ -101,20 +107,22 @@ void mapcar_answers::note_use(const ULO *p, group_set groups, const image::node_
 {
     const ULO variable = p[words.variable];
     ULO *operand = reinterpret_cast<ULO *>(p[words.operands]);
-    if (groups & in(GROUP_INDEX)) {
-        if (is_text_of_code(operand)) note_read(variable);
-    } else if (!(groups & in(GROUP_SETQ)) || use != value_use::UNUSED) {
+    if (groups & in(GROUP_INDEX))
+        note_member(variable, operand);
+    else if (!(groups & in(GROUP_SETQ)) || use != value_use::UNUSED)
         note_read(variable);
-    } else if (is_node(operand, func__mapcar)) {
+    else if (is_node(operand, func__mapcar))
         calls_.emplace_back(operand, variable);
-    }
 }
 
 void mapcar_answers::settle(ULO arguments)
 {
-    for (const auto &[node, variable] : calls_)
-        if (the_engine.small_arrays && variable >= arguments && !(shown_ & bit_of(variable)))
-            set_handler(node, func__mapcar_without_texts);
+    for (const auto &[node, variable] : calls_) {
+        if (!the_engine.small_arrays || variable < arguments || (shown_ & bit_of(variable)))
+            continue;
+        const bool with_code = code_ & bit_of(variable);
+        set_handler(node, with_code ? func__mapcar_without_texts : func__mapcar_without_code);
+    }
     *this = {};
 }
 

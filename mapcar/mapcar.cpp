@@ -38,12 +38,15 @@ namespace {
 
 constexpr UCH REFUSED = 255; // syntax code of what MAPCAR itself refuses
 
-// One call: what the stages make of the operand. Without texts, what shows the code is left out.
+// What an answer shows of the code besides the members that are always there.
+enum shown : UCH { VALUES, CODE, TEXTS }; // each with all before it
+
+// One call: what the stages make of the operand.
 struct evaluation {
-    const bool with_texts;
+    const shown shows;
     scratch captured, processed, typed, compiled, linked, decompiled;
     kestrin_data value = owning_slot;
-    explicit evaluation(bool texts) : with_texts(texts) {}
+    explicit evaluation(shown what) : shows(what) {}
     ~evaluation() { release(&value); }
     evaluation(const evaluation &) = delete;
     evaluation &operator=(const evaluation &) = delete;
@@ -124,9 +127,9 @@ bool compile_source(const CHR *source, evaluation *e)
     const passing_names own;
     tree &t = own_tree();
     if (!prepare_source(source, &t)) return false;
-    if (e->with_texts) assign(&e->processed.s, t.written());
+    if (e->shows == TEXTS) assign(&e->processed.s, t.written());
     kestrin_justify(&t, the_engine.global_udf_types, nullptr);
-    if (e->with_texts) assign(&e->typed.s, t.written());
+    if (e->shows == TEXTS) assign(&e->typed.s, t.written());
     kestrin_compile(&t, the_engine.compile_with_debuginfo, "Main_Mapcar", &e->compiled.s);
     return true;
 }
@@ -169,7 +172,7 @@ struct saved_run {
 
 void decompile(evaluation *e, code_origin origin)
 {
-    if (!the_engine.mapcar_with_decompiler || !e->with_texts) return;
+    if (!the_engine.mapcar_with_decompiler || e->shows != TEXTS) return;
     const passing_names own;
     scratch messages;
     decompile_request request = {};
@@ -192,7 +195,7 @@ void decompile(evaluation *e, code_origin origin)
 
 void link_and_run(evaluation *e, code_origin origin)
 {
-    if (e->with_texts)
+    if (e->shows >= CODE)
         equ(&e->linked.s, e->compiled.s);
     else
         std::swap(e->linked.s, e->compiled.s);
@@ -275,9 +278,10 @@ void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
     set_number(&members[MAPCAR_ERROR_CODE], rt->rt_error_code);
     set_text(&members[MAPCAR_ERROR_TEXT], view(rt->rt_error_text));
     set_seconds(&members[MAPCAR_SECONDS], seconds);
-    if (!e->with_texts) return;
+    if (e->shows == VALUES) return;
     move_text(&members[MAPCAR_COMPILED], &e->compiled);
     move_text(&members[MAPCAR_LINKED], &e->linked);
+    if (e->shows == CODE) return;
     move_text(&members[MAPCAR_PROCESSED], &e->processed);
     move_text(&members[MAPCAR_TYPED], &e->typed);
     move_text(&members[MAPCAR_DECOMPILED], &e->decompiled);
@@ -300,7 +304,7 @@ void answer_pending_error(kestrin_data *ret_dat)
     set_seconds(&members[MAPCAR_SECONDS], 0.0);
 }
 
-void run_mapcar(const ULO *dat_ptr, kestrin_data *ret_dat, bool with_texts)
+void run_mapcar(const ULO *dat_ptr, kestrin_data *ret_dat, shown shows)
 {
     rt_control *rt = rt_ctrl;
     ret_dat->disable_ptr = 1;
@@ -311,7 +315,7 @@ void run_mapcar(const ULO *dat_ptr, kestrin_data *ret_dat, bool with_texts)
     const UCH error_code = std::exchange(rt->rt_error_code, UCH(0));
     CHR *error_text = std::exchange(rt->rt_error_text, nullptr);
     const DFL start = clock_seconds();
-    evaluation e(with_texts);
+    evaluation e(shows);
     evaluate(operand.s, &e);
     answer_all(ret_dat, &e, clock_seconds() - start);
 
@@ -328,5 +332,6 @@ void run_mapcar(const ULO *dat_ptr, kestrin_data *ret_dat, bool with_texts)
 
 void forget_functions_of_mapcar() { lut_free_view(&known_functions()); }
 
-HANDLER(mapcar) { run_mapcar(dat_ptr, ret_dat, true); }
-HANDLER(mapcar_without_texts) { run_mapcar(dat_ptr, ret_dat, false); }
+HANDLER(mapcar) { run_mapcar(dat_ptr, ret_dat, TEXTS); }
+HANDLER(mapcar_without_texts) { run_mapcar(dat_ptr, ret_dat, CODE); }
+HANDLER(mapcar_without_code) { run_mapcar(dat_ptr, ret_dat, VALUES); }

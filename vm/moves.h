@@ -43,8 +43,10 @@ fcall taking_arsetq(const ULO *node);
 // The form of an INDEX that lends its member to a function; NULL for other handlers.
 fcall lending_form(fcall handler);
 
-// The form of a MAPCAR of whose answer nobody reads the texts that show the code: it makes none.
+// The forms of a MAPCAR of whose answer nobody reads the texts that show the code, or neither these
+// nor the code itself: they make none.
 void func__mapcar_without_texts(const ULO *dat_ptr, kestrin_data *ret_dat);
+void func__mapcar_without_code(const ULO *dat_ptr, kestrin_data *ret_dat);
 
 // All of these forms, by file, each with the handler that it stands for.
 struct handler_form {

@@ -89,6 +89,7 @@ handlers_by_form list_forms()
     for (const auto &moving : {appending_forms(), setq_forms(), array_forms(), watched_forms()})
         for (const auto &[form, handler] : moving) generic.emplace(form, handler);
     generic.emplace(func__mapcar_without_texts, func__mapcar);
+    generic.emplace(func__mapcar_without_code, func__mapcar);
     return generic;
 }
 
