@@ -1,5 +1,7 @@
 #include "native/helpers.h"
 
+#include <bit>
+
 #include "kestrin/strings.h"
 #include "vm/errors.h"
 #include "vm/hot.h"
@@ -10,8 +12,8 @@ namespace native {
 
 namespace {
 
-// The number in the record that the operand at `word` has left, which ends.
-template <class T> T take_number(const ULO *word, kestrin_data *slot)
+// The bits of the number in the record that the operand at `word` has left, which ends.
+template <class T> SLO take(const ULO *word, kestrin_data *slot)
 {
     T value = 0;
     if (rt_ctrl->rt_noterror) {
@@ -21,28 +23,11 @@ template <class T> T take_number(const ULO *word, kestrin_data *slot)
             raise_error(in_record<T>::undefined, word);
     }
     if (slot->disable_ptr) release(slot);
-    return value;
+    return std::bit_cast<SLO>(value);
 }
-
-template <class T> T value_of(const ULO *word)
+SLO take_number(const ULO *word, kestrin_data *slot, CHR letter)
 {
-    kestrin_data slot = owning_slot;
-    eval(word, &slot);
-    return take_number<T>(word, &slot);
-}
-
-template <class T> T call_for(const ULO *word, const given_number *given)
-{
-    kestrin_data slot = owning_slot;
-    call_with_numbers(node_at(word) + 1, &slot, given);
-    return take_number<T>(word, &slot);
-}
-
-template <class T> void assign(kestrin_data *target, T value)
-{
-    kestrin_data source = owning_slot;
-    answer(&source, value);
-    copy_kst_data(target, &source, 0);
+    return letter == 'I' ? take<SLO>(word, slot) : take<DFL>(word, slot);
 }
 
 // The operands of a PROGN from one on.
@@ -78,8 +63,19 @@ rt_control *enter()
     return rt;
 }
 
-SLO whole_of(const ULO *word) { return value_of<SLO>(word); }
-DFL real_of(const ULO *word) { return value_of<DFL>(word); }
+SLO number_of(const ULO *word, CHR letter)
+{
+    kestrin_data slot = owning_slot;
+    eval(word, &slot);
+    return take_number(word, &slot, letter);
+}
+
+SLO number_of_call(const ULO *word, const given_number *given, CHR letter)
+{
+    kestrin_data slot = owning_slot;
+    call_with_numbers(node_at(word) + 1, &slot, given);
+    return take_number(word, &slot, letter);
+}
 
 void run_statement(const ULO *node, kestrin_data *ret_dat)
 {
@@ -94,12 +90,6 @@ void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler)
     (handler != nullptr ? handler : handler_of(node))(node + 1, ret_dat);
 }
 
-SLO call_for_whole(const ULO *word, const given_number *given)
-{
-    return call_for<SLO>(word, given);
-}
-DFL call_for_real(const ULO *word, const given_number *given) { return call_for<DFL>(word, given); }
-
 void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data *target)
 {
     kestrin_data slot = owning_slot;
@@ -109,9 +99,6 @@ void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data
 }
 
 SLO are_same_texts(const CHR *a, const CHR *b) { return cmp(a, b) != 0; }
-
-void assign_whole(kestrin_data *target, SLO value) { assign(target, value); }
-void assign_real(kestrin_data *target, DFL value) { assign(target, value); }
 
 void go_on_by_handlers(const exit_path *path, kestrin_data *ret_dat)
 {

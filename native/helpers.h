@@ -24,27 +24,22 @@ constexpr unsigned MOST_EXITS = 16;
 // The record of the calling thread, ready for native code.
 rt_control *enter();
 
-// The value of the node at an operand word. With an error pending afterwards it is nothing.
-SLO whole_of(const ULO *word);
-DFL real_of(const ULO *word);
+// The value of the node at an operand word as an integer or the bits of a float, as `letter` says.
+// With an error pending afterwards it is nothing.
+SLO number_of(const ULO *word, CHR letter);
 // Evaluates a node whose value nobody reads.
 void run_statement(const ULO *node, kestrin_data *ret_dat);
 // Evaluates a node that the function answers, by `handler` or, if that is NULL, by the one that
 // stands in it.
 void run_answer(const ULO *node, kestrin_data *ret_dat, fcall handler);
 
-// The value of a call at an operand word, some of whose arguments are given; or the variable that
-// gets it.
-SLO call_for_whole(const ULO *word, const given_number *given);
-DFL call_for_real(const ULO *word, const given_number *given);
+// The same for a call at an operand word, some of whose arguments are given; or the variable that
+// gets its value.
+SLO number_of_call(const ULO *word, const given_number *given, CHR letter);
 void call_and_assign(const ULO *dat_ptr, const given_number *given, kestrin_data *target);
 
 // 1 or 0.
 SLO are_same_texts(const CHR *a, const CHR *b);
-
-// SETQ of a number where the variable holds more.
-void assign_whole(kestrin_data *target, SLO value);
-void assign_real(kestrin_data *target, DFL value);
 
 // The rest of a region by handlers.
 void go_on_by_handlers(const exit_path *path, kestrin_data *ret_dat);

@@ -100,7 +100,7 @@ bool has_places(const ULO *image) { return image_arguments(image) <= image_slots
 
 bool fit_in_registers(const std::vector<CHR> &types)
 {
-    return types.size() <= std::size(real_temporaries);
+    return types.size() <= std::size(temporaries);
 }
 
 // A function without a frame, for arguments of these types; once for each image.

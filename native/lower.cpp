@@ -13,7 +13,7 @@ namespace {
 
 // With the return address and the words of own_stack they leave the stack as calls want it.
 constexpr reg saved[] = {MACHINE, FRAME, kept[0], kept[1], kept[2], kept[3]};
-constexpr int own_stack = GIVEN + static_cast<int>(MOST_GIVEN * sizeof(given_number)) + 8;
+constexpr int own_stack = GIVEN + static_cast<int>(MOST_GIVEN * sizeof(given_number));
 static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
 
 } // namespace
@@ -31,12 +31,6 @@ memory lowering::record(const local &v, std::size_t offset) const
     return {FRAME, static_cast<int>(v.number * sizeof(kestrin_data) + offset)};
 }
 
-bool lowering::is_lost_in_calls(const local &v) const
-{
-    if (!v.kept) return false;
-    return v.type == 'F' || std::find(std::begin(kept), std::end(kept), v.whole) == std::end(kept);
-}
-
 // -- Calls of the engine -----------------------------------------------------------------------
 
 // What a call could lose goes into memory, and with `all` what the called one may look at.
@@ -44,54 +38,40 @@ void lowering::store_variables(bool all)
 {
     for (const local &v : r_.locals) {
         const bool changed = v.assigned || r_.kind == shape::DIRECT;
-        if (!v.kept || !changed || !(all || is_lost_in_calls(v))) continue;
-        if (v.type == 'I')
-            a_.store(home(v), v.whole);
-        else
-            a_.store(home(v), v.real);
+        if (v.kept() && changed && (all || is_lost_in_calls(v))) a_.store(home(v), v.in);
     }
-}
-
-// A variable that is kept gets what its home holds.
-void lowering::load_variable(const local &v)
-{
-    if (v.type == 'I')
-        a_.load(v.whole, home(v));
-    else
-        a_.load(v.real, home(v));
 }
 
 void lowering::load_lost_variables()
 {
     for (const local &v : r_.locals)
-        if (is_lost_in_calls(v)) load_variable(v);
+        if (is_lost_in_calls(v)) a_.move(v.in, home(v));
 }
 
 void lowering::before_call(bool sees_variables)
 {
     store_variables(sees_variables && r_.kind != shape::DIRECT);
-    for (unsigned k = 0; k < wholes_; k++)
-        a_.store(memory{STACK, HELD_WHOLES + 8 * static_cast<int>(k)}, temporaries[k]);
-    for (unsigned k = 0; k < reals_; k++)
-        a_.store(memory{STACK, stack_.reals + 8 * static_cast<int>(k)}, real_temporaries[k]);
+    int at = HELD;
+    for (const reg held : held_) {
+        a_.store({STACK, at}, held);
+        at += 8;
+    }
 }
 
 void lowering::after_call()
 {
     load_lost_variables();
-    for (unsigned k = 0; k < wholes_; k++)
-        a_.load(temporaries[k], {STACK, HELD_WHOLES + 8 * static_cast<int>(k)});
-    for (unsigned k = 0; k < reals_; k++)
-        a_.load(real_temporaries[k], {STACK, stack_.reals + 8 * static_cast<int>(k)});
+    int at = HELD;
+    for (const reg held : held_) {
+        a_.move(held, memory{STACK, at});
+        at += 8;
+    }
 }
 
-// Behind a call that returns a number.
-void lowering::take_returned(CHR letter)
+// Behind a call that returns a number in a register.
+void lowering::take_returned(CHR letter, reg from)
 {
-    if (letter == 'I')
-        a_.move(whole_temporary(), RESULT);
-    else
-        a_.move(real_temporary(), REAL_RESULT);
+    a_.move(temporary(letter), from);
     after_call();
 }
 
@@ -134,14 +114,16 @@ void lowering::note(unsigned i)
 void lowering::note_return()
 {
     if (the_engine.watcher != nullptr && r_.kind == shape::DIRECT)
-        a_.store(in_machine(watched_direct), SLO(0));
+        a_.store(in_machine(watched_direct), 0);
 }
 
 void lowering::count_call(const ULO *image)
 {
     if (the_engine.watcher == nullptr) return;
     set_address(scratch[0], the_engine.watcher->counter(image));
-    a_.increment({scratch[0]});
+    a_.move(scratch[1], memory{scratch[0]});
+    a_.compute(operation::ADD, scratch[1], 1);
+    a_.store({scratch[0]}, scratch[1]);
 }
 
 void lowering::emit_late()
@@ -159,26 +141,17 @@ void lowering::begin(label fails)
 {
     for (const reg r : saved) a_.push(r);
     a_.move_stack(-own_stack);
-    a_.store(memory{STACK, RESULT_RECORD}, arguments[1]);
+    a_.store({STACK, RESULT_RECORD}, arguments[1]);
     call(&enter);
     a_.move(MACHINE, RESULT);
     check_error(fails);
-    a_.load(FRAME, in_machine(offsetof(rt_control, rt_frame)));
+    a_.move(FRAME, in_machine(offsetof(rt_control, rt_frame)));
 }
 
-void lowering::end()
+// 0 where nothing has been done.
+void lowering::end(SLO answer)
 {
-    a_.set(RESULT, 1);
-    a_.move_stack(own_stack);
-    for (std::size_t i = std::size(saved); i-- > 0;) a_.pop(saved[i]);
-    a_.leave();
-}
-
-// Nothing has been done, and the answer is 0.
-void lowering::refuse(label fails)
-{
-    a_.bind(fails);
-    a_.set(RESULT, 0);
+    a_.move(RESULT, answer);
     a_.move_stack(own_stack);
     for (std::size_t i = std::size(saved); i-- > 0;) a_.pop(saved[i]);
     a_.leave();
@@ -186,82 +159,55 @@ void lowering::refuse(label fails)
 
 void lowering::check_owns_nothing(const local &v, label fails)
 {
-    a_.load(scratch[0], record(v, offsetof(kestrin_data, svalue)));
-    a_.compute(whole::OR, scratch[0], record(v, offsetof(kestrin_data, aready_tags)));
-    a_.compute(whole::OR, scratch[0], record(v, offsetof(kestrin_data, array)));
+    a_.move(scratch[0], record(v, offsetof(kestrin_data, svalue)));
+    a_.compute(operation::OR, scratch[0], record(v, offsetof(kestrin_data, aready_tags)));
+    a_.compute(operation::OR, scratch[0], record(v, offsetof(kestrin_data, array)));
     a_.branch_if(relation::NOT_EQUAL, scratch[0], 0, fails);
 }
 
-// The variable holds a number of its type, if it is to hold one yet, and nothing besides where it
-// is to get another one.
-void lowering::check_type(const local &v, bool is_set, label fails)
-{
-    if (is_set) a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), fails);
-    if (v.assigned) check_owns_nothing(v, fails);
-}
-
-// `set` has been assigned ahead of this way in. The locals of a function are fresh.
+// Variables hold numbers of their types, if they are to hold one yet, and nothing besides where
+// they are to get others. `set` has been assigned ahead of this way in; the locals of a function
+// are fresh.
 void lowering::check_types(variable_set set, label fails)
 {
-    for (unsigned v = 0; v < r_.locals.size(); v++) {
-        const local &it = r_.locals[v];
-        if (it.type != 0 && (r_.kind == shape::LOOP || (r_.arguments & bit(v))))
-            check_type(it, !it.late || (set & bit(v)), fails);
+    for (unsigned n = 0; n < r_.locals.size(); n++) {
+        const local &v = r_.locals[n];
+        if (v.type == 0 || (r_.kind != shape::LOOP && !(r_.arguments & bit(n)))) continue;
+        if (!v.late || (set & bit(n)))
+            a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), fails);
+        if (v.assigned) check_owns_nothing(v, fails);
     }
 }
 
-// As they are: what is not assigned goes back as it has come.
-void lowering::load_variables()
+// Variables are loaded as they are: what is not assigned goes back as it has come.
+void lowering::begin_with_variables(variable_set set, label fails)
 {
+    begin(fails);
+    check_types(set, fails);
     for (const local &v : r_.locals)
-        if (v.kept) load_variable(v);
+        if (v.kept()) a_.move(v.in, home(v));
 }
 
-// An error is pending, and the variables stand in their registers.
-void lowering::leave_with_error()
-{
-    a_.bind(error_);
-    store_variables(true);
-    end();
-}
-
-void lowering::make_loop()
+// A loop, or the body of a function in its frame. An error is pending at `error_`, and the
+// variables stand in their registers.
+void lowering::make_framed()
 {
     const label fails = a_.make_label();
-    if (r_[0].what == work::FOR) {
+    if (r_.kind == shape::LOOP && r_[0].what == work::FOR) {
         a_.bind(resume_start_);
-        begin(fails);
-        check_types(r_[1].assigns | bit(r_[0].variable), fails);
-        load_variables();
+        begin_with_variables(r_[1].assigns | bit(r_[0].variable), fails);
         a_.jump(resume_);
     }
     a_.bind(start_);
-    begin(fails);
-    check_types(0, fails);
-    load_variables();
-    statement(0);
-    store_variables(true);
-    a_.load(arguments[0], {STACK, RESULT_RECORD});
-    call(&answer_zero);
-    end();
-    refuse(fails);
-    emit_late();
-    leave_with_error();
-}
-
-void lowering::make_body()
-{
-    const label fails = a_.make_label();
-    a_.bind(start_);
-    begin(fails);
-    check_types(0, fails);
-    load_variables();
+    begin_with_variables(0, fails);
     answer(0);
-    a_.bind(done_);
-    end();
-    refuse(fails);
     emit_late();
-    leave_with_error();
+    a_.bind(error_);
+    store_variables(true);
+    a_.bind(done_);
+    end(1);
+    a_.bind(fails);
+    end(0);
 }
 
 // The way in from handlers, with the arguments in a frame, and the function itself.
@@ -271,65 +217,31 @@ void lowering::make_direct()
     const CHR result = r_.self->result;
     a_.bind(start_);
     begin(fails);
-    unsigned wholes = 0, reals = 0;
-    for (std::size_t k = 0; k < r_.self->arguments.size(); k++) {
-        const int at = static_cast<int>(k * sizeof(kestrin_data));
-        const CHR type = r_.self->arguments[k];
+    int at = 0;
+    for (const CHR type : r_.self->arguments) {
         a_.branch_if_pair(relation::NOT_EQUAL, {FRAME, at + SHAPE}, single_of(type), fails);
-        if (type == 'I')
-            a_.load(temporaries[wholes++], memory{FRAME, at + VALUE});
-        else
-            a_.load(real_temporaries[reals++], memory{FRAME, at + VALUE});
+        held_.push_back(temporary(type));
+        a_.move(held_.back(), memory{FRAME, at + VALUE});
+        at += sizeof(kestrin_data);
     }
+    held_.clear();
     a_.call(direct_);
     check_error(ends);
-    a_.load(scratch[1], {STACK, RESULT_RECORD});
-    a_.store_pair({scratch[1], SHAPE}, single_of(result));
-    if (result == 'I')
-        a_.store(memory{scratch[1], VALUE}, RESULT);
-    else
-        a_.store(memory{scratch[1], VALUE}, REAL_RESULT);
+    store_answer(result, returned_in(result));
     a_.bind(ends);
-    end();
-    refuse(fails);
+    end(1);
+    a_.bind(fails);
+    end(0);
     make_function_of_numbers();
-}
-
-// Arguments come as temporaries.
-void lowering::take_arguments()
-{
-    unsigned wholes = 0, reals = 0;
-    for (std::size_t k = 0; k < r_.self->arguments.size(); k++) {
-        const bool is_whole = r_.self->arguments[k] == 'I';
-        const unsigned from = is_whole ? wholes++ : reals++;
-        for (const local &v : r_.locals) {
-            if (v.number != k) continue;
-            if (is_whole && v.kept)
-                a_.move(v.whole, temporaries[from]);
-            else if (is_whole)
-                a_.store(home(v), temporaries[from]);
-            else if (v.kept)
-                a_.move(v.real, real_temporaries[from]);
-            else
-                a_.store(home(v), real_temporaries[from]);
-        }
-    }
 }
 
 // With the return address and so many registers it leaves the stack as calls want it.
 stack_layout lowering::small_layout(std::size_t pushed) const
 {
-    const auto any = [this](auto has) {
-        return std::any_of(r_.items.begin(), r_.items.end(), has);
-    };
-    const bool has_reals = any([](const item &it) {
-        return it.type.letter == 'F' || (it.row != nullptr && strchr(it.row->letters, 'F'));
-    });
-    const bool has_loops = any([](const item &it) { return it.loops != 0; });
-    const int held = 8 * r_[0].temporaries;
+    const bool has_loops =
+        std::any_of(r_.items.begin(), r_.items.end(), [](const item &it) { return it.loops != 0; });
     stack_layout s;
-    s.reals = HELD_WHOLES + held;
-    s.returned = s.reals + (has_reals ? held : 0);
+    s.returned = HELD + 8 * r_[0].temporaries;
     s.variables = s.returned + (has_loops ? 8 : 0);
     s.size = s.variables;
     for (const local &v : r_.locals)
@@ -343,7 +255,7 @@ void lowering::make_function_of_numbers()
     std::vector<reg> pushed;
     for (const reg r : kept)
         for (const local &v : r_.locals)
-            if (v.kept && v.type == 'I' && v.whole == r) pushed.push_back(r);
+            if (v.in == r) pushed.push_back(r);
     stack_ = small_layout(pushed.size());
     a_.bind(direct_);
     depth_ = 0;
@@ -354,8 +266,9 @@ void lowering::make_function_of_numbers()
     }
     a_.move_stack(-stack_.size);
     deepen(stack_.size);
-    take_arguments();
-    answer_in_register(0);
+    for (const local &v : r_.locals) // arguments come as temporaries
+        if (v.number < r_.self->arguments.size()) assign(v, temporary(v.type, v.number));
+    answer(0);
     a_.bind(done_);
     a_.move_stack(stack_.size);
     deepen(-stack_.size);
@@ -398,11 +311,7 @@ lowered lowering::make()
     direct_ = a_.make_label();
     mark(nullptr);
     make_handler();
-    switch (r_.kind) {
-    case shape::LOOP: make_loop(); break;
-    case shape::BODY: make_body(); break;
-    case shape::DIRECT: make_direct(); break;
-    }
+    r_.kind == shape::DIRECT ? make_direct() : make_framed();
     const auto code = a_.finish();
     made_.code.assign(code.begin(), code.end());
     const bool is_for = r_.kind == shape::LOOP && r_[0].what == work::FOR;

@@ -11,7 +11,7 @@ void lowering::statement_by_handler(unsigned i)
     note(i);
     before_call(true);
     set_address(arguments[0], r_[i].node);
-    a_.load(arguments[1], {STACK, RESULT_RECORD});
+    a_.move(arguments[1], memory{STACK, RESULT_RECORD});
     call(&run_statement);
     after_call();
     check_error(pending());
@@ -29,35 +29,16 @@ void lowering::statement(unsigned i)
         break;
     case work::SETQ: setq(i); break;
     case work::ARSETQ: arsetq(i); break;
-    case work::IF: lower_if(i, &lowering::statement); break;
     case work::WHILE: lower_while(i); break;
     case work::FOR: lower_for(i); break;
     case work::BREAK:
         a_.store_byte(in_machine(offsetof(rt_control, rt_error_code)), 0);
         a_.jump(loops_.back().end);
         break;
-    case work::PROGN:
-        for (unsigned k = i + 1; k < it.end; k = r_[k].end) statement(k);
-        break;
-    default:
-        if (it.type.letter == 'F')
-            to_real(i);
-        else
-            to_whole(i);
+    case work::IF:
+    case work::PROGN: in_branches(i, [this](unsigned k) { statement(k); }); break;
+    default: value(i, it.type.letter == 'F' ? 'F' : 'I');
     }
-}
-
-void lowering::lower_if(unsigned i, void (lowering::*branch_of)(unsigned))
-{
-    const label otherwise = a_.make_label(), behind = a_.make_label();
-    const unsigned no = r_.operand(i, 2);
-    branch(i + 1, otherwise, false);
-    (this->*branch_of)(r_.operand(i, 1));
-    const bool is_empty = branch_of == &lowering::statement && r_[no].what == work::CONSTANT;
-    if (!is_empty) a_.jump(behind);
-    a_.bind(otherwise);
-    (this->*branch_of)(no);
-    a_.bind(behind);
 }
 
 // -- Loops -------------------------------------------------------------------------------------
@@ -81,11 +62,10 @@ void lowering::end_loop(const open_loop &loop)
 {
     loops_.pop_back();
     a_.bind(loop.end);
-    late([this, loop] {
-        a_.bind(loop.pending);
+    late(loop.pending, [this, loop] {
         before_call(false);
         call(&absorb_break);
-        a_.store(memory{STACK, stack_.returned}, RESULT);
+        a_.store({STACK, stack_.returned}, RESULT);
         after_call();
         a_.branch_if_byte(relation::NOT_EQUAL, {STACK, stack_.returned}, 0, loop.end);
         a_.jump(error_);
@@ -105,63 +85,46 @@ void lowering::lower_while(unsigned i)
     end_loop(loop);
 }
 
-// The control variable in a register, which may be scratch[0].
-reg lowering::control_of(unsigned i)
-{
-    const local &v = variable_of(i);
-    if (v.kept) return v.whole;
-    a_.load(scratch[0], home(v));
-    return scratch[0];
-}
-
 // Goes on with the body as long as the end is not passed. Whether the variable goes up or down is
 // known for a constant increment, else it is asked each time.
 void lowering::test_for(unsigned i, label body, label behind)
 {
-    const unsigned by = r_.operand(i, 1), to = r_.operand(i, 2);
+    const unsigned by = r_.operand(i, 1);
     const bool is_fixed = r_[by].what == work::CONSTANT && r_[by].letter == 'I';
-    const bool goes_down = is_fixed && static_cast<SLO>(r_[by].node[1]) < 0;
-    if (!is_fixed) {
-        to_whole(by);
-        wholes_++;
+    const reg step = is_fixed ? reg::NONE : value(by, 'I');
+    const operand end = second(r_.operand(i, 2), 'I', step);
+    const local &v = variable_of(i);
+    if (!v.kept()) a_.move(scratch[0], home(v));
+    const reg control = v.kept() ? v.in : scratch[0];
+    if (is_fixed) {
+        const bool goes_down = static_cast<SLO>(r_[by].node[1]) < 0;
+        const relation stays = goes_down ? relation::GREATER_OR_EQUAL : relation::LESS_OR_EQUAL;
+        return a_.branch_if(stays, control, end, body);
     }
-    operand end;
-    if (is_simple(to, 'I'))
-        end = simple(to);
-    else
-        end = {.kind = operand::REGISTER, .in = to_whole(to)};
-    if (!is_fixed) {
-        const label down = a_.make_label();
-        wholes_--;
-        a_.branch_if(relation::LESS, temporaries[wholes_], 0, down);
-        compare_branch(relation::LESS_OR_EQUAL, true, control_of(i), end, body);
-        a_.jump(behind);
-        a_.bind(down);
-    }
-    const bool down = !is_fixed || goes_down;
-    compare_branch(down ? relation::GREATER_OR_EQUAL : relation::LESS_OR_EQUAL, true, control_of(i),
-                   end, body);
+    const label down = a_.make_label();
+    a_.branch_if(relation::LESS, step, 0, down);
+    a_.branch_if(relation::LESS_OR_EQUAL, control, end, body);
+    a_.jump(behind);
+    a_.bind(down);
+    a_.branch_if(relation::GREATER_OR_EQUAL, control, end, body);
 }
 
 // The increment is evaluated again, as programs may see.
 void lowering::step_for(unsigned i)
 {
     const local &v = variable_of(i);
-    const unsigned by = r_.operand(i, 1);
-    if (is_simple(by, 'I') && v.kept) return compute(whole::ADD, v.whole, simple(by));
-    const reg step = to_whole(by);
-    if (v.kept) return a_.compute(whole::ADD, v.whole, step);
-    a_.compute(whole::ADD, step, home(v));
-    a_.store(home(v), step);
+    const operand step = second(r_.operand(i, 1), 'I', reg::NONE);
+    const reg control = v.kept() ? v.in : scratch[0];
+    a_.move(control, place_of(v));
+    a_.compute(operation::ADD, control, step);
+    if (!v.kept()) a_.store(home(v), control);
 }
 
 void lowering::lower_for(unsigned i)
 {
-    const local &v = variable_of(i);
     const label body = a_.make_label(), test = i == 0 ? resume_ : a_.make_label();
     const open_loop loop = begin_loop();
-    to_whole(i + 1);
-    assign(v);
+    assign(variable_of(i), value(i + 1, 'I'));
     a_.jump(test);
     begin_round(body);
     statement(r_.operand(i, 3));
@@ -173,23 +136,13 @@ void lowering::lower_for(unsigned i)
 
 // -- Variables ---------------------------------------------------------------------------------
 
-void lowering::store_shape(const local &v)
+void lowering::assign(const local &v, reg value)
 {
-    if (r_.kind != shape::DIRECT) a_.store_pair(record(v, SHAPE), single_of(v.type));
-}
-
-// The variable gets what stands in the next temporary of its type.
-void lowering::assign(const local &v)
-{
-    if (v.late) store_shape(v);
-    if (v.type == 'I' && v.kept)
-        a_.move(v.whole, whole_temporary());
-    else if (v.type == 'I')
-        a_.store(home(v), whole_temporary());
-    else if (v.kept)
-        a_.move(v.real, real_temporary());
+    if (v.late && r_.kind != shape::DIRECT) a_.store_pair(record(v, SHAPE), single_of(v.type));
+    if (v.kept())
+        a_.move(v.in, value);
     else
-        a_.store(home(v), real_temporary());
+        a_.store(home(v), value);
 }
 
 void lowering::setq(unsigned i)
@@ -197,23 +150,21 @@ void lowering::setq(unsigned i)
     const local &v = variable_of(i);
     if (!r_[i + 1].type.certain) return setq_uncertain(i);
     if (v.type == 0) return setq_record(i);
-    produce(i + 1);
-    assign(v);
+    assign(v, value(i + 1, v.type));
 }
 
 // A value that has most likely the variable's type. If not, the handler does it all, and if the
 // variable holds another type then, the handlers go on.
 void lowering::setq_uncertain(unsigned i)
 {
-    const item &value = r_[i + 1];
-    if (value.framed && variable_of(i).type != 0) return setq_framed(i);
-    if (value.by_handler || !value.pure || value.type.letter != variable_of(i).type)
+    const local &v = variable_of(i);
+    const item &source = r_[i + 1];
+    if (source.framed && v.type != 0) return setq_framed(i);
+    if (source.by_handler || !source.pure || source.type.letter != v.type)
         return setq_by_handler(i);
-    const label fails = a_.make_label(), behind = a_.make_label();
-    produce_guarded(i + 1, fails);
-    assign(variable_of(i));
-    a_.bind(behind);
-    instead(fails, behind, [this, i] { setq_by_handler(i); });
+    const label fails = a_.make_label();
+    assign(v, value(i + 1, v.type, fails));
+    instead(fails, [this, i] { setq_by_handler(i); });
 }
 
 void lowering::setq_by_handler(unsigned i)
@@ -229,16 +180,13 @@ void lowering::check_assigned(unsigned i)
     const label other = a_.make_label();
     a_.branch_if_pair(relation::NOT_EQUAL, record(v, SHAPE), single_of(v.type), other);
     check_owns_nothing(v, other);
-    if (v.kept) load_variable(v);
-    late([this, i, other] {
-        a_.bind(other);
-        go_on_by_handlers_after(i);
-    });
+    if (v.kept()) a_.move(v.in, home(v));
+    late(other, [this, i] { go_on_by_handlers_after(i); });
 }
 
 void lowering::setq_framed(unsigned i)
 {
-    const label fails = a_.make_label(), behind = a_.make_label();
+    const label fails = a_.make_label();
     give_numbers(i + 1, fails);
     note(i + 1);
     before_call(true);
@@ -249,90 +197,62 @@ void lowering::setq_framed(unsigned i)
     after_call();
     check_error(pending());
     check_assigned(i);
-    a_.bind(behind);
-    instead(fails, behind, [this, i] { setq_by_handler(i); });
+    instead(fails, [this, i] { setq_by_handler(i); });
 }
 
-// A number for a variable that its record tells of.
+// A number for a variable that its record tells of; it is evaluated again if the handler has to
+// assign it.
 void lowering::setq_record(unsigned i)
 {
     const local &v = variable_of(i);
     const CHR type = r_[i + 1].type.letter;
-    const label fails = a_.make_label(), behind = a_.make_label();
-    produce(i + 1);
+    const label fails = a_.make_label();
+    const reg number = value(i + 1, type);
     check_owns_nothing(v, fails);
     a_.store_pair(record(v, SHAPE), single_of(type));
-    if (type == 'I')
-        a_.store(record(v, VALUE), whole_temporary());
-    else
-        a_.store(record(v, VALUE), real_temporary());
-    a_.bind(behind);
-    instead(fails, behind, [this, &v, type] {
-        if (type == 'I')
-            a_.move(arguments[1], whole_temporary());
-        else
-            a_.move(freg::X0, real_temporary());
-        before_call(true);
-        a_.address(arguments[0], record(v, 0));
-        if (type == 'I')
-            call(&assign_whole);
-        else
-            call(&assign_real);
-        after_call();
-    });
+    a_.store(record(v, VALUE), number);
+    instead(fails, [this, i] { statement_by_handler(i); });
 }
 
 // -- Members -----------------------------------------------------------------------------------
 
-// The place is there; if it holds no member yet, it is marked. Small arrays have places without
-// memory, for which the handler looks.
-void lowering::mark_member(unsigned i, reg index, label marked, label fails)
+// A place that is there but holds no member yet is marked. Small arrays have places without memory,
+// for which the handler looks.
+void lowering::store_typed(unsigned i, reg index, label fails)
 {
     const local &array = variable_of(i);
-    const CHR letter = r_[i].letter;
+    const UCH letter = static_cast<UCH>(r_[i].letter);
     const label unmarked = a_.make_label();
     const memory tag = {scratch[0], 0, index, 1};
-    a_.branch_if_byte(relation::NOT_EQUAL, tag, static_cast<UCH>(letter), unmarked);
-    late([this, &array, letter, index, tag, unmarked, marked, fails] {
-        a_.bind(unmarked);
+    find_tags(i, index, fails);
+    a_.branch_if_byte(relation::NOT_EQUAL, tag, letter, unmarked);
+    instead(unmarked, [this, &array, letter, index, tag, fails] {
         a_.branch_if(relation::EQUAL, index, 0, fails);
-        a_.load(scratch[1], record(array, offsetof(kestrin_data, indices_numb)));
+        a_.move(scratch[1], record(array, offsetof(kestrin_data, indices_numb)));
         a_.branch_if(relation::EQUAL, scratch[1], static_cast<SLO>(PLACES_STEP), fails);
-        a_.store_byte(tag, static_cast<UCH>(letter));
-        a_.jump(marked);
+        a_.store_byte(tag, letter);
     });
-}
-
-void lowering::store_typed(unsigned i, label fails)
-{
-    const label marked = a_.make_label();
-    const reg index = temporaries[wholes_ - 1];
-    check_member(r_[i], index, fails);
-    mark_member(i, index, marked, fails);
-    a_.bind(marked);
-    a_.load(scratch[0], record(variable_of(i), offsetof(kestrin_data, array)));
-    store_number(r_[i].letter, {scratch[0], 0, index, sizeof(SLO)});
+    a_.move(scratch[0], record(array, offsetof(kestrin_data, array)));
+    a_.store({scratch[0], 0, index, sizeof(SLO)}, temporary(r_[i].letter));
 }
 
 // Places of an array that nobody shares, of which the member owns nothing.
-void lowering::store_mixed(unsigned i, label fails)
+void lowering::store_mixed(unsigned i, reg index, label fails)
 {
-    const local &array = variable_of(i);
     const CHR letter = r_[r_.operand(i, 1)].type.letter;
     const auto member = [](std::size_t offset) {
         return memory{scratch[0], offset_in_record(offset)};
     };
-    a_.load(scratch[0], record(array, offsetof(kestrin_data, array)));
-    a_.branch_if(relation::EQUAL, scratch[0], 0, fails);
-    a_.load(scratch[1], member(VALUE)); // of place 0: how many share them
+    find_record(variable_of(i), index, fails);
+    a_.move(scratch[1], member(offsetof(kestrin_data, svalue)));
+    a_.compute(operation::OR, scratch[1], member(offsetof(kestrin_data, aready_tags)));
+    a_.compute(operation::OR, scratch[1], member(offsetof(kestrin_data, array)));
     a_.branch_if(relation::NOT_EQUAL, scratch[1], 0, fails);
-    find_record(array, temporaries[wholes_ - 1], fails);
-    a_.load(scratch[1], member(offsetof(kestrin_data, svalue)));
-    a_.compute(whole::OR, scratch[1], member(offsetof(kestrin_data, aready_tags)));
-    a_.compute(whole::OR, scratch[1], member(offsetof(kestrin_data, array)));
+    a_.move(scratch[1], record(variable_of(i), offsetof(kestrin_data, array)));
+    a_.move(scratch[1], memory{scratch[1], VALUE}); // of place 0: how many share them
     a_.branch_if(relation::NOT_EQUAL, scratch[1], 0, fails);
     a_.store_pair(member(SHAPE), single_of(letter));
-    store_number(letter, member(VALUE));
+    a_.store(member(VALUE), temporary(letter));
 }
 
 // Member 0 is the record's own value.
@@ -340,27 +260,27 @@ void lowering::store_first(unsigned i, label fails)
 {
     const local &array = variable_of(i);
     const CHR letter = r_[r_.operand(i, 1)].type.letter;
-    a_.load(scratch[0], record(array, offsetof(kestrin_data, svalue)));
+    a_.move(scratch[0], record(array, offsetof(kestrin_data, svalue)));
     a_.branch_if(relation::NOT_EQUAL, scratch[0], 0, fails);
     a_.store_byte(record(array, TYPE), static_cast<UCH>(letter));
-    store_number(letter, record(array, VALUE));
+    a_.store(record(array, VALUE), temporary(letter));
 }
 
 void lowering::arsetq(unsigned i)
 {
-    const label fails = a_.make_label(), behind = a_.make_label();
-    to_whole(i + 1);
-    wholes_++;
-    produce_guarded(r_.operand(i, 1), fails);
+    const unsigned source = r_.operand(i, 1);
+    const label fails = a_.make_label();
+    const reg index = value(i + 1, 'I');
+    held_.push_back(index);
+    value(source, r_[source].type.letter, fails);
     if (is_first(r_, i))
         store_first(i, fails);
     else if (r_[i].mixed)
-        store_mixed(i, fails);
+        store_mixed(i, index, fails);
     else
-        store_typed(i, fails);
-    wholes_--;
-    a_.bind(behind);
-    instead(fails, behind, [this, i] { statement_by_handler(i); });
+        store_typed(i, index, fails);
+    held_.pop_back();
+    instead(fails, [this, i] { statement_by_handler(i); });
 }
 
 // -- The way back ------------------------------------------------------------------------------
@@ -372,7 +292,7 @@ const exit_path *lowering::path_of(unsigned i)
     for (; i != 0; i = r_[i].parent) {
         const unsigned parent = r_[i].parent;
         const work what = r_[parent].what;
-        if (what == work::PROGN || what == work::WHILE || what == work::FOR)
+        if (what == work::PROGN || is_loop(what))
             path->steps.push_back({what, r_[parent].node, r_[i].place + 1});
     }
     made_.exits.push_back(std::move(path));
@@ -383,9 +303,9 @@ const exit_path *lowering::path_of(unsigned i)
 void lowering::go_on_by_handlers_after(unsigned i)
 {
     set_address(arguments[0], path_of(i));
-    a_.load(arguments[1], {STACK, RESULT_RECORD});
+    a_.move(arguments[1], memory{STACK, RESULT_RECORD});
     call(&go_on_by_handlers);
-    end();
+    end(1);
 }
 
 // -- Answers -----------------------------------------------------------------------------------
@@ -395,59 +315,38 @@ void lowering::answer_by_handler(unsigned i)
     note(i);
     before_call(true);
     set_address(arguments[0], r_[i].node);
-    a_.load(arguments[1], {STACK, RESULT_RECORD});
+    a_.move(arguments[1], memory{STACK, RESULT_RECORD});
     const fcall handler = i == 0 ? linked_handler(r_[i].node) : nullptr; // the root has this code
-    a_.set(arguments[2], std::bit_cast<SLO>(handler));
+    a_.move(arguments[2], std::bit_cast<SLO>(handler));
     call(&run_answer);
     a_.jump(done_);
 }
 
+void lowering::store_answer(CHR letter, reg value)
+{
+    a_.move(scratch[1], memory{STACK, RESULT_RECORD});
+    a_.store_pair({scratch[1], SHAPE}, single_of(letter));
+    a_.store({scratch[1], VALUE}, value);
+}
+
+// A function of numbers answers in a register, all others in the result record. A loop answers 0.
 void lowering::answer(unsigned i)
 {
     const item &it = r_[i];
     const mark_scope mine(this, i);
-    if (it.what == work::IF && !it.by_handler) return lower_if(i, &lowering::answer);
-    if (it.what == work::PROGN && !it.by_handler) {
-        unsigned k = i + 1;
-        for (; r_[k].end < it.end; k = r_[k].end) statement(k);
-        return answer(k);
-    }
-    const bool is_loop = it.what == work::WHILE || it.what == work::FOR;
+    if (!it.by_handler && is_branching(it.what))
+        return in_branches(i, [this](unsigned k) { answer(k); });
     if (it.by_handler || !it.type.certain) return answer_by_handler(i);
-    if (is_loop) {
-        statement(i);
-        a_.set(temporaries[0], 0);
+    const CHR letter = it.type.letter;
+    if (is_loop(it.what)) statement(i);
+    if (r_.kind == shape::DIRECT) {
+        a_.move(returned_in(letter), is_loop(it.what) ? operand(0) : value(i, letter));
+    } else if (is_loop(it.what)) {
+        store_variables(true);
+        a_.move(arguments[0], memory{STACK, RESULT_RECORD});
+        call(&answer_zero);
     } else {
-        produce(i);
-    }
-    a_.load(scratch[0], {STACK, RESULT_RECORD});
-    a_.store_pair({scratch[0], SHAPE}, single_of(it.type.letter));
-    if (it.type.letter == 'I')
-        a_.store(memory{scratch[0], VALUE}, temporaries[0]);
-    else
-        a_.store(memory{scratch[0], VALUE}, real_temporaries[0]);
-    a_.jump(done_);
-}
-
-void lowering::answer_in_register(unsigned i)
-{
-    const item &it = r_[i];
-    const mark_scope mine(this, i);
-    if (it.what == work::IF) return lower_if(i, &lowering::answer_in_register);
-    if (it.what == work::PROGN) {
-        unsigned k = i + 1;
-        for (; r_[k].end < it.end; k = r_[k].end) statement(k);
-        return answer_in_register(k);
-    }
-    if (it.what == work::WHILE || it.what == work::FOR) {
-        statement(i);
-        a_.set(RESULT, 0);
-    } else {
-        produce(i);
-        if (it.type.letter == 'I')
-            a_.move(RESULT, temporaries[0]);
-        else if (real_temporaries[0] != REAL_RESULT)
-            a_.move(REAL_RESULT, real_temporaries[0]);
+        store_answer(letter, value(i, letter));
     }
     a_.jump(done_);
 }

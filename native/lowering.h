@@ -25,31 +25,28 @@ static_assert(TYPE == SHAPE + 1, "`single` and `type` are looked at together");
 
 constexpr unsigned short single_of(CHR type) { return static_cast<unsigned short>(type << 8 | 1); }
 
+constexpr reg returned_in(CHR letter) { return letter == 'F' ? REAL_RESULT : RESULT; }
+
 inline memory in_machine(std::size_t offset) { return {MACHINE, offset_in_record(offset)}; }
 
 // The native stack of a piece of code with a frame, from its lowest word: what is held over a call,
 // a word for what a call has returned, the result record of the region, numbers for a function.
-constexpr int HELD_WHOLES = 0, HELD_REALS = 6 * 8, RETURNED = 12 * 8, RESULT_RECORD = 13 * 8,
-              GIVEN = 14 * 8;
+constexpr int HELD = 0, RETURNED = 5 * 8, RESULT_RECORD = 6 * 8, GIVEN = 7 * 8;
+static_assert(std::size(temporaries) == 5 && std::size(real_temporaries) == 5);
 
 // That of a function of numbers, which may be called deep, is as small as can be; variables that a
 // call could lose stand at its end.
 struct stack_layout {
-    int reals = HELD_REALS, returned = RETURNED, variables = 0, size = 0;
-};
-
-// An operand that an instruction of the machine can take as it is.
-struct operand {
-    enum { NUMBER, REGISTER, MEMORY } kind = NUMBER;
-    SLO number = 0;
-    reg in = reg::NONE;
-    memory at = {};
+    int returned = RETURNED, variables = 0, size = 0;
 };
 
 // Where a BREAK, or an error that may be one, leaves the code of a loop.
 struct open_loop {
     label end, pending;
 };
+
+// In place of a label: what does not fit is done by the node's handler.
+constexpr label NOWHERE = ~label(0);
 
 class lowering {
 public:
@@ -58,31 +55,25 @@ public:
 
 private:
     // Ways in and out.
-    void make_loop();
-    void make_body();
+    void make_framed();
     void make_direct();
     void make_handler();
     void make_function_of_numbers();
     void begin(label fails);
-    void end();
-    void refuse(label fails);
+    void begin_with_variables(variable_set set, label fails);
+    void end(SLO answer);
     void check_types(variable_set set, label fails);
-    void check_type(const local &v, bool is_set, label fails);
     void check_owns_nothing(const local &v, label fails);
-    void load_variables();
     void store_variables(bool all);
     void load_lost_variables();
-    void load_variable(const local &v);
     stack_layout small_layout(std::size_t pushed) const;
-    void take_arguments();
-    void leave_with_error();
 
     // Calls of the engine.
     void before_call(bool sees_variables);
     void after_call();
-    void take_returned(CHR letter);
+    void take_returned(CHR letter, reg from);
     void check_error(label place);
-    void set_address(reg to, const void *address) { a_.set(to, std::bit_cast<SLO>(address)); }
+    void set_address(reg to, const void *address) { a_.move(to, std::bit_cast<SLO>(address)); }
     template <class F> void call(F *function) { a_.call(reinterpret_cast<const void *>(function)); }
     label pending() const { return loops_.empty() ? error_ : loops_.back().pending; }
 
@@ -100,24 +91,24 @@ private:
         const ULO *around_;
     };
 
-    // Code off the road, for what seldom happens: it is emitted at the end, with the temporaries
-    // and loops of here.
-    template <class F> void late(F emit)
+    // Code off the road, for what seldom happens: it comes to `place`, and is emitted at the end,
+    // with the temporaries and loops of here.
+    template <class F> void late(label place, F emit)
     {
-        late_.push_back(
-            [this, emit, wholes = wholes_, reals = reals_, loops = loops_, node = node_] {
-                wholes_ = wholes;
-                reals_ = reals;
-                loops_ = loops;
-                mark(node);
-                emit();
-            });
+        late_.push_back([this, place, emit, held = held_, loops = loops_, node = node_] {
+            held_ = held;
+            loops_ = loops;
+            mark(node);
+            a_.bind(place);
+            emit();
+        });
     }
-    // The same for what comes to `fails` and goes on at `behind`.
-    template <class F> void instead(label fails, label behind, F emit)
+    // The same for what goes on here afterwards.
+    template <class F> void instead(label place, F emit)
     {
-        late([this, fails, behind, emit] {
-            a_.bind(fails);
+        const label behind = a_.make_label();
+        a_.bind(behind);
+        late(place, [this, behind, emit] {
             emit();
             a_.jump(behind);
         });
@@ -125,94 +116,82 @@ private:
     void emit_late();
 
     // Statements.
+    template <class F> void in_branches(unsigned i, F last);
     void statement(unsigned i);
     void statement_by_handler(unsigned i);
-    void lower_if(unsigned i, void (lowering::*branch_of)(unsigned));
     void lower_while(unsigned i);
     void lower_for(unsigned i);
     void test_for(unsigned i, label body, label behind);
     void step_for(unsigned i);
-    reg control_of(unsigned i);
     open_loop begin_loop();
     void begin_round(label body);
     void end_loop(const open_loop &loop);
     void setq(unsigned i);
     void setq_uncertain(unsigned i);
     void setq_by_handler(unsigned i);
+    void setq_framed(unsigned i);
     void setq_record(unsigned i);
-    void assign(const local &v);
-    void store_shape(const local &v);
+    void check_assigned(unsigned i);
+    void assign(const local &v, reg value);
     void arsetq(unsigned i);
-    void mark_member(unsigned i, reg index, label marked, label fails);
     void store_first(unsigned i, label fails);
-    void store_typed(unsigned i, label fails);
-    void store_mixed(unsigned i, label fails);
+    void store_typed(unsigned i, reg index, label fails);
+    void store_mixed(unsigned i, reg index, label fails);
     void go_on_by_handlers_after(unsigned i);
     const exit_path *path_of(unsigned i);
     void answer(unsigned i);
     void answer_by_handler(unsigned i);
-    void answer_in_register(unsigned i);
+    void store_answer(CHR letter, reg value);
 
     // Conditions.
     void branch(unsigned i, label place, bool when);
     void branch_compare(unsigned i, label place, bool when);
-    void branch_by_handler(unsigned i, label place, bool when, label fails, label behind);
+    void branch_by_handler(unsigned i, label place, bool when, label fails);
     void branch_texts(unsigned i, label place, bool when);
     void branch_type(unsigned i, label place, bool when);
     void find_text(unsigned i, reg to, label fails);
-    void compare_long_texts(bool if_same, label place, label longer, label behind);
     void branch_both(unsigned i, label place, bool when);
-    void compare_branch(relation r, bool when, reg a, const operand &b, label place);
 
-    // Values: in the next temporary of the class that the name says, or of the item's own.
-    reg to_whole(unsigned i);
-    freg to_real(unsigned i);
+    // Values: in the next temporary of their class, which is what these answer.
+    reg value(unsigned i, CHR letter, label fails = NOWHERE);
     void produce(unsigned i);
-    void produce_guarded(unsigned i, label fails);
-    void to(unsigned i, CHR letter);
-    void to_branches(unsigned i, CHR letter);
-    void cast(CHR from, CHR to);
+    void find_value(unsigned i, CHR letter, label fails);
     void value_by_handler(unsigned i, CHR letter);
-    void read_variable(const local &v);
-    void read_record(unsigned i, CHR letter, label fails);
-    void read_member(unsigned i, label fails);
-    void check_member(const item &it, reg index, label fails);
-    void find_record(const local &array, reg index, label fails);
-    void read_first(unsigned i, label fails);
-    void load_number(CHR letter, const memory &from);
-    void store_number(CHR letter, const memory &to);
+    void convert(CHR from, CHR to);
     void truth_of(unsigned i);
     bool is_simple(unsigned i, CHR letter) const;
     operand simple(unsigned i) const;
-    operand second_whole(unsigned i);
-    freg second_real(unsigned i);
-    void compute(whole op, reg to, const operand &by);
+    operand second(unsigned i, CHR letter, reg first);
+    reg in_register(unsigned i, label fails);
+    memory member(unsigned i, label fails);
+    void find_tags(unsigned i, reg index, label fails);
+    void find_record(const local &array, reg index, label fails);
+
+    // Operations and calls.
     void numeric(unsigned i);
-    void one_whole(UCH what);
-    void shift_whole(unsigned i, UCH what);
-    void divide(unsigned i, bool is_quotient);
-    void divide_by_power(bool is_quotient, SLO by);
-    void divide_by_product(bool is_quotient, SLO by);
-    void divide_real(unsigned i);
-    void square_root(unsigned i);
-    void multiply_add(unsigned i);
+    void absolute(reg value);
+    void square_root(unsigned i, reg value);
+    void divide(unsigned i, bool is_quotient, reg value, const operand &by);
+    void divide_by_power(bool is_quotient, reg value, SLO by);
+    void divide_by_product(bool is_quotient, reg value, SLO by);
+    void divide_real(unsigned i, reg value, const operand &by);
     void raise_fault_at(unsigned i, label place);
+    std::vector<reg> values_of_operands(unsigned i, const CHR *letters);
     void call_operation(unsigned i);
-    void pass_to_operation(unsigned i);
     void call_function(unsigned i);
     void give_numbers(unsigned i, label fails);
     void call_framed(unsigned i, CHR letter);
-    void setq_framed(unsigned i);
-    void check_assigned(unsigned i);
-    void pass_to_function(unsigned i);
     void leave_call_at(unsigned i, label place, const void *tell);
 
+    operand place_of(const local &v) const { return v.kept() ? operand(v.in) : home(v); }
     memory home(const local &v) const;
     memory record(const local &v, std::size_t offset) const;
-    bool is_lost_in_calls(const local &v) const;
-    bool needs_home(const local &v) const { return !v.kept || is_lost_in_calls(v); }
-    reg whole_temporary() const { return temporaries[wholes_]; }
-    freg real_temporary() const { return real_temporaries[reals_]; }
+    bool is_lost_in_calls(const local &v) const { return is_real(v.in) || v.in == LOST; }
+    bool needs_home(const local &v) const { return !v.kept() || is_lost_in_calls(v); }
+    reg temporary(CHR letter, std::size_t ahead = 0) const
+    {
+        return (letter == 'F' ? real_temporaries : temporaries)[held_.size() + ahead];
+    }
     const local &variable_of(unsigned i) const { return r_.locals[r_[i].variable]; }
 
     region &r_;
@@ -221,10 +200,28 @@ private:
     stack_layout stack_;
     std::vector<open_loop> loops_;
     std::vector<std::function<void()>> late_;
-    unsigned wholes_ = 0, reals_ = 0; // temporaries that hold values
-    const ULO *node_ = nullptr;       // the last that was marked
-    SLO depth_ = NO_RETURN;           // of a function without a frame, where the code is now
+    std::vector<reg> held_;     // temporaries that hold values
+    const ULO *node_ = nullptr; // the last that was marked
+    SLO depth_ = NO_RETURN;     // of a function without a frame, where the code is now
     label start_ = 0, resume_start_ = 0, resume_ = 0, direct_ = 0, done_ = 0, error_ = 0;
 };
+
+// A node that is what the last evaluated one in it is: for a PROGN its last operand, for an IF one
+// of its branches.
+template <class F> void lowering::in_branches(unsigned i, F last)
+{
+    if (r_[i].what == work::PROGN) {
+        unsigned k = i + 1;
+        for (; r_[k].end < r_[i].end; k = r_[k].end) statement(k);
+        return last(k);
+    }
+    const label otherwise = a_.make_label(), behind = a_.make_label();
+    branch(i + 1, otherwise, false);
+    last(r_.operand(i, 1));
+    a_.jump(behind);
+    a_.bind(otherwise);
+    last(r_.operand(i, 2));
+    a_.bind(behind);
+}
 
 } // namespace native

@@ -34,6 +34,10 @@ enum class work : UCH {
     OTHER
 };
 
+constexpr bool is_loop(work w) { return w == work::WHILE || w == work::FOR; }
+// Its value is that of an operand.
+constexpr bool is_branching(work w) { return w == work::IF || w == work::PROGN; }
+
 // A set of the region's variables, as bits of their numbers in the region.
 using variable_set = ULO;
 constexpr ULO MOST_VARIABLES = 64;
@@ -97,10 +101,9 @@ struct local {
     CHR member = 0;        // of the others, most likely
     bool assigned = false; // in the region
     bool late = false;     // it is assigned before it is read
-    reg whole = reg::NONE; // where it is kept, if not in its record
-    freg real = freg::X0;
-    bool kept = false; // in one of these two
-    ULO weight = 0;    // how often it is used, by estimate
+    reg in = reg::NONE;    // where it is kept, if not in its record
+    ULO weight = 0;        // how often it is used, by estimate
+    bool kept() const { return in != reg::NONE; }
 };
 
 // A loop; the body of a function in its frame; a function of numbers that needs no frame.

@@ -39,16 +39,13 @@ void allot_registers(region *r)
     std::stable_sort(by_weight.begin(), by_weight.end(),
                      [](const local *a, const local *b) { return a->weight > b->weight; });
     std::vector<reg> wholes(std::begin(kept), std::end(kept));
-    if (calls_nobody(*r)) wholes.push_back(temporaries[std::size(temporaries) - 1]);
+    if (calls_nobody(*r)) wholes.push_back(LOST);
     std::size_t whole_count = 0, real_count = 0;
     for (local *v : by_weight) {
-        if (v->type == 'I' && whole_count < wholes.size()) {
-            v->whole = wholes[whole_count++];
-            v->kept = true;
-        } else if (v->type == 'F' && real_count < std::size(real_variables)) {
-            v->real = real_variables[real_count++];
-            v->kept = true;
-        }
+        if (v->type == 'I' && whole_count < wholes.size())
+            v->in = wholes[whole_count++];
+        else if (v->type == 'F' && real_count < std::size(real_variables))
+            v->in = real_variables[real_count++];
     }
 }
 

@@ -12,7 +12,7 @@ namespace native {
 
 namespace {
 
-constexpr UCH MOST_TEMPORARIES = 5;
+constexpr std::size_t MOST_TEMPORARIES = std::size(temporaries);
 constexpr int MOST_PASSES = 20;
 constexpr unsigned NODES_FOR_A_HANDLER = 4;
 
@@ -181,7 +181,7 @@ void typing::visit_setq(unsigned i, use how)
     const CHR type = r_.locals[r_[i].variable].type;
     if (type != 0) return give(i, {type, true});
     give(i, {value.letter, false});
-    if (!is_statement || !value.certain) leave_to_handler(i);
+    if (!is_statement || !value.certain || !r_[i + 1].pure) leave_to_handler(i);
 }
 
 void typing::visit_index(unsigned i)

@@ -22,18 +22,13 @@ struct form {
     UCH immediate; // bytes of it
 };
 
-struct number {
-    constexpr number(reg r) : value(static_cast<UCH>(r)) {}
-    constexpr number(freg r) : value(static_cast<UCH>(r)) {}
-    constexpr number(int plain) : value(static_cast<UCH>(plain)) {}
-    constexpr unsigned low() const { return value & 7; }
-    constexpr unsigned high() const { return value >> 3 & 1; }
-    UCH value;
-};
-
 namespace {
 
 constexpr UCH W = 8;
+
+constexpr unsigned low(reg r) { return static_cast<unsigned>(r) & 7; }
+constexpr unsigned high(reg r) { return static_cast<unsigned>(r) >> 3 & 1; }
+constexpr reg NO_FIELD = reg(0); // where only the digit stands in mod/rm
 
 // clang-format off
 //                             prefix  W   0F    opcode  digit  immediate
@@ -42,7 +37,6 @@ constexpr form STORE        = {0,      W,  0,    0x89,   0,     0};
 constexpr form STORE_VALUE  = {0,      W,  0,    0xC7,   0,     4};
 constexpr form STORE_BYTE   = {0,      0,  0,    0xC6,   0,     1};
 constexpr form STORE_PAIR   = {0x66,   0,  0,    0xC7,   0,     2};
-constexpr form LOAD_BYTE    = {0,      0,  0x0F, 0xB6,   0,     0};
 constexpr form ADDRESS      = {0,      W,  0,    0x8D,   0,     0};
 constexpr form SET          = {0,      0,  0,    0xB8,   0,     4};
 constexpr form SET_WIDE     = {0,      W,  0,    0xB8,   0,     8};
@@ -64,10 +58,8 @@ constexpr form MUL          = {0,      W,  0x0F, 0xAF,   0,     0};
 constexpr form MUL_BYTE     = {0,      W,  0,    0x6B,   0,     1};
 constexpr form MUL_LONG     = {0,      W,  0,    0x69,   0,     4};
 
-constexpr form NOT          = {0,      W,  0,    0xF7,   2,     0};
 constexpr form NEGATE       = {0,      W,  0,    0xF7,   3,     0};
 constexpr form MUL_WIDE     = {0,      W,  0,    0xF7,   5,     0}; // by AX, to DX and AX
-constexpr form INCREMENT    = {0,      W,  0,    0xFF,   0,     0};
 constexpr form WIDEN        = {0,      W,  0,    0x99,   0,     0}; // AX to DX and AX
 constexpr form DIVIDE       = {0,      W,  0,    0xF7,   7,     0};
 constexpr form LEFT         = {0,      W,  0,    0xC1,   4,     1};
@@ -78,9 +70,6 @@ constexpr form RIGHT_BY_CX  = {0,      W,  0,    0xD3,   7,     0};
 constexpr form TEST         = {0,      W,  0,    0x85,   0,     0};
 constexpr form COMPARE_BYTE = {0,      0,  0,    0x80,   7,     1};
 constexpr form COMPARE_PAIR = {0x66,   0,  0,    0x81,   7,     2};
-constexpr form ADD_CARRY    = {0,      0,  0,    0x80,   2,     1}; // to a byte
-constexpr form SUB_CARRY    = {0,      0,  0,    0x80,   3,     1};
-constexpr form SET_IF       = {0,      0,  0x0F, 0x90,   0,     0};
 
 constexpr form JUMP_NEAR    = {0,      0,  0,    0xEB,   0,     1};
 constexpr form JUMP         = {0,      0,  0,    0xE9,   0,     4};
@@ -95,6 +84,7 @@ constexpr form REAL_MOVE    = {0,      0,  0x0F, 0x28,   0,     0};
 constexpr form REAL_LOAD    = {0xF2,   0,  0x0F, 0x10,   0,     0};
 constexpr form REAL_STORE   = {0xF2,   0,  0x0F, 0x11,   0,     0};
 constexpr form REAL_BITS    = {0x66,   W,  0x0F, 0x6E,   0,     0}; // from a register of the others
+constexpr form REAL_AND     = {0,      0,  0x0F, 0x54,   0,     0};
 constexpr form REAL_ZERO    = {0,      0,  0x0F, 0x57,   0,     0};
 constexpr form REAL_ADD     = {0xF2,   0,  0x0F, 0x58,   0,     0};
 constexpr form REAL_MUL     = {0xF2,   0,  0x0F, 0x59,   0,     0};
@@ -102,19 +92,23 @@ constexpr form REAL_SUB     = {0xF2,   0,  0x0F, 0x5C,   0,     0};
 constexpr form REAL_DIV     = {0xF2,   0,  0x0F, 0x5E,   0,     0};
 constexpr form REAL_ROOT    = {0xF2,   0,  0x0F, 0x51,   0,     0};
 constexpr form REAL_COMPARE = {0x66,   0,  0x0F, 0x2E,   0,     0};
-constexpr form BITS_RIGHT   = {0x66,   0,  0x0F, 0x73,   2,     1}; // of a float's register
-constexpr form BITS_LEFT    = {0x66,   0,  0x0F, 0x73,   6,     1};
 constexpr form FROM_WHOLE   = {0xF2,   W,  0x0F, 0x2A,   0,     0};
 constexpr form TO_WHOLE     = {0xF2,   W,  0x0F, 0x2C,   0,     0};
 // clang-format on
 
-// In the order of `whole` and of `real`.
-constexpr form whole_forms[] = {ADD, SUB, AND, OR, XOR, MUL};
-constexpr form real_forms[] = {REAL_ADD, REAL_SUB, REAL_MUL, REAL_DIV};
-const form &form_of(whole op) { return whole_forms[static_cast<unsigned>(op)]; }
-const form &form_of(real op) { return real_forms[static_cast<unsigned>(op)]; }
+// In the order of `operation`; what there is not has no form.
+constexpr form whole_forms[] = {ADD, SUB, MUL, AND, OR, XOR};
+constexpr form NONE = {};
+constexpr form real_forms[] = {REAL_ADD, REAL_SUB, REAL_MUL, REAL_AND, NONE, NONE, REAL_DIV};
 
-// What branches and SET_IF add to their opcodes; each is the opposite of its neighbour.
+const form &form_to_load(reg to, const operand &from)
+{
+    if (!is_real(to)) return LOAD;
+    if (from.kind == operand::MEMORY) return REAL_LOAD;
+    return is_real(from.in) ? REAL_MOVE : REAL_BITS;
+}
+
+// What branches add to their opcodes; each is the opposite of its neighbour.
 enum condition : UCH {
     IF_BELOW = 2,
     IF_ABOVE_OR_EQUAL = 3,
@@ -150,7 +144,7 @@ constexpr machine_form relations[] = {
 };
 
 const machine_form &machine_relation(relation r) { return relations[static_cast<unsigned>(r)]; }
-constexpr UCH opposite(UCH condition) { return condition ^ 1; }
+constexpr relation opposite(relation r) { return relation(static_cast<unsigned>(r) ^ 1); }
 
 constexpr ULO UNBOUND = ~ULO(0);
 constexpr unsigned LONGEST = 32; // more than an instruction and what put() spoils behind it
@@ -182,9 +176,9 @@ UCH *assembler::room()
 
 void assembler::end(const UCH *code) { size_ = code - bytes_.data(); }
 
-UCH *assembler::head(const form &f, number field, number index, number base)
+UCH *assembler::head(const form &f, reg field, reg index, reg base)
 {
-    const unsigned rex = f.wide | field.high() << 2 | index.high() << 1 | base.high();
+    const unsigned rex = f.wide | high(field) << 2 | high(index) << 1 | high(base);
     UCH *code = room();
     code = put(code, f.prefix, f.prefix != 0);
     code = put(code, 0x40 | rex, rex != 0);
@@ -194,36 +188,34 @@ UCH *assembler::head(const form &f, number field, number index, number base)
 
 void assembler::plain(const form &f, SLO immediate)
 {
-    end(put(head(f, 0, 0, 0), immediate, f.immediate));
+    end(put(head(f, NO_FIELD, NO_FIELD, NO_FIELD), immediate, f.immediate));
 }
 
-void assembler::with_register(const form &f, number of, SLO immediate)
+void assembler::with_register(const form &f, reg of, SLO immediate)
 {
-    end(put(head(with_low_bits(f, of.low()), 0, 0, of), immediate, f.immediate));
-}
-
-void assembler::emit(const form &f, number field, number operand, SLO immediate)
-{
-    UCH *code = head(f, field, 0, operand);
-    code = put(code, 0xC0 | (f.digit | field.low()) << 3 | operand.low(), 1);
-    end(put(code, immediate, f.immediate));
+    const form filled = with_low_bits(f, low(of));
+    end(put(head(filled, NO_FIELD, NO_FIELD, of), immediate, f.immediate));
 }
 
 // In mod/rm, the number of SP says that a SIB follows, in which as an index it says that there is
 // none; and the number of BP without an offset has another meaning. R12 and R13 have the same bits.
-void assembler::emit(const form &f, number field, const memory &operand, SLO immediate)
+void assembler::emit(const form &f, reg field, const operand &second, SLO immediate)
 {
-    const number base = operand.base;
-    const number index = operand.index == reg::NONE ? reg::SP : operand.index;
-    const bool bare = operand.offset == 0 && base.low() != number(reg::BP).low();
-    const unsigned mode = bare ? 0 : fits<SCH>(operand.offset) ? 1 : 2;
-    const bool sib = operand.index != reg::NONE || base.low() == number(reg::SP).low();
-    const unsigned first = mode << 6 | (f.digit | field.low()) << 3;
+    const unsigned first = (f.digit | low(field)) << 3;
+    if (second.kind == operand::REGISTER) {
+        UCH *code = put(head(f, field, NO_FIELD, second.in), 0xC0 | first | low(second.in), 1);
+        return end(put(code, immediate, f.immediate));
+    }
+    const memory &at = second.at;
+    const reg index = at.index == reg::NONE ? reg::SP : at.index;
+    const bool bare = at.offset == 0 && low(at.base) != low(reg::BP);
+    const unsigned mode = bare ? 0 : fits<SCH>(at.offset) ? 1 : 2;
+    const bool sib = at.index != reg::NONE || low(at.base) == low(reg::SP);
 
-    UCH *code = head(f, field, index, base);
-    code = put(code, first | (sib ? number(reg::SP) : base).low(), 1);
-    code = put(code, std::countr_zero(operand.scale) << 6 | index.low() << 3 | base.low(), sib);
-    code = put(code, operand.offset, mode * mode); // 0, 1 or 4 bytes
+    UCH *code = head(f, field, index, at.base);
+    code = put(code, mode << 6 | first | low(sib ? reg::SP : at.base), 1);
+    code = put(code, std::countr_zero(at.scale) << 6 | low(index) << 3 | low(at.base), sib);
+    code = put(code, at.offset, mode * mode); // 0, 1 or 4 bytes
     end(put(code, immediate, f.immediate));
 }
 
@@ -280,100 +272,90 @@ void assembler::branch(UCH condition, label place)
     aim(with_low_bits(BRANCH_NEAR, condition), with_low_bits(BRANCH, condition), place);
 }
 
-// -- Values of 64 bits
-
-void assembler::move(reg to, reg from)
-{
-    if (to != from) emit(LOAD, to, from);
-}
-
-void assembler::move(freg to, freg from)
-{
-    if (to != from) emit(REAL_MOVE, to, from);
-}
+// -- Values
 
 void assembler::set(reg to, SLO value)
 {
+    if (is_real(to) && value == 0) return emit(REAL_ZERO, to, to);
+    if (is_real(to)) {
+        set(scratch[0], value);
+        return emit(REAL_BITS, to, scratch[0]);
+    }
     if (value == 0)
         emit(SET_ZERO, to, to);
     else if (fits<std::uint32_t>(value))
         with_register(SET, to, value);
     else if (fits<std::int32_t>(value))
-        emit(STORE_VALUE, 0, to, value);
+        emit(STORE_VALUE, NO_FIELD, to, value);
     else
         with_register(SET_WIDE, to, value);
 }
 
-void assembler::set(freg to, DFL value)
+void assembler::move(reg to, const operand &from)
 {
-    const SLO bits = std::bit_cast<SLO>(value);
-    if (bits == 0) return emit(REAL_ZERO, to, to);
-    set(scratch[0], bits);
-    emit(REAL_BITS, to, scratch[0]);
+    if (from.kind == operand::NUMBER) return set(to, from.number);
+    if (to != from.in) emit(form_to_load(to, from), to, from);
 }
 
-void assembler::load(reg to, const memory &from) { emit(LOAD, to, from); }
-void assembler::load(freg to, const memory &from) { emit(REAL_LOAD, to, from); }
-void assembler::store(const memory &to, reg from) { emit(STORE, from, to); }
-void assembler::store(const memory &to, freg from) { emit(REAL_STORE, from, to); }
-
-void assembler::store(const memory &to, SLO value)
+void assembler::store(const memory &to, const operand &from)
 {
-    if (fits<std::int32_t>(value)) return emit(STORE_VALUE, 0, to, value);
-    set(scratch[0], value);
-    store(to, scratch[0]);
+    if (from.kind == operand::NUMBER) return emit(STORE_VALUE, NO_FIELD, to, from.number);
+    emit(is_real(from.in) ? REAL_STORE : STORE, from.in, to);
 }
 
 void assembler::address(reg to, const memory &of) { emit(ADDRESS, to, of); }
 
-// -- Bytes and pairs of bytes
-
-void assembler::load_byte(reg to, const memory &from) { emit(LOAD_BYTE, to, from); }
-void assembler::store_byte(const memory &to, UCH value) { emit(STORE_BYTE, 0, to, value); }
-void assembler::store_pair(const memory &to, USH value) { emit(STORE_PAIR, 0, to, value); }
-
-// -- Whole numbers
-
-void assembler::compute(whole op, reg to, reg by) { emit(form_of(op), to, by); }
-void assembler::compute(whole op, reg to, const memory &by) { emit(form_of(op), to, by); }
-
-void assembler::compute(whole op, reg to, SLO by)
+// A register that is only half written is cleared first: nothing has to wait for what was in it.
+void assembler::convert(reg to, reg from)
 {
-    if (!fits<std::int32_t>(by)) {
-        set(scratch[2], by);
-        compute(op, to, scratch[2]);
-    } else if (op == whole::MUL) {
-        emit(fits<SCH>(by) ? MUL_BYTE : MUL_LONG, to, to, by);
+    if (is_real(to)) emit(REAL_ZERO, to, to);
+    emit(is_real(to) ? FROM_WHOLE : TO_WHOLE, to, from);
+}
+
+void assembler::store_byte(const memory &to, UCH value) { emit(STORE_BYTE, NO_FIELD, to, value); }
+void assembler::store_pair(const memory &to, USH value) { emit(STORE_PAIR, NO_FIELD, to, value); }
+
+// -- Operations
+
+void assembler::compute(operation op, reg to, const operand &by)
+{
+    const form &f = (is_real(to) ? real_forms : whole_forms)[static_cast<unsigned>(op)];
+    if (by.kind != operand::NUMBER) return emit(f, to, by);
+    if (is_real(to)) {
+        set(REAL_SCRATCH, by.number);
+        emit(f, to, REAL_SCRATCH);
+    } else if (!fits<std::int32_t>(by.number)) {
+        set(scratch[2], by.number);
+        emit(f, to, scratch[2]);
+    } else if (op == operation::MUL) {
+        emit(fits<SCH>(by.number) ? MUL_BYTE : MUL_LONG, to, to, by.number);
     } else {
-        apply(form_of(op), to, by);
+        apply(f, to, by.number);
     }
 }
 
 void assembler::apply(const form &f, reg to, SLO by)
 {
-    emit(fits<SCH>(by) ? APPLY_BYTE : APPLY_LONG, f.opcode >> 3, to, by);
+    emit(fits<SCH>(by) ? APPLY_BYTE : APPLY_LONG, reg(f.opcode >> 3), to, by);
+}
+
+void assembler::negate(reg to) { emit(NEGATE, NO_FIELD, to); }
+void assembler::square_root(reg to) { emit(REAL_ROOT, to, to); }
+
+void assembler::shift_by(shift op, reg to, const operand &by)
+{
+    const bool is_left = op == shift::LEFT;
+    if (by.kind == operand::NUMBER)
+        return emit(is_left ? LEFT : RIGHT, NO_FIELD, to, by.number & 63);
+    move(scratch[1], by);
+    emit(is_left ? LEFT_BY_CX : RIGHT_BY_CX, NO_FIELD, to);
 }
 
 void assembler::multiply_high(reg to, reg from, SLO by)
 {
     set(scratch[0], by);
-    emit(MUL_WIDE, 0, from);
+    emit(MUL_WIDE, NO_FIELD, from);
     move(to, scratch[2]);
-}
-
-void assembler::increment(const memory &of) { emit(INCREMENT, 0, of); }
-void assembler::negate(reg to) { emit(NEGATE, 0, to); }
-void assembler::invert(reg to) { emit(NOT, 0, to); }
-
-void assembler::shift_by(shift op, reg to, reg by)
-{
-    move(scratch[1], by);
-    emit(op == shift::LEFT ? LEFT_BY_CX : RIGHT_BY_CX, 0, to);
-}
-
-void assembler::shift_by(shift op, reg to, unsigned by)
-{
-    emit(op == shift::LEFT ? LEFT : RIGHT, 0, to, by & 63);
 }
 
 void assembler::divide(reg to, reg by) { divide(to, by, scratch[0]); }
@@ -383,178 +365,74 @@ void assembler::divide(reg to, reg by, reg from)
 {
     move(scratch[0], to);
     plain(WIDEN);
-    emit(DIVIDE, 0, by);
+    emit(DIVIDE, NO_FIELD, by);
     move(to, from);
 }
 
-// -- Floats
-
-void assembler::compute(real op, freg to, freg by) { emit(form_of(op), to, by); }
-void assembler::compute(real op, freg to, const memory &by) { emit(form_of(op), to, by); }
-
-// Here and below, a register that is only half written is cleared first: nothing has to wait for
-// what was in it.
-void assembler::square_root(freg to, freg from)
-{
-    if (to != from) emit(REAL_ZERO, to, to);
-    emit(REAL_ROOT, to, from);
-}
-
-void assembler::absolute(freg to)
-{
-    emit(BITS_LEFT, 0, to, 1);
-    emit(BITS_RIGHT, 0, to, 1);
-}
-
-void assembler::from_whole(freg to, reg from)
-{
-    emit(REAL_ZERO, to, to);
-    emit(FROM_WHOLE, to, from);
-}
-
-void assembler::from_whole(freg to, const memory &from)
-{
-    emit(REAL_ZERO, to, to);
-    emit(FROM_WHOLE, to, from);
-}
-
-void assembler::to_whole(reg to, freg from) { emit(TO_WHOLE, to, from); }
-
 // -- Comparisons
 
-void assembler::compare_with(reg a, reg b) { emit(COMPARE, a, b); }
-void assembler::compare_with(reg a, const memory &b) { emit(COMPARE, a, b); }
-
-void assembler::compare_with(reg a, SLO b)
+void assembler::compare(reg a, const operand &b)
 {
-    if (b == 0) return emit(TEST, a, a);
-    if (fits<std::int32_t>(b)) return apply(COMPARE, a, b);
-    set(scratch[2], b);
-    compare_with(a, scratch[2]);
-}
-
-template <class T> UCH assembler::compare(relation r, reg a, const T &b)
-{
-    compare_with(a, b);
-    return machine_relation(r).whole;
-}
-
-UCH assembler::compare(relation r, freg a, freg b)
-{
-    const machine_form &way = machine_relation(r);
-    emit(REAL_COMPARE, way.swapped ? b : a, way.swapped ? a : b);
-    return way.real;
-}
-
-void assembler::branch_if(relation r, reg a, reg b, label place)
-{
-    branch(compare(r, a, b), place);
-}
-
-void assembler::branch_if(relation r, reg a, SLO b, label place)
-{
-    branch(compare(r, a, b), place);
-}
-
-void assembler::branch_if(relation r, reg a, const memory &b, label place)
-{
-    branch(compare(r, a, b), place);
-}
-
-void assembler::branch_unless(relation r, reg a, reg b, label place)
-{
-    branch(opposite(compare(r, a, b)), place);
-}
-
-void assembler::branch_unless(relation r, reg a, SLO b, label place)
-{
-    branch(opposite(compare(r, a, b)), place);
-}
-
-void assembler::branch_unless(relation r, reg a, const memory &b, label place)
-{
-    branch(opposite(compare(r, a, b)), place);
+    if (b.kind != operand::NUMBER) return emit(COMPARE, a, b);
+    if (b.number == 0) return emit(TEST, a, a);
+    if (fits<std::int32_t>(b.number)) return apply(COMPARE, a, b.number);
+    set(scratch[2], b.number);
+    emit(COMPARE, a, scratch[2]);
 }
 
 // A NaN counts as equal in the flags: the branch on `unordered` comes in front of that on `equal`,
 // and leads over it.
-void assembler::branch_if(relation r, freg a, freg b, label place)
+void assembler::branch_if(relation r, reg a, const operand &b, label place, bool when)
 {
-    const UCH condition = compare(r, a, b);
-    if (r == relation::NOT_EQUAL) branch(IF_UNORDERED, place);
-    if (r != relation::EQUAL) return branch(condition, place);
-    plain(with_low_bits(BRANCH_NEAR, IF_UNORDERED));
-    const ULO from = size_;
-    branch(condition, place);
-    bytes_[from - 1] = static_cast<UCH>(size_ - from);
-}
-
-void assembler::branch_unless(relation r, freg a, freg b, label place)
-{
-    if (r == relation::EQUAL) return branch_if(relation::NOT_EQUAL, a, b, place);
-    if (r == relation::NOT_EQUAL) return branch_if(relation::EQUAL, a, b, place);
-    branch(opposite(compare(r, a, b)), place);
-}
-
-void assembler::answer(UCH condition, reg to)
-{
-    emit(with_low_bits(SET_IF, condition), 0, scratch[0]);
-    emit(LOAD_BYTE, to, scratch[0]);
-}
-
-void assembler::set_if(relation r, reg to, reg a, reg b) { answer(compare(r, a, b), to); }
-void assembler::set_if(relation r, reg to, reg a, SLO b) { answer(compare(r, a, b), to); }
-void assembler::set_if(relation r, reg to, reg a, const memory &b) { answer(compare(r, a, b), to); }
-
-// The carry stands for less and for a NaN: `below or equal` without it is equal, and `above` with
-// it is not equal.
-void assembler::set_if(relation r, reg to, freg a, freg b)
-{
-    const UCH condition = compare(r, a, b);
-    if (r != relation::EQUAL && r != relation::NOT_EQUAL) return answer(condition, to);
-    const bool equal = r == relation::EQUAL;
-    emit(with_low_bits(SET_IF, equal ? IF_BELOW_OR_EQUAL : IF_ABOVE), 0, scratch[0]);
-    emit(equal ? SUB_CARRY : ADD_CARRY, 0, scratch[0], 0);
-    emit(LOAD_BYTE, to, scratch[0]);
+    const bool is_equality = r == relation::EQUAL || r == relation::NOT_EQUAL;
+    if (!when && (is_equality || !is_real(a))) return branch_if(opposite(r), a, b, place);
+    const machine_form &way = machine_relation(r);
+    if (!is_real(a)) {
+        compare(a, b);
+        return branch(way.whole, place);
+    }
+    const reg second = b.kind == operand::REGISTER ? b.in : REAL_SCRATCH;
+    move(second, b);
+    emit(REAL_COMPARE, way.swapped ? second : a, way.swapped ? a : second);
+    if (!is_equality) return branch(when ? way.real : way.real ^ 1, place);
+    const label behind = make_label();
+    branch(IF_UNORDERED, r == relation::EQUAL ? behind : place);
+    branch(way.real, place);
+    bind(behind);
 }
 
 void assembler::branch_if_byte(relation r, const memory &a, UCH b, label place)
 {
-    emit(COMPARE_BYTE, 0, a, b);
+    emit(COMPARE_BYTE, NO_FIELD, a, b);
     branch(machine_relation(r).whole, place);
 }
 
 void assembler::branch_if_pair(relation r, const memory &a, USH b, label place)
 {
-    emit(COMPARE_PAIR, 0, a, b);
+    emit(COMPARE_PAIR, NO_FIELD, a, b);
     branch(machine_relation(r).whole, place);
 }
 
 // -- Ways through the code
 
 void assembler::jump(label place) { aim(JUMP_NEAR, JUMP, place); }
+void assembler::call(label place) { aim(CALL, place); }
 
-// Through the word behind it, so that no register is taken.
 void assembler::jump(const void *function)
 {
-    constexpr unsigned behind = 5; // as mod/rm, with the distance that follows
-    UCH *code = head(JUMP_FAR, 0, 0, 0);
-    code = put(code, JUMP_FAR.digit << 3 | behind, 1);
-    code = put(code, 0, 4);
-    end(put(code, std::bit_cast<ULO>(function), 8));
+    set(scratch[0], std::bit_cast<SLO>(function));
+    emit(JUMP_FAR, NO_FIELD, scratch[0]);
 }
-
-void assembler::call(label place) { aim(CALL, place); }
 
 void assembler::call(const void *function)
 {
     set(scratch[0], std::bit_cast<SLO>(function));
-    emit(CALL_FAR, 0, scratch[0]);
+    emit(CALL_FAR, NO_FIELD, scratch[0]);
 }
 
 void assembler::leave() { plain(RETURN); }
 void assembler::push(reg from) { with_register(PUSH, from); }
 void assembler::pop(reg to) { with_register(POP, to); }
-void assembler::move_stack(int bytes) { compute(whole::ADD, STACK, bytes); }
+void assembler::move_stack(int bytes) { compute(operation::ADD, STACK, bytes); }
 
 } // namespace native
