@@ -36,7 +36,10 @@ void lowering::statement(unsigned i)
         a_.jump(loops_.back().end);
         break;
     case work::IF:
-    case work::PROGN: in_branches(i, [this](unsigned k) { statement(k); }); break;
+    case work::PROGN:
+        in_branches(
+            i, [this](unsigned k) { statement(k); }, true);
+        break;
     default: value(i, it.type.letter == 'F' ? 'F' : 'I');
     }
 }

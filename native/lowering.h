@@ -116,7 +116,7 @@ private:
     void emit_late();
 
     // Statements.
-    template <class F> void in_branches(unsigned i, F last);
+    template <class F> void in_branches(unsigned i, F last, bool is_unread = false);
     void statement(unsigned i);
     void statement_by_handler(unsigned i);
     void lower_while(unsigned i);
@@ -207,8 +207,8 @@ private:
 };
 
 // A node that is what the last evaluated one in it is: for a PROGN its last operand, for an IF one
-// of its branches.
-template <class F> void lowering::in_branches(unsigned i, F last)
+// of its branches. An unread constant takes no code.
+template <class F> void lowering::in_branches(unsigned i, F last, bool is_unread)
 {
     if (r_[i].what == work::PROGN) {
         unsigned k = i + 1;
@@ -216,11 +216,12 @@ template <class F> void lowering::in_branches(unsigned i, F last)
         return last(k);
     }
     const label otherwise = a_.make_label(), behind = a_.make_label();
+    const unsigned no = r_.operand(i, 2);
     branch(i + 1, otherwise, false);
     last(r_.operand(i, 1));
-    a_.jump(behind);
+    if (!is_unread || r_[no].what != work::CONSTANT) a_.jump(behind);
     a_.bind(otherwise);
-    last(r_.operand(i, 2));
+    last(no);
     a_.bind(behind);
 }
 
