@@ -46,6 +46,7 @@ constexpr ULO MOST_GIVEN = 12;
 
 // In place of a type while none is known.
 constexpr CHR OPEN = '?';
+constexpr bool is_number(CHR letter) { return letter == 'I' || letter == 'F'; }
 
 // The type of a value. `certain`: no other can come, but an error.
 struct value_type {
@@ -65,7 +66,6 @@ struct item {
     UCH variable = 0;         // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
     bool texts = false;       // COMPARE: of two texts that stand somewhere
     bool pure = false;        // may be evaluated again: it changes nothing and calls nobody
-    bool statement = false;   // nobody reads its value, and no other value is held meanwhile
     bool framed = false;      // CALL: the function gets a frame, and numbers that are given
     bool by_handler = false;  // the lowering leaves it to its handler, with all that is in it
     unsigned end = 0;         // of its subtree: where the next sibling stands
@@ -77,8 +77,8 @@ struct item {
     const numeric_row *row = nullptr;        // of NUMERIC
     const direct_function *callee = nullptr; // of CALL: native code that takes numbers in registers
     variable_set reads = 0, assigns = 0;
-    value_type type;     // of its value
-    UCH temporaries = 0; // registers that its evaluation takes, at most
+    value_type type = {}; // of its value
+    UCH temporaries = 0;  // registers that its evaluation takes, at most
 };
 
 // A function that takes numbers in registers and answers one.

@@ -4,7 +4,7 @@
 // these steps goes one way, so they come to an end.
 
 #include <algorithm>
-#include <bit>
+#include <utility>
 
 #include "native/region.h"
 
@@ -16,16 +16,16 @@ constexpr std::size_t MOST_TEMPORARIES = std::size(temporaries);
 constexpr int MOST_PASSES = 20;
 constexpr unsigned NODES_FOR_A_HANDLER = 4;
 
-bool is_number(CHR letter) { return letter == 'I' || letter == 'F'; }
-
 // What becomes of a value. STATEMENT: nobody reads it, and the handlers could go on behind it.
 // EFFECT: nobody reads it, in the middle of an expression. ANSWER: the function answers it.
 enum class use : UCH { VALUE, EFFECT, STATEMENT, ANSWER };
 
+// Each pass goes through the tree in the order of evaluation.
 class typing {
 public:
     explicit typing(region *r) : r_(*r) {}
     bool run();
+    variable_set early() const { return early_; }
 
 private:
     void visit(unsigned i, use how);
@@ -34,6 +34,7 @@ private:
     void visit_progn(unsigned i, use how);
     void visit_if(unsigned i, use how);
     void visit_loop(unsigned i, use how);
+    void visit_both(unsigned i);
     void visit_compare(unsigned i);
     bool is_text_place(unsigned i) const;
     void visit_setq(unsigned i, use how);
@@ -49,6 +50,8 @@ private:
 
     region &r_;
     bool changed_ = false;
+    variable_set assigned_ = 0; // surely, by what has been visited in this pass
+    variable_set early_ = 0;    // read before that
 };
 
 void typing::set_type(unsigned variable, CHR type)
@@ -110,8 +113,11 @@ void typing::visit_if(unsigned i, use how)
 {
     const unsigned yes = r_.operand(i, 1), no = r_.operand(i, 2);
     visit(i + 1, use::VALUE);
+    const variable_set before = assigned_;
     visit(yes, how);
+    const variable_set by_yes = std::exchange(assigned_, before);
     visit(no, how);
+    assigned_ &= by_yes;
     value_type a = r_[yes].type, b = r_[no].type;
     if (a.letter == OPEN) a = b;
     if (b.letter == OPEN) b = a;
@@ -120,20 +126,35 @@ void typing::visit_if(unsigned i, use how)
     if (how == use::VALUE) leave_to_handler(i);
 }
 
+// What a loop assigns may not be assigned: a BREAK may come anywhere.
 void typing::visit_loop(unsigned i, use how)
 {
     if (how == use::VALUE || how == use::EFFECT) return leave_to_handler(i);
     const bool is_for = r_[i].what == work::FOR;
-    const unsigned body = r_.operand(i, is_for ? 3 : 1);
-    for (unsigned k = i + 1; k < body; k = r_[k].end) visit(k, use::VALUE);
-    visit(body, use::STATEMENT);
+    const variable_set before = assigned_, control = is_for ? bit(r_[i].variable) : 0;
+    variable_set inside = 0; // of start, increment and end
+    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) {
+        const bool is_body = r_[k].end == r_[i].end;
+        visit(k, is_body ? use::STATEMENT : use::VALUE);
+        if (!is_body) inside |= r_[k].assigns;
+        assigned_ |= control;
+    }
+    assigned_ = before;
     give(i, {'I', true});
     if (!is_for) return;
     set_type(r_[i].variable, 'I');
-    const variable_set control = bit(r_[i].variable);
-    for (unsigned k = i + 1; k < body; k = r_[k].end) // the handler keeps a value of its own
-        if (r_[k].assigns & control) return leave_to_handler(i);
-    if (r_.locals[r_[i].variable].type == 0) leave_to_handler(i);
+    // The handler keeps a value of its own.
+    if (inside & control || r_.locals[r_[i].variable].type == 0) leave_to_handler(i);
+}
+
+// The second operand may not be evaluated.
+void typing::visit_both(unsigned i)
+{
+    visit(i + 1, use::VALUE);
+    const variable_set before = assigned_;
+    visit(r_.operand(i, 1), use::VALUE);
+    assigned_ = before;
+    give(i, {'I', true});
 }
 
 // A text that can be read where it stands: a constant, a variable, a member of an array of texts.
@@ -172,6 +193,7 @@ void typing::visit_setq(unsigned i, use how)
     visit(i + 1, use::VALUE);
     const bool is_sure = r_[i + 1].type.certain || r_[i + 1].type.letter == OPEN;
     if (!is_sure && !r_[i + 1].pure && !r_[i + 1].framed) leave_to_handler(i + 1);
+    assigned_ |= bit(r_[i].variable);
     const value_type value = r_[i + 1].type;
     const bool is_statement = how == use::STATEMENT;
     if (value.certain || value.letter == OPEN || (is_statement && value.letter != 0))
@@ -251,7 +273,7 @@ void typing::count_temporaries(unsigned i)
 void typing::visit(unsigned i, use how)
 {
     item &it = r_[i];
-    it.statement = how == use::STATEMENT;
+    if (it.by_handler || it.what == work::READ) early_ |= it.reads & ~assigned_;
     if (it.by_handler) return;
     switch (it.what) {
     case work::CONSTANT: give(i, {it.letter, true}); break;
@@ -262,10 +284,7 @@ void typing::visit(unsigned i, use how)
         break;
     case work::COMPARE: visit_compare(i); break;
     case work::BOTH:
-    case work::EITHER:
-        visit_operands(i);
-        give(i, {'I', true});
-        break;
+    case work::EITHER: visit_both(i); break;
     case work::CAST:
         visit_operands(i);
         give(i, {it.letter, true});
@@ -291,60 +310,11 @@ bool typing::run()
 {
     for (int pass = 0; pass < MOST_PASSES; pass++) {
         changed_ = false;
+        assigned_ = early_ = 0;
         visit(0, r_.kind == shape::LOOP ? use::STATEMENT : use::ANSWER);
         if (!changed_) return true;
     }
     return false;
-}
-
-// Which variables are read before they are surely assigned: one walk in the order of evaluation.
-class order {
-public:
-    explicit order(const region &r) : r_(r) {}
-    variable_set early() { return walk(0, 0), early_; }
-
-private:
-    // Takes what is assigned before; returns what is afterwards.
-    variable_set walk(unsigned i, variable_set set);
-    variable_set walk_operands(unsigned i, variable_set set);
-
-    const region &r_;
-    variable_set early_ = 0;
-};
-
-variable_set order::walk_operands(unsigned i, variable_set set)
-{
-    for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) set = walk(k, set);
-    return set;
-}
-
-variable_set order::walk(unsigned i, variable_set set)
-{
-    const item &it = r_[i];
-    if (it.by_handler || it.what == work::READ) {
-        early_ |= it.reads & ~set;
-        return set;
-    }
-    switch (it.what) {
-    case work::SETQ: return walk(i + 1, set) | bit(it.variable);
-    case work::IF: {
-        const variable_set tested = walk(i + 1, set);
-        return walk(r_.operand(i, 1), tested) & walk(r_.operand(i, 2), tested);
-    }
-    case work::BOTH:
-    case work::EITHER: {
-        const variable_set first = walk(i + 1, set);
-        walk(r_.operand(i, 1), first);
-        return first;
-    }
-    case work::WHILE: walk_operands(i, set); return set; // a BREAK may come anywhere
-    case work::FOR: {
-        variable_set inside = walk(i + 1, set) | bit(it.variable);
-        for (unsigned k = r_[i + 1].end; k < it.end; k = r_[k].end) inside = walk(k, inside);
-        return set;
-    }
-    default: return walk_operands(i, set);
-    }
 }
 
 CHR type_to_begin_with(const region &r, unsigned v)
@@ -356,9 +326,8 @@ CHR type_to_begin_with(const region &r, unsigned v)
 }
 
 // False if a variable had to be left to its record for what is read too early.
-bool settle_order(region *r)
+bool settle_order(region *r, variable_set early)
 {
-    const variable_set early = order(*r).early();
     bool settled = true;
     for (unsigned v = 0; v < r->locals.size(); v++) {
         local &it = r->locals[v];
@@ -404,10 +373,11 @@ bool needs_no_frame(const region &r)
 
 bool settle_all(region *r)
 {
-    do {
-        if (!typing(r).run()) return false;
-    } while (!settle_order(r));
-    return true;
+    for (;;) {
+        typing types(r);
+        if (!types.run()) return false;
+        if (settle_order(r, types.early())) return true;
+    }
 }
 
 } // namespace
