@@ -25,17 +25,12 @@ struct piece {
     CHR answer = 0; // of a function: the type of what it answers, most likely
 };
 
-// A function of numbers, or one that is none.
-struct function_piece {
-    direct_function direct;
-    bool is_made = false;
-};
-
-// All code of the process: by nodes, and the functions of numbers by images. Their addresses stay.
+// All code of the process: by nodes, and the functions of numbers by images, without code where one
+// is none. Their addresses stay.
 struct registry {
     std::recursive_mutex lock;
     std::map<const ULO *, piece> nodes;
-    std::map<const ULO *, function_piece> functions;
+    std::map<const ULO *, direct_function> functions;
     std::map<const UCH *, const ULO *> watched; // the nodes of marked code, by where it begins
     std::atomic<bool> is_changing = false;
     std::atomic<bool> is_used = false;
@@ -64,12 +59,12 @@ void put_word(const ULO *node, const void *handler)
 
 const UCH *place_in(const piece &p, ULO offset) { return p.pages->begin() + offset; }
 
-// Makes the code of a settled region and puts it in the place of its root's handler. False if there
-// is no memory for it.
-bool make_code(region *r, piece *p)
+// Makes the code of the node at `root` and puts it in the place of its handler. False if it can have
+// none, or there is no memory for it.
+bool make_code(region r, const ULO *root, piece *p)
 {
-    const ULO *root = r->items[0].node;
-    lowered made = lower(r);
+    if (!read_region(&r, root) || !settle_types(&r)) return false;
+    lowered made = lower(&r);
     p->pages = code_pages::make(made.code);
     if (p->pages == nullptr) return false;
     p->exits = std::move(made.exits);
@@ -77,9 +72,9 @@ bool make_code(region *r, piece *p)
     if (!p->marks.empty()) all().watched[p->pages->begin()] = root;
     for (const auto &path : p->exits) path->root = root;
     p->handler = linked_handler(root);
-    p->answer = r->items[0].type.letter;
+    p->answer = r[0].type.letter;
     p->resume = std::bit_cast<way_in>(place_in(*p, made.resume));
-    if (r->self != nullptr) r->self->code = place_in(*p, made.direct);
+    if (r.self != nullptr) r.self->code = place_in(*p, made.direct);
     put_word(root, place_in(*p, made.handler));
     return true;
 }
@@ -98,68 +93,48 @@ std::vector<CHR> number_types(const kestrin_data *frame, ULO count)
 // Verified code of others may speak of more arguments than its frames have room for.
 bool has_places(const ULO *image) { return image_arguments(image) <= image_slots(image); }
 
-bool fit_in_registers(const std::vector<CHR> &types)
-{
-    return types.size() <= std::size(temporaries);
-}
-
 // A function without a frame, for arguments of these types; once for each image.
 const direct_function *make_direct(const ULO *image, const std::vector<CHR> &types)
 {
-    function_piece &known = all().functions[image];
-    if (known.is_made)
-        return known.direct.code != nullptr && known.direct.arguments == types ? &known.direct
-                                                                               : nullptr;
-    known.is_made = true;
+    const auto [place, is_new] = all().functions.try_emplace(image);
+    direct_function *known = &place->second;
+    if (!is_new) return known->code != nullptr && known->arguments == types ? known : nullptr;
     const ULO *root = image_main_node(image);
-    if (!fit_in_registers(types) || !has_places(image) || all().nodes.contains(root))
-        return nullptr;
-    known.direct = {.image = image, .arguments = types, .result = OPEN};
-    region r;
-    r.kind = shape::DIRECT;
-    r.image = image;
-    r.self = &known.direct;
-    if (!read_region(&r, root) || !settle_types(&r)) return nullptr;
+    const bool fit = types.size() <= std::size(temporaries);
+    if (!fit || !has_places(image) || all().nodes.contains(root)) return nullptr;
+    *known = {.image = image, .arguments = types, .result = OPEN};
     piece made;
-    if (!make_code(&r, &made)) return nullptr;
+    if (!make_code({.kind = shape::DIRECT, .image = image, .self = known}, root, &made))
+        return nullptr;
     all().nodes[root] = std::move(made);
-    return &known.direct;
+    return known;
+}
+
+// A loop, or the body of a function, with the running frame; once for each node.
+way_in make_framed(shape kind, const ULO *image, const ULO *root)
+{
+    const auto [place, is_new] = all().nodes.try_emplace(root);
+    if (is_new)
+        make_code({.kind = kind, .image = image, .frame = rt_ctrl->rt_frame}, root, &place->second);
+    return place->second.resume;
 }
 
 way_in make_loop(const ULO *node)
 {
     const change mine;
     all().is_used = true;
-    const auto [place, is_new] = all().nodes.try_emplace(node);
-    piece &p = place->second;
-    if (!is_new) return p.resume;
-    region r;
-    r.kind = shape::LOOP;
-    r.image = rt_ctrl->rt_function;
-    r.frame = rt_ctrl->rt_frame;
-    if (read_region(&r, node) && settle_types(&r)) make_code(&r, &p);
-    return p.resume;
-}
-
-void make_body(const ULO *image, piece *p)
-{
-    region r;
-    r.kind = shape::BODY;
-    r.image = image;
-    r.frame = rt_ctrl->rt_frame;
-    if (read_region(&r, image_main_node(image)) && settle_types(&r)) make_code(&r, p);
+    return make_framed(shape::LOOP, rt_ctrl->rt_function, node);
 }
 
 void make_function(const ULO *image)
 {
     const change mine;
     all().is_used = true;
-    const ULO *root = image_main_node(image), arguments = image_arguments(image);
+    const ULO arguments = image_arguments(image);
     if (!has_places(image)) return;
     const auto types = number_types(rt_ctrl->rt_frame, arguments);
     if (types.size() == arguments && make_direct(image, types) != nullptr) return;
-    const auto [place, is_new] = all().nodes.try_emplace(root);
-    if (is_new) make_body(image, &place->second);
+    make_framed(shape::BODY, image, image_main_node(image));
 }
 
 // The words of before stand in the nodes again: the code's text may be read once more.

@@ -84,7 +84,7 @@ struct item {
 // A function that takes numbers in registers and answers one.
 struct direct_function {
     const ULO *image = nullptr;
-    std::vector<CHR> arguments; // their types, 'I' or 'F'
+    std::vector<CHR> arguments = {}; // their types, 'I' or 'F'
     CHR result = 0;
     const void *code = nullptr; // NULL while it is being made
     bool operator==(const direct_function &) const = default;
@@ -114,8 +114,8 @@ struct region {
     const ULO *image = nullptr;          // of the function, or that the loop stands in
     const kestrin_data *frame = nullptr; // what the variables hold; NULL: not known
     direct_function *self = nullptr;     // of DIRECT
-    std::vector<item> items;
-    std::vector<local> locals;
+    std::vector<item> items = {};
+    std::vector<local> locals = {};
     variable_set arguments = 0; // of a function
 
     item &operator[](unsigned i) { return items[i]; }
