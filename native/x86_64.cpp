@@ -108,43 +108,7 @@ const form &form_to_load(reg to, const operand &from)
     return is_real(from.in) ? REAL_MOVE : REAL_BITS;
 }
 
-// What branches add to their opcodes; each is the opposite of its neighbour.
-enum condition : UCH {
-    IF_BELOW = 2,
-    IF_ABOVE_OR_EQUAL = 3,
-    IF_EQUAL = 4,
-    IF_NOT_EQUAL = 5,
-    IF_BELOW_OR_EQUAL = 6,
-    IF_ABOVE = 7,
-    IF_UNORDERED = 10,
-    IF_LESS = 12,
-    IF_GREATER_OR_EQUAL = 13,
-    IF_LESS_OR_EQUAL = 14,
-    IF_GREATER = 15,
-};
-
-// How a relation is asked for. A comparison of floats sets the flags of one without signs, and
-// those of `equal` and `below` both for a NaN: `above` is false for it, so `less` is `above` with
-// the operands in the other order.
-struct machine_form {
-    condition whole, real;
-    bool swapped; // of floats
-};
-constexpr machine_form relations[] = {
-    {IF_EQUAL, IF_EQUAL, false},
-    {IF_NOT_EQUAL, IF_NOT_EQUAL, false},
-    {IF_LESS, IF_ABOVE, true},
-    {IF_GREATER_OR_EQUAL, IF_ABOVE_OR_EQUAL, false},
-    {IF_LESS_OR_EQUAL, IF_ABOVE_OR_EQUAL, true},
-    {IF_GREATER, IF_ABOVE, false},
-    {IF_BELOW, IF_ABOVE, true},
-    {IF_ABOVE_OR_EQUAL, IF_ABOVE_OR_EQUAL, false},
-    {IF_BELOW_OR_EQUAL, IF_ABOVE_OR_EQUAL, true},
-    {IF_ABOVE, IF_ABOVE, false},
-};
-
-const machine_form &machine_relation(relation r) { return relations[static_cast<unsigned>(r)]; }
-constexpr relation opposite(relation r) { return relation(static_cast<unsigned>(r) ^ 1); }
+constexpr relation opposite(relation r) { return relation(static_cast<UCH>(r) ^ 1); }
 
 constexpr ULO UNBOUND = ~ULO(0);
 constexpr unsigned LONGEST = 32; // more than an instruction and what put() spoils behind it
@@ -267,9 +231,10 @@ void assembler::aim(const form &near, const form &f, label place)
         aim(f, place);
 }
 
-void assembler::branch(UCH condition, label place)
+void assembler::branch(relation r, label place)
 {
-    aim(with_low_bits(BRANCH_NEAR, condition), with_low_bits(BRANCH, condition), place);
+    const auto bits = static_cast<unsigned>(r);
+    aim(with_low_bits(BRANCH_NEAR, bits), with_low_bits(BRANCH, bits), place);
 }
 
 // -- Values
@@ -380,37 +345,46 @@ void assembler::compare(reg a, const operand &b)
     emit(COMPARE, a, scratch[2]);
 }
 
-// A NaN counts as equal in the flags: the branch on `unordered` comes in front of that on `equal`,
-// and leads over it.
 void assembler::branch_if(relation r, reg a, const operand &b, label place, bool when)
 {
-    const bool is_equality = r == relation::EQUAL || r == relation::NOT_EQUAL;
-    if (!when && (is_equality || !is_real(a))) return branch_if(opposite(r), a, b, place);
-    const machine_form &way = machine_relation(r);
-    if (!is_real(a)) {
-        compare(a, b);
-        return branch(way.whole, place);
+    if (is_real(a)) {
+        const reg second = b.kind == operand::REGISTER ? b.in : REAL_SCRATCH;
+        move(second, b);
+        return branch_real(r, a, second, place, when);
     }
-    const reg second = b.kind == operand::REGISTER ? b.in : REAL_SCRATCH;
-    move(second, b);
-    emit(REAL_COMPARE, way.swapped ? second : a, way.swapped ? a : second);
-    if (!is_equality) return branch(when ? way.real : way.real ^ 1, place);
-    const label behind = make_label();
-    branch(IF_UNORDERED, r == relation::EQUAL ? behind : place);
-    branch(way.real, place);
-    bind(behind);
+    compare(a, b);
+    branch(when ? r : opposite(r), place);
+}
+
+// A comparison of floats sets the flags of one without signs, and for a NaN those of `equal` and
+// `below` too: `above` is false for it, so `less` is `above` with the operands in the other order,
+// and the branch on `unordered` comes in front of that on `equal` and leads over it.
+void assembler::branch_real(relation r, reg a, reg b, label place, bool when)
+{
+    const bool is_swapped = r == relation::LESS || r == relation::LESS_OR_EQUAL;
+    emit(REAL_COMPARE, is_swapped ? b : a, is_swapped ? a : b);
+    if (r == relation::EQUAL || r == relation::NOT_EQUAL) {
+        const bool if_equal = (r == relation::EQUAL) == when;
+        const label behind = make_label();
+        branch(relation::UNORDERED, if_equal ? behind : place);
+        branch(if_equal ? relation::EQUAL : relation::NOT_EQUAL, place);
+        return bind(behind);
+    }
+    const bool is_strict = r == relation::LESS || r == relation::GREATER;
+    const relation asked = is_strict ? relation::ABOVE : relation::ABOVE_OR_EQUAL;
+    branch(when ? asked : opposite(asked), place);
 }
 
 void assembler::branch_if_byte(relation r, const memory &a, UCH b, label place)
 {
     emit(COMPARE_BYTE, NO_FIELD, a, b);
-    branch(machine_relation(r).whole, place);
+    branch(r, place);
 }
 
 void assembler::branch_if_pair(relation r, const memory &a, USH b, label place)
 {
     emit(COMPARE_PAIR, NO_FIELD, a, b);
-    branch(machine_relation(r).whole, place);
+    branch(r, place);
 }
 
 // -- Ways through the code

@@ -68,17 +68,13 @@ struct operand {
 
 enum class operation : UCH { ADD, SUB, MUL, AND, OR, XOR, DIV };
 enum class shift : UCH { LEFT, RIGHT }; // to the right with the sign
-enum class relation : UCH {             // each behind one that is its opposite
-    EQUAL,
-    NOT_EQUAL,
-    LESS,
-    GREATER_OR_EQUAL,
-    LESS_OR_EQUAL,
-    GREATER,
-    BELOW, // without signs; not for floats
-    ABOVE_OR_EQUAL,
-    BELOW_OR_EQUAL,
-    ABOVE,
+// By their numbers in the machine: each is the opposite of its neighbour. BELOW and so on compare
+// without signs, and are not for floats.
+enum class relation : UCH {
+    // clang-format off
+    BELOW = 2, ABOVE_OR_EQUAL, EQUAL, NOT_EQUAL, BELOW_OR_EQUAL, ABOVE, UNORDERED = 10,
+    LESS = 12, GREATER_OR_EQUAL, LESS_OR_EQUAL, GREATER,
+    // clang-format on
 };
 
 using label = unsigned;
@@ -164,7 +160,8 @@ private:
     void compare(reg a, const operand &b);
     void aim(const form &f, label place);
     void aim(const form &near, const form &f, label place);
-    void branch(UCH condition, label place);
+    void branch(relation r, label place);
+    void branch_real(relation r, reg a, reg b, label place, bool when);
 
     std::vector<UCH> bytes_;  // with room behind the code
     ULO size_ = 0;            // of the code
