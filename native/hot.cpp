@@ -59,8 +59,8 @@ void put_word(const ULO *node, const void *handler)
 
 const UCH *place_in(const piece &p, ULO offset) { return p.pages->begin() + offset; }
 
-// Makes the code of the node at `root` and puts it in the place of its handler. False if it can have
-// none, or there is no memory for it.
+// Makes the code of the node at `root` and puts it in the place of its handler. False if it can
+// have none, or there is no memory for it.
 bool make_code(region r, const ULO *root, piece *p)
 {
     if (!read_region(&r, root) || !settle_types(&r)) return false;

@@ -23,7 +23,7 @@ memory lowering::home(const local &v) const
     if (r_.kind != shape::DIRECT) return record(v, offsetof(kestrin_data, value));
     const auto ahead = std::count_if(std::as_const(r_.locals).data(), &v,
                                      [this](const local &other) { return needs_home(other); });
-    return {STACK, stack_.variables + 8 * static_cast<int>(ahead)};
+    return {STACK, VARIABLES + 8 * static_cast<int>(ahead)};
 }
 
 memory lowering::record(const local &v, std::size_t offset) const
@@ -235,28 +235,15 @@ void lowering::make_direct()
     make_function_of_numbers();
 }
 
-// With the return address and so many registers it leaves the stack as calls want it.
-stack_layout lowering::small_layout(std::size_t pushed) const
-{
-    const bool has_loops =
-        std::any_of(r_.items.begin(), r_.items.end(), [](const item &it) { return it.loops != 0; });
-    stack_layout s;
-    s.returned = HELD + 8 * r_[0].temporaries;
-    s.variables = s.returned + (has_loops ? 8 : 0);
-    s.size = s.variables;
-    for (const local &v : r_.locals)
-        if (needs_home(v)) s.size += 8;
-    if ((8 + 8 * static_cast<int>(pushed) + s.size) % 16 != 0) s.size += 8;
-    return s;
-}
-
 void lowering::make_function_of_numbers()
 {
     std::vector<reg> pushed;
     for (const reg r : kept)
         for (const local &v : r_.locals)
             if (v.in == r) pushed.push_back(r);
-    stack_ = small_layout(pushed.size());
+    int size = VARIABLES;
+    for (const local &v : r_.locals) size += needs_home(v) ? 8 : 0;
+    if ((8 + 8 * pushed.size() + size) % 16 != 0) size += 8; // as calls want the stack
     a_.bind(direct_);
     depth_ = 0;
     mark(r_[0].node);
@@ -264,20 +251,20 @@ void lowering::make_function_of_numbers()
         a_.push(r);
         deepen(8);
     }
-    a_.move_stack(-stack_.size);
-    deepen(stack_.size);
+    a_.move_stack(-size);
+    deepen(size);
     for (const local &v : r_.locals) // arguments come as temporaries
         if (v.number < r_.self->arguments.size()) assign(v, temporary(v.type, v.number));
     answer(0);
     a_.bind(done_);
-    a_.move_stack(stack_.size);
-    deepen(-stack_.size);
+    a_.move_stack(size);
+    deepen(-size);
     for (std::size_t i = pushed.size(); i-- > 0;) {
         a_.pop(pushed[i]);
         deepen(-8);
     }
     a_.leave();
-    depth_ = stack_.size + 8 * static_cast<SLO>(pushed.size());
+    depth_ = size + 8 * static_cast<SLO>(pushed.size());
     emit_late();
     mark(r_[0].node);
     a_.bind(error_);

@@ -29,8 +29,8 @@ void lowering::statement(unsigned i)
         break;
     case work::SETQ: setq(i); break;
     case work::ARSETQ: arsetq(i); break;
-    case work::WHILE: lower_while(i); break;
-    case work::FOR: lower_for(i); break;
+    case work::WHILE:
+    case work::FOR: lower_loop(i); break;
     case work::BREAK:
         a_.store_byte(in_machine(offsetof(rt_control, rt_error_code)), 0);
         a_.jump(loops_.back().end);
@@ -46,46 +46,33 @@ void lowering::statement(unsigned i)
 
 // -- Loops -------------------------------------------------------------------------------------
 
-open_loop lowering::begin_loop()
+// The condition stands behind the body, so that a round has one jump. Off the road: an error has
+// come in the loop, and if it is a BREAK, the loop ends well.
+void lowering::lower_loop(unsigned i)
 {
-    loops_.push_back({a_.make_label(), a_.make_label()});
-    return loops_.back();
-}
-
-// Behind a jump.
-void lowering::begin_round(label body)
-{
+    const bool is_for = r_[i].what == work::FOR;
+    const label body = a_.make_label(), test = i == 0 ? resume_ : a_.make_label();
+    const open_loop loop = {a_.make_label(), a_.make_label()};
+    loops_.push_back(loop);
+    if (is_for) assign(variable_of(i), value(i + 1, 'I'));
+    a_.jump(test);
     a_.align();
     a_.bind(body);
-    if (the_engine.interruptible) check_error(pending());
-}
-
-// Off the road: an error has come in the loop, and if it is a BREAK, the loop ends well.
-void lowering::end_loop(const open_loop &loop)
-{
+    if (the_engine.interruptible) check_error(loop.pending);
+    statement(r_.operand(i, is_for ? 3 : 1));
+    if (is_for) step_for(i);
+    a_.bind(test);
+    is_for ? test_for(i, body, loop.end) : branch(i + 1, body, true);
     loops_.pop_back();
     a_.bind(loop.end);
     late(loop.pending, [this, loop] {
         before_call(false);
         call(&absorb_break);
-        a_.store({STACK, stack_.returned}, RESULT);
+        a_.store({STACK, RETURNED}, RESULT);
         after_call();
-        a_.branch_if_byte(relation::NOT_EQUAL, {STACK, stack_.returned}, 0, loop.end);
+        a_.branch_if_byte(relation::NOT_EQUAL, {STACK, RETURNED}, 0, loop.end);
         a_.jump(error_);
     });
-}
-
-// The condition stands behind the body, so that a round has one jump.
-void lowering::lower_while(unsigned i)
-{
-    const label body = a_.make_label(), test = a_.make_label();
-    const open_loop loop = begin_loop();
-    a_.jump(test);
-    begin_round(body);
-    statement(r_.operand(i, 1));
-    a_.bind(test);
-    branch(i + 1, body, true);
-    end_loop(loop);
 }
 
 // Goes on with the body as long as the end is not passed. Whether the variable goes up or down is
@@ -123,20 +110,6 @@ void lowering::step_for(unsigned i)
     if (!v.kept()) a_.store(home(v), control);
 }
 
-void lowering::lower_for(unsigned i)
-{
-    const label body = a_.make_label(), test = i == 0 ? resume_ : a_.make_label();
-    const open_loop loop = begin_loop();
-    assign(variable_of(i), value(i + 1, 'I'));
-    a_.jump(test);
-    begin_round(body);
-    statement(r_.operand(i, 3));
-    step_for(i);
-    a_.bind(test);
-    test_for(i, body, loop.end);
-    end_loop(loop);
-}
-
 // -- Variables ---------------------------------------------------------------------------------
 
 void lowering::assign(const local &v, reg value)
@@ -148,20 +121,13 @@ void lowering::assign(const local &v, reg value)
         a_.store(home(v), value);
 }
 
+// A value of the variable's type, or most likely of it. If it has another one, the handler does it
+// all, and if the variable holds another type then, the handlers go on.
 void lowering::setq(unsigned i)
 {
     const local &v = variable_of(i);
-    if (!r_[i + 1].type.certain) return setq_uncertain(i);
-    if (v.type == 0) return setq_record(i);
-    assign(v, value(i + 1, v.type));
-}
-
-// A value that has most likely the variable's type. If not, the handler does it all, and if the
-// variable holds another type then, the handlers go on.
-void lowering::setq_uncertain(unsigned i)
-{
-    const local &v = variable_of(i);
     const item &source = r_[i + 1];
+    if (source.type.certain) return v.type == 0 ? setq_record(i) : assign(v, value(i + 1, v.type));
     if (source.framed && v.type != 0) return setq_framed(i);
     if (source.by_handler || !source.pure || source.type.letter != v.type)
         return setq_by_handler(i);

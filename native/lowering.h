@@ -29,16 +29,11 @@ constexpr reg returned_in(CHR letter) { return letter == 'F' ? REAL_RESULT : RES
 
 inline memory in_machine(std::size_t offset) { return {MACHINE, offset_in_record(offset)}; }
 
-// The native stack of a piece of code with a frame, from its lowest word: what is held over a call,
-// a word for what a call has returned, the result record of the region, numbers for a function.
-constexpr int HELD = 0, RETURNED = 5 * 8, RESULT_RECORD = 6 * 8, GIVEN = 7 * 8;
+// The native stack of a piece of code, from its lowest word: what is held over a call, a word for
+// what a call has returned; then the variables of a function of numbers that a call could lose, or,
+// with a frame, the result record of the region and numbers for a function.
+constexpr int HELD = 0, RETURNED = 5 * 8, VARIABLES = 6 * 8, RESULT_RECORD = 6 * 8, GIVEN = 7 * 8;
 static_assert(std::size(temporaries) == 5 && std::size(real_temporaries) == 5);
-
-// That of a function of numbers, which may be called deep, is as small as can be; variables that a
-// call could lose stand at its end.
-struct stack_layout {
-    int returned = RETURNED, variables = 0, size = 0;
-};
 
 // Where a BREAK, or an error that may be one, leaves the code of a loop.
 struct open_loop {
@@ -66,7 +61,6 @@ private:
     void check_owns_nothing(const local &v, label fails);
     void store_variables(bool all);
     void load_lost_variables();
-    stack_layout small_layout(std::size_t pushed) const;
 
     // Calls of the engine.
     void before_call(bool sees_variables);
@@ -119,15 +113,10 @@ private:
     template <class F> void in_branches(unsigned i, F last, bool is_unread = false);
     void statement(unsigned i);
     void statement_by_handler(unsigned i);
-    void lower_while(unsigned i);
-    void lower_for(unsigned i);
+    void lower_loop(unsigned i);
     void test_for(unsigned i, label body, label behind);
     void step_for(unsigned i);
-    open_loop begin_loop();
-    void begin_round(label body);
-    void end_loop(const open_loop &loop);
     void setq(unsigned i);
-    void setq_uncertain(unsigned i);
     void setq_by_handler(unsigned i);
     void setq_framed(unsigned i);
     void setq_record(unsigned i);
@@ -197,7 +186,6 @@ private:
     region &r_;
     assembler a_;
     lowered made_;
-    stack_layout stack_;
     std::vector<open_loop> loops_;
     std::vector<std::function<void()>> late_;
     std::vector<reg> held_;     // temporaries that hold values

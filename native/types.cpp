@@ -78,7 +78,6 @@ void typing::leave_to_handler(unsigned i)
         give(i, {is_number(it.letter) && it.what == work::OTHER ? it.letter : CHR(0), false});
     if (it.by_handler) return;
     it.by_handler = changed_ = true;
-    it.pure = false;
     for (unsigned up = i; up != 0; up = r_[up].parent) r_[up].pure = false;
     r_[0].pure = false;
     for (unsigned v = 0; v < r_.locals.size(); v++)
