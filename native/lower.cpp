@@ -13,7 +13,7 @@ namespace {
 
 // With the return address and the words of own_stack they leave the stack as calls want it.
 constexpr reg saved[] = {MACHINE, FRAME, kept[0], kept[1], kept[2], kept[3]};
-constexpr int own_stack = GIVEN + static_cast<int>(MOST_GIVEN * sizeof(given_number));
+constexpr int own_stack = GIVEN + static_cast<int>(MOST_GIVEN * sizeof(given_number)) + 8;
 static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
 
 } // namespace
@@ -23,7 +23,7 @@ memory lowering::home(const local &v) const
     if (r_.kind != shape::DIRECT) return record(v, offsetof(kestrin_data, value));
     const auto ahead = std::count_if(std::as_const(r_.locals).data(), &v,
                                      [this](const local &other) { return needs_home(other); });
-    return {STACK, VARIABLES + 8 * static_cast<int>(ahead)};
+    return {STACK, variables_ + 8 * static_cast<int>(ahead)};
 }
 
 memory lowering::record(const local &v, std::size_t offset) const
@@ -241,7 +241,8 @@ void lowering::make_function_of_numbers()
     for (const reg r : kept)
         for (const local &v : r_.locals)
             if (v.in == r) pushed.push_back(r);
-    int size = VARIABLES;
+    variables_ = HELD + 8 * r_[0].temporaries;
+    int size = variables_;
     for (const local &v : r_.locals) size += needs_home(v) ? 8 : 0;
     if ((8 + 8 * pushed.size() + size) % 16 != 0) size += 8; // as calls want the stack
     a_.bind(direct_);

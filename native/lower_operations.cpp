@@ -1,107 +1,38 @@
 // Operations on numbers, and calls.
 
-#include <algorithm>
-
 #include "native/lowering.h"
-
-// Operations on numbers that have instructions of the machine, and what these take; all others are
-// calls.
-#define INLINE_OPERATIONS(X)                                                                       \
-    X(iadd, COMPUTE, operation::ADD)                                                               \
-    X(isub, COMPUTE, operation::SUB)                                                               \
-    X(imul, COMPUTE, operation::MUL)                                                               \
-    X(iand, COMPUTE, operation::AND)                                                               \
-    X(ior, COMPUTE, operation::OR)                                                                 \
-    X(ixor, COMPUTE, operation::XOR)                                                               \
-    X(fadd, COMPUTE, operation::ADD)                                                               \
-    X(fsub, COMPUTE, operation::SUB)                                                               \
-    X(fmul, COMPUTE, operation::MUL)                                                               \
-    X(iincr, WITH_NUMBER, operation::ADD, 1)                                                       \
-    X(idecr, WITH_NUMBER, operation::SUB, 1)                                                       \
-    X(inot, WITH_NUMBER, operation::XOR, -1)                                                       \
-    X(fabs, WITH_NUMBER, operation::AND, INT64_MAX)                                                \
-    X(ishl, SHIFT, shift::LEFT)                                                                    \
-    X(ishr, SHIFT, shift::RIGHT)                                                                   \
-    X(ineg, NEGATE, 0)                                                                             \
-    X(iabs, ABSOLUTE, 0)                                                                           \
-    X(not, NOT, 0)                                                                                 \
-    X(idiv, DIVIDE, true)                                                                          \
-    X(imod, DIVIDE, false)                                                                         \
-    X(fdiv, DIVIDE_REAL, 0)                                                                        \
-    X(fsqrt, SQUARE_ROOT, 0)
-
-#define DECLARE(name, ...) HANDLER(name);
-INLINE_OPERATIONS(DECLARE)
-#undef DECLARE
 
 namespace native {
 
 namespace {
 
-enum class way : UCH {
-    COMPUTE,
-    WITH_NUMBER,
-    SHIFT,
-    NEGATE,
-    ABSOLUTE,
-    NOT,
-    DIVIDE,
-    DIVIDE_REAL,
-    SQUARE_ROOT
-};
-
-struct inline_operation {
-    fcall handler;
-    way how;
-    UCH what;   // an `operation`, a `shift`, or whether it is a quotient
-    SLO number; // of WITH_NUMBER
-};
-
-const inline_operation *find_inline(const numeric_row &row)
-{
-    static constexpr inline_operation rows[] = {
-#define ROW(name, how, what, ...) {func__##name, way::how, static_cast<UCH>(what), __VA_ARGS__ + 0},
-        INLINE_OPERATIONS(ROW)
-#undef ROW
-    };
-    const auto is_it = [&row](const inline_operation &op) { return op.handler == row.handler; };
-    const auto found = std::find_if(std::begin(rows), std::end(rows), is_it);
-    return found == std::end(rows) ? nullptr : found;
-}
-
 bool is_power_of_two(SLO number) { return number > 0 && (number & (number - 1)) == 0; }
 
 } // namespace
-
-bool is_inline(const numeric_row &row) { return find_inline(row) != nullptr; }
-
-bool is_negation(const numeric_row &row)
-{
-    const inline_operation *op = find_inline(row);
-    return op != nullptr && op->how == way::NOT;
-}
 
 // -- Operations on numbers ---------------------------------------------------------------------
 
 void lowering::numeric(unsigned i)
 {
-    const inline_operation *op = find_inline(*r_[i].row);
-    if (op == nullptr) return call_operation(i);
-    if (op->how == way::NOT) return truth_of(i);
-    const CHR letter = r_[i].row->result;
+    const item &it = r_[i];
+    if (it.how == way::CALL) return call_operation(i);
+    if (it.how == way::NOT) return truth_of(i);
+    const CHR letter = it.row->result;
     const reg first = value(i + 1, letter);
-    switch (op->how) {
-    case way::WITH_NUMBER: return a_.compute(operation(op->what), first, op->number);
+    switch (it.how) {
+    case way::WITH_NUMBER: return a_.compute(it.what_to_compute, first, it.number);
     case way::NEGATE: return a_.negate(first);
     case way::ABSOLUTE: return absolute(first);
     case way::SQUARE_ROOT: return square_root(i, first);
     default: break;
     }
     const operand by = second(r_.operand(i, 1), letter, first);
-    switch (op->how) {
-    case way::COMPUTE: return a_.compute(operation(op->what), first, by);
-    case way::SHIFT: return a_.shift_by(shift(op->what), first, by);
-    case way::DIVIDE: return divide(i, op->what != 0, first, by);
+    switch (it.how) {
+    case way::COMPUTE: return a_.compute(it.what_to_compute, first, by);
+    case way::SHIFT_LEFT: return a_.shift_by(shift::LEFT, first, by);
+    case way::SHIFT_RIGHT: return a_.shift_by(shift::RIGHT, first, by);
+    case way::QUOTIENT: return divide(i, true, first, by);
+    case way::REMAINDER: return divide(i, false, first, by);
     default: return divide_real(i, first, by);
     }
 }
@@ -122,46 +53,39 @@ void lowering::square_root(unsigned i, reg value)
     a_.square_root(value);
 }
 
-// To whole numbers of the divisor: what is below zero is first made larger by the divisor less 1.
-void lowering::divide_by_power(bool is_quotient, reg value, SLO by)
-{
-    const reg part = scratch[0];
-    a_.move(part, value);
-    a_.shift_by(shift::RIGHT, part, 63);
-    a_.compute(operation::AND, part, by - 1);
-    a_.compute(operation::ADD, part, value);
-    if (is_quotient) {
-        a_.move(value, part);
-        return a_.shift_by(shift::RIGHT, value, std::countr_zero(ULO(by)));
-    }
-    a_.compute(operation::AND, part, -by);
-    a_.compute(operation::SUB, value, part);
-}
-
-// A product with a fraction of 64 bits that is a little more than 1 / by, cut down and made larger
-// by 1 for what is below zero (Granlund and Montgomery, Division by invariant integers).
-void lowering::divide_by_product(bool is_quotient, reg value, SLO by)
+// Toward zero, without a division. By a power of two: what is below zero is first made larger by
+// the divisor less 1. By others: a product with a fraction of 64 bits that is a little more than 1
+// / by, cut down and made larger by 1 for what is below zero (Granlund and Montgomery, Division by
+// invariant integers).
+void lowering::divide_by_number(bool is_quotient, reg value, SLO by)
 {
     const reg part = scratch[1];
     const int bits = static_cast<int>(std::bit_width(ULO(by)));
-    const auto fraction = (static_cast<unsigned __int128>(1) << (63 + bits)) / ULO(by) + 1;
-    a_.multiply_high(part, value, static_cast<SLO>(fraction)); // and 2^64, so the value once more
-    a_.compute(operation::ADD, part, value);
-    a_.shift_by(shift::RIGHT, part, bits - 1);
-    a_.move(scratch[0], value);
-    a_.shift_by(shift::RIGHT, scratch[0], 63);
-    a_.compute(operation::SUB, part, scratch[0]);
+    if (is_power_of_two(by)) {
+        a_.move(part, value);
+        a_.shift_by(shift::RIGHT, part, 63);
+        a_.compute(operation::AND, part, by - 1);
+        a_.compute(operation::ADD, part, value);
+        if (is_quotient) a_.shift_by(shift::RIGHT, part, bits - 1);
+    } else {
+        const auto fraction = (static_cast<unsigned __int128>(1) << (63 + bits)) / ULO(by) + 1;
+        a_.multiply_high(part, value, static_cast<SLO>(fraction)); // and 2^64, so the value again
+        a_.compute(operation::ADD, part, value);
+        a_.shift_by(shift::RIGHT, part, bits - 1);
+        a_.move(scratch[0], value);
+        a_.shift_by(shift::RIGHT, scratch[0], 63);
+        a_.compute(operation::SUB, part, scratch[0]);
+    }
     if (is_quotient) return a_.move(value, part);
-    a_.compute(operation::MUL, part, by);
+    is_power_of_two(by) ? a_.compute(operation::AND, part, -by)
+                        : a_.compute(operation::MUL, part, by);
     a_.compute(operation::SUB, value, part);
 }
 
 void lowering::divide(unsigned i, bool is_quotient, reg value, const operand &by)
 {
     const bool is_fixed = by.kind == operand::NUMBER;
-    if (is_fixed && is_power_of_two(by.number))
-        return divide_by_power(is_quotient, value, by.number);
-    if (is_fixed && by.number > 2) return divide_by_product(is_quotient, value, by.number);
+    if (is_fixed && by.number > 0) return divide_by_number(is_quotient, value, by.number);
     const reg divisor = by.kind == operand::REGISTER ? by.in : temporary('I', 1);
     a_.move(divisor, by);
     if (!is_fixed || by.number == 0) {

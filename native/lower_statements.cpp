@@ -68,9 +68,9 @@ void lowering::lower_loop(unsigned i)
     late(loop.pending, [this, loop] {
         before_call(false);
         call(&absorb_break);
-        a_.store({STACK, RETURNED}, RESULT);
-        after_call();
-        a_.branch_if_byte(relation::NOT_EQUAL, {STACK, RETURNED}, 0, loop.end);
+        after_call(); // which leaves the answer: a loop is a statement, and no value is held
+        a_.compute(operation::AND, RESULT, 0xFF);
+        a_.branch_if(relation::NOT_EQUAL, RESULT, 0, loop.end);
         a_.jump(error_);
     });
 }

@@ -142,7 +142,7 @@ void lowering::branch(unsigned i, label place, bool when)
     if (!it.by_handler) {
         if (it.what == work::COMPARE) return branch_compare(i, place, when);
         if (it.what == work::BOTH || it.what == work::EITHER) return branch_both(i, place, when);
-        if (it.what == work::NUMERIC && is_negation(*it.row)) return branch(i + 1, place, !when);
+        if (it.how == way::NOT) return branch(i + 1, place, !when);
     }
     a_.branch_if(relation::NOT_EQUAL, value(i, 'I'), 0, place, when);
 }

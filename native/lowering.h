@@ -29,10 +29,10 @@ constexpr reg returned_in(CHR letter) { return letter == 'F' ? REAL_RESULT : RES
 
 inline memory in_machine(std::size_t offset) { return {MACHINE, offset_in_record(offset)}; }
 
-// The native stack of a piece of code, from its lowest word: what is held over a call, a word for
-// what a call has returned; then the variables of a function of numbers that a call could lose, or,
-// with a frame, the result record of the region and numbers for a function.
-constexpr int HELD = 0, RETURNED = 5 * 8, VARIABLES = 6 * 8, RESULT_RECORD = 6 * 8, GIVEN = 7 * 8;
+// The native stack of a piece of code, from its lowest word: what is held over a call; then, with a
+// frame, the result record of the region and numbers for a function. A function of numbers, which
+// may be called deep, has there what it holds at most and the variables that a call could lose.
+constexpr int HELD = 0, RESULT_RECORD = 5 * 8, GIVEN = 6 * 8;
 static_assert(std::size(temporaries) == 5 && std::size(real_temporaries) == 5);
 
 // Where a BREAK, or an error that may be one, leaves the code of a loop.
@@ -161,8 +161,7 @@ private:
     void absolute(reg value);
     void square_root(unsigned i, reg value);
     void divide(unsigned i, bool is_quotient, reg value, const operand &by);
-    void divide_by_power(bool is_quotient, reg value, SLO by);
-    void divide_by_product(bool is_quotient, reg value, SLO by);
+    void divide_by_number(bool is_quotient, reg value, SLO by);
     void divide_real(unsigned i, reg value, const operand &by);
     void raise_fault_at(unsigned i, label place);
     std::vector<reg> values_of_operands(unsigned i, const CHR *letters);
@@ -189,6 +188,7 @@ private:
     std::vector<open_loop> loops_;
     std::vector<std::function<void()>> late_;
     std::vector<reg> held_;     // temporaries that hold values
+    int variables_ = 0;         // of a function of numbers, on the stack
     const ULO *node_ = nullptr; // the last that was marked
     SLO depth_ = NO_RETURN;     // of a function without a frame, where the code is now
     label start_ = 0, resume_start_ = 0, resume_ = 0, direct_ = 0, done_ = 0, error_ = 0;

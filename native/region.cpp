@@ -11,7 +11,8 @@
 #include "vm/places.h"
 #include "vm/variants.h"
 
-// The instructions that the lowering knows besides the operations on numbers.
+// The instructions that the lowering knows; an operation on numbers that is not here is a call.
+#define NUMBERS(way_of_it) .what = work::NUMERIC, .how = way::way_of_it
 #define KNOWN_WORK(X)                                                                              \
     X(progn, .what = work::PROGN)                                                                  \
     X(setq, .what = work::SETQ)                                                                    \
@@ -32,7 +33,29 @@
     X(less, .what = work::COMPARE, .comparison = relation::LESS)                                   \
     X(greater, .what = work::COMPARE, .comparison = relation::GREATER)                             \
     X(lessorequal, .what = work::COMPARE, .comparison = relation::LESS_OR_EQUAL)                   \
-    X(greaterorequal, .what = work::COMPARE, .comparison = relation::GREATER_OR_EQUAL)
+    X(greaterorequal, .what = work::COMPARE, .comparison = relation::GREATER_OR_EQUAL)             \
+    X(iadd, NUMBERS(COMPUTE), .what_to_compute = operation::ADD)                                   \
+    X(isub, NUMBERS(COMPUTE), .what_to_compute = operation::SUB)                                   \
+    X(imul, NUMBERS(COMPUTE), .what_to_compute = operation::MUL)                                   \
+    X(iand, NUMBERS(COMPUTE), .what_to_compute = operation::AND)                                   \
+    X(ior, NUMBERS(COMPUTE), .what_to_compute = operation::OR)                                     \
+    X(ixor, NUMBERS(COMPUTE), .what_to_compute = operation::XOR)                                   \
+    X(fadd, NUMBERS(COMPUTE), .what_to_compute = operation::ADD)                                   \
+    X(fsub, NUMBERS(COMPUTE), .what_to_compute = operation::SUB)                                   \
+    X(fmul, NUMBERS(COMPUTE), .what_to_compute = operation::MUL)                                   \
+    X(iincr, NUMBERS(WITH_NUMBER), .what_to_compute = operation::ADD, .number = 1)                 \
+    X(idecr, NUMBERS(WITH_NUMBER), .what_to_compute = operation::SUB, .number = 1)                 \
+    X(inot, NUMBERS(WITH_NUMBER), .what_to_compute = operation::XOR, .number = -1)                 \
+    X(fabs, NUMBERS(WITH_NUMBER), .what_to_compute = operation::AND, .number = INT64_MAX)          \
+    X(ishl, NUMBERS(SHIFT_LEFT))                                                                   \
+    X(ishr, NUMBERS(SHIFT_RIGHT))                                                                  \
+    X(ineg, NUMBERS(NEGATE))                                                                       \
+    X(iabs, NUMBERS(ABSOLUTE))                                                                     \
+    X(not, NUMBERS(NOT))                                                                           \
+    X(idiv, NUMBERS(QUOTIENT))                                                                     \
+    X(imod, NUMBERS(REMAINDER))                                                                    \
+    X(fdiv, NUMBERS(DIVIDE_REAL))                                                                  \
+    X(fsqrt, NUMBERS(SQUARE_ROOT))
 
 #define DECLARE(name, ...) HANDLER(name);
 KNOWN_WORK(DECLARE)
@@ -122,6 +145,7 @@ item begin_item(const instruction &known)
     static const table<item> all = list_known_work();
     const auto found = find_in(all, known.generic);
     item it = found.empty() ? item() : found.front().second;
+    if (!found.empty()) it.row = found.back().second.row; // of an operation, behind what is known
     if (it.what == work::OTHER) it.letter = known.result;
     if (it.what == work::COMPARE || it.what == work::INDEX || it.what == work::ARSETQ)
         it.letter = known.slot;

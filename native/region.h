@@ -34,6 +34,22 @@ enum class work : UCH {
     OTHER
 };
 
+// What an operation on numbers becomes.
+enum class way : UCH {
+    CALL,
+    COMPUTE, // by one instruction
+    WITH_NUMBER,
+    SHIFT_LEFT,
+    SHIFT_RIGHT,
+    NEGATE,
+    ABSOLUTE,
+    NOT, // which turns a condition around
+    QUOTIENT,
+    REMAINDER,
+    DIVIDE_REAL,
+    SQUARE_ROOT
+};
+
 constexpr bool is_loop(work w) { return w == work::WHILE || w == work::FOR; }
 // Its value is that of an operand.
 constexpr bool is_branching(work w) { return w == work::IF || w == work::PROGN; }
@@ -63,12 +79,15 @@ struct item {
                     // INDEX or ARSETQ, most likely; 0 not known
     bool mixed = false;       // INDEX, ARSETQ: the array is most likely no typed one
     relation comparison = {}; // of COMPARE
-    UCH variable = 0;         // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
-    bool texts = false;       // COMPARE: of two texts that stand somewhere
-    bool pure = false;        // may be evaluated again: it changes nothing and calls nobody
-    bool framed = false;      // CALL: the function gets a frame, and numbers that are given
-    bool by_handler = false;  // the lowering leaves it to its handler, with all that is in it
-    unsigned end = 0;         // of its subtree: where the next sibling stands
+    way how = way::CALL;      // of NUMERIC, and
+    operation what_to_compute = {};
+    SLO number = 0;          // with it
+    UCH variable = 0;        // of READ, SETQ, INDEX, ARSETQ, FOR: its number in the region
+    bool texts = false;      // COMPARE: of two texts that stand somewhere
+    bool pure = false;       // may be evaluated again: it changes nothing and calls nobody
+    bool framed = false;     // CALL: the function gets a frame, and numbers that are given
+    bool by_handler = false; // the lowering leaves it to its handler, with all that is in it
+    unsigned end = 0;        // of its subtree: where the next sibling stands
     unsigned parent = 0;
     ULO place = 0;      // among the parent's operands
     unsigned loops = 0; // around it, in the region
@@ -79,6 +98,8 @@ struct item {
     variable_set reads = 0, assigns = 0;
     value_type type = {}; // of its value
     UCH temporaries = 0;  // registers that its evaluation takes, at most
+
+    bool calls_operation() const { return what == work::NUMERIC && how == way::CALL; }
 };
 
 // A function that takes numbers in registers and answers one.
@@ -159,11 +180,6 @@ bool settle_types(region *r);
 // The function that a CALL with operands of these types goes to without a frame; it may be made for
 // that. NULL: to its handler.
 const direct_function *find_callee(const region &r, unsigned i);
-
-// True for an operation that the lowering has instructions for; others are calls.
-bool is_inline(const numeric_row &row);
-// NOT, which turns a condition around.
-bool is_negation(const numeric_row &row);
 
 // The type of what a function answers, most likely; 0 not known.
 CHR answer_of(const ULO *image);

@@ -23,7 +23,7 @@ void weigh(region *r)
 bool calls_nobody(const region &r)
 {
     return std::none_of(r.items.begin(), r.items.end(), [](const item &it) {
-        return it.by_handler || it.what == work::CALL || (it.row != nullptr && !is_inline(*it.row));
+        return it.by_handler || it.what == work::CALL || it.calls_operation();
     });
 }
 

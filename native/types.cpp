@@ -363,7 +363,7 @@ bool needs_no_frame(const region &r)
 {
     for (const item &it : r.items)
         if (it.by_handler || it.framed || it.what == work::INDEX || it.what == work::ARSETQ ||
-            (it.row != nullptr && it.row->may_fault && !is_inline(*it.row)))
+            (it.calls_operation() && it.row->may_fault))
             return false;
     for (const local &v : r.locals)
         if (v.type == 0) return false;
