@@ -29,7 +29,6 @@ CHR guess(const region &r, unsigned i)
         return is_number(v.observed) ? v.observed : v.guess;
     }
     case work::INDEX: return member_of(r, i);
-    case work::NUMERIC: return it.row->result;
     case work::COMPARE:
     case work::BOTH:
     case work::EITHER: return 'I';

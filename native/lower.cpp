@@ -11,10 +11,7 @@ namespace native {
 
 namespace {
 
-// With the return address and the words of own_stack they leave the stack as calls want it.
-constexpr reg saved[] = {MACHINE, FRAME, kept[0], kept[1], kept[2], kept[3]};
-constexpr int own_stack = GIVEN + static_cast<int>(MOST_GIVEN * sizeof(given_number)) + 8;
-static_assert((8 + 8 * std::size(saved) + own_stack) % 16 == 0);
+constexpr reg saved_by_frame[] = {MACHINE, FRAME, kept[0], kept[1], kept[2], kept[3]};
 
 } // namespace
 
@@ -94,6 +91,7 @@ void lowering::mark(const ULO *node)
 // A function without a frame has put so much on the stack.
 void lowering::deepen(SLO bytes)
 {
+    if (depth_ == NO_RETURN) return;
     depth_ += bytes;
     mark(node_);
 }
@@ -136,11 +134,37 @@ void lowering::emit_late()
 
 // -- Ways in and out ---------------------------------------------------------------------------
 
+// Leaves the stack as calls want it: a multiple of 16 with the return address.
+void lowering::push_frame(std::span<const reg> saved, int size)
+{
+    saved_ = saved;
+    size_ = size + ((8 + 8 * static_cast<int>(saved.size()) + size) % 16 != 0 ? 8 : 0);
+    for (const reg r : saved_) {
+        a_.push(r);
+        deepen(8);
+    }
+    a_.move_stack(-size_);
+    deepen(size_);
+}
+
+// Returns; what stands behind it in the code is in the frame again.
+void lowering::pop_frame()
+{
+    const SLO inside = depth_;
+    a_.move_stack(size_);
+    deepen(-size_);
+    for (std::size_t i = saved_.size(); i-- > 0;) {
+        a_.pop(saved_[i]);
+        deepen(-8);
+    }
+    a_.leave();
+    depth_ = inside;
+}
+
 // With an error pending the handlers know best what is still done.
 void lowering::begin(label fails)
 {
-    for (const reg r : saved) a_.push(r);
-    a_.move_stack(-own_stack);
+    push_frame(saved_by_frame, GIVEN + static_cast<int>(MOST_GIVEN * sizeof(given_number)));
     a_.store({STACK, RESULT_RECORD}, arguments[1]);
     call(&enter);
     a_.move(MACHINE, RESULT);
@@ -152,9 +176,7 @@ void lowering::begin(label fails)
 void lowering::end(SLO answer)
 {
     a_.move(RESULT, answer);
-    a_.move_stack(own_stack);
-    for (std::size_t i = std::size(saved); i-- > 0;) a_.pop(saved[i]);
-    a_.leave();
+    pop_frame();
 }
 
 void lowering::check_owns_nothing(const local &v, label fails)
@@ -235,41 +257,28 @@ void lowering::make_direct()
     make_function_of_numbers();
 }
 
+// Arguments come as temporaries.
 void lowering::make_function_of_numbers()
 {
-    std::vector<reg> pushed;
-    for (const reg r : kept)
-        for (const local &v : r_.locals)
-            if (v.in == r) pushed.push_back(r);
+    std::vector<reg> used;
     variables_ = HELD + 8 * r_[0].temporaries;
     int size = variables_;
-    for (const local &v : r_.locals) size += needs_home(v) ? 8 : 0;
-    if ((8 + 8 * pushed.size() + size) % 16 != 0) size += 8; // as calls want the stack
+    for (const local &v : r_.locals) {
+        if (std::ranges::find(kept, v.in) != std::end(kept)) used.push_back(v.in);
+        if (needs_home(v)) size += 8;
+    }
     a_.bind(direct_);
     depth_ = 0;
     mark(r_[0].node);
-    for (const reg r : pushed) {
-        a_.push(r);
-        deepen(8);
-    }
-    a_.move_stack(-size);
-    deepen(size);
-    for (const local &v : r_.locals) // arguments come as temporaries
+    push_frame(used, size);
+    for (const local &v : r_.locals)
         if (v.number < r_.self->arguments.size()) assign(v, temporary(v.type, v.number));
     answer(0);
-    a_.bind(done_);
-    a_.move_stack(size);
-    deepen(-size);
-    for (std::size_t i = pushed.size(); i-- > 0;) {
-        a_.pop(pushed[i]);
-        deepen(-8);
-    }
-    a_.leave();
-    depth_ = size + 8 * static_cast<SLO>(pushed.size());
     emit_late();
     mark(r_[0].node);
     a_.bind(error_);
-    a_.jump(done_);
+    a_.bind(done_);
+    pop_frame();
 }
 
 // Tries the code; where it does not fit, the handler of before has the same arguments.
@@ -291,12 +300,6 @@ void lowering::make_handler()
 
 lowered lowering::make()
 {
-    start_ = a_.make_label();
-    resume_start_ = a_.make_label();
-    error_ = a_.make_label();
-    done_ = a_.make_label();
-    resume_ = a_.make_label();
-    direct_ = a_.make_label();
     mark(nullptr);
     make_handler();
     r_.kind == shape::DIRECT ? make_direct() : make_framed();

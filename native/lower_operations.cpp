@@ -17,8 +17,7 @@ void lowering::numeric(unsigned i)
     const item &it = r_[i];
     if (it.how == way::CALL) return call_operation(i);
     if (it.how == way::NOT) return truth_of(i);
-    const CHR letter = it.row->result;
-    const reg first = value(i + 1, letter);
+    const reg first = value(i + 1, it.letter);
     switch (it.how) {
     case way::WITH_NUMBER: return a_.compute(it.what_to_compute, first, it.number);
     case way::NEGATE: return a_.negate(first);
@@ -26,7 +25,7 @@ void lowering::numeric(unsigned i)
     case way::SQUARE_ROOT: return square_root(i, first);
     default: break;
     }
-    const operand by = second(r_.operand(i, 1), letter, first);
+    const operand by = second(r_.operand(i, 1), it.letter, first);
     switch (it.how) {
     case way::COMPUTE: return a_.compute(it.what_to_compute, first, by);
     case way::SHIFT_LEFT: return a_.shift_by(shift::LEFT, first, by);

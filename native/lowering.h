@@ -54,6 +54,8 @@ private:
     void make_direct();
     void make_handler();
     void make_function_of_numbers();
+    void push_frame(std::span<const reg> saved, int size);
+    void pop_frame();
     void begin(label fails);
     void begin_with_variables(variable_set set, label fails);
     void end(SLO answer);
@@ -187,11 +189,14 @@ private:
     lowered made_;
     std::vector<open_loop> loops_;
     std::vector<std::function<void()>> late_;
-    std::vector<reg> held_;     // temporaries that hold values
-    int variables_ = 0;         // of a function of numbers, on the stack
-    const ULO *node_ = nullptr; // the last that was marked
-    SLO depth_ = NO_RETURN;     // of a function without a frame, where the code is now
-    label start_ = 0, resume_start_ = 0, resume_ = 0, direct_ = 0, done_ = 0, error_ = 0;
+    std::vector<reg> held_;      // temporaries that hold values
+    int variables_ = 0;          // of a function of numbers, on the stack
+    const ULO *node_ = nullptr;  // the last that was marked
+    SLO depth_ = NO_RETURN;      // of a function without a frame, where the code is now
+    std::span<const reg> saved_; // by the frame, which has so many bytes besides
+    int size_ = 0;
+    label start_ = a_.make_label(), resume_start_ = a_.make_label(), resume_ = a_.make_label(),
+          direct_ = a_.make_label(), done_ = a_.make_label(), error_ = a_.make_label();
 };
 
 // A node that is what the last evaluated one in it is: for a PROGN its last operand, for an IF one

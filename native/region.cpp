@@ -146,7 +146,7 @@ item begin_item(const instruction &known)
     const auto found = find_in(all, known.generic);
     item it = found.empty() ? item() : found.front().second;
     if (!found.empty()) it.row = found.back().second.row; // of an operation, behind what is known
-    if (it.what == work::OTHER) it.letter = known.result;
+    if (it.what == work::OTHER || it.what == work::NUMERIC) it.letter = known.result;
     if (it.what == work::COMPARE || it.what == work::INDEX || it.what == work::ARSETQ)
         it.letter = known.slot;
     it.mixed = known.slot == 0 && (it.what == work::INDEX || it.what == work::ARSETQ);

@@ -275,19 +275,16 @@ void typing::visit(unsigned i, use how)
     if (it.by_handler || it.what == work::READ) early_ |= it.reads & ~assigned_;
     if (it.by_handler) return;
     switch (it.what) {
-    case work::CONSTANT: give(i, {it.letter, true}); break;
-    case work::READ: visit_read(i); break;
+    case work::CONSTANT:
     case work::NUMERIC:
-        visit_operands(i);
-        give(i, {it.row->result, true});
-        break;
-    case work::COMPARE: visit_compare(i); break;
-    case work::BOTH:
-    case work::EITHER: visit_both(i); break;
     case work::CAST:
         visit_operands(i);
         give(i, {it.letter, true});
         break;
+    case work::READ: visit_read(i); break;
+    case work::COMPARE: visit_compare(i); break;
+    case work::BOTH:
+    case work::EITHER: visit_both(i); break;
     case work::SETQ: visit_setq(i, how); break;
     case work::INDEX: visit_index(i); break;
     case work::ARSETQ: visit_arsetq(i, how); break;
