@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <initializer_list>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -88,9 +90,11 @@ template <class T> table<T> sorted(table<T> rows)
 }
 
 // The rows with a handler.
-template <class T> auto find_in(const table<T> &rows, fcall handler)
+template <class T> std::span<const std::pair<fcall, T>> find_in(const table<T> &rows, fcall handler)
 {
-    return std::ranges::equal_range(rows, handler, std::less<fcall>(), &std::pair<fcall, T>::first);
+    constexpr auto key = &std::pair<fcall, T>::first;
+    return {std::ranges::lower_bound(rows, handler, std::less<fcall>(), key),
+            std::ranges::upper_bound(rows, handler, std::less<fcall>(), key)};
 }
 
 table<instruction> read_tables()
