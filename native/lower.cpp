@@ -223,13 +223,14 @@ void lowering::make_framed()
     a_.bind(start_);
     begin_with_variables(0, fails);
     answer(0);
-    emit_late();
-    a_.bind(error_);
-    store_variables(true);
     a_.bind(done_);
     end(1);
     a_.bind(fails);
     end(0);
+    emit_late();
+    a_.bind(error_);
+    store_variables(true);
+    end(1);
 }
 
 // The way in from handlers, with the arguments in a frame, and the function itself.
@@ -274,11 +275,12 @@ void lowering::make_function_of_numbers()
     for (const local &v : r_.locals)
         if (v.number < r_.self->arguments.size()) assign(v, temporary(v.type, v.number));
     answer(0);
+    a_.bind(done_);
+    pop_frame();
     emit_late();
     mark(r_[0].node);
     a_.bind(error_);
-    a_.bind(done_);
-    pop_frame();
+    a_.jump(done_);
 }
 
 // Tries the code; where it does not fit, the handler of before has the same arguments.
