@@ -264,10 +264,10 @@ void lowering::make_function_of_numbers()
     std::vector<reg> used;
     variables_ = HELD + 8 * r_[0].temporaries;
     int size = variables_;
-    for (const local &v : r_.locals) {
-        if (std::ranges::find(kept, v.in) != std::end(kept)) used.push_back(v.in);
+    for (const reg r : kept)
+        if (std::ranges::find(r_.locals, r, &local::in) != r_.locals.end()) used.push_back(r);
+    for (const local &v : r_.locals)
         if (needs_home(v)) size += 8;
-    }
     a_.bind(direct_);
     depth_ = 0;
     mark(r_[0].node);
