@@ -241,13 +241,6 @@ void compiler::settle_places()
 
 // -- Words of a call ---------------------------------------------------------------------------
 
-ULO row_of_defun()
-{
-    for (ULO i = 0; i < isa_count; i++)
-        if (cmp_mnm(view(*isa_table[i].mnemonic), group_string(GROUP_DEFUN))) return i;
-    return 0;
-}
-
 // The number of a global function, from 1; 0 if there is none.
 ULO compiler::find_global(name_id name)
 {
@@ -263,7 +256,7 @@ ULO compiler::find_global(name_id name)
 
 void compiler::find_udf(name_id name, call_node *node)
 {
-    static const ULO defun = row_of_defun();
+    static const ULO defun = row_of_group(GROUP_DEFUN);
     if (const ULO local = local_udfs_.get(name); local != 0) {
         node->letter = 'L';
         node->udf = local - 1;

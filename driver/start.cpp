@@ -9,7 +9,6 @@
 
 #include "driver/options.h"
 #include "driver/usage.h"
-#include "frontend/groups.h"
 #include "frontend/isa.h"
 #include "kestrin/strings.h"
 #include "kestrin/unit.h"
@@ -90,7 +89,6 @@ void start_engine(session *s)
 
 void start_language(session *s)
 {
-    build_groups();
     term_init(nullptr);
     tell_settings(s);
     equ(&rt_ctrl->rt_run_text, nullptr);

@@ -2,29 +2,17 @@
 // place that must know a control construct asks for membership in a group and never for a name.
 #pragma once
 
-#include <string_view>
-
-#include "kestrin/types.h"
+// Each is named by the instruction whose row its members are aliases of.
+// clang-format off
+#define EACH_GROUP(G)                                                                              \
+    G(PROGN) G(SETQ) G(ALSETQ) G(ARSETQ) G(INDEX) G(ALINDEX) G(DEFUN) G(IF) G(WHILE) G(FOR)        \
+    G(BREAK) G(EXIT) G(COMMENTS) G(AND) G(AND_2) G(OR) G(OR_2)
+// clang-format on
 
 enum group : unsigned {
-    GROUP_PROGN,
-    GROUP_SETQ,
-    GROUP_ALSETQ,
-    GROUP_ARSETQ,
-    GROUP_INDEX,
-    GROUP_ALINDEX,
-    GROUP_DEFUN,
-    GROUP_IF,
-    GROUP_WHILE,
-    GROUP_FOR,
-    GROUP_BREAK,
-    GROUP_EXIT,
-    GROUP_COMMENTS,
-    GROUP_AND,
-    GROUP_AND_2,
-    GROUP_OR,
-    GROUP_OR_2,
-    GROUPS
+#define GROUP(name) GROUP_##name,
+    EACH_GROUP(GROUP)
+#undef GROUP
 };
 
 // A set of groups, as bits.
@@ -36,13 +24,3 @@ constexpr group_set ASSIGNS = in(GROUP_SETQ) | in(GROUP_ALSETQ) | in(GROUP_ARSET
 constexpr group_set SETS_VARIABLE = ASSIGNS | in(GROUP_FOR);
 // The first operand's number stands in the node itself.
 constexpr group_set VARIABLE_FIRST = ASSIGNS | READS_ARRAY;
-
-// Blank-framed list of the mnemonic and its aliases; stays NULL if no row has the mnemonic.
-void _group_ctrl_cop(CHR **group, const CHR *mnemonic);
-// Whether " mnemonic " occurs in a group string.
-bool cmp_mnm(std::string_view mnemonic, const CHR *group);
-
-// Builds the seventeen group strings that do not exist yet.
-void build_groups();
-// The string of a group, NULL before it is built.
-const CHR *group_string(group g);

@@ -3,6 +3,9 @@
 
 #include "frontend/words.h"
 
+#include <algorithm>
+
+#include "kestrin/strings.h"
 #include "strings/scratch.h"
 #include "vm/machine.h"
 
@@ -10,16 +13,27 @@ std::vector<instruction_word> instruction_words;
 
 namespace {
 
-// Adds the group to all words of its string.
+constexpr isa_id leaders[] = {
+#define GROUP(name) ISA_##name,
+    EACH_GROUP(GROUP)
+#undef GROUP
+};
+
+bool are_aliases(const isa_row &a, const isa_row &b)
+{
+    return a.operands == b.operands && a.ret_type == b.ret_type && cmp(a.op_type, b.op_type) &&
+           std::equal(std::begin(a.slots), std::end(a.slots), b.slots);
+}
+
+// Rows like that of the word that gives the group its name belong to it.
 void mark_members(const name_table &known, group g)
 {
-    std::string_view rest = view(group_string(g));
-    while (!rest.empty()) {
-        const auto end = rest.find(' ');
-        if (const name_id name = known.find(rest.substr(0, end)); name != NO_NAME)
-            instruction_words[name].groups |= in(g);
-        rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
-    }
+    const name_id leader = known.find(mnemonic(leaders[g]));
+    if (leader == NO_NAME || instruction_words[leader].letter != 'T') return;
+    const isa_row &row = isa_table[instruction_words[leader].row];
+    for (ULO i = 0; i < isa_count; i++)
+        if (are_aliases(row, isa_table[i]))
+            instruction_words[known.find(view(*isa_table[i].mnemonic))].groups |= in(g);
 }
 
 void add_word(name_table *known, std::string_view name, const instruction_word &word)
@@ -31,7 +45,6 @@ void enter_words(name_table *known)
 {
     const bool is_first = instruction_words.empty();
     if (is_first) {
-        build_groups();
         bind_isaext();
         instruction_words.reserve(isa_count + isaext_count);
     }
@@ -39,7 +52,8 @@ void enter_words(name_table *known)
         add_word(known, view(*isa_table[i].mnemonic), {'T', i, isa_table[i].operands, 0});
     for (ULO i = 0; i < isaext_count; i++)
         add_word(known, isaext_table[i].fnc_name, {'t', i, isaext_table[i].operands, 0});
-    for (unsigned g = 0; is_first && g < GROUPS; g++) mark_members(*known, static_cast<group>(g));
+    for (unsigned g = 0; is_first && g < std::size(leaders); g++)
+        mark_members(*known, static_cast<group>(g));
 }
 
 } // namespace

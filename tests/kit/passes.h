@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "frontend/check.h"
-#include "frontend/groups.h"
 #include "frontend/justify.h"
 #include "frontend/reader.h"
 #include "frontend/squeeze.h"
@@ -20,7 +19,6 @@ namespace kit {
 inline void start_passes()
 {
     setup_quarne_thread_safe_functionality_for_local_thread();
-    build_groups();
 }
 
 // A fixture: a testing::Test whose thread can check and compile.

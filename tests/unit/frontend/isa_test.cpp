@@ -63,16 +63,11 @@ TEST_F(Isa, TableRoundTripAndReset)
 
 TEST_F(Isa, Groups)
 {
-    scratch group;
-    _group_ctrl_cop(&group.s, group.s);
-    EXPECT_EQ(nullptr, group.s);
     // An alias that a unit adds joins the group of its row.
     const std::string all = told(_internal_ISA_COPs_get);
     give(_internal_ISA_COPs_set, all + row_of(all, "SETQ").replace(1, 4, "LET"));
-    _group_ctrl_cop(&group.s, *isa_table[ISA_SETQ].mnemonic);
-    EXPECT_EQ(" SETQ LET ", view(group.s));
-    EXPECT_TRUE(cmp_mnm("LET", group.s));
-    EXPECT_FALSE(cmp_mnm("SET", group.s));
+    EXPECT_EQ(in(GROUP_SETQ), word_groups("LET"));
+    EXPECT_EQ(0u, word_groups("SET"));
     EXPECT_EQ(ULO(ISA_ROWS), find_word("LET")->row);
     EXPECT_EQ("(LET A 1)", kit::checked("(let a 1)"));
 }
