@@ -292,9 +292,9 @@ void decompiler::write_call(ULO p, CHR letter)
     if (letter == 'L') {
         visible_[number].is_called = true;
         out_.append(visible_[number].name);
-    } else if (const auto *found = names_.global_udfs.find(number);
-               found != nullptr && is_usable(*found))
-        out_.append(*found);
+    } else if (const auto found = names_.global_udfs.find(number);
+               found != names_.global_udfs.end() && is_usable(found->second))
+        out_.append(found->second);
     else
         out_.append(GLOBAL_PREFIX).append(function_->prefix).append(std::to_string(number + 1));
     for (ULO i = 0; i < count; i++) {
@@ -312,8 +312,9 @@ cop decompiler::find_cop(ULO p, CHR letter) const
     const bool is_isa = letter == 'T';
     const CHR *table = is_isa ? "ISA" : "ISAext";
     const auto &listed = is_isa ? names_.isa : names_.isaext;
-    if (const listed_cop *found = listed.find(row); found != nullptr && is_usable(found->mnemonic))
-        return {std::string(found->mnemonic), found->operands, true, true, table};
+    if (const auto found = listed.find(row);
+        found != listed.end() && is_usable(found->second.mnemonic))
+        return {std::string(found->second.mnemonic), found->second.operands, true, true, table};
     if (is_isa && row < isa_count)
         return {std::string(view(*isa_table[row].mnemonic)), isa_table[row].operands, true, false,
                 table};

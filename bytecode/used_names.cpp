@@ -4,12 +4,9 @@
 #include "bytecode/used_names.h"
 
 #include "frontend/token.h"
-
 #include "vm/debug_text.h"
 
 namespace {
-
-SLO number_of(std::string_view field) { return leading_number(field); }
 
 // Calls `enter` with the name and the rest of each entry. The first of several entries counts.
 template <class F> void read_list(std::string_view *text, F enter)
@@ -28,8 +25,8 @@ template <class F> void read_list(std::string_view *text, F enter)
 void read_cops(std::string_view *text, numbered<listed_cop> *cops)
 {
     read_list(text, [cops](std::string_view name, std::string_view fields) {
-        const ULO row = ULO(number_of(take_until(&fields, '\xFE')));
-        cops->add(row, listed_cop{name, number_of(fields)});
+        const ULO row = ULO(leading_number(take_until(&fields, '\xFE')));
+        cops->emplace(row, listed_cop{name, leading_number(fields)});
     });
 }
 
@@ -51,13 +48,10 @@ used_names take_used_names(std::string_view *text)
 {
     used_names names;
     read_list(text, [&names](std::string_view name, std::string_view number) {
-        names.global_udfs.add(ULO(number_of(number)), name);
+        names.global_udfs.emplace(leading_number(number), name);
     });
     read_cops(text, &names.isa);
     read_cops(text, &names.isaext);
-    names.global_udfs.sort();
-    names.isa.sort();
-    names.isaext.sort();
     return names;
 }
 

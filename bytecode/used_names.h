@@ -2,11 +2,10 @@
 // name, of the global functions and of the two kinds of instructions in use.
 #pragma once
 
-#include <algorithm>
 #include <initializer_list>
+#include <map>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "kestrin/types.h"
 
@@ -15,33 +14,8 @@ struct listed_cop {
     SLO operands;
 };
 
-// Values by number; of several with one number the first counts.
-template <class T> class numbered {
-public:
-    void add(ULO number, T value) { entries_.push_back({number, entries_.size(), value}); }
-    // Between the last add() and the first find().
-    void sort()
-    {
-        std::sort(entries_.begin(), entries_.end(), [](const entry &a, const entry &b) {
-            return a.number != b.number ? a.number < b.number : a.order < b.order;
-        });
-    }
-    // NULL if there is none.
-    const T *find(ULO number) const
-    {
-        const auto found =
-            std::lower_bound(entries_.begin(), entries_.end(), number,
-                             [](const entry &e, ULO wanted) { return e.number < wanted; });
-        return found == entries_.end() || found->number != number ? nullptr : &found->value;
-    }
-
-private:
-    struct entry {
-        ULO number, order;
-        T value;
-    };
-    std::vector<entry> entries_;
-};
+// Of several with one number the first counts.
+template <class T> using numbered = std::map<ULO, T>;
 
 // Names by number, views into the text that they were read from.
 struct used_names {

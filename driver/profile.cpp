@@ -152,7 +152,8 @@ void load_profile(session *s)
 {
     if (!can_open(s->cfg_profile_path)) return;
     tell(s, message::READING_PROFILE, s->cfg_profile_path);
-    take_profile(s, read_from_file(s->cfg_profile_path, &s->set.file));
+    take_profile(s,
+                 read_from_raw(s->cfg_profile_path, read_raw(s->cfg_profile_path), &s->set.file));
 }
 
 void take_profile(session *s, const std::string &text)

@@ -28,26 +28,14 @@ namespace {
 #include "frontend/isa.def"
 #undef ROW
 
-#define SLOTS_NONE(f)                                                                              \
-    {                                                                                              \
-        nullptr, nullptr, nullptr, nullptr, nullptr                                                \
-    }
-#define SLOTS_G(f)                                                                                 \
-    {                                                                                              \
-        func__##f, nullptr, nullptr, nullptr, nullptr                                              \
-    }
-#define SLOTS_GJ(f)                                                                                \
-    {                                                                                              \
-        func__##f, func__##f##_j, nullptr, nullptr, nullptr                                        \
-    }
-#define SLOTS_GJFSZ(f)                                                                             \
-    {                                                                                              \
-        func__##f, func__##f##_i, func__##f##_f, func__##f##_s, func__##f##_z                      \
-    }
+#define SLOTS_NONE(f) nullptr
+#define SLOTS_G(f) func__##f
+#define SLOTS_GJ(f) func__##f, func__##f##_j
+#define SLOTS_GJFSZ(f) func__##f, func__##f##_i, func__##f##_f, func__##f##_s, func__##f##_z
 
 isa_row built_in_rows[] = {
 #define ROW(id, mnemonic, n, res, letters, slots, f)                                               \
-    {&isa_mnemonics[ISA_##id], n, res, letters_##id.text, SLOTS_##slots(f)},
+    {&isa_mnemonics[ISA_##id], n, res, letters_##id.text, {SLOTS_##slots(f)}},
 #include "frontend/isa.def"
 #undef ROW
 };

@@ -109,8 +109,3 @@ std::string read_from_raw(const CHR *path, const raw_file &file, file_places *pl
     if (refused != 0) refuse_line(path, refused);
     return joined;
 }
-
-std::string read_from_file(const CHR *path, file_places *places)
-{
-    return read_from_raw(path, read_raw(path), places);
-}

@@ -25,6 +25,3 @@ ULO join_lines(std::string *joined, std::string_view text, bool carry_quotes,
 // The reader text of a file. Ends the process with a report that names the path if it could not be
 // read, and with a message if a line ends inside a string.
 std::string read_from_raw(const CHR *path, const raw_file &file, file_places *places);
-
-// The same for a file that is still to be read.
-std::string read_from_file(const CHR *path, file_places *places);
