@@ -131,33 +131,17 @@ public:
     void link_image(ULO *p, ULO scope);
 
 private:
-    linked_node link_operand(ULO *word, node_place place);
+    linked_node link_any(ULO *node, node_place place);
     void link_leaf(ULO *node, fcall handler, node_place place);
     linked_node link_node(ULO *p, node_place place);
     linked_node link_operands(ULO *p, const image::node_words &words, node_place place);
     image::node_words link_words(ULO *p, group_set *groups);
-    image::node_words link_instruction(ULO *p, ULO payload, group_set groups);
-    image::node_words link_extension(ULO *p, ULO payload);
     image::node_words link_call(ULO *p, ULO payload, CHR letter);
 
     std::vector<ULO> udf_table_; // addresses of the images in scope
     ULO arguments_ = 0;          // of the function that is linked
     mapcar_answers answers_;     // in it
 };
-
-image::node_words linker::link_instruction(ULO *p, ULO payload, group_set groups)
-{
-    const isa_row &row = isa_table[image::row_of(payload)];
-    set_handler(p, row.slots[image::slot_of(payload)]);
-    return image::words_of_instruction(row.operands, groups & VARIABLE_FIRST);
-}
-
-image::node_words linker::link_extension(ULO *p, ULO payload)
-{
-    const INSTRUCTION_STRU &row = isaext_table[image::row_of(payload)];
-    set_handler(p, row.func_ptr);
-    return image::words_of_instruction(row.operands, false);
-}
 
 image::node_words linker::link_call(ULO *p, ULO payload, CHR letter)
 {
@@ -182,11 +166,17 @@ image::node_words linker::link_words(ULO *p, group_set *groups)
 {
     const CHR letter = image::letter_of(*p);
     const ULO payload = image::payload_of(*p);
-    if (letter == 't') return link_extension(p, payload);
     if (letter == 'L' || letter == 'G') return link_call(p, payload, letter);
+    if (letter == 't') {
+        const INSTRUCTION_STRU &row = isaext_table[image::row_of(payload)];
+        set_handler(p, row.func_ptr);
+        return image::words_of_instruction(row.operands, false);
+    }
     if (letter != 'T') return {};
-    *groups = groups_of(isa_table[image::row_of(payload)]);
-    return link_instruction(p, payload, *groups);
+    const isa_row &row = isa_table[image::row_of(payload)];
+    *groups = groups_of(row);
+    set_handler(p, row.slots[image::slot_of(payload)]);
+    return image::words_of_instruction(row.operands, *groups & VARIABLE_FIRST);
 }
 
 // A variable that is passed by alias keeps its value for the call, so it is copied where a later
@@ -202,11 +192,8 @@ void linker::link_leaf(ULO *node, fcall handler, node_place place)
     set_handler(node, handler);
 }
 
-// The target of an operand word, linked.
-linked_node linker::link_operand(ULO *word, node_place place)
+linked_node linker::link_any(ULO *node, node_place place)
 {
-    ULO *node = word + *word;
-    *word = reinterpret_cast<ULO>(node);
     const fcall leaf = leaf_handler(image::letter_of(*node));
     if (leaf == nullptr) return link_node(node, place);
     link_leaf(node, leaf, place);
@@ -222,7 +209,9 @@ linked_node linker::link_operands(ULO *p, const image::node_words &words, node_p
     linked_node all;
     for (ULO i = count; i-- > 0;) {
         const value_use use = known_use(use_of_operand(handler, i, count, place.use));
-        const linked_node operand = link_operand(p + words.operands + i, {use, all.assigned});
+        ULO *word = p + words.operands + i, *node = word + *word;
+        *word = reinterpret_cast<ULO>(node);
+        const linked_node operand = link_any(node, {use, all.assigned});
         all = {all.assigned | operand.assigned, operand.form};
     }
     return all;
@@ -285,12 +274,7 @@ void linker::link_image(ULO *p, ULO scope)
         udf_table_.resize(scope); // what the UDF's own scope added
     }
     arguments_ = p[image::ARGUMENTS];
-    const node_place answers = {known_use(value_use::ANSWER)};
-    const fcall leaf = leaf_handler(image::letter_of(*main_node));
-    if (leaf != nullptr)
-        link_leaf(main_node, leaf, answers);
-    else
-        link_node(main_node, answers);
+    link_any(main_node, {known_use(value_use::ANSWER)});
     answers_.settle(arguments_);
 }
 
