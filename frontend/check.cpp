@@ -146,15 +146,13 @@ private:
     ULO count_arguments(node_index form, ULO most);
     SLO refuse_count(const second_look &look, SLO operands, std::string_view text);
     SLO check_count(const form &f);
-    SLO check_array(const form &f);
     SLO go_on(form f, level where, bool terminators);
     SLO write_form(const form &f, level where, bool terminators);
-    SLO check_target(const form &f);
     bool squeezing_changes(node_index form, bool in_progn);
     SLO check_arguments(const form &f, level where, bool terminators, bool *lost_comment);
     UCH class_token(node *n);
     SLO check_token(node_index n);
-    SLO refuse_target(node_index form, node_index target, bool is_array);
+    SLO check_variable(const form &f);
     SLO define(const form &f, level where);
     SLO define_body(node_index definition, name_id name);
     SLO settle(const function_scope &scope, SLO operands);
@@ -363,31 +361,18 @@ SLO checker::check_token(node_index index)
     return 0;
 }
 
-SLO checker::refuse_target(node_index form, node_index target, bool is_array)
+// The first argument of a form that reads an array or sets a variable. A formal argument is set
+// only in the text that the driver has modified, and is not counted as a use there.
+SLO checker::check_variable(const form &f)
 {
-    const std::string_view shown =
-        at(target).letter == 0 ? text(target) : std::string_view(folded_);
-    if (is_array) return refuse<syntax::INVALID_ARRAY>(target, path(), shown, text(form));
-    return refuse<syntax::INVALID_TARGET>(target, path(), shown, text(form));
-}
-
-SLO checker::check_array(const form &f)
-{
-    node *array = &at(at(f.index).first);
-    const UCH letter = class_token(array);
-    if (letter == 'V' || letter == 'P') return 0;
-    return refuse_target(f.index, at(f.index).first, true);
-}
-
-// The target of an assignment. A formal argument is one only in the text that the driver has
-// modified, and is not counted as a use.
-SLO checker::check_target(const form &f)
-{
-    node *target = &at(at(f.index).first);
-    const UCH letter = class_token(target);
-    if (letter == 'V') return 0;
-    if (letter == 'P' && here_ == &main_ && name_ == "Main_Modified") return 0;
-    return refuse_target(f.index, at(f.index).first, false);
+    const node_index first = at(f.index).first;
+    const UCH letter = class_token(&at(first));
+    const bool is_array = (f.groups & READS_ARRAY) != 0;
+    const bool may_be_argument = is_array || (here_ == &main_ && name_ == "Main_Modified");
+    if (letter == 'V' || (letter == 'P' && may_be_argument)) return 0;
+    const std::string_view shown = letter == 0 ? text(first) : std::string_view(folded_);
+    if (is_array) return refuse<syntax::INVALID_ARRAY>(first, path(), shown, text(f.index));
+    return refuse<syntax::INVALID_TARGET>(first, path(), shown, text(f.index));
 }
 
 // -- Forms -------------------------------------------------------------------------------------
@@ -446,8 +431,7 @@ SLO checker::write_form(const form &f, level where, bool terminators)
 {
     if ((f.groups & (in(GROUP_BREAK) | in(GROUP_EXIT))) && !terminators)
         return refuse<syntax::TERMINATOR_NESTED>(f.index, path(), text(f.index));
-    if (((f.groups & READS_ARRAY) && check_array(f) == FAILED) ||
-        ((f.groups & SETS_VARIABLE) && check_target(f) == FAILED))
+    if ((f.groups & (READS_ARRAY | SETS_VARIABLE)) && check_variable(f) == FAILED)
         return go_on(f, where, terminators);
     bool lost_comment = false;
     if (check_arguments(f, where, terminators, &lost_comment) == FAILED) return FAILED;

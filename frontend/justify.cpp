@@ -37,31 +37,10 @@ struct finding {
     std::vector<udf_type> outer; // functions called from outside the definition; letter 0: unknown
 };
 
-class type_context {
-public:
-    void push(name_id name, UCH letter)
-    {
-        if (places_.get(name) == 0) places_.set(name, static_cast<std::uint32_t>(list_.size() + 1));
-        list_.push_back({name, letter});
-    }
-    void cut(ULO size)
-    {
-        for (; list_.size() > size; list_.pop_back())
-            if (places_.get(list_.back().name) == list_.size()) places_.undo(places_.mark() - 1);
-    }
-    ULO size() const { return list_.size(); }
-    // The place of a function, size() if it is not known.
-    ULO find(name_id name) const
-    {
-        const std::uint32_t place = places_.get(name);
-        return place == 0 ? list_.size() : place - 1;
-    }
-    UCH letter(ULO place) const { return place < list_.size() ? list_[place].letter : 0; }
-    const udf_type &at(ULO place) const { return list_[place]; }
-
-private:
-    std::vector<udf_type> list_;
-    scoped<std::uint32_t> places_; // the first of each name, from 1
+// A function that is known where the walk stands; of several with one name the first counts.
+struct known_udf {
+    UCH letter = 0; // 0: there is none
+    ULO order = 0;  // in which they have become known
 };
 
 // The function being walked.
@@ -93,6 +72,8 @@ private:
     UCH type_call(const node &n);
     UCH type_all(node_index first);
 
+    bool is_own(const known_udf &udf) const { return udf.letter != 0 && udf.order >= here_->base; }
+    void define(name_id name, UCH letter);
     name_id name_of(node *target) const;
     void assign(node *target, UCH letter);
     void make_unknown(node *target);
@@ -103,7 +84,8 @@ private:
 
     const tree &tree_;
     std::vector<node> &nodes_;
-    type_context context_;
+    scoped<known_udf> udfs_;
+    std::vector<udf_type> defined_; // by the whole text, in order
     walked_function main_, *here_ = &main_;
     scoped<UCH> types_;                                // of variables; 'U' stays 'U'
     scoped<bool> arrays_;                              // targets of ARSETQ
@@ -146,6 +128,11 @@ node *type_pass::argument(const node &n, ULO i)
     absent_ = {}; // an operand that is not there counts as nil
     absent_.letter = 'Z';
     return &absent_;
+}
+
+void type_pass::define(name_id name, UCH letter)
+{
+    if (udfs_.get(name).letter == 0) udfs_.set(name, {letter, udfs_.mark()});
 }
 
 void type_pass::rely_on(name_id name, UCH letter)
@@ -326,10 +313,9 @@ UCH type_pass::type_instruction(node *n, const instruction_word &word)
 UCH type_pass::type_call(const node &n)
 {
     type_all(n.first);
-    const ULO place = context_.find(n.name);
-    const UCH letter = context_.letter(place);
-    if (place < here_->base || place == context_.size()) rely_on(n.name, letter);
-    return letter == 0 ? 'U' : letter;
+    const known_udf udf = udfs_.get(n.name);
+    if (!is_own(udf)) rely_on(n.name, udf.letter);
+    return udf.letter == 0 ? 'U' : udf.letter;
 }
 
 UCH type_pass::type_form(node *n)
@@ -357,7 +343,7 @@ UCH type_pass::type_form(node *n)
 bool type_pass::still_holds(const finding &f) const
 {
     for (const udf_type &outer : f.outer)
-        if (context_.letter(context_.find(outer.name)) != outer.letter) return false;
+        if (udfs_.get(outer.name).letter != outer.letter) return false;
     return true;
 }
 
@@ -365,20 +351,20 @@ bool type_pass::still_holds(const finding &f) const
 // second one knows the arrays of the first, but not its types.
 UCH type_pass::walk_definition(name_id name, node_index body, std::vector<udf_type> *outer)
 {
-    walked_function function = {context_.size(), outer};
+    walked_function function = {udfs_.mark(), outer};
     walked_function *caller = here_;
     here_ = &function;
     const bool is_outside_loops = std::exchange(is_outside_loops_, true);
     types_.enter();
     arrays_.enter();
-    context_.push(name, 'U');
+    define(name, 'U');
     const UCH first = type_of(body);
-    context_.cut(function.base);
-    context_.push(name, first);
+    udfs_.undo(function.base);
+    define(name, first);
     types_.clear();
     const UCH second = type_of(body);
     sweep(body);
-    context_.cut(function.base);
+    udfs_.undo(function.base);
     types_.leave();
     arrays_.leave();
     here_ = caller;
@@ -392,7 +378,8 @@ UCH type_pass::type_defun(const node &n)
     const name_id udf = name_of(&nodes_[name]);
     if (here_->outer == nullptr) { // of the whole text, which is walked once
         std::vector<udf_type> outer;
-        context_.push(udf, walk_definition(udf, body, &outer));
+        defined_.push_back({udf, walk_definition(udf, body, &outer)});
+        define(udf, defined_.back().letter);
         return 'S';
     }
     finding *found = &findings_[name];
@@ -402,11 +389,9 @@ UCH type_pass::type_defun(const node &n)
         found = &findings_[name];
         *found = {letter, std::move(outer)};
     }
-    for (const udf_type &relied : found->outer) {
-        const ULO place = context_.find(relied.name);
-        if (place < here_->base || place == context_.size()) rely_on(relied.name, relied.letter);
-    }
-    context_.push(udf, found->letter);
+    for (const udf_type &relied : found->outer)
+        if (!is_own(udfs_.get(relied.name))) rely_on(relied.name, relied.letter);
+    define(udf, found->letter);
     return 'S';
 }
 
@@ -433,11 +418,11 @@ void type_pass::sweep(node_index index)
 
 UCH type_pass::run(std::span<const udf_letter> context, std::vector<udf_letter> *made)
 {
-    for (const udf_letter &udf : context) context_.push(names().enter(udf.name), udf.letter);
+    for (const udf_letter &udf : context) define(names().enter(udf.name), udf.letter);
     const UCH letter = type_of(tree_.root);
     sweep(tree_.root);
-    for (ULO i = context.size(); made != nullptr && i < context_.size(); i++)
-        made->push_back({std::string(names().text(context_.at(i).name)), context_.at(i).letter});
+    for (ULO i = 0; made != nullptr && i < defined_.size(); i++)
+        made->push_back({std::string(names().text(defined_[i].name)), defined_[i].letter});
     return letter;
 }
 
