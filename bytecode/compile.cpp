@@ -105,9 +105,8 @@ struct call_node {
     ULO code = 0;
     ULO udf = 0;      // L, G: number
     SLO operands = 0; // T, t: declared, -1 any number
-    bool variable_first = false;
-    bool leads_with_variable = false; // FOR: operand 0 is a variable's node
-    bool assigns = false;             // that variable
+    group_set groups = 0;
+    bool variable_first() const { return (groups & VARIABLE_FIRST) != 0; }
     bool counted() const { return letter == 'L' || letter == 'G' || operands < 0; }
 };
 
@@ -281,9 +280,7 @@ call_node compiler::find_call(const node &form)
     node.letter = found->letter;
     node.operands = found->operands;
     node.code = image::code(found->letter, image::instruction(found->row, slot));
-    node.variable_first = (found->groups & VARIABLE_FIRST) != 0;
-    node.leads_with_variable = (found->groups & in(GROUP_FOR)) != 0;
-    node.assigns = (found->groups & SETS_VARIABLE) != 0;
+    node.groups = found->groups;
     if (debug_level_ == 1) note_use(form.name);
     return node;
 }
@@ -306,7 +303,7 @@ ULO compiler::count_operands(node_index first, const call_node &call) const
         count += !ends_in_definition;
     }
     if (ends_in_definition && call.operands < 0) count++;
-    const SLO declared = call.counted() ? 0 : call.operands - call.variable_first;
+    const SLO declared = call.counted() ? 0 : call.operands - call.variable_first();
     return declared > SLO(count) ? ULO(declared) : count;
 }
 
@@ -364,16 +361,17 @@ void compiler::emit_form(const node &form, context *function)
     note_place(form, *function);
     node_index first = form.first;
     ULO slot = 0;
-    if (call.variable_first || call.leads_with_variable) {
+    if (call.groups & (SETS_VARIABLE | READS_ARRAY)) {
         if (first == NO_NODE || !slot_of(at(first), *function, &slot)) return emit_nil(out);
         // A UDF's argument may be lent by its caller: no checked text assigns one.
-        if (call.assigns && at(first).letter == 'P' && !function->is_root) return emit_nil(out);
-        if (call.variable_first) first = at(first).next;
+        if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && !function->is_root)
+            return emit_nil(out);
+        if (call.variable_first()) first = at(first).next;
     }
     if (call.letter == 0) return emit_nil(out);
     out->push_back(call.code);
     if (call.letter == 'L' || call.letter == 'G') out->push_back(call.udf);
-    if (call.variable_first) out->push_back(slot);
+    if (call.variable_first()) out->push_back(slot);
     if (call.counted()) out->push_back(0);
     emit_operands(first, call, function);
 }

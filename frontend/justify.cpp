@@ -74,13 +74,13 @@ private:
 
     bool is_own(const known_udf &udf) const { return udf.letter != 0 && udf.order >= here_->base; }
     void define(name_id name, UCH letter);
+    node_index next(node_index n) const { return n == NO_NODE ? NO_NODE : nodes_[n].next; }
     name_id name_of(node *target) const;
     void assign(node *target, UCH letter);
     void make_unknown(node *target);
     bool still_holds(const finding &f) const;
     void rely_on(name_id name, UCH letter);
     void sweep(node_index n);
-    node *argument(const node &n, ULO i);
 
     const tree &tree_;
     std::vector<node> &nodes_;
@@ -90,7 +90,6 @@ private:
     scoped<UCH> types_;                                // of variables; 'U' stays 'U'
     scoped<bool> arrays_;                              // targets of ARSETQ
     std::unordered_map<node_index, finding> findings_; // of definitions in functions
-    node absent_ = {};
     bool is_outside_loops_ = true; // in its function: an outermost loop is rehearsed
 };
 
@@ -118,16 +117,6 @@ void type_pass::assign(node *target, UCH letter)
     if (row != known) types_.set(name, row);
     const bool carries = row == letter && target->letter != 'P';
     target->suffix = carries ? static_cast<CHR>(letter) : CHR(0);
-}
-
-node *type_pass::argument(const node &n, ULO i)
-{
-    node_index a = n.first;
-    for (; i > 0 && a != NO_NODE; i--) a = nodes_[a].next;
-    if (a != NO_NODE) return &nodes_[a];
-    absent_ = {}; // an operand that is not there counts as nil
-    absent_.letter = 'Z';
-    return &absent_;
 }
 
 void type_pass::define(name_id name, UCH letter)
@@ -182,7 +171,7 @@ UCH type_pass::type_progn(const node &n)
 
 UCH type_pass::type_setq(node *n)
 {
-    node *target = argument(*n, 0);
+    node *target = &nodes_[n->first];
     const UCH letter = type_all(nodes_[n->first].next);
     if (letter == 'U')
         make_unknown(target);
@@ -195,9 +184,8 @@ UCH type_pass::type_setq(node *n)
 
 UCH type_pass::type_arsetq(node *n)
 {
-    node *target = argument(*n, 0);
-    const node_index index = nodes_[n->first].next;
-    const node_index value = index == NO_NODE ? NO_NODE : nodes_[index].next;
+    node *target = &nodes_[n->first];
+    const node_index index = next(n->first), value = next(index);
     const UCH index_type = type_of(index), letter = type_of(value);
     if (!arrays_.get(name_of(target))) arrays_.set(name_of(target), true);
     const bool copies_array =
@@ -213,7 +201,7 @@ UCH type_pass::type_arsetq(node *n)
 
 UCH type_pass::type_index(node *n)
 {
-    node *target = argument(*n, 0);
+    node *target = &nodes_[n->first];
     const UCH index_type = type_all(nodes_[n->first].next);
     const UCH letter = type_token(target);
     if (letter == 'U' || (target->letter != 'V' && target->letter != 'P')) return 'U';
@@ -223,7 +211,7 @@ UCH type_pass::type_index(node *n)
 
 UCH type_pass::type_alindex(node *n)
 {
-    node *target = argument(*n, 0);
+    node *target = &nodes_[n->first];
     if (type_all(nodes_[n->first].next) == 'I') n->suffix = 'J';
     type_token(target);
     return 'U';
@@ -231,10 +219,9 @@ UCH type_pass::type_alindex(node *n)
 
 UCH type_pass::type_if(node *n)
 {
-    const node_index yes = nodes_[n->first].next;
-    const node_index no = yes == NO_NODE ? NO_NODE : nodes_[yes].next;
     if (type_of(n->first) == 'I') n->suffix = 'J';
-    const UCH first = type_of(yes), second = type_of(no);
+    const node_index yes = next(n->first);
+    const UCH first = type_of(yes), second = type_of(next(yes));
     return first == second ? first : 'U';
 }
 
@@ -255,11 +242,9 @@ UCH type_pass::type_while(node *n)
 
 UCH type_pass::type_for(node *n)
 {
-    node *control = argument(*n, 0);
-    node_index part[4] = {};
-    node_index at = n->first;
-    for (node_index &p : part) p = at = at == NO_NODE ? NO_NODE : nodes_[at].next;
-    const auto [start, increment, end, body] = part;
+    node *control = &nodes_[n->first];
+    const node_index start = next(n->first), increment = next(start), end = next(increment);
+    const node_index body = next(end);
     const bool is_outermost = std::exchange(is_outside_loops_, false);
     // As an assignment of the start value would leave the variable.
     const UCH first = type_of(start);
