@@ -7,6 +7,7 @@
 #include "driver/code.h"
 #include "driver/prepare.h"
 #include "driver/source.h"
+#include "frontend/forms.h"
 #include "kestrin/strings.h"
 #include "vm/image.h"
 #include "workshop/program.h"

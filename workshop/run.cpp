@@ -15,6 +15,7 @@
 #include "driver/prepare.h"
 #include "driver/run.h"
 #include "driver/source.h"
+#include "frontend/forms.h"
 #include "frontend/self_check.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
