@@ -182,7 +182,9 @@ void typing::visit_compare(unsigned i)
     };
     r_[i].texts = r_[i].letter == 'S' && is_equality && are_texts();
     if (r_[i].texts) return;
-    if (first.letter == 0 || (!first.certain && first.letter != OPEN && !r_[i + 1].pure))
+    // The handler may have to do it all, once the first operand has been looked at.
+    const bool again = r_[i + 1].pure && r_[r_.operand(i, 1)].assigns == 0;
+    if (first.letter == 0 || (!first.certain && first.letter != OPEN && !again))
         leave_to_handler(i);
 }
 
