@@ -16,10 +16,7 @@
 
 namespace kit {
 
-inline void start_passes()
-{
-    setup_quarne_thread_safe_functionality_for_local_thread();
-}
+inline void start_passes() { setup_quarne_thread_safe_functionality_for_local_thread(); }
 
 // A fixture: a testing::Test whose thread can check and compile.
 template <class Test> struct with_passes : Test {
