@@ -133,7 +133,7 @@ std::vector<reg> lowering::values_of_operands(unsigned i, const CHR *letters)
 {
     const auto around = static_cast<std::ptrdiff_t>(held_.size());
     for (unsigned k = i + 1; k < r_[i].end; k = r_[k].end) held_.push_back(value(k, *letters++));
-    const std::vector<reg> made(held_.begin() + around, held_.end());
+    std::vector<reg> made(held_.begin() + around, held_.end());
     held_.erase(held_.begin() + around, held_.end());
     return made;
 }
@@ -147,8 +147,12 @@ void lowering::call_operation(unsigned i)
     note(i);
     before_call(false);
     std::size_t wholes = 0, reals = 0;
-    for (const reg r : given)
-        a_.move(is_real(r) ? real_temporaries[reals++] : scratch[wholes++], r);
+    for (const reg r : given) {
+        if (is_real(r))
+            a_.move(real_temporaries[reals++], r);
+        else if (wholes < std::size(scratch)) // no operation has more
+            a_.move(scratch[wholes++], r);
+    }
     for (std::size_t n = 0; n < wholes; n++) a_.move(arguments[n], scratch[n]);
     set_address(arguments[wholes], r_[i].node + 1);
     a_.call(row.function);
