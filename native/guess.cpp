@@ -45,12 +45,13 @@ CHR guess(const region &r, unsigned i)
 void look_at(region *r, unsigned i)
 {
     const item &it = (*r)[i];
+    if (it.what != work::ARSETQ && it.what != work::SETQ) return;
     local &v = r->locals[it.variable];
     if (it.what == work::ARSETQ) {
         if (!it.mixed) take(&v.array, it.letter);
         take(is_first(*r, i) ? &v.first : &v.member, guess(*r, r->operand(i, 1)));
+        return;
     }
-    if (it.what != work::SETQ) return;
     take(&v.guess, guess(*r, i + 1));
     if ((*r)[i + 1].what != work::READ) return;
     const local &source = r->locals[(*r)[i + 1].variable];
