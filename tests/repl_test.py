@@ -99,6 +99,7 @@ class Pipe(Folder):
         self.assertNotIn("doubles", saved)
         self.assertNotIn("/ 1 0", saved)
         self.assertEqual(self.kst("run", "saved.kst"), (0, "49\n", ""))
+        self.assertEqual(self.enter("(setq a 5)\n:save -\n")[1], "5\n(setq a 5)\n")
         self.assertIn("can't write `/nosuch/x'", self.enter(":save /nosuch/x\n")[2])
 
 

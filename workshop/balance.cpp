@@ -195,8 +195,10 @@ public:
     // How many parentheses are alone.
     ULO unmatched() const { return plain_.result().unmatched; }
     change find();
-    fault tell(const change &made) const;
+    fault tell(const change &made, const mended_text &file) const;
     std::string text_with(const change &made) const;
+    // Where a parenthesis is put behind a token, or any token's change is made.
+    file_place place_of(const change &made) const;
 
 private:
     struct attempt {
@@ -350,32 +352,48 @@ std::string_view search::word_behind(ULO token) const
     return std::string_view(text_).substr(word.from, word.to - word.from);
 }
 
-fault search::tell(const change &made) const
+file_place search::place_of(const change &made) const
 {
     const token &t = tokens_[made.token];
-    if (made.kind == OPEN_BEFORE) return {t.at, "`(' is missing in front of this"};
+    return {t.at.line, t.at.column + (made.kind == CLOSE_BEHIND ? t.to - t.from : 0)};
+}
+
+fault search::tell(const change &made, const mended_text &file) const
+{
+    const file_place at = file.in_file(place_of(made));
+    if (made.kind == OPEN_BEFORE) return {at, "`(' is missing in front of this"};
     if (made.kind == LEAVE_OUT)
-        return {t.at, t.kind == ')' ? "this `)' is one too many" : "this `(' is never closed"};
+        return {at, tokens_[made.token].kind == ')' ? "this `)' is one too many"
+                                                    : "this `(' is never closed"};
     const ULO open = open_form_at(made.token);
-    const file_place at = tokens_[open].at;
-    const std::string where = std::to_string(at.line) + ":" + std::to_string(at.column);
-    return {{t.at.line, t.at.column + t.to - t.from},
-            "`)' is missing: `(" + std::string(word_behind(open)) + "' of " + where +
-                " is not closed"};
+    const file_place of = file.in_file(tokens_[open].at);
+    const std::string where = std::to_string(of.line) + ":" + std::to_string(of.column);
+    return {at, "`)' is missing: `(" + std::string(word_behind(open)) + "' of " + where +
+                    " is not closed"};
 }
 
 } // namespace
 
-bool mend_balance(std::string *text, std::vector<fault> *faults,
+file_place mended_text::in_file(file_place at) const
+{
+    for (auto last = put_in.rbegin(); last != put_in.rend(); ++last)
+        if (last->line == at.line && last->column < at.column) at.column--;
+    return at;
+}
+
+bool mend_balance(mended_text *file, std::vector<fault> *faults,
                   const std::function<ULO(const std::string &)> &count_faults)
 {
     for (;;) {
-        search here(*text, count_faults);
+        search here(file->text, count_faults);
         if (here.unmatched() == 0) return true;
         const change made = here.find();
-        const fault found = here.tell(made);
-        if (faults->empty() || faults->back().at.line != found.at.line) faults->push_back(found);
+        const fault found = here.tell(made, *file);
+        const auto stands_there = [&](const fault &f) { return f.at.line == found.at.line; };
+        if (std::none_of(faults->begin(), faults->end(), stands_there)) faults->push_back(found);
         if (here.unmatched() > MOST_CHANGES) return false;
-        *text = here.text_with(made);
+        std::string changed = here.text_with(made);
+        if (made.kind != LEAVE_OUT) file->put_in.push_back(here.place_of(made));
+        file->text = std::move(changed);
     }
 }

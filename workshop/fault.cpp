@@ -63,6 +63,11 @@ std::string_view beginning(std::string_view text, ULO most)
     return text.substr(0, most);
 }
 
+std::string shortened(std::string_view text, ULO most)
+{
+    return std::string(beginning(text, most)) + (text.size() > most ? " ..." : "");
+}
+
 std::string plain(std::string_view text)
 {
     std::string shown(text);

@@ -34,6 +34,9 @@ constexpr bool continues_character(CHR byte) { return (static_cast<UCH>(byte) & 
 // The first bytes of a text, at most so many, up to a whole character.
 std::string_view beginning(std::string_view text, ULO most);
 
+// As much of a text as tells which one it is: what is longer than so many bytes ends with " ...".
+std::string shortened(std::string_view text, ULO most);
+
 // By line and column; of those at one place the first found stays first.
 void sort_by_place(std::vector<fault> *faults);
 

@@ -252,7 +252,7 @@ std::string line_text(const line_cost &l)
     const auto lines = l.file->lines();
     std::string_view text = l.line <= lines.size() ? lines[l.line - 1] : "";
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-    return plain(beginning(text, MOST)) + (text.size() > MOST ? " ..." : "");
+    return plain(shortened(text, MOST));
 }
 
 void print_lines(FILE *stream, const costs &all, ULO most)

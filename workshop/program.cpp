@@ -34,6 +34,7 @@ namespace {
 // of the form.
 std::string short_text(const syntax_fault &found)
 {
+    constexpr ULO MOST_SHOWN = 80; // of a word, which may be a whole form that was not closed
     constexpr std::string_view head = "In function `{}': ", tail = ": {}";
     std::string_view text = syntax_rows[static_cast<int>(found.id)].text;
     ULO part = 0;
@@ -46,7 +47,7 @@ std::string short_text(const syntax_fault &found)
     for (; part < found.parts.size(); part++) {
         const auto place = text.find("{}");
         if (place == text.npos) break;
-        filled.append(text.substr(0, place)).append(found.parts[part]);
+        filled.append(text.substr(0, place)).append(shortened(found.parts[part], MOST_SHOWN));
         text.remove_prefix(place + 2);
     }
     return filled.append(text);
@@ -132,34 +133,15 @@ ULO count_faults(const std::string &text)
     return faults == 0 ? find_unset(std::move(p)).size() : faults;
 }
 
-// Faults of a mended text, by place, get the columns of the file: parentheses were put in or became
-// blanks.
-void move_to_file(std::vector<fault> *faults, const source &from, const std::string &mended)
-{
-    if (faults->empty() || mended == from.text) return;
-    const source other = {"", mended};
-    const auto lines = from.lines(), mended_lines = other.lines();
-    ULO line = 0, i = 0, own = 0;
-    for (auto &[at, text, is_warning] : *faults) {
-        if (at.column == 0) continue;
-        if (at.line != line) i = own = 0;
-        line = at.line;
-        const std::string_view now = mended_lines[line - 1], before = lines[line - 1];
-        for (; i + 1 < at.column && i < now.size() && own < before.size(); i++)
-            own += now[i] == before[own] || now[i] == ' ';
-        at.column = own + 1;
-    }
-}
-
 // Brings a text into balance, if that can be, and checks it.
 void check_in_balance(const source &from, program *into, lut **table)
 {
     std::vector<fault> faults;
-    std::string text = from.text;
-    if (mend_balance(&text, &faults, count_faults)) {
-        check_text(text, into, table);
+    mended_text mended = {from.text, {}};
+    if (mend_balance(&mended, &faults, count_faults)) {
+        check_text(mended.text, into, table);
         sort_by_place(&into->faults);
-        move_to_file(&into->faults, from, text);
+        for (fault &found : into->faults) found.at = mended.in_file(found.at);
     }
     into->faults.insert(into->faults.begin(), faults.begin(), faults.end());
 }
@@ -212,8 +194,8 @@ std::vector<fault> faults_of_balance(const source &from)
     std::vector<fault> faults = faults_of_kind(from.text);
     if (!faults.empty()) return faults;
     faults = find_open_strings(from);
-    std::string text = from.text;
-    if (faults.empty()) mend_balance(&text, &faults, count_faults);
+    mended_text mended = {from.text, {}};
+    if (faults.empty()) mend_balance(&mended, &faults, count_faults);
     settle_kind(from, &faults);
     return faults;
 }

@@ -143,11 +143,12 @@ bool tell_names(prompt_session *p, const std::string &)
 bool save(prompt_session *p, const std::string &text)
 {
     const std::string path = word_of_text(text), program = p->work.saved_text();
-    FILE *file = path.empty() ? nullptr : fopen(path.c_str(), "we");
     if (path.empty()) return complain(":save wants FILE");
+    const bool is_shown = is_standard_stream(path);
+    FILE *file = is_shown ? stdout : fopen(path.c_str(), "we");
     bool done = file != nullptr;
     if (done) done = fwrite(program.data(), 1, program.size(), file) == program.size();
-    if (file != nullptr) done = fclose(file) == 0 && done;
+    if (file != nullptr) done = (is_shown ? fflush : fclose)(file) == 0 && done;
     return done || complain("can't write `" + path + "': " + strerror(errno));
 }
 
