@@ -1,6 +1,7 @@
 // The decompiler. Functions are written to one buffer in the order in which they must be looked at:
 // a main node ahead of the UDFs of its scope, of these the last first, so that each is known to be
-// called or not when its turn comes. The text is put together from the pieces at the end.
+// called or not when its turn comes. That is the text from its last piece to its first; at the end
+// the pieces are put the other way round.
 //
 // A UDF's number in the code is its place among the UDFs that are visible where it is called; they
 // stand in a list that only shrinks while the UDFs of a scope are done from the last to the first.
@@ -49,13 +50,6 @@ struct scope {
     ULO depth;
 };
 
-// A function as written: its main node's text is a part of the buffer.
-struct written_function {
-    std::string name;
-    ULO from, to;
-    std::vector<ULO> udfs; // numbers of written functions, last definition first
-};
-
 // What is known of the instruction of a node.
 struct cop {
     std::string name;
@@ -92,10 +86,10 @@ public:
     std::string messages() const;
 
 private:
-    ULO write_function(const scope &function, std::string_view name);
+    void write_function(const scope &function, std::string_view name);
     void write_main_node(const scope &function);
-    ULO write_udf(const scope &parent, ULO number, const image_layout &image,
-                  std::string_view name);
+    void write_udf(const scope &parent, ULO number, const image_layout &image,
+                   std::string_view name);
     image_layout claim_image(ULO entry, ULO depth);
     std::vector<image_layout> enter_udfs(const scope &function);
     void write_node(ULO p);
@@ -122,7 +116,7 @@ private:
     void complain(const cop &found);
     void add_message(std::string line);
     std::string_view variable_name(ULO number) const;
-    void compose(ULO number, bool top, std::string *text) const;
+    void begin_piece() { pieces_.push_back(out_.size()); }
 
     const decompile_request &request_;
     code_words code_;
@@ -133,7 +127,7 @@ private:
     std::vector<std::string_view> variables_; // of the main node that is being written
     std::vector<visible_udf> visible_;
     std::string out_;
-    std::vector<written_function> functions_;
+    std::vector<ULO> pieces_; // where they begin in it
     std::vector<std::string> messages_;
     std::unordered_set<std::string> known_messages_;
 };
@@ -382,17 +376,17 @@ void decompiler::write_node(ULO p)
 
 // -- Functions ---------------------------------------------------------------------------------
 
-// The image that entry `entry` of a table of UDFs refers to; `start` is 0 if there is none.
+// The image that entry `entry` of a table of UDFs refers to; if there is none, an empty one whose
+// main node is the entry, which is no code.
 image_layout decompiler::claim_image(ULO entry, ULO depth)
 {
     image_layout image = {};
     ULO start = 0;
-    if (!is_own() && depth > DEEPEST_SCOPE) return image;
-    const bool is_sound = code_.follow(entry, code_.size(), &start) &&
+    const bool is_sound = (is_own() || depth <= DEEPEST_SCOPE) &&
+                          code_.follow(entry, code_.size(), &start) &&
                           read_layout(code_, start, code_.size(), &image) &&
                           claims_.take(start, image.debug_end - start);
-    if (!is_sound) image.start = 0;
-    return image;
+    return is_sound ? image : image_layout{.main_node = entry};
 }
 
 // Makes the UDFs of a scope visible and returns their images.
@@ -402,8 +396,7 @@ std::vector<image_layout> decompiler::enter_udfs(const scope &function)
     const ULO count = function.image.udfs, table = function.image.start + image::UDF_TABLE;
     for (ULO i = 0; i < count; i++) {
         images.push_back(claim_image(table + i, function.depth + 1));
-        std::string_view debug;
-        if (images[i].start != 0) debug = debug_text(code_, images[i]);
+        std::string_view debug = debug_text(code_, images[i]);
         const std::string_view name = own_name(take_word(&debug));
         visible_.push_back({is_usable(name) ? std::string(name)
                                             : function.prefix + padded(i + 1, digits_of(count)),
@@ -425,40 +418,34 @@ void decompiler::write_main_node(const scope &function)
         write_unknown_code(function.image.main_node);
 }
 
-// UDF `number` of the parent, counted from 1. Returns the number of the written function.
-ULO decompiler::write_udf(const scope &parent, ULO number, const image_layout &image,
-                          std::string_view name)
+// UDF `number` of the parent, counted from 1.
+void decompiler::write_udf(const scope &parent, ULO number, const image_layout &image,
+                           std::string_view name)
 {
-    if (image.start == 0) {
-        const ULO from = out_.size();
-        write_unknown_code(parent.image.start + image::UDF_TABLE + number - 1);
-        functions_.push_back({std::string(name), from, out_.size(), {}});
-        return functions_.size() - 1;
-    }
     std::string_view variables = debug_text(code_, image);
     take_word(&variables);
     std::string prefix = parent.prefix + padded(number, digits_of(parent.image.udfs)) + "_";
-    return write_function({image, variables, std::move(prefix), parent.depth + 1}, name);
+    write_function({image, variables, std::move(prefix), parent.depth + 1}, name);
 }
 
 // The main node comes first and the last UDF next: the calls in a UDF that is kept mark those
 // before it, and what only removed UDFs call is removed too. Messages about removed UDFs stand
-// ahead of the scope's own. Returns the number of the written function.
-ULO decompiler::write_function(const scope &function, std::string_view name)
+// ahead of the scope's own.
+void decompiler::write_function(const scope &function, std::string_view name)
 {
     check_stack(site::STACK_DECOMPILE);
     const ULO known = visible_.size();
     const SLO first_message = SLO(messages_.size());
     const std::vector<image_layout> images = enter_udfs(function);
-    written_function written = {std::string(name), out_.size(), 0, {}};
+    begin_piece();
     write_main_node(function);
-    written.to = out_.size();
+    out_.append(function.depth == 0 ? ")" : ")) ");
     std::vector<std::string> removed;
     for (ULO i = images.size(); i > 0; i--) {
         visible_.resize(known + i);
         const visible_udf udf = visible_.back();
         if (request_.mode == ENTIRE || udf.is_called) {
-            written.udfs.push_back(write_udf(function, i, images[i - 1], udf.name));
+            write_udf(function, i, images[i - 1], udf.name);
             continue;
         }
         std::string line = "UDF `" + udf.name + UNUSED_UDF;
@@ -466,19 +453,17 @@ ULO decompiler::write_function(const scope &function, std::string_view name)
     }
     visible_.resize(known);
     messages_.insert(messages_.begin() + first_message, removed.rbegin(), removed.rend());
-    functions_.push_back(std::move(written));
-    return functions_.size() - 1;
+    begin_piece();
+    if (function.depth != 0)
+        out_.append("(").append(mnemonic(ISA_DEFUN)).append(" ").append(name).append(" ");
+    out_.append("(").append(mnemonic(ISA_PROGN)).append(" ");
 }
 
 bool decompiler::run()
 {
     scope root = {{}, {}, std::string(UDF_PREFIX), 0};
-    if (!read_layout(code_, 0, code_.size(), &root.image)) {
-        write_unknown_code(0);
-        functions_.push_back({"", 0, out_.size(), {}});
-        return false;
-    }
-    claims_.take(0, root.image.debug_end);
+    if (!read_layout(code_, 0, code_.size(), &root.image)) root.image = {};
+    claims_.take(0, std::max(root.image.debug_end, ULO(1))); // word 0 is no node
     root.variables = debug_text(code_, root.image);
     names_ = take_used_names(&root.variables);
     take_word(&root.variables);
@@ -487,22 +472,6 @@ bool decompiler::run()
 }
 
 // -- The text ----------------------------------------------------------------------------------
-
-void decompiler::compose(ULO number, bool top, std::string *text) const
-{
-    check_stack(site::STACK_DECOMPILE);
-    const written_function &function = functions_[number];
-    if (!top) {
-        text->append("(").append(mnemonic(ISA_DEFUN)).append(" ");
-        text->append(function.name).append(" ");
-    }
-    text->append("(").append(mnemonic(ISA_PROGN)).append(" ");
-    for (ULO i = function.udfs.size(); i > 0; i--) {
-        compose(function.udfs[i - 1], false, text);
-        text->append(" ");
-    }
-    text->append(out_, function.from, function.to - function.from).append(top ? ")" : "))");
-}
 
 std::string decompiler::text() const
 {
@@ -516,7 +485,8 @@ std::string decompiler::text() const
             text.append(" \"").append(line, 0, line.size() - 1).append("\"");
         text.append(") ");
     }
-    compose(functions_.size() - 1, true, &text);
+    for (ULO end = out_.size(), i = pieces_.size(); i > 0; end = pieces_[--i])
+        text.append(out_, pieces_[i - 1], end - pieces_[i - 1]);
     return with_messages ? text.append(")") : text;
 }
 

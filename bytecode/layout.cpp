@@ -8,13 +8,11 @@ bool read_layout(const code_words &code, ULO start, ULO end, image_layout *image
 {
     if (start > end || end - start <= image::UDF_TABLE) return false;
     const ULO room = end - start, header = code[start], distance = image::payload_of(header);
-    *image = {start,
-              code[start + image::SLOTS],
-              code[start + image::ARGUMENTS],
-              code[start + image::UDFS],
-              0,
-              0,
-              start + distance};
+    *image = {.start = start,
+              .slots = code[start + image::SLOTS],
+              .arguments = code[start + image::ARGUMENTS],
+              .udfs = code[start + image::UDFS],
+              .main_node = start + distance};
     if (image::letter_of(header) != 'U' || distance >= room) return false;
     if (image->udfs >= room - image::UDF_TABLE) return false;
     image->table_end = start + image::UDF_TABLE + image->udfs;

@@ -57,9 +57,9 @@ private:
 
 // A function image whose header, table of UDFs, debug text and main node stand in this order.
 struct image_layout {
-    ULO start, slots, arguments, udfs;
-    ULO table_end, debug_end; // debug text: the words from the one to the other
-    ULO main_node;
+    ULO start = 0, slots = 0, arguments = 0, udfs = 0;
+    ULO table_end = 0, debug_end = 0; // debug text: the words from the one to the other
+    ULO main_node = 0;
 };
 
 // Reads the image at word `start`, all of which lies below word `end`.
