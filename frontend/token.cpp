@@ -157,7 +157,7 @@ UCH kestrin_type(std::string_view token, std::string *out)
 
 SLO leading_number(std::string_view token)
 {
-    if (!is_plain_integer(token) || token.empty()) return atol(std::string(token).c_str());
+    if (token.empty() || !is_plain_integer(token)) return atol(std::string(token).c_str());
     SLO value = 0;
     for (CHR c : token) value = value * 10 + (c - '0');
     return value;

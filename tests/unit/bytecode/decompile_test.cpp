@@ -183,6 +183,19 @@ TEST_F(Decompile, CodeOfAnotherMachineIsToldAndWritten)
     }
 }
 
+// Where a number lacks it is 0.
+TEST_F(Decompile, ListsOfNamesMayBeDamaged)
+{
+    constexpr std::string_view lists = "(\xFFG\xFF)(\xFFX\xFF)(\xFF\xFE\xFF)Main";
+    kit::code words = {image::code('U', 8), 0, 0, 0};
+    words.resize(8);
+    memcpy(&words[4], lists.data(), lists.size());
+    words.push_back(image::code('T', image::instruction(0, 0)));
+    const kit::listing listing =
+        kit::decompiled(kit::bytes_of(words), ENTIRE, code_origin::VERIFIED);
+    EXPECT_EQ("(PROGN (X))", listing.text);
+}
+
 // References that meet would make the text double at each step.
 TEST_F(Decompile, SharedNodesAreWrittenOnce)
 {
