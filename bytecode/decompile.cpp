@@ -37,6 +37,8 @@ constexpr const CHR *UNUSED_UDF = "' is removed from the target because this UDF
 // made-up names grow with each scope.
 constexpr ULO LONGEST_NAME = 255, DEEPEST_SCOPE = 200;
 
+constexpr ULO ANY_NUMBER = ~ULO(0);
+
 struct visible_udf {
     std::string name;
     bool is_called;
@@ -64,14 +66,13 @@ bool is_code_letter(ULO word)
     return letters.find(image::letter_of(word)) != letters.npos;
 }
 
-std::string padded(ULO number, ULO digits)
+// A number with as many digits as the highest of its kind has.
+std::string padded(ULO number, ULO highest)
 {
     std::string print = std::to_string(number);
-    if (print.size() < digits) print.insert(0, digits - print.size(), '0');
-    return print;
+    const ULO digits = std::to_string(highest).size();
+    return print.insert(0, std::max(digits, print.size()) - print.size(), '0');
 }
-
-ULO digits_of(ULO number) { return std::to_string(number).size(); }
 
 class decompiler {
 public:
@@ -94,7 +95,7 @@ private:
     std::vector<image_layout> enter_udfs(const scope &function);
     void write_node(ULO p);
     void write_float(ULO bits);
-    bool write_string(ULO p);
+    void write_string(ULO p);
     void write_leaf(ULO p, CHR letter);
     void write_variable(ULO slot);
     void write_target(ULO slot);
@@ -104,8 +105,8 @@ private:
     cop find_cop(ULO p, CHR letter) const;
     void write_cop(ULO p, CHR letter);
     bool write_cop_operands(ULO p, const cop &found, ULO *behind);
-    ULO walk_operands(ULO from, std::string_view before, std::string_view behind);
-    bool write_operand(ULO entry, std::string_view before, std::string_view behind);
+    ULO write_operands(ULO from, ULO most = ANY_NUMBER, std::string_view before = " ",
+                       std::string_view behind = "");
     bool test_operand(ULO entry, ULO *target) const;
     bool is_own() const { return request_.origin == code_origin::OWN; }
     bool is_usable(std::string_view name) const
@@ -115,7 +116,6 @@ private:
     bool is_trusted() const { return request_.origin != code_origin::FOREIGN && is_good_; }
     void complain(const cop &found);
     void add_message(std::string line);
-    std::string_view variable_name(ULO number) const;
     void begin_piece() { pieces_.push_back(out_.size()); }
 
     const decompile_request &request_;
@@ -189,35 +189,25 @@ void decompiler::write_float(ULO bits)
     equ(&rt_ctrl->rt_run_text, nullptr);
 }
 
-bool decompiler::write_string(ULO p)
+void decompiler::write_string(ULO p)
 {
     const ULO words = words_of_string(code_, p + 1, code_.size());
-    if (words == 0 || !claims_.take(p + 1, 1 + words)) return false;
+    if (words == 0 || !claims_.take(p + 1, 1 + words)) return write_unknown_code(p);
     scratch text;
     assign(&text.s, code_.text(p + 2, code_[p + 1]));
     strunraw(&text.s, text.s);
     out_.append("\"").append(view(text.s)).append("\"");
-    return true;
-}
-
-std::string_view decompiler::variable_name(ULO number) const
-{
-    const ULO place = number - function_->image.arguments - 1;
-    return place < variables_.size() ? variables_[place] : std::string_view();
 }
 
 void decompiler::write_variable(ULO slot)
 {
-    const ULO number = slot + 1;
-    if (number <= function_->image.arguments) {
+    const ULO number = slot + 1, place = number - function_->image.arguments - 1;
+    if (number <= function_->image.arguments)
         out_.append("$").append(std::to_string(number));
-        return;
-    }
-    const std::string_view name = variable_name(number);
-    if (is_usable(name))
-        out_.append(name);
+    else if (place < variables_.size() && is_usable(variables_[place]))
+        out_.append(variables_[place]);
     else
-        out_.append(VARIABLE_PREFIX).append(padded(number, digits_of(function_->image.slots)));
+        out_.append(VARIABLE_PREFIX).append(padded(number, function_->image.slots));
 }
 
 // A formal argument can't stand where a variable is assigned.
@@ -226,15 +216,11 @@ void decompiler::write_target(ULO slot)
     if (slot >= function_->image.arguments || request_.arg_prefix.empty())
         return write_variable(slot);
     out_.append(request_.arg_prefix).append(VARIABLE_PREFIX);
-    out_.append(padded(slot + 1, digits_of(function_->image.slots)));
+    out_.append(padded(slot + 1, function_->image.slots));
 }
 
 void decompiler::write_leaf(ULO p, CHR letter)
 {
-    if (letter == 'Z') {
-        out_.append("NIL");
-        return;
-    }
     if (!claims_.take(p + 1, 1)) return write_unknown_code(p);
     const ULO value = code_[p + 1];
     if (letter == 'I') {
@@ -256,22 +242,16 @@ bool decompiler::test_operand(ULO entry, ULO *target) const
     return is_trusted() || (!is_code_letter(code_[entry]) && is_code_letter(code_[*target]));
 }
 
-bool decompiler::write_operand(ULO entry, std::string_view before, std::string_view behind)
+// Writes operands as long as there are any, so many at most. Returns their number.
+ULO decompiler::write_operands(ULO from, ULO most, std::string_view before, std::string_view behind)
 {
-    ULO target = 0;
-    if (!test_operand(entry, &target)) return false;
-    out_.append(before);
-    write_node(target);
-    out_.append(behind);
-    return true;
-}
-
-// Writes operands as long as there are any. Returns their number.
-ULO decompiler::walk_operands(ULO from, std::string_view before, std::string_view behind)
-{
-    ULO entry = from;
-    while (write_operand(entry, before, behind)) entry++;
-    return entry - from;
+    ULO count = 0, target = 0;
+    for (; count < most && test_operand(from + count, &target); count++) {
+        out_.append(before);
+        write_node(target);
+        out_.append(behind);
+    }
+    return count;
 }
 
 // -- Calls -------------------------------------------------------------------------------------
@@ -291,11 +271,7 @@ void decompiler::write_call(ULO p, CHR letter)
         out_.append(found->second);
     else
         out_.append(GLOBAL_PREFIX).append(function_->prefix).append(std::to_string(number + 1));
-    for (ULO i = 0; i < count; i++) {
-        if (write_operand(p + words.operands + i, " ", "")) continue;
-        is_good_ = false;
-        break;
-    }
+    if (write_operands(p + words.operands, count) < count) is_good_ = false;
     out_.append(")");
 }
 
@@ -330,10 +306,8 @@ bool decompiler::write_cop_operands(ULO p, const cop &found, ULO *behind)
         write_target(code_[p + words.variable]);
     }
     const ULO count = words.count != 0 ? code_[p + words.count] : words.declared;
-    for (ULO i = 0; i < count; i++)
-        if (!write_operand(first + i, " ", "")) return false;
     *behind = first + count;
-    return true;
+    return write_operands(first, count) == count;
 }
 
 // Operands that the table does not know stay in the text but do nothing.
@@ -345,12 +319,12 @@ void decompiler::write_cop(ULO p, CHR letter)
     ULO behind = 0;
     if (!found.is_known) {
         complain(found);
-        walk_operands(p + 1, " ", "");
+        write_operands(p + 1);
     } else if (!write_cop_operands(p, found, &behind))
         complain(found);
     else if (!found.is_listed && !is_trusted()) {
         const std::string before = std::string(" (").append(mnemonic(ISA_COMMENTS)).append(" ");
-        if (walk_operands(behind, before, ")") > 0) complain(found);
+        if (write_operands(behind, ANY_NUMBER, before, ")") > 0) complain(found);
     }
     out_.append(")");
 }
@@ -367,9 +341,8 @@ void decompiler::write_node(ULO p)
     case 't': return write_cop(p, letter);
     case 'L':
     case 'G': return write_call(p, letter);
-    case 'S':
-        if (!write_string(p)) write_unknown_code(p);
-        return;
+    case 'S': return write_string(p);
+    case 'Z': out_.append("NIL"); return;
     default: return write_leaf(p, letter);
     }
 }
@@ -398,9 +371,8 @@ std::vector<image_layout> decompiler::enter_udfs(const scope &function)
         images.push_back(claim_image(table + i, function.depth + 1));
         std::string_view debug = debug_text(code_, images[i]);
         const std::string_view name = own_name(take_word(&debug));
-        visible_.push_back({is_usable(name) ? std::string(name)
-                                            : function.prefix + padded(i + 1, digits_of(count)),
-                            false});
+        visible_.push_back(
+            {is_usable(name) ? std::string(name) : function.prefix + padded(i + 1, count), false});
     }
     return images;
 }
@@ -424,7 +396,7 @@ void decompiler::write_udf(const scope &parent, ULO number, const image_layout &
 {
     std::string_view variables = debug_text(code_, image);
     take_word(&variables);
-    std::string prefix = parent.prefix + padded(number, digits_of(parent.image.udfs)) + "_";
+    std::string prefix = parent.prefix + padded(number, parent.image.udfs) + "_";
     write_function({image, variables, std::move(prefix), parent.depth + 1}, name);
 }
 
