@@ -102,6 +102,7 @@ private:
     void write_unknown_code(ULO p);
     void write_offset(ULO p);
     void write_call(ULO p, CHR letter);
+    const listed_name *find_listed(const numbered_names &list, ULO number) const;
     cop find_cop(ULO p, CHR letter) const;
     void write_cop(ULO p, CHR letter);
     bool write_cop_operands(ULO p, const cop &found, ULO *behind);
@@ -266,13 +267,19 @@ void decompiler::write_call(ULO p, CHR letter)
     if (letter == 'L') {
         visible_[number].is_called = true;
         out_.append(visible_[number].name);
-    } else if (const auto found = names_.global_udfs.find(number);
-               found != names_.global_udfs.end() && is_usable(found->second))
-        out_.append(found->second);
+    } else if (const listed_name *global = find_listed(names_.global_udfs, number))
+        out_.append(global->name);
     else
         out_.append(GLOBAL_PREFIX).append(function_->prefix).append(std::to_string(number + 1));
     if (write_operands(p + words.operands, count) < count) is_good_ = false;
     out_.append(")");
+}
+
+// What the code's own list says of a number; NULL if that is nothing to go by.
+const listed_name *decompiler::find_listed(const numbered_names &list, ULO number) const
+{
+    const auto found = list.find(number);
+    return found != list.end() && is_usable(found->second.name) ? &found->second : nullptr;
 }
 
 // The list in the code's own debug text wins over the tables in force.
@@ -281,10 +288,8 @@ cop decompiler::find_cop(ULO p, CHR letter) const
     const ULO row = image::row_of(image::payload_of(code_[p]));
     const bool is_isa = letter == 'T';
     const CHR *table = is_isa ? "ISA" : "ISAext";
-    const auto &listed = is_isa ? names_.isa : names_.isaext;
-    if (const auto found = listed.find(row);
-        found != listed.end() && is_usable(found->second.mnemonic))
-        return {std::string(found->second.mnemonic), found->second.operands, true, true, table};
+    if (const listed_name *own = find_listed(is_isa ? names_.isa : names_.isaext, row))
+        return {std::string(own->name), own->operands, true, true, table};
     if (is_isa && row < isa_count)
         return {std::string(view(*isa_table[row].mnemonic)), isa_table[row].operands, true, false,
                 table};

@@ -8,26 +8,20 @@
 
 namespace {
 
-// Calls `enter` with the name and the rest of each entry. The first of several entries counts.
-template <class F> void read_list(std::string_view *text, F enter)
+numbered_names take_list(std::string_view *text)
 {
-    if (text->empty() || text->front() != '(') return;
+    numbered_names names;
+    if (!text->starts_with('(')) return names;
     text->remove_prefix(1);
     std::string_view list = take_until(text, ')');
     take_until(&list, '\xFF');
     while (!list.empty()) {
         std::string_view entry = take_until(&list, '\xFF');
         const std::string_view name = take_until(&entry, '\xFE');
-        enter(name, entry);
+        const ULO number = ULO(leading_number(take_until(&entry, '\xFE')));
+        names.emplace(number, listed_name{name, leading_number(entry)});
     }
-}
-
-void read_cops(std::string_view *text, numbered<listed_cop> *cops)
-{
-    read_list(text, [cops](std::string_view name, std::string_view fields) {
-        const ULO row = ULO(leading_number(take_until(&fields, '\xFE')));
-        cops->emplace(row, listed_cop{name, leading_number(fields)});
-    });
+    return names;
 }
 
 } // namespace
@@ -46,13 +40,7 @@ void end_used_names(std::string *text) { text->push_back(')'); }
 
 used_names take_used_names(std::string_view *text)
 {
-    used_names names;
-    read_list(text, [&names](std::string_view name, std::string_view number) {
-        names.global_udfs.emplace(leading_number(number), name);
-    });
-    read_cops(text, &names.isa);
-    read_cops(text, &names.isaext);
-    return names;
+    return {take_list(text), take_list(text), take_list(text)}; // one after the other
 }
 
 std::string_view own_name(std::string_view scoped)

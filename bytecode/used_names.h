@@ -9,18 +9,18 @@
 
 #include "kestrin/types.h"
 
-struct listed_cop {
-    std::string_view mnemonic;
-    SLO operands;
+struct listed_name {
+    std::string_view name;
+    SLO operands; // of an instruction
 };
 
-// Of several with one number the first counts.
-template <class T> using numbered = std::map<ULO, T>;
+// By number: of global functions, or row. Of several with one number the first counts.
+using numbered_names = std::map<ULO, listed_name>;
 
-// Names by number, views into the text that they were read from.
+// Views into the text that they were read from.
 struct used_names {
-    numbered<std::string_view> global_udfs;
-    numbered<listed_cop> isa, isaext; // by row; empty if the code was compiled without
+    numbered_names global_udfs;
+    numbered_names isa, isaext; // empty if the code was compiled without
 };
 
 // Write a list behind a debug text: its beginning, each name with its numbers, its end.
