@@ -29,7 +29,8 @@ FATAL_SITE(STACK_DECOMPILE, "kestrin", "kestrin_decompile", 129)
 
 namespace {
 
-constexpr std::string_view UDF_PREFIX = "Udf_", GLOBAL_PREFIX = "Extern_", VARIABLE_PREFIX = "Var_";
+constexpr std::string_view UDF_PREFIX = "Udf_", GLOBAL_PREFIX = "Extern_", VARIABLE_PREFIX = "Var_",
+                           ARGUMENT_PREFIX = "Arg_Var_";
 constexpr std::string_view UNKNOWN_CODE = "(Unknown_Code";
 constexpr const CHR *UNUSED_UDF = "' is removed from the target because this UDF is not used.\n";
 
@@ -76,11 +77,10 @@ std::string padded(ULO number, ULO highest)
 
 class decompiler {
 public:
-    explicit decompiler(const decompile_request &request)
-        : request_(request), code_(std::string_view(request.code, request.size)),
-          claims_(code_.size())
+    decompiler(std::string_view code, decompile_mode mode, code_origin origin)
+        : mode_(mode), origin_(origin), code_(code), claims_(code_.size())
     {
-        out_.reserve(request.size); // about what it takes
+        out_.reserve(code.size()); // about what it takes
     }
     bool run();
     std::string text() const;
@@ -109,17 +109,18 @@ private:
     ULO write_operands(ULO from, ULO most = ANY_NUMBER, std::string_view before = " ",
                        std::string_view behind = "");
     bool test_operand(ULO entry, ULO *target) const;
-    bool is_own() const { return request_.origin == code_origin::OWN; }
+    bool is_own() const { return origin_ == code_origin::OWN; }
     bool is_usable(std::string_view name) const
     {
         return !name.empty() && (is_own() || name.size() <= LONGEST_NAME);
     }
-    bool is_trusted() const { return request_.origin != code_origin::FOREIGN && is_good_; }
+    bool is_trusted() const { return origin_ != code_origin::FOREIGN && is_good_; }
     void complain(const cop &found);
     void add_message(std::string line);
     void begin_piece() { pieces_.push_back(out_.size()); }
 
-    const decompile_request &request_;
+    const decompile_mode mode_;
+    const code_origin origin_;
     code_words code_;
     word_claims claims_;
     used_names names_;
@@ -152,7 +153,7 @@ void decompiler::complain(const cop &found)
 
 void decompiler::write_offset(ULO p)
 {
-    if (!request_.with_offsets) return;
+    if (mode_ != ENTIRE) return;
     out_.append(" (").append(mnemonic(ISA_REM)).append(" Dbg=");
     out_.append(std::to_string(p * sizeof(ULO))).append(")");
 }
@@ -214,10 +215,8 @@ void decompiler::write_variable(ULO slot)
 // A formal argument can't stand where a variable is assigned.
 void decompiler::write_target(ULO slot)
 {
-    if (slot >= function_->image.arguments || request_.arg_prefix.empty())
-        return write_variable(slot);
-    out_.append(request_.arg_prefix).append(VARIABLE_PREFIX);
-    out_.append(padded(slot + 1, function_->image.slots));
+    if (slot >= function_->image.arguments || mode_ == MINIMISED) return write_variable(slot);
+    out_.append(ARGUMENT_PREFIX).append(padded(slot + 1, function_->image.slots));
 }
 
 void decompiler::write_leaf(ULO p, CHR letter)
@@ -421,7 +420,7 @@ void decompiler::write_function(const scope &function, std::string_view name)
     for (ULO i = images.size(); i > 0; i--) {
         visible_.resize(known + i);
         const visible_udf udf = visible_.back();
-        if (request_.mode == ENTIRE || udf.is_called) {
+        if (mode_ == ENTIRE || udf.is_called) {
             write_udf(function, i, images[i - 1], udf.name);
             continue;
         }
@@ -454,7 +453,7 @@ std::string decompiler::text() const
 {
     std::string text;
     text.reserve(out_.size() + 64);
-    const bool with_messages = !messages_.empty() && request_.mode != MINIMISED;
+    const bool with_messages = !messages_.empty() && mode_ != MINIMISED;
     if (with_messages) {
         text.append("(").append(mnemonic(ISA_PROGN)).append(" (").append(mnemonic(ISA_COMMENTS));
         text.append(" \"Decompiler messages:\"");
@@ -476,9 +475,10 @@ std::string decompiler::messages() const
 
 } // namespace
 
-bool kestrin_decompile(const decompile_request &request, CHR **text, CHR **messages)
+bool kestrin_decompile(std::string_view code, decompile_mode mode, code_origin origin, CHR **text,
+                       CHR **messages)
 {
-    decompiler pass(request);
+    decompiler pass(code, mode, origin);
     const bool is_good = pass.run();
     assign(text, pass.text());
     assign(messages, pass.messages());

@@ -53,14 +53,7 @@ struct decompilation {
     // False if the code made no sense.
     bool make(const CHR *code, decompile_mode mode, code_origin origin)
     {
-        decompile_request request = {};
-        request.code = code;
-        request.size = len(code);
-        request.with_offsets = mode == ENTIRE;
-        request.mode = mode;
-        request.origin = origin;
-        if (mode == MINIMISED) request.arg_prefix = "";
-        const bool done = kestrin_decompile(request, &text.s, &messages.s);
+        const bool done = kestrin_decompile(view(code), mode, origin, &text.s, &messages.s);
         progn_squeeze(&text.s);
         return done;
     }

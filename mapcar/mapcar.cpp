@@ -175,13 +175,7 @@ void decompile(evaluation *e, code_origin origin)
     if (!the_engine.mapcar_with_decompiler || e->shows != TEXTS) return;
     const passing_names own;
     scratch messages;
-    decompile_request request = {};
-    request.code = e->compiled.s;
-    request.size = len(e->compiled.s);
-    request.with_offsets = true;
-    request.mode = ENTIRE;
-    request.origin = origin;
-    if (kestrin_decompile(request, &e->decompiled.s, &messages.s)) {
+    if (kestrin_decompile(view(e->compiled.s), ENTIRE, origin, &e->decompiled.s, &messages.s)) {
         tree &t = own_tree();
         t.read(view(e->decompiled.s), OUTLINE);
         progn_squeeze(&t);

@@ -51,12 +51,10 @@ struct listing {
 };
 
 inline listing decompiled(std::string_view bytes, decompile_mode mode = ENTIRE,
-                          code_origin origin = code_origin::OWN, bool with_offsets = false,
-                          std::string_view arg_prefix = "Arg_")
+                          code_origin origin = code_origin::OWN)
 {
     scratch text, messages;
-    const bool is_good = kestrin_decompile(
-        {bytes.data(), bytes.size(), with_offsets, mode, origin, arg_prefix}, &text.s, &messages.s);
+    const bool is_good = kestrin_decompile(bytes, mode, origin, &text.s, &messages.s);
     return {is_good, std::string(view(text.s)), std::string(view(messages.s))};
 }
 
