@@ -245,10 +245,9 @@ ULO compiler::find_global(name_id name)
 {
     if (!has_global_udfs_) {
         has_global_udfs_ = true;
-        for (ULO number = 0; number < the_engine.global_udf_index.size(); number++) {
-            const name_id udf = names().enter(the_engine.global_udf_index[number]);
-            if (global_udfs_.get(udf) == 0) global_udfs_.set(udf, number + 1);
-        }
+        ULO number = 0;
+        for (const udf_letter &global : the_engine.global_udf_types)
+            global_udfs_.set(names().enter(global.name), ++number);
     }
     return global_udfs_.get(name);
 }

@@ -18,7 +18,6 @@
 #include "frontend/walk.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
-#include "strings/scratch.h"
 #include "vm/engine.h"
 #include "vm/machine.h"
 
@@ -79,19 +78,6 @@ std::vector<node_index> take_forms(session *s, std::string_view text)
     }
     if (rt_ctrl->rt_run_flag != 0) die_of_syntax_error();
     return definitions;
-}
-
-// The names by their numbers, as the compiler looks them up.
-void make_index(const tree &set, const std::vector<node_index> &definitions)
-{
-    static auto *index = new std::vector<std::string>;
-    index->clear();
-    scratch name;
-    for (const node_index definition : definitions) {
-        assign(&name.s, set.token_of(set.nodes[set.nodes[definition].first]));
-        index->emplace_back(view(upper(&name.s, name.s)));
-    }
-    the_engine.global_udf_index = *index;
 }
 
 // The functions survive all pruning and are visible to every later check.
@@ -166,7 +152,6 @@ void take_profile(session *s, const std::string &text)
 void make_global(session *s, std::vector<node_index> definitions)
 {
     s->definitions = std::move(definitions);
-    make_index(s->set, s->definitions);
     keep_functions_for_good();
     make_set(&s->set, s->definitions, " 0 1)");
     squeeze_set(s);

@@ -3,8 +3,8 @@
 
 #include "driver/session.h"
 
-// Reads the profile if it can be opened and makes it the global function set of the_engine: texts,
-// index, types; its functions stand in the table of known functions for good. A faulty profile ends
+// Reads the profile if it can be opened and makes it the global function set of the_engine, but
+// for its code; its functions stand in the table of known functions for good. A faulty profile ends
 // the process.
 void load_profile(session *s);
 

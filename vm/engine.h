@@ -19,10 +19,9 @@ struct udf_letter {
 };
 
 struct engine {
-    std::span<const std::string> global_udf_index; // names of the global functions, by number
-    std::span<const udf_letter> global_udf_types;  // type context that later texts start from
-    CHR *global_udf_code;                          // compiled, then linked bytecode
-    lut *func_lut;                                 // known functions of the main thread
+    std::span<const udf_letter> global_udf_types; // by number: what later texts start from
+    CHR *global_udf_code;                         // compiled, then linked bytecode
+    lut *func_lut;                                // known functions of the main thread
     UCH mapcar_with_decompiler;
     UCH compile_with_debuginfo;
     UCH moves = 1;    // 1: the linker lets values move where nobody sees the difference
