@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <deque>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,7 +34,6 @@ FATAL_SITE(STACK_COMPILE, "kestrin", "kestrin_compile", 126)
 namespace {
 
 using unit_index = std::uint32_t;
-constexpr unit_index NO_UNIT = UINT32_MAX;
 
 // Words that grow by reallocation, which moves a large block without touching it.
 class words {
@@ -83,11 +82,15 @@ struct unit {
     ULO slots = 0, arguments = 0;
     words *code = nullptr;                    // of its depth
     ULO main_node = 0, main_words = 0;        // in them
-    ULO size = 0;                             // of its image, in words
-    ULO image_node = 0;                       // where the main node stands in the whole image
     std::uint32_t debug = 0, debug_words = 0; // in the words of all debug texts
     std::uint32_t udfs = 0;
-    unit_index first_udf = NO_UNIT, last_udf = NO_UNIT, next = NO_UNIT;
+    ULO udf_words = 0;     // of their images
+    unit_index parent = 0; // the function that it is defined in
+    ULO number = 0;        // among its UDFs
+    ULO start = 0;         // of the image: among those of its UDFs, then in the whole
+    ULO udf_start() const { return start + image::UDF_TABLE + udfs + debug_words; }
+    ULO image_node() const { return udf_start() + udf_words; }
+    ULO end() const { return image_node() + main_words; }
 };
 
 // The function that is being compiled.
@@ -96,7 +99,7 @@ struct context {
     ULO arguments;
     ULO udf_counter; // number of the next UDF defined here
     words *out;      // for its main node
-    bool is_root;
+    bool is_root() const { return made == 0; }
 };
 
 // An instruction or a call, before its operands are known.
@@ -119,7 +122,7 @@ public:
 private:
     void begin();
     const node &at(node_index n) const { return tree_->nodes[n]; }
-    unit_index compile_function(node_index form, ULO udf_counter, bool is_root);
+    unit_index compile_function(node_index form, ULO udf_counter);
     void define(node_index definition, context *function);
     bool is_definition(const node &n) const;
     call_node find_call(const node &form);
@@ -134,10 +137,10 @@ private:
     void note_use(name_id name);
     void append_used(CHR letter, std::string *text);
     std::string debug_text() const;
-    void add_debug_text(unit_index function, std::string_view text);
+    void add_debug_text(unit *function, std::string_view text);
     void note_place(const node &n, const context &function);
     void settle_places();
-    ULO *lay_out(unit_index function, ULO *out);
+    void lay_out(unit *function);
 
     tree *tree_ = nullptr;
     UCH debug_level_ = 0;
@@ -146,8 +149,7 @@ private:
     std::string path_;                          // scoped name of the function
     varlist variables_;
     std::vector<unit> units_;
-    words root_; // main nodes of the root and, by depth, of all others
-    std::vector<std::unique_ptr<words>> nested_;
+    std::deque<words> code_ = std::deque<words>(1); // main nodes by depth
     ULO depth_ = 0;
     words debug_;
     scoped<ULO> local_udfs_, global_udfs_; // numbers from 1
@@ -232,7 +234,7 @@ void compiler::settle_places()
     if (places_ == nullptr) return;
     for (ULO i = 0; i < places_->size(); i++) {
         const unit &made = units_[place_units_[i]];
-        (*places_)[i].word += made.image_node - made.main_node;
+        (*places_)[i].word += made.image_node() - made.main_node;
     }
     std::sort(places_->begin(), places_->end(),
               [](const code_place &a, const code_place &b) { return a.word < b.word; });
@@ -363,7 +365,7 @@ void compiler::emit_form(const node &form, context *function)
     if (call.groups & (SETS_VARIABLE | READS_ARRAY)) {
         if (first == NO_NODE || !slot_of(at(first), *function, &slot)) return emit_nil(out);
         // A UDF's argument may be lent by its caller: no checked text assigns one.
-        if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && !function->is_root)
+        if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && !function->is_root())
             return emit_nil(out);
         if (call.variable_first()) first = at(first).next;
     }
@@ -389,15 +391,14 @@ void compiler::define(node_index definition, context *function)
     function->udf_counter++;
     local_names_.push_back(udf);
     const ULO scope = local_names_.size();
-    const unit_index made = compile_function(body, function->udf_counter, false);
+    unit &own = units_[compile_function(body, function->udf_counter)];
     for (; local_names_.size() > scope; local_names_.pop_back())
         local_udfs_.set(local_names_.back(), 0);
     path_.resize(path_size);
     unit &parent = units_[function->made];
-    (parent.first_udf == NO_UNIT ? parent.first_udf : units_[parent.last_udf].next) = made;
-    parent.last_udf = made;
-    parent.udfs++;
-    parent.size += 1 + units_[made].size;
+    own.parent = function->made;
+    own.number = parent.udfs++;
+    own.start = std::exchange(parent.udf_words, parent.udf_words + own.end());
 }
 
 void compiler::note_use(name_id name)
@@ -431,67 +432,59 @@ std::string compiler::debug_text() const
     return text;
 }
 
-void compiler::add_debug_text(unit_index function, std::string_view text)
+void compiler::add_debug_text(unit *function, std::string_view text)
 {
-    unit &made = units_[function];
-    made.debug = static_cast<std::uint32_t>(debug_.size());
+    function->debug = static_cast<std::uint32_t>(debug_.size());
     if (!text.empty()) append_text_words(&debug_, text);
-    made.debug_words = static_cast<std::uint32_t>(debug_.size()) - made.debug;
-    made.size += made.debug_words;
+    function->debug_words = static_cast<std::uint32_t>(debug_.size()) - function->debug;
 }
 
-unit_index compiler::compile_function(node_index form, ULO udf_counter, bool is_root)
+unit_index compiler::compile_function(node_index form, ULO udf_counter)
 {
     check_stack(site::STACK_COMPILE);
     if (form == NO_NODE || at(form).letter != 'U') form = tree_->opened(form, TYPED);
+    if (depth_ == code_.size()) code_.emplace_back();
+    words *code = &code_[depth_];
     const auto made = static_cast<unit_index>(units_.size());
-    units_.emplace_back();
-    units_[made].slots = variables_.build_varlist(*tree_, form);
-    units_[made].arguments = variables_.arguments();
+    units_.push_back({.slots = variables_.build_varlist(*tree_, form),
+                      .arguments = variables_.arguments(),
+                      .code = code,
+                      .main_node = code->size()});
     const std::string own_text = debug_level_ == 0 ? std::string() : debug_text();
-    if (!is_root) add_debug_text(made, own_text);
-    if (depth_ > nested_.size()) nested_.push_back(std::make_unique<words>());
-    words *code = is_root ? &root_ : nested_[depth_ - 1].get();
-    context function = {made, variables_.arguments(), udf_counter, code, is_root};
-    const ULO from = code->size();
+    context function = {made, variables_.arguments(), udf_counter, code};
     depth_++;
     emit_form(at(form), &function);
     depth_--;
     variables_.leave();
     unit &done = units_[made];
-    done.code = code;
-    done.main_node = from;
-    done.main_words = code->size() - from;
-    done.size += image::UDF_TABLE + done.main_words;
-    if (is_root && debug_level_ != 0) {
-        used_text_.clear();
+    done.main_words = code->size() - done.main_node;
+    used_text_.clear();
+    if (function.is_root() && debug_level_ != 0)
         for (const CHR letter : {'G', 'T', 't'}) append_used(letter, &used_text_);
-        add_debug_text(made, used_text_.append(own_text));
-    }
+    add_debug_text(&done, used_text_.append(own_text));
     return made;
 }
 
-// Writes the image of a function up to its main node and returns where that is to stand.
-ULO *compiler::lay_out(unit_index index, ULO *out)
+// Writes a function to its place in the image, behind the one that it is defined in. The root's
+// main node goes to the end of the words that it stands in.
+void compiler::lay_out(unit *function)
 {
-    check_stack(site::STACK_COMPILE);
-    unit &function = units_[index];
-    *out++ = image::code('U', function.size - function.main_words);
-    *out++ = function.slots;
-    *out++ = function.arguments;
-    *out++ = function.udfs;
-    ULO distance = function.udfs + function.debug_words; // from the entry to the image
-    for (unit_index i = function.first_udf; i != NO_UNIT; i = units_[i].next) {
-        *out++ = distance;
-        distance += units_[i].size - 1;
+    ULO *image = code_[0].data();
+    if (function != &units_[0]) {
+        const unit &parent = units_[function->parent];
+        const ULO entry = parent.start + image::UDF_TABLE + function->number;
+        function->start += parent.udf_start();
+        image[entry] = function->start - entry;
     }
-    out = std::copy_n(debug_.data() + function.debug, function.debug_words, out);
-    for (unit_index i = function.first_udf; i != NO_UNIT; i = units_[i].next) {
-        const ULO *main_node = units_[i].code->data() + units_[i].main_node;
-        out = std::copy_n(main_node, units_[i].main_words, lay_out(i, out));
-    }
-    function.image_node = static_cast<ULO>(out - root_.data());
-    return out;
+    const ULO *main_node = function->code->data() + function->main_node;
+    memmove(image + function->image_node(), main_node, function->main_words * sizeof(ULO));
+    ULO *header = image + function->start;
+    header[image::MAIN_NODE] = image::code('U', function->image_node() - function->start);
+    header[image::SLOTS] = function->slots;
+    header[image::ARGUMENTS] = function->arguments;
+    header[image::UDFS] = function->udfs;
+    std::copy_n(debug_.data() + function->debug, function->debug_words,
+                header + image::UDF_TABLE + function->udfs);
 }
 
 // Nothing of the program before is left.
@@ -499,7 +492,7 @@ void compiler::begin()
 {
     units_.clear();
     place_units_.clear();
-    for (const auto &words_of_depth : nested_) words_of_depth->clear();
+    for (words &of_depth : code_) of_depth.clear();
     debug_.clear();
     local_udfs_.clear();
     global_udfs_.clear();
@@ -517,15 +510,12 @@ void compiler::run(tree *program, UCH debug_level, std::string_view name, CHR **
     debug_level_ = debug_level;
     places_ = places;
     path_ = name;
-    root_.reserve(3 * tree_->nodes.size() + 16); // what most programs take
+    code_[0].reserve(3 * tree_->nodes.size() + 16); // what most programs take
     if (places_ != nullptr) places_->clear();
-    const unit &root = units_[compile_function(tree_->root, 0, true)];
-    root_.resize(root.size); // the root's main node ends the image
-    ULO *main_node = root_.data() + root.size - root.main_words;
-    memmove(main_node, root_.data(), root.main_words * sizeof(ULO));
-    lay_out(0, root_.data());
+    code_[0].resize(units_[compile_function(tree_->root, 0)].end());
+    for (unit &function : units_) lay_out(&function);
     settle_places();
-    root_.move_to(code);
+    code_[0].move_to(code);
 }
 
 } // namespace
