@@ -9,6 +9,7 @@
 #include "bytecode/compile.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
@@ -24,6 +25,7 @@
 #include "kestrin/strings.h"
 #include "strings/large_pages.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 #include "vm/engine.h"
 #include "vm/image.h"
 #include "vm/machine.h"
@@ -87,7 +89,7 @@ struct unit {
     ULO udf_words = 0;     // of their images
     unit_index parent = 0; // the function that it is defined in
     ULO number = 0;        // among its UDFs
-    ULO start = 0;         // of the image: among those of its UDFs, then in the whole
+    ULO start = 0;         // of its image: among those of UDFs around it, then in the whole
     ULO udf_start() const { return start + image::UDF_TABLE + udfs + debug_words; }
     ULO image_node() const { return udf_start() + udf_words; }
     ULO end() const { return image_node() + main_words; }
@@ -97,8 +99,7 @@ struct unit {
 struct context {
     unit_index made;
     ULO arguments;
-    ULO udf_counter; // number of the next UDF defined here
-    words *out;      // for its main node
+    words *out; // for its main node
     bool is_root() const { return made == 0; }
 };
 
@@ -110,7 +111,8 @@ struct call_node {
     SLO operands = 0; // T, t: declared, -1 any number
     group_set groups = 0;
     bool variable_first() const { return (groups & VARIABLE_FIRST) != 0; }
-    bool counted() const { return letter == 'L' || letter == 'G' || operands < 0; }
+    bool is_udf() const { return letter == 'L' || letter == 'G'; }
+    bool counted() const { return is_udf() || operands < 0; }
 };
 
 // It may be used again and again, so that a short text costs few allocations.
@@ -122,18 +124,17 @@ public:
 private:
     void begin();
     const node &at(node_index n) const { return tree_->nodes[n]; }
-    unit_index compile_function(node_index form, ULO udf_counter);
-    void define(node_index definition, context *function);
+    unit_index compile_function(node_index form);
+    void define(node_index definition, const context &function);
     bool is_definition(const node &n) const;
     call_node find_call(const node &form);
     void find_udf(name_id name, call_node *node);
     ULO find_global(name_id name);
     ULO count_operands(node_index first, const call_node &call) const;
     bool slot_of(const node &n, const context &function, ULO *slot) const;
-    void emit_form(const node &form, context *function);
-    void emit_operands(node_index first, const call_node &call, context *function);
-    void emit_operand(const node &n, const call_node &call, context *function);
-    void emit_variable(const node &n, const call_node &call, const context &function);
+    void emit_form(const node &form, const context &function);
+    void emit_operands(node_index first, const call_node &call, const context &function);
+    void emit_operand(const node &n, const call_node &call, const context &function);
     void note_use(name_id name);
     void append_used(CHR letter, std::string *text);
     std::string debug_text() const;
@@ -153,7 +154,7 @@ private:
     ULO depth_ = 0;
     words debug_;
     scoped<ULO> local_udfs_, global_udfs_; // numbers from 1
-    std::vector<name_id> local_names_;     // in order of definition
+    std::vector<name_id> local_names_;     // of those in scope, by number
     bool has_global_udfs_ = false;
     std::vector<name_id> used_;
     std::vector<bool> is_used_; // by name
@@ -179,26 +180,17 @@ void emit_bytes(std::string_view bytes, words *out)
 
 void emit_string(std::string_view constant, words *out)
 {
-    constant = constant.size() < 2 ? std::string_view() : constant.substr(1, constant.size() - 2);
+    constant = inside(constant);
     if (constant.find('\\') == constant.npos) return emit_bytes(constant, out);
     scratch raw;
     assign(&raw.s, constant);
     emit_bytes(view(strraw(&raw.s, raw.s)), out);
 }
 
-void emit_float(std::string_view token, words *out)
+void emit_value(CHR letter, ULO value, words *out)
 {
-    const DFL value = atof(std::string(token).c_str());
-    ULO bits = 0;
-    memcpy(&bits, &value, sizeof bits);
-    out->push_back(image::code('F'));
-    out->push_back(bits);
-}
-
-void emit_integer(std::string_view token, words *out)
-{
-    out->push_back(image::code('I'));
-    out->push_back(static_cast<ULO>(leading_number(token)));
+    out->push_back(image::code(letter));
+    out->push_back(value);
 }
 
 CHR read_letter(CHR suffix)
@@ -308,33 +300,27 @@ ULO compiler::count_operands(node_index first, const call_node &call) const
     return declared > SLO(count) ? ULO(declared) : count;
 }
 
-void compiler::emit_variable(const node &n, const call_node &call, const context &function)
+void compiler::emit_operand(const node &n, const call_node &call, const context &function)
 {
-    ULO slot = 0;
-    note_place(n, function);
-    if (!slot_of(n, function, &slot)) return emit_nil(function.out);
-    const bool by_alias = call.letter == 'L' || call.letter == 'G';
-    function.out->push_back(image::code(by_alias ? 'P' : read_letter(n.suffix)));
-    function.out->push_back(slot);
-}
-
-void compiler::emit_operand(const node &n, const call_node &call, context *function)
-{
+    words *out = function.out;
+    const auto text = [&] { return tree_->text_of(n); };
     switch (n.letter) {
     case 'U': return emit_form(n, function);
-    case 'F': return emit_float(tree_->text_of(n), function->out);
-    case 'I': return emit_integer(tree_->text_of(n), function->out);
-    case 'Z': return emit_nil(function->out);
-    case 'S':
-        return n.is_raw ? emit_bytes(tree_->text_of(n), function->out)
-                        : emit_string(tree_->text_of(n), function->out);
-    default: return emit_variable(n, call, *function);
+    case 'F': return emit_value('F', std::bit_cast<ULO>(atof(std::string(text()).c_str())), out);
+    case 'I': return emit_value('I', static_cast<ULO>(leading_number(text())), out);
+    case 'Z': return emit_nil(out);
+    case 'S': return n.is_raw ? emit_bytes(text(), out) : emit_string(text(), out);
+    default: break;
     }
+    ULO slot = 0;
+    note_place(n, function);
+    if (!slot_of(n, function, &slot)) return emit_nil(out);
+    emit_value(call.is_udf() ? 'P' : read_letter(n.suffix), slot, out);
 }
 
-void compiler::emit_operands(node_index first, const call_node &call, context *function)
+void compiler::emit_operands(node_index first, const call_node &call, const context &function)
 {
-    words &out = *function->out;
+    words &out = *function.out;
     const ULO count = count_operands(first, call), table = out.size();
     if (call.counted()) out[table - 1] = count;
     out.resize(table + count);
@@ -350,28 +336,28 @@ void compiler::emit_operands(node_index first, const call_node &call, context *f
     }
     for (; entry < table + count; entry++) {
         out[entry] = out.size() - entry;
-        call.operands < 0 ? emit_string("\"\"", &out) : emit_nil(&out);
+        call.operands < 0 ? emit_bytes("", &out) : emit_nil(&out);
     }
 }
 
-void compiler::emit_form(const node &form, context *function)
+void compiler::emit_form(const node &form, const context &function)
 {
     check_stack(site::STACK_COMPILE);
-    words *out = function->out;
+    words *out = function.out;
     const call_node call = find_call(form);
-    note_place(form, *function);
+    note_place(form, function);
     node_index first = form.first;
     ULO slot = 0;
     if (call.groups & (SETS_VARIABLE | READS_ARRAY)) {
-        if (first == NO_NODE || !slot_of(at(first), *function, &slot)) return emit_nil(out);
+        if (first == NO_NODE || !slot_of(at(first), function, &slot)) return emit_nil(out);
         // A UDF's argument may be lent by its caller: no checked text assigns one.
-        if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && !function->is_root())
+        if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && !function.is_root())
             return emit_nil(out);
         if (call.variable_first()) first = at(first).next;
     }
     if (call.letter == 0) return emit_nil(out);
     out->push_back(call.code);
-    if (call.letter == 'L' || call.letter == 'G') out->push_back(call.udf);
+    if (call.is_udf()) out->push_back(call.udf);
     if (call.variable_first()) out->push_back(slot);
     if (call.counted()) out->push_back(0);
     emit_operands(first, call, function);
@@ -380,23 +366,22 @@ void compiler::emit_form(const node &form, context *function)
 // -- Functions ---------------------------------------------------------------------------------
 
 // A definition: it goes to the UDFs of the function that it stands in.
-void compiler::define(node_index definition, context *function)
+void compiler::define(node_index definition, const context &function)
 {
     const node_index name = at(definition).first;
     const node_index body = name == NO_NODE ? NO_NODE : at(name).next;
     const ULO path_size = path_.size();
     const name_id udf = names().enter(name == NO_NODE ? "" : tree_->token_of(at(name)));
     path_.append(":").append(names().text(udf));
-    if (local_udfs_.get(udf) == 0) local_udfs_.set(udf, function->udf_counter + 1);
-    function->udf_counter++;
     local_names_.push_back(udf);
     const ULO scope = local_names_.size();
-    unit &own = units_[compile_function(body, function->udf_counter)];
+    if (local_udfs_.get(udf) == 0) local_udfs_.set(udf, scope);
+    unit &own = units_[compile_function(body)];
     for (; local_names_.size() > scope; local_names_.pop_back())
         local_udfs_.set(local_names_.back(), 0);
     path_.resize(path_size);
-    unit &parent = units_[function->made];
-    own.parent = function->made;
+    unit &parent = units_[function.made];
+    own.parent = function.made;
     own.number = parent.udfs++;
     own.start = std::exchange(parent.udf_words, parent.udf_words + own.end());
 }
@@ -439,7 +424,7 @@ void compiler::add_debug_text(unit *function, std::string_view text)
     function->debug_words = static_cast<std::uint32_t>(debug_.size()) - function->debug;
 }
 
-unit_index compiler::compile_function(node_index form, ULO udf_counter)
+unit_index compiler::compile_function(node_index form)
 {
     check_stack(site::STACK_COMPILE);
     if (form == NO_NODE || at(form).letter != 'U') form = tree_->opened(form, TYPED);
@@ -451,9 +436,9 @@ unit_index compiler::compile_function(node_index form, ULO udf_counter)
                       .code = code,
                       .main_node = code->size()});
     const std::string own_text = debug_level_ == 0 ? std::string() : debug_text();
-    context function = {made, variables_.arguments(), udf_counter, code};
+    const context function = {made, variables_.arguments(), code};
     depth_++;
-    emit_form(at(form), &function);
+    emit_form(at(form), function);
     depth_--;
     variables_.leave();
     unit &done = units_[made];
@@ -512,7 +497,7 @@ void compiler::run(tree *program, UCH debug_level, std::string_view name, CHR **
     path_ = name;
     code_[0].reserve(3 * tree_->nodes.size() + 16); // what most programs take
     if (places_ != nullptr) places_->clear();
-    code_[0].resize(units_[compile_function(tree_->root, 0)].end());
+    code_[0].resize(units_[compile_function(tree_->root)].end());
     for (unit &function : units_) lay_out(&function);
     settle_places();
     code_[0].move_to(code);
