@@ -5,6 +5,6 @@
 #include "driver/session.h"
 
 // Ahead of the program's check: keeps the functions known so far.
-void remember_functions(const session *s);
+void remember_functions();
 // Checks the rewritten program against them; a failure ends the process.
 void check_integrity(const session *s);

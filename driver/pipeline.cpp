@@ -56,7 +56,7 @@ void prepare_source(session *s, raw_file *file)
     read_source(s, file);
     reset_time(s, site::USAGE_SOURCE);
     tell_wrapping(s);
-    remember_functions(s);
+    remember_functions();
     const ULO arguments = check_source(s);
     bind_surroundings(s, arguments);
     squeeze_program(s);
