@@ -12,17 +12,6 @@
 
 namespace {
 
-struct switch_row {
-    const CHR *variable;
-    UCH value;
-};
-
-constexpr switch_row switch_rows[SWITCHES] = {
-#define SWITCH(id, variable, value) {variable, value},
-#include "driver/switches.def"
-#undef SWITCH
-};
-
 enum request { NO_REQUEST, HELP, VERSIONS, VERSIONS_SLOWLY };
 
 struct option_row {
@@ -65,8 +54,6 @@ const option_row *find_option(const CHR *word)
 }
 
 } // namespace
-
-const CHR *switch_variable(print_switch s) { return switch_rows[s].variable; }
 
 std::vector<const CHR *> option_words()
 {

@@ -22,6 +22,15 @@ enum print_switch {
     SWITCHES
 };
 
+inline constexpr struct {
+    const CHR *variable; // of the environment
+    UCH value;           // without it
+} switch_rows[] = {
+#define SWITCH(id, variable, value) {variable, value},
+#include "driver/switches.def"
+#undef SWITCH
+};
+
 enum disk_mode { DISK_NONE, DISK_COMPILE, DISK_COMPILE_MINIMISED, DISK_SHOW_DEBUG_INFO };
 
 // A point of the process's time. All zero where nobody asks.

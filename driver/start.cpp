@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include "driver/options.h"
-#include "driver/usage.h"
 #include "frontend/isa.h"
 #include "kestrin/strings.h"
 #include "kestrin/unit.h"
@@ -29,7 +28,7 @@ std::mutex singleton; // taken once and never released
 void tell_switch_note(const session *s, message_of<const CHR *, const CHR *, int> note,
                       print_switch which, const CHR *on, const CHR *off)
 {
-    say(note, s->is_on(which) ? on : off, switch_variable(which), int(s->switches[which]));
+    say(note, s->is_on(which) ? on : off, switch_rows[which].variable, int(s->switches[which]));
 }
 
 void tell_settings(const session *s)
@@ -42,7 +41,7 @@ void tell_settings(const session *s)
     }
     say(message::SWITCHERS);
     for (int i = 0; i < SWITCH_DECOMPILER; i++)
-        say(message::SWITCHER, switch_variable(print_switch(i)), int(s->switches[i]));
+        say(message::SWITCHER, switch_rows[i].variable, int(s->switches[i]));
     tell_switch_note(s, message::MAPCAR_DECOMPILER, SWITCH_DECOMPILER, "uses", "DOES NOT use");
     tell_switch_note(s, message::COMPILER_DEBUGINFO, SWITCH_DEBUGINFO, "generates",
                      "DOES NOT generate");

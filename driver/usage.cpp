@@ -47,20 +47,19 @@ void print_switches(FILE *stream, const session &s)
 {
     fputs("Runtime environment variable dump:\n", stream);
     for (int i = 0; i < SWITCHES; i++)
-        fprintf(stream, "  %s=%d;\n%s", switch_variable(print_switch(i)), s.switches[i],
+        fprintf(stream, "  %s=%d;\n%s", switch_rows[i].variable, s.switches[i],
                 i + 1 == SWITCHES ? "\n" : "");
 }
 
 void print_profile(FILE *stream, const session &s)
 {
     const std::string defun(mnemonic(ISA_DEFUN));
-    fprintf(stream, "The following environment variable:\n  %s=\"%s\"\n", "KESTRIN_CFGPROFILE_path",
-            s.cfg_profile_path == nullptr ? "" : s.cfg_profile_path);
     fprintf(stream,
+            "The following environment variable:\n  KESTRIN_CFGPROFILE_path=\"%s\"\n"
             "specifies a configuration profile that can be used for the Global Kestrin\n"
             "function definitions. The format of the configuration profile is:\n"
             "  <(%s ...)>{ <(%s ...)>}  # <EOF>.\n\n",
-            defun.c_str(), defun.c_str());
+            s.cfg_profile_path == nullptr ? "" : s.cfg_profile_path, defun.c_str(), defun.c_str());
 }
 
 } // namespace
@@ -82,10 +81,11 @@ void usage_info(FILE *stream, const session &s)
     fprintf(stream, "Compiled on: \"%s\".\n", compiled_on);
     fprintf(stream, "Compiled by: \"%s\".\n", compiled_by);
     if (time(nullptr) == -1)
-        fprintf(stream, "Sanity check warning: \"%s\".\n",
-                "time functions are not able to return Epoch time in seconds");
+        fputs("Sanity check warning: \"time functions are not able to return Epoch time in "
+              "seconds\".\n",
+              stream);
     if (stream == stderr)
-        fprintf(stream, "RETURNED STATUS: %s.\n", "ABNORMAL PROGRAM TERMINATION");
+        fputs("RETURNED STATUS: ABNORMAL PROGRAM TERMINATION.\n", stream);
     else
         write_tutorial();
 }

@@ -5,9 +5,6 @@
 
 #include "driver/session.h"
 
-// The environment variable of a switch.
-const CHR *switch_variable(print_switch s);
-
 // Prints the usage with the values that are in force to stdout or stderr. On stderr a status line
 // ends it, on stdout the tutorial archive is written.
 void usage_info(FILE *stream, const session &s);
