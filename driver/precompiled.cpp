@@ -169,12 +169,11 @@ void load_precompiled(session *s, std::string_view contents)
 
 void write_precompiled(const session *s)
 {
-    const std::string progn(mnemonic(ISA_PROGN));
     say(message::DISK_CREATING);
-    say(message::DISK_PREPARING, progn.c_str());
+    say(message::DISK_PREPARING, isa_mnemonics[ISA_PROGN]);
     tree whole;
     whole.read(wrapped(s->stored_set + " " + s->stored_program), CHECKED);
-    say(message::DISK_SQUEEZING, progn.c_str());
+    say(message::DISK_SQUEEZING, isa_mnemonics[ISA_PROGN]);
     progn_squeeze(&whole);
     scratch code;
     compile_whole(s, &whole, &code.s);

@@ -69,18 +69,9 @@ std::string number_text(const CHR *word)
     return letter == 'I' || letter == 'F' || letter == 'Z' ? text : std::string();
 }
 
-void tell_pattern(const session *s, message_of<const CHR *, const CHR *> pattern)
-{
-    tell(s, pattern, std::string(mnemonic(ISA_PROGN)).c_str(),
-         std::string(mnemonic(ISA_SETQ)).c_str());
-}
-
 } // namespace
 
-void tell_wrapping(const session *s)
-{
-    tell(s, message::PATTERN_1, std::string(mnemonic(ISA_PROGN)).c_str());
-}
+void tell_wrapping(const session *s) { tell(s, message::PATTERN_1, isa_mnemonics[ISA_PROGN]); }
 
 void wrap_program(session *s)
 {
@@ -90,7 +81,7 @@ void wrap_program(session *s)
 
 void bind_terminal(session *s)
 {
-    tell_pattern(s, message::PATTERN_2);
+    tell(s, message::PATTERN_2, isa_mnemonics[ISA_PROGN], isa_mnemonics[ISA_SETQ]);
     std::string text;
 #define TERM_NAME(name, standard)                                                                  \
     append_assignment(&text, mnemonic(ISA_##name), quoted_raw(terminal.name));
@@ -107,7 +98,7 @@ void bind_terminal(session *s)
 
 void bind_arguments(session *s)
 {
-    tell_pattern(s, message::PATTERN_3);
+    tell(s, message::PATTERN_3, isa_mnemonics[ISA_PROGN], isa_mnemonics[ISA_SETQ]);
     std::string text;
     for (ULO i = 1; i <= s->words_behind_file(); i++)
         append_assignment(&text, "$" + std::to_string(i), argument_text(s->word(i)));

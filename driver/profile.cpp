@@ -59,7 +59,7 @@ bool take_form(session *s, std::string_view form, SLO place, std::vector<node_in
     std::string_view word;
     if (!kestrin_head(&word, inside(form)) || word.empty()) return false;
     if (!is_definition(form))
-        die(message::NOT_A_DEFINITION, shown.c_str(), std::string(mnemonic(ISA_DEFUN)).c_str());
+        die(message::NOT_A_DEFINITION, shown.c_str(), isa_mnemonics[ISA_DEFUN]);
     node_index root = NO_NODE;
     if (kestrin_check(&s->set, &root, shown, place, "UDFs_CFG", &the_engine.func_lut) < 0)
         return false;
@@ -111,10 +111,9 @@ std::vector<node_index> strip_wrapper(tree *set)
 
 void squeeze_set(session *s)
 {
-    const std::string progn(mnemonic(ISA_PROGN));
-    tell(s, message::SQUEEZING_SET, progn.c_str());
+    tell(s, message::SQUEEZING_SET, isa_mnemonics[ISA_PROGN]);
     const ULO removed = progn_squeeze(&s->set);
-    tell(s, message::SQUEEZED, progn.c_str(), removed);
+    tell(s, message::SQUEEZED, isa_mnemonics[ISA_PROGN], removed);
     if (!s->verbose) return;
     say(message::LOOKING_FOR_UNSET_IN_SET);
     print_warnings(kst_uninit_check("UDFs_CFG", s->set));

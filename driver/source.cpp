@@ -65,10 +65,9 @@ void bind_surroundings(session *s, ULO arguments)
 
 void squeeze_program(session *s)
 {
-    const std::string progn(mnemonic(ISA_PROGN));
-    tell(s, message::SQUEEZING, progn.c_str());
+    tell(s, message::SQUEEZING, isa_mnemonics[ISA_PROGN]);
     const ULO removed = progn_squeeze(&s->program);
-    tell(s, message::SQUEEZED, progn.c_str(), removed);
+    tell(s, message::SQUEEZED, isa_mnemonics[ISA_PROGN], removed);
     if (s->verbose) {
         say(message::LOOKING_FOR_UNSET);
         print_warnings(kst_uninit_check("Main", s->program));

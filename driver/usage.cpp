@@ -43,6 +43,13 @@ const CHR *const usage_lines[] = {
     "  Usage7: %s [-sd|--showDebugInfo] <Precompiled_Kestrin_file_name>\n\n",
 };
 
+// Prints the banner and a newline.
+void signature(FILE *stream)
+{
+    const std::string text = usage_banner.plain();
+    fprintf(stream, "%s\n", std::string(right_trimmed(text)).c_str());
+}
+
 void print_switches(FILE *stream, const session &s)
 {
     fputs("Runtime environment variable dump:\n", stream);
@@ -53,22 +60,16 @@ void print_switches(FILE *stream, const session &s)
 
 void print_profile(FILE *stream, const session &s)
 {
-    const std::string defun(mnemonic(ISA_DEFUN));
+    const CHR *defun = isa_mnemonics[ISA_DEFUN];
     fprintf(stream,
             "The following environment variable:\n  KESTRIN_CFGPROFILE_path=\"%s\"\n"
             "specifies a configuration profile that can be used for the Global Kestrin\n"
             "function definitions. The format of the configuration profile is:\n"
             "  <(%s ...)>{ <(%s ...)>}  # <EOF>.\n\n",
-            s.cfg_profile_path == nullptr ? "" : s.cfg_profile_path, defun.c_str(), defun.c_str());
+            s.cfg_profile_path == nullptr ? "" : s.cfg_profile_path, defun, defun);
 }
 
 } // namespace
-
-void signature(FILE *stream)
-{
-    const std::string text = usage_banner.plain();
-    fprintf(stream, "%s\n", std::string(right_trimmed(text)).c_str());
-}
 
 void usage_info(FILE *stream, const session &s)
 {
