@@ -1,6 +1,7 @@
 // The six comparisons. The first operand's type decides and the second is cast to it; the typed
 // handlers are for a pair of one proved type.
 
+#include <functional>
 #include <utility>
 
 #include "strings/block.h"
@@ -18,37 +19,16 @@ bool same(const CHR *a, const CHR *b)
     return size < sizeof(ULO) ? load_word(a) == load_word(b) : cmp(a, b);
 }
 
-// What a comparison is for each type: numbers, the sign of the order of two strings, equality of
-// two strings, and two nils. A first nil against another type is `nil_other`.
-struct equal {
-    template <class T> static bool numbers(T a, T b) { return a == b; }
-    static bool texts(const CHR *a, const CHR *b) { return same(a, b); }
-    static constexpr bool nils = true, nil_other = false;
-};
-struct not_equal {
-    template <class T> static bool numbers(T a, T b) { return a != b; }
-    static bool texts(const CHR *a, const CHR *b) { return !same(a, b); }
-    static constexpr bool nils = false, nil_other = true;
-};
-struct less {
-    template <class T> static bool numbers(T a, T b) { return a < b; }
-    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) < 0; }
-    static constexpr bool nils = false, nil_other = false;
-};
-struct greater {
-    template <class T> static bool numbers(T a, T b) { return a > b; }
-    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) > 0; }
-    static constexpr bool nils = false, nil_other = false;
-};
-struct less_or_equal {
-    template <class T> static bool numbers(T a, T b) { return a <= b; }
-    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) <= 0; }
-    static constexpr bool nils = true, nil_other = false;
-};
-struct greater_or_equal {
-    template <class T> static bool numbers(T a, T b) { return a >= b; }
-    static bool texts(const CHR *a, const CHR *b) { return cmp_s(a, b) >= 0; }
-    static constexpr bool nils = true, nil_other = false;
+// What a comparison is for each type: numbers, two strings, two nils, and a first nil against
+// another type. Strings are ordered by the sign that cmp_s() gives, two nils as two equal numbers.
+template <class order> struct relation_by {
+    static constexpr bool is_symmetric = order()(0, 1) == order()(1, 0); // == and !=
+    template <class T> static bool numbers(T a, T b) { return order()(a, b); }
+    static bool texts(const CHR *a, const CHR *b)
+    {
+        return is_symmetric ? order()(same(a, b), true) : order()(cmp_s(a, b), SCH(0));
+    }
+    static constexpr bool nils = order()(0, 0), nil_other = is_symmetric && !nils;
 };
 
 // A variable that holds an integer and a constant.
@@ -139,16 +119,16 @@ template <class relation> struct comparison {
 
 } // namespace
 
-#define COMPARISON(name, relation)                                                                 \
-    HANDLER(name) { comparison<relation>::generic(dat_ptr, ret_dat); }                             \
-    HANDLER(name##_i) { comparison<relation>::numbers<SLO>(dat_ptr, ret_dat); }                    \
-    HANDLER(name##_f) { comparison<relation>::numbers<DFL>(dat_ptr, ret_dat); }                    \
-    HANDLER(name##_s) { comparison<relation>::generic(dat_ptr, ret_dat); }                         \
-    HANDLER(name##_z) { comparison<relation>::generic(dat_ptr, ret_dat); }
+#define COMPARISON(name, order)                                                                    \
+    HANDLER(name) { comparison<relation_by<order>>::generic(dat_ptr, ret_dat); }                   \
+    HANDLER(name##_i) { comparison<relation_by<order>>::numbers<SLO>(dat_ptr, ret_dat); }          \
+    HANDLER(name##_f) { comparison<relation_by<order>>::numbers<DFL>(dat_ptr, ret_dat); }          \
+    HANDLER(name##_s) { comparison<relation_by<order>>::generic(dat_ptr, ret_dat); }               \
+    HANDLER(name##_z) { comparison<relation_by<order>>::generic(dat_ptr, ret_dat); }
 
-COMPARISON(equal, equal)
-COMPARISON(notequal, not_equal)
-COMPARISON(less, less)
-COMPARISON(greater, greater)
-COMPARISON(lessorequal, less_or_equal)
-COMPARISON(greaterorequal, greater_or_equal)
+COMPARISON(equal, std::equal_to<>)
+COMPARISON(notequal, std::not_equal_to<>)
+COMPARISON(less, std::less<>)
+COMPARISON(greater, std::greater<>)
+COMPARISON(lessorequal, std::less_equal<>)
+COMPARISON(greaterorequal, std::greater_equal<>)
