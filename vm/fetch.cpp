@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "kestrin/strings.h"
-#include "vm/handler.h"
+#include "vm/text.h"
 
 namespace {
 
@@ -35,22 +35,6 @@ template <class T> void ret_number(const ULO *dat_ptr, T *targ)
             *targ = in_record<T>::from(&slot);
     }
     if (slot.disable_ptr) release(&slot);
-}
-
-// A leaf whose text can be taken where it stands.
-bool copy_text_in_place(const ULO *node, CHR **targ)
-{
-    if (is_node(node, func__dummy_s)) {
-        equ(targ, reinterpret_cast<const CHR *>(node + 2));
-        return true;
-    }
-    if (!is_node(node, func__getval) && !is_node(node, func__getval_s)) return false;
-    const kestrin_data *v = variable(node[1]);
-    if (v->type == 0)
-        raise_unset_variable(node);
-    else
-        store_text(targ, v);
-    return true;
 }
 
 } // namespace
@@ -103,7 +87,10 @@ void ret_fval(const ULO *dat_ptr, DFL *targ) { ret_number(dat_ptr, targ); }
 void ret_sval(const ULO *dat_ptr, CHR **targ)
 {
     if (!rt_ctrl->rt_noterror) return;
-    if (copy_text_in_place(node_at(dat_ptr), targ)) return;
+    if (const CHR *text = text_in_place(node_at(dat_ptr))) {
+        equ(targ, text);
+        return;
+    }
     // The operand may build its text in the caller's string, so the slot owns it for the while.
     kestrin_data slot = owning_slot;
     slot.svalue = std::exchange(*targ, nullptr);
