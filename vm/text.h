@@ -114,6 +114,7 @@ template <class T> bool is_in_place(const ULO *node)
 // operand word; `empty` is true while no text stands in the record yet.
 template <class A> struct held_operand {
     using number = std::conditional_t<std::is_floating_point_v<A>, DFL, SLO>;
+    static constexpr bool in_record = false;
     number value = 0;
     held_operand(const ULO *word, const ULO *, kestrin_data *ret_dat, bool empty)
     {
@@ -160,20 +161,12 @@ template <class... A> struct held_operands {
 };
 
 template <class A, class... Rest> struct held_operands<A, Rest...> {
-    static constexpr bool is_text = std::is_same_v<A, const CHR *>;
     held_operand<A> first;
     held_operands<Rest...> rest;
     held_operands(const ULO *word, const ULO *last, kestrin_data *ret_dat, bool empty)
         : first(word, last, ret_dat, empty),
-          rest(word + 1, last, ret_dat, empty && !(is_text && first_in_record()))
+          rest(word + 1, last, ret_dat, empty && !first.in_record)
     {
-    }
-    bool first_in_record() const
-    {
-        if constexpr (is_text)
-            return first.in_record;
-        else
-            return false;
     }
     template <class F, class... Got> auto pass(F f, kestrin_data *ret_dat, Got... got) const
     {
