@@ -99,16 +99,6 @@ CHR *print_value(CHR *to, const plain_format &f, const kestrin_data *d)
     }
 }
 
-struct line {
-    CHR bytes[LONGEST];
-    ULO size = 0;
-    void add(std::string_view text)
-    {
-        size = ULO(std::copy(text.begin(), text.end(), bytes + size) - bytes);
-    }
-    void add(ULO count, CHR c) { size = ULO(std::fill_n(bytes + size, count, c) - bytes); }
-};
-
 } // namespace
 
 bool take_number(std::string_view *rest, ULO most, ULO *value)
@@ -132,13 +122,12 @@ bool print_plainly(kestrin_data *d, std::string_view format)
     const ULO padding = f.width > value.size() ? f.width - value.size() : 0;
     if (f.before.size() + padding + value.size() + f.after.size() > LONGEST) return false;
 
-    line out;
-    out.add(f.before);
-    if (f.zeros && take(&value, "-")) out.add("-");
-    if (!f.left) out.add(padding, f.zeros ? '0' : ' ');
-    out.add(value);
-    if (f.left) out.add(padding, ' ');
-    out.add(f.after);
-    assign(&d->svalue, {out.bytes, out.size});
+    CHR line[LONGEST], *at = std::copy(f.before.begin(), f.before.end(), line);
+    if (f.zeros && take(&value, "-")) *at++ = '-';
+    if (!f.left) at = std::fill_n(at, padding, f.zeros ? '0' : ' ');
+    at = std::copy(value.begin(), value.end(), at);
+    if (f.left) at = std::fill_n(at, padding, ' ');
+    at = std::copy(f.after.begin(), f.after.end(), at);
+    assign(&d->svalue, {line, at});
     return true;
 }
