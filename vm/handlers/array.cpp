@@ -28,14 +28,23 @@ void raise_at(rt_text text, const ULO *dat_ptr) { raise_error(text, dat_ptr, dat
 
 // -- Storing -----------------------------------------------------------------------------------
 
+// Into a place of the array. `taken`: out of a result record that nobody reads any more.
+void put_text(CHR **place, kestrin_data *source, bool taken)
+{
+    if (taken)
+        std::swap(*place, source->svalue);
+    else
+        equ(place, source->svalue);
+}
+
 // Member 0 is the record's own value.
-void store_first(const ULO *dat_ptr, kestrin_data *array, const kestrin_data *source)
+void store_first(const ULO *dat_ptr, kestrin_data *array, kestrin_data *source, bool taken)
 {
     if (!source->single) return raise_at(rt_text::SETVAL_ZERO_MEMBER, dat_ptr);
     array->type = source->type;
     array->value = source->value;
     if (source->type == 'S')
-        equ(&array->svalue, source->svalue);
+        put_text(&array->svalue, source, taken);
     else if (array->svalue != source->svalue)
         free_string(&array->svalue);
 }
@@ -66,101 +75,53 @@ bool make_member(kestrin_data *array, ULO index)
     release(&copy);
 }
 
-// False, with an error pending, where no member above 0 can be stored. Member 0 is none of these.
-bool takes_member(const ULO *dat_ptr, SLO index, const kestrin_data *array)
-{
-    if (index >= 0 && array->arraytype == 0) return true;
-    raise_at(index < 0 ? rt_text::SETVAL_NEGATIVE : rt_text::SETVAL_TYPE, dat_ptr);
-    return false;
-}
-
-void store_mixed(const ULO *dat_ptr, SLO index, const kestrin_data *source)
+template <bool used> void store_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
-    if (index == 0) return store_first(dat_ptr, array, source);
-    if (!takes_member(dat_ptr, index, array)) return;
-    if (!source->single && source->array.mix == array->array.mix)
+    const bool taken = !used && source->disable_ptr;
+    if (index == 0) return store_first(dat_ptr, array, source, taken);
+    if (index < 0) return raise_at(rt_text::SETVAL_NEGATIVE, dat_ptr);
+    if (array->arraytype != 0) return raise_at(rt_text::SETVAL_TYPE, dat_ptr);
+    if (!taken && !source->single && source->array.mix == array->array.mix)
         return store_itself(array, ULO(index), source);
     if (!make_member(array, ULO(index))) return;
     kestrin_data *member = &array->array.mix[index];
-    if (!set_number(member, source)) copy_kst_data(member, source, 0);
+    if (taken)
+        take_value(member, source);
+    else if (!set_number(member, source))
+        copy_kst_data(member, source, 0);
 }
 
-// From a result record that nobody reads any more.
-void take_mixed(const ULO *dat_ptr, SLO index, kestrin_data *source)
+constexpr fatal_site site_of_tags(UCH letter)
 {
-    kestrin_data *array = variable(dat_ptr[0]);
-    if (!source->disable_ptr || (index == 0 && !(source->single && source->type == 'S')))
-        return store_mixed(dat_ptr, index, source);
-    if (index == 0) {
-        std::swap(array->svalue, source->svalue);
-        array->type = 'S';
-    } else if (takes_member(dat_ptr, index, array) && make_member(array, ULO(index))) {
-        take_value(&array->array.mix[index], source);
+    switch (letter) {
+    case 'I': return site::ARSETQ_I_TAGS;
+    case 'F': return site::ARSETQ_F_TAGS;
+    case 'S': return site::ARSETQ_S_TAGS;
+    default: return site::ARSETQ_Z_TAGS;
     }
 }
 
-// What the four classes of typed arrays differ in: first the two of numbers.
-template <UCH letter> struct member_class {
-    static constexpr fatal_site places_site =
-        letter == 'I' ? site::ARSETQ_I_ARRAY : site::ARSETQ_F_ARRAY;
-    static constexpr fatal_site tags_site =
-        letter == 'I' ? site::ARSETQ_I_TAGS : site::ARSETQ_F_TAGS;
-    static bool grow(kestrin_data *array, ULO own)
-    {
-        return grow_places(&array->array.ival, owned_places(array), own, places_site);
-    }
-    static void store(kestrin_data *array, ULO index, const kestrin_data *source)
-    {
-        array->array.ival[index] = source->value.ival;
-    }
-    static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
-    {
-        ret_dat->value.ival = array->array.ival[index];
-    }
-};
-
-template <> struct member_class<'S'> {
-    static constexpr fatal_site tags_site = site::ARSETQ_S_TAGS;
-    static bool grow(kestrin_data *array, ULO own)
-    {
-        const ULO old = owned_places(array);
+template <UCH letter> bool grow_members(kestrin_data *array, ULO own)
+{
+    const ULO old = owned_places(array);
+    if constexpr (letter == 'S') {
         if (!grow_places(&array->array.svalue, old, own, site::ARSETQ_S_ARRAY)) return false;
         for (ULO i = old; i < own; i++) array->array.svalue[i] = nullptr;
-        return true;
+    } else if constexpr (letter != 'Z') {
+        const fatal_site &site = letter == 'I' ? site::ARSETQ_I_ARRAY : site::ARSETQ_F_ARRAY;
+        return grow_places(&array->array.ival, old, own, site);
     }
-    static void store(kestrin_data *array, ULO index, const kestrin_data *source)
-    {
-        equ(&array->array.svalue[index], source->svalue);
-    }
-    static void take(kestrin_data *array, ULO index, kestrin_data *source)
-    {
-        if (source->disable_ptr)
-            std::swap(array->array.svalue[index], source->svalue);
-        else
-            store(array, index, source);
-    }
-    static void load(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
-    {
-        equ(&ret_dat->svalue, array->array.svalue[index]);
-    }
-};
-
-template <> struct member_class<'Z'> {
-    static constexpr fatal_site tags_site = site::ARSETQ_Z_TAGS;
-    static bool grow(kestrin_data *, ULO) { return true; }
-    static void store(kestrin_data *, ULO, const kestrin_data *) {}
-    static void load(kestrin_data *, const kestrin_data *, ULO) {}
-};
+    return true;
+}
 
 template <UCH letter> bool grow_typed(kestrin_data *array, ULO index)
 {
-    using of_class = member_class<letter>;
     const ULO own = places_to_own(index),
               size = std::max(array_capacity(index), array->indices_numb);
-    if (!of_class::grow(array, own)) return false;
+    if (!grow_members<letter>(array, own)) return false;
     array->arraytype = letter;
-    if (!grow_tags(array, size, of_class::tags_site)) return false;
+    if (!grow_tags(array, size, site_of_tags(letter))) return false;
     array->single = 0;
     array->indices_numb = size;
     if (letter != 'Z') set_owned_places(array, own);
@@ -187,27 +148,29 @@ bool has_place(const kestrin_data *array, ULO place)
     return place < places && (places != PLACES_STEP || array->aready_tags[place] != 0);
 }
 
-template <UCH letter, bool used = true>
+template <UCH letter, bool used>
 void store_typed(const ULO *dat_ptr, SLO index, kestrin_data *source)
 {
     kestrin_data *array = variable(dat_ptr[0]);
     if (index <= 0 || !source->single || source->type != letter || !fits(array, letter))
-        return used ? store_mixed(dat_ptr, index, source) : take_mixed(dat_ptr, index, source);
+        return store_mixed<used>(dat_ptr, index, source);
     const ULO place = ULO(index);
     if (!has_place(array, place) && !make_place<letter>(array, place)) [[unlikely]]
         return;
-    if constexpr (letter == 'S' && !used)
-        member_class<'S'>::take(array, place, source);
-    else
-        member_class<letter>::store(array, place, source);
+    if constexpr (letter == 'S')
+        put_text(&array->array.svalue[place], source, !used && source->disable_ptr);
+    else if constexpr (letter != 'Z')
+        array->array.ival[place] = source->value.ival;
     array->aready_tags[place] = letter;
 }
 
-template <UCH letter, bool used = true> void arsetq_typed(const ULO *dat_ptr, kestrin_data *ret_dat)
+// Letter 0: for an array of any class.
+template <UCH letter, bool used = true> void arsetq(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     lend_again(ret_dat); // a variable may have answered by an alias
-    ret_dat->type = 0;   // the index is not the value
+    // The index is not the value.
+    if constexpr (letter != 0) ret_dat->type = 0;
     if constexpr (letter == 'I')
         eval_number<SLO>(dat_ptr + 2, ret_dat);
     else if constexpr (letter == 'F')
@@ -216,60 +179,50 @@ template <UCH letter, bool used = true> void arsetq_typed(const ULO *dat_ptr, ke
         eval(dat_ptr + 2, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
-    store_typed<letter, used>(dat_ptr, index, ret_dat);
-}
-
-template <bool used> void arsetq_any(const ULO *dat_ptr, kestrin_data *ret_dat)
-{
-    const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
-    lend_again(ret_dat); // a variable may have answered by an alias
-    eval(dat_ptr + 2, ret_dat);
-    if (!rt_ctrl->rt_noterror) return;
-    if (used)
-        store_mixed(dat_ptr, index, ret_dat);
+    if constexpr (letter == 0)
+        store_mixed<used>(dat_ptr, index, ret_dat);
     else
-        take_mixed(dat_ptr, index, ret_dat);
+        store_typed<letter, used>(dat_ptr, index, ret_dat);
 }
 
 // A variable, copied from where it stands. Nobody reads the record.
 void arsetq_variable(const ULO *dat_ptr, kestrin_data *ret_dat)
 {
     const ULO *node = node_at(dat_ptr + 2);
-    if (node[1] == dat_ptr[0]) return arsetq_any<true>(dat_ptr, ret_dat);
+    if (node[1] == dat_ptr[0]) return arsetq<0>(dat_ptr, ret_dat);
     const SLO index = fetch<SLO>(dat_ptr + 1, ret_dat);
     if (!rt_ctrl->rt_noterror) return;
     if (variable(node[1])->type == 0) return raise_unset_variable(node);
-    store_mixed(dat_ptr, index, variable(node[1]));
+    store_mixed<true>(dat_ptr, index, variable(node[1]));
 }
 
 // -- Reading -----------------------------------------------------------------------------------
 
-void load_first(kestrin_data *ret_dat, const kestrin_data *array)
+// The value of a member within the array, copied or lent to a borrowing slot; of type 0 if it is
+// not set.
+template <bool lent>
+[[gnu::always_inline]] inline void get_member(kestrin_data *to, const kestrin_data *array,
+                                              ULO place)
 {
-    ret_dat->single = 1;
-    ret_dat->type = array->type;
-    ret_dat->value = array->value;
-    if (array->type == 'S') equ(&ret_dat->svalue, array->svalue);
-}
-
-template <UCH letter> void load_typed(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
-{
-    ret_dat->single = 1;
-    ret_dat->type = array->aready_tags[index];
-    if (ret_dat->type != 0) member_class<letter>::load(ret_dat, array, index);
-}
-
-// A member above 0 that lies within the array.
-void load_member(kestrin_data *ret_dat, const kestrin_data *array, ULO index)
-{
-    switch (array->arraytype) {
-    case 'I': return load_typed<'I'>(ret_dat, array, index);
-    case 'F': return load_typed<'F'>(ret_dat, array, index);
-    case 'S': return load_typed<'S'>(ret_dat, array, index);
-    case 'Z': return load_typed<'Z'>(ret_dat, array, index);
-    default:
-        if (index < owned_places(array)) return copy_kst_data(ret_dat, &array->array.mix[index], 0);
-        ret_dat->type = 0;
+    if (place != 0 && array->arraytype == 0) {
+        if (place >= owned_places(array))
+            to->type = 0;
+        else if (lent)
+            *to = array->array.mix[place];
+        else
+            copy_kst_data(to, &array->array.mix[place], 0);
+        return;
+    }
+    to->single = 1;
+    to->type = place == 0 ? array->type : array->aready_tags[place];
+    if (to->type == 'S') {
+        CHR *const text = place == 0 ? array->svalue : array->array.svalue[place];
+        if (lent)
+            to->svalue = text;
+        else
+            equ(&to->svalue, text);
+    } else if (holds_number(to)) {
+        to->value.ival = place == 0 ? array->value.ival : array->array.ival[place];
     }
 }
 
@@ -279,10 +232,7 @@ inline void load(const ULO *dat_ptr, kestrin_data *ret_dat, SLO index)
     const kestrin_data *array = variable(dat_ptr[0]);
     if (index < 0) return raise_at(rt_text::GETVAL_NEGATIVE, dat_ptr);
     if (ULO(index) >= array->indices_numb) return raise_at(rt_text::GETVAL_YET, dat_ptr);
-    if (index == 0)
-        load_first(ret_dat, array);
-    else
-        load_member(ret_dat, array, ULO(index));
+    get_member<false>(ret_dat, array, ULO(index));
     if (ret_dat->type == 0) raise_at(rt_text::GETVAL_BEFORE_USE, dat_ptr);
 }
 
@@ -322,20 +272,7 @@ void take_members(const ULO *dat_ptr, kestrin_data *ret_dat, SLO n)
 bool lend_member(const kestrin_data *array, SLO index, kestrin_data *slot)
 {
     if (index < 0 || ULO(index) >= array->indices_numb) return false;
-    const ULO place = ULO(index);
-    if (place == 0) {
-        slot->type = array->type;
-        slot->value = array->value;
-        slot->svalue = array->svalue;
-    } else if (array->arraytype == 0) {
-        if (place >= owned_places(array)) return false;
-        *slot = array->array.mix[place];
-    } else if (array->arraytype == 'S') {
-        slot->type = array->aready_tags[place];
-        slot->svalue = slot->type == 'S' ? array->array.svalue[place] : nullptr;
-    } else {
-        load_member(slot, array, place); // a number, or nil
-    }
+    get_member<true>(slot, array, ULO(index));
     return slot->type != 0;
 }
 
@@ -377,12 +314,12 @@ CHR **member_text(kestrin_data *array, SLO index, text_shape shape)
     return is_text ? &member->svalue : nullptr;
 }
 
-HANDLER(arsetq) { arsetq_any<true>(dat_ptr, ret_dat); }
+HANDLER(arsetq) { arsetq<0>(dat_ptr, ret_dat); }
 
-HANDLER(arsetq_i) { arsetq_typed<'I'>(dat_ptr, ret_dat); }
-HANDLER(arsetq_f) { arsetq_typed<'F'>(dat_ptr, ret_dat); }
-HANDLER(arsetq_s) { arsetq_typed<'S'>(dat_ptr, ret_dat); }
-HANDLER(arsetq_z) { arsetq_typed<'Z'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_i) { arsetq<'I'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_f) { arsetq<'F'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_s) { arsetq<'S'>(dat_ptr, ret_dat); }
+HANDLER(arsetq_z) { arsetq<'Z'>(dat_ptr, ret_dat); }
 
 TYPED_HANDLERS(index, read_member)
 
@@ -439,11 +376,9 @@ fcall taking_arsetq(const ULO *node)
 
 std::span<const handler_form> array_forms()
 {
-    static constexpr handler_form forms[] = {{func__index_lent, func__index},
-                                             {arsetq_variable, func__arsetq},
-                                             {arsetq_any<false>, func__arsetq},
-                                             {arsetq_typed<'I', false>, func__arsetq_i},
-                                             {arsetq_typed<'F', false>, func__arsetq_f},
-                                             {arsetq_typed<'S', false>, func__arsetq_s}};
+    static constexpr handler_form forms[] = {
+        {func__index_lent, func__index},      {arsetq_variable, func__arsetq},
+        {arsetq<0, false>, func__arsetq},     {arsetq<'I', false>, func__arsetq_i},
+        {arsetq<'F', false>, func__arsetq_f}, {arsetq<'S', false>, func__arsetq_s}};
     return forms;
 }
