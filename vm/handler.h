@@ -232,14 +232,6 @@ template <class T> [[gnu::always_inline]] inline bool read_single(const ULO *wor
     return v->type == in_record<T>::letter && v->single;
 }
 
-// Evaluates an operand that is proved a number into a record; it may be an array of them.
-template <class T> void eval_number(const ULO *word, kestrin_data *ret_dat)
-{
-    T value = 0;
-    if (!read_single(word, &value)) return eval(word, ret_dat);
-    if (rt_ctrl->rt_noterror) answer(ret_dat, value);
-}
-
 // -- Numeric instructions ----------------------------------------------------------------------
 
 // The signature of `op` says the rest: how many operands, how each is fetched, the result's letter.

@@ -171,12 +171,7 @@ template <UCH letter, bool used = true> void arsetq(const ULO *dat_ptr, kestrin_
     lend_again(ret_dat); // a variable may have answered by an alias
     // The index is not the value.
     if constexpr (letter != 0) ret_dat->type = 0;
-    if constexpr (letter == 'I')
-        eval_number<SLO>(dat_ptr + 2, ret_dat);
-    else if constexpr (letter == 'F')
-        eval_number<DFL>(dat_ptr + 2, ret_dat);
-    else
-        eval(dat_ptr + 2, ret_dat);
+    eval(dat_ptr + 2, ret_dat);
     if (!rt_ctrl->rt_noterror) [[unlikely]]
         return;
     if constexpr (letter == 0)
