@@ -59,7 +59,6 @@ private:
     UCH type_token(node *n);
     UCH type_form(node *n);
     UCH type_progn(const node &n);
-    UCH type_setq(node *n);
     UCH type_arsetq(node *n);
     UCH type_index(node *n);
     UCH type_alindex(node *n);
@@ -77,7 +76,7 @@ private:
     node_index next(node_index n) const { return n == NO_NODE ? NO_NODE : nodes_[n].next; }
     name_id name_of(node *target) const;
     void assign(node *target, UCH letter);
-    void make_unknown(node *target);
+    UCH assign_by(node *form, UCH letter);
     bool still_holds(const finding &f) const;
     void rely_on(name_id name, UCH letter);
     void sweep(node_index n);
@@ -102,21 +101,23 @@ name_id type_pass::name_of(node *target) const
     return target->name;
 }
 
-void type_pass::make_unknown(node *target)
-{
-    types_.set(name_of(target), 'U');
-    target->suffix = 0;
-}
-
-// An assignment of a known type: confirms the variable's row, makes it, or finds a second type.
+// An assignment: confirms the variable's row, makes it, or finds a second type or an unknown one.
 void type_pass::assign(node *target, UCH letter)
 {
     const name_id name = name_of(target);
     const UCH known = types_.get(name);
     const UCH row = known == 0 || known == letter ? letter : UCH('U');
     if (row != known) types_.set(name, row);
-    const bool carries = row == letter && target->letter != 'P';
+    const bool carries = row == letter && letter != 'U' && target->letter != 'P';
     target->suffix = carries ? static_cast<CHR>(letter) : CHR(0);
+}
+
+// A form that assigns its first operand has the type of what is assigned.
+UCH type_pass::assign_by(node *form, UCH letter)
+{
+    assign(&nodes_[form->first], letter);
+    if (letter != 'U') form->suffix = static_cast<CHR>(letter);
+    return letter;
 }
 
 void type_pass::define(name_id name, UCH letter)
@@ -169,19 +170,6 @@ UCH type_pass::type_progn(const node &n)
     return broken != 0 ? broken : last;
 }
 
-UCH type_pass::type_setq(node *n)
-{
-    node *target = &nodes_[n->first];
-    const UCH letter = type_all(nodes_[n->first].next);
-    if (letter == 'U')
-        make_unknown(target);
-    else {
-        assign(target, letter);
-        n->suffix = static_cast<CHR>(letter);
-    }
-    return letter;
-}
-
 UCH type_pass::type_arsetq(node *n)
 {
     node *target = &nodes_[n->first];
@@ -190,13 +178,7 @@ UCH type_pass::type_arsetq(node *n)
     if (!arrays_.get(name_of(target))) arrays_.set(name_of(target), true);
     const bool copies_array =
         value != NO_NODE && nodes_[value].letter == 'V' && arrays_.get(nodes_[value].name);
-    if (copies_array || letter == 'U' || index_type != 'I') {
-        make_unknown(target);
-        return 'U';
-    }
-    assign(target, letter);
-    n->suffix = static_cast<CHR>(letter);
-    return letter;
+    return assign_by(n, copies_array || index_type != 'I' ? UCH('U') : letter);
 }
 
 UCH type_pass::type_index(node *n)
@@ -247,18 +229,11 @@ UCH type_pass::type_for(node *n)
     const node_index body = next(end);
     const bool is_outermost = std::exchange(is_outside_loops_, false);
     // As an assignment of the start value would leave the variable.
-    const UCH first = type_of(start);
-    if (first == 'U')
-        make_unknown(control);
-    else
-        assign(control, first);
+    assign(control, type_of(start));
     if (is_outermost)
         for (node_index p : {increment, end, body}) type_of(p);
     const UCH start_type = type_of(start);
-    if (start_type != 'U' && types_.get(name_of(control)) == start_type)
-        assign(control, start_type);
-    else
-        make_unknown(control);
+    assign(control, types_.get(name_of(control)) == start_type ? start_type : UCH('U'));
     const UCH increment_type = type_of(increment), end_type = type_of(end);
     type_of(body);
     is_outside_loops_ = is_outermost;
@@ -312,7 +287,9 @@ UCH type_pass::type_form(node *n)
     const group_set groups = word->groups;
     if (groups == 0 || n->first == NO_NODE) return type_instruction(n, *word);
     if (groups & in(GROUP_PROGN)) return type_progn(*n);
-    if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ))) return type_setq(n);
+    if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ))) {
+        return assign_by(n, type_all(next(n->first)));
+    }
     if (groups & in(GROUP_ARSETQ)) return type_arsetq(n);
     if (groups & in(GROUP_INDEX)) return type_index(n);
     if (groups & in(GROUP_ALINDEX)) return type_alindex(n);
