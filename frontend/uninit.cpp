@@ -99,11 +99,9 @@ void analysis::read_if(node_index condition)
     for (ULO i = mark; i < known_.mark(); i++) first.push_back(known_.changed(i));
     known_.undo(mark);
     read(next(next(condition)));
-    std::unordered_set<ULO> second;
-    for (ULO i = mark; i < known_.mark(); i++) second.insert(known_.changed(i));
+    std::erase_if(first, [this](ULO name) { return !known_.get(name); });
     known_.undo(mark);
-    for (const ULO name : first)
-        if (second.count(name)) known_.set(name, true);
+    for (const ULO name : first) known_.set(name, true);
 }
 
 void analysis::read_for(node_index target)
