@@ -31,14 +31,13 @@ lut_entry *new_entry(const CHR *key, SLO value, ULO scope, const fatal_site &sit
     return entry;
 }
 
-lut *new_table(const CHR *key, SLO value)
+lut *new_table(ULO capacity, ULO scope, const fatal_site &header, const fatal_site &rows)
 {
     auto *table = static_cast<lut *>(malloc(sizeof(lut)));
-    if (table == nullptr) fatal(site::LUT_ADD_TABLE);
-    auto **entries = static_cast<lut_entry **>(malloc(STEP * sizeof(lut_entry *)));
-    if (entries == nullptr) fatal(site::LUT_ADD_ROWS);
-    *table = {1, STEP, 0, entries};
-    entries[0] = new_entry(key, value, 0, site::LUT_ADD_FIRST);
+    if (table == nullptr) fatal(header);
+    auto **entries = static_cast<lut_entry **>(malloc(capacity * sizeof(lut_entry *)));
+    if (entries == nullptr) fatal(rows);
+    *table = {0, capacity, scope, entries};
     return table;
 }
 
@@ -95,10 +94,8 @@ void free_header(lut **table)
 
 UCH lut_add(lut **table, const CHR *key, SLO value)
 {
-    if (*table == nullptr) {
-        *table = new_table(key, value);
-        return 0;
-    }
+    const bool is_first = *table == nullptr;
+    if (is_first) *table = new_table(STEP, 0, site::LUT_ADD_TABLE, site::LUT_ADD_ROWS);
     const ULO scope = (*table)->lut_scope, position = lower_bound(*table, key, scope);
     if (position < (*table)->lut_count) {
         lut_entry *entry = (*table)->lut_entries[position];
@@ -107,7 +104,8 @@ UCH lut_add(lut **table, const CHR *key, SLO value)
             return 1;
         }
     }
-    insert(*table, position, new_entry(key, value, scope, site::LUT_ADD_ENTRY));
+    insert(*table, position,
+           new_entry(key, value, scope, is_first ? site::LUT_ADD_FIRST : site::LUT_ADD_ENTRY));
     return 0;
 }
 
@@ -154,13 +152,8 @@ void lut_prune(lut *table)
 lut *lut_make_view(const lut *table)
 {
     if (table == nullptr) return nullptr;
-    auto *made = static_cast<lut *>(malloc(sizeof(lut)));
-    if (made == nullptr) fatal(site::MAPCAR_TABLE);
-    *made = *table;
-    made->lut_count = 0;
-    made->lut_entries =
-        static_cast<lut_entry **>(malloc(table->lut_capacity * sizeof(lut_entry *)));
-    if (made->lut_entries == nullptr) fatal(site::MAPCAR_ROWS);
+    lut *made =
+        new_table(table->lut_capacity, table->lut_scope, site::MAPCAR_TABLE, site::MAPCAR_ROWS);
     for (ULO i = 0; i < table->lut_count; i++)
         if (table->lut_entries[i]->scope == 0)
             made->lut_entries[made->lut_count++] = table->lut_entries[i];
