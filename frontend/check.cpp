@@ -37,10 +37,10 @@ constexpr SLO ONE_OR_MORE = -1, STILL_OPEN = -2;
 // Of a name that is no function, or may be one.
 constexpr SLO MISSING = -3, NOT_LOOKED_UP = -4;
 
-// A form whose number of arguments is to be looked at again. `operands` is STILL_OPEN for a call of
-// the function that is being defined.
-struct second_look {
-    node_index form;
+// A form with its number of arguments. `operands` is STILL_OPEN for a call of a function that is
+// being defined.
+struct counted_form {
+    node_index index;
     SLO operands;
     ULO arguments;
     ULO path; // where the form stands
@@ -75,7 +75,7 @@ ULO formal_arguments::count(ULO *gap)
 struct function_scope {
     ULO path;
     formal_arguments arguments;
-    std::vector<second_look> looks;
+    std::vector<counted_form> second_looks;
 };
 
 struct path_step {
@@ -143,8 +143,8 @@ private:
     void join_strings(node *form);
     function look_up(name_id name) const;
     function find(name_id name);
-    ULO count_arguments(node_index form, ULO most);
-    SLO refuse_count(const second_look &look, SLO operands, std::string_view text);
+    counted_form count(const form &f);
+    SLO refuse_count(const counted_form &counted, std::string_view text);
     SLO check_count(const form &f);
     SLO go_on(form f, level where, bool terminators);
     SLO write_form(const form &f, level where, bool terminators);
@@ -155,7 +155,7 @@ private:
     SLO check_variable(const form &f);
     SLO define(const form &f, level where);
     SLO define_body(node_index definition, name_id name);
-    SLO settle(const function_scope &scope, SLO operands);
+    SLO settle(function_scope *scope, SLO operands);
     SLO count_formal_arguments(node_index form);
 
     tree &tree_;
@@ -288,36 +288,36 @@ SLO checker::find_word(form *f)
     return refuse<syntax::UNDEFINED_NAME>(f->index, path(), names().text(n.name), whole);
 }
 
-SLO checker::refuse_count(const second_look &look, SLO operands, std::string_view text)
+SLO checker::refuse_count(const counted_form &counted, std::string_view text)
 {
-    const std::string path = path_text(look.path);
-    if (operands == ONE_OR_MORE) return refuse<syntax::ARGUMENT_REQUIRED>(look.form, path, text);
-    const std::string wanted = std::to_string(operands), given = std::to_string(look.arguments);
-    if (operands == 1) return refuse<syntax::ONE_ARGUMENT>(look.form, path, wanted, given, text);
-    return refuse<syntax::SOME_ARGUMENTS>(look.form, path, wanted, given, text);
+    const std::string path = path_text(counted.path);
+    if (counted.operands == ONE_OR_MORE)
+        return refuse<syntax::ARGUMENT_REQUIRED>(counted.index, path, text);
+    const std::string wanted = std::to_string(counted.operands);
+    const std::string given = std::to_string(counted.arguments);
+    if (counted.operands == 1)
+        return refuse<syntax::ONE_ARGUMENT>(counted.index, path, wanted, given, text);
+    return refuse<syntax::SOME_ARGUMENTS>(counted.index, path, wanted, given, text);
 }
 
-bool count_fits(SLO operands, ULO arguments)
+bool count_fits(const counted_form &counted)
 {
-    if (operands == ONE_OR_MORE) return arguments > 0;
-    return operands < 0 || ULO(operands) == arguments;
+    if (counted.operands == ONE_OR_MORE) return counted.arguments > 0;
+    return counted.operands < 0 || ULO(counted.operands) == counted.arguments;
 }
 
-// Arguments as written, with those that turn out to be comments; no more than `most`.
-ULO checker::count_arguments(node_index form, ULO most)
+// Arguments as written, with those that turn out to be comments.
+counted_form checker::count(const form &f)
 {
-    ULO count = 0;
-    for (node_index i = at(form).first; i != NO_NODE && count < most; i = at(i).next) count++;
-    return count;
+    ULO arguments = 0;
+    for (node_index i = at(f.index).first; i != NO_NODE; i = at(i).next) arguments++;
+    return {f.index, f.called.operands, arguments, here_->path};
 }
 
 SLO checker::check_count(const form &f)
 {
-    const SLO operands = f.called.operands;
-    const ULO enough = operands < 0 ? 1 : static_cast<ULO>(operands) + 1;
-    if (count_fits(operands, count_arguments(f.index, enough))) return 0;
-    const ULO given = count_arguments(f.index, ~ULO(0));
-    return refuse_count({f.index, operands, given, here_->path}, operands, text(f.index));
+    const counted_form counted = count(f);
+    return count_fits(counted) ? 0 : refuse_count(counted, text(f.index));
 }
 
 SLO checker::count_formal_arguments(node_index form)
@@ -436,9 +436,7 @@ SLO checker::write_form(const form &f, level where, bool terminators)
     bool lost_comment = false;
     if (check_arguments(f, where, terminators, &lost_comment) == FAILED) return FAILED;
     function_scope *open = f.called.operands == STILL_OPEN ? f.called.open : here_;
-    if (lost_comment || f.called.operands == STILL_OPEN)
-        open->looks.push_back(
-            {f.index, f.called.operands, count_arguments(f.index, ~ULO(0)), here_->path});
+    if (lost_comment || f.called.operands == STILL_OPEN) open->second_looks.push_back(count(f));
     return where == WHOLE_TEXT || where == UDF_BODY ? count_formal_arguments(f.index) : 0;
 }
 
@@ -486,7 +484,7 @@ SLO checker::define_body(node_index definition, name_id name)
     const SLO operands = check_form(body, UDF_BODY, true);
     here_ = outer;
     functions_.undo(mark);
-    if (operands == FAILED || settle(scope, operands) == FAILED) {
+    if (operands == FAILED || settle(&scope, operands) == FAILED) {
         ULO gap = 0; // calls of a refused function are no faults of theirs
         if (notes_all()) functions_.set(name, {SLO(scope.arguments.count(&gap)), nullptr});
         return FAILED;
@@ -499,19 +497,18 @@ SLO checker::define_body(node_index definition, name_id name)
 
 // The second look at a body: the number of the function's arguments is known now, and forms that
 // have lost a comment stand with what remained.
-SLO checker::settle(const function_scope &scope, SLO operands)
+SLO checker::settle(function_scope *scope, SLO operands)
 {
-    const second_look *first = nullptr;
-    for (const second_look &look : scope.looks) {
-        const SLO wanted = look.operands == STILL_OPEN ? operands : look.operands;
-        if (count_fits(wanted, look.arguments)) continue;
-        if (first == nullptr || look.form < first->form) first = &look;
+    const counted_form *first = nullptr;
+    for (counted_form &counted : scope->second_looks) {
+        if (counted.operands == STILL_OPEN) counted.operands = operands;
+        if (count_fits(counted)) continue;
+        if (first == nullptr || counted.index < first->index) first = &counted;
     }
     if (first == nullptr) return 0;
-    const SLO wanted = first->operands == STILL_OPEN ? operands : first->operands;
     std::string written;
-    tree_.write(first->form, &written);
-    return refuse_count(*first, wanted, written);
+    tree_.write(first->index, &written);
+    return refuse_count(*first, written);
 }
 
 } // namespace
