@@ -238,10 +238,7 @@ void checker::join_strings(node *form)
     std::string joined = "\"";
     for (node_index i = form->first; i != NO_NODE; i = at(i).next) joined.append(inside(text(i)));
     joined.append("\"");
-    const ULO from = tree_.text.size();
-    tree_.append_text(joined, first.text);
-    first.text = static_cast<std::uint32_t>(from);
-    first.size = static_cast<std::uint32_t>(joined.size());
+    tree_.replace_text(&first, joined);
     first.next = NO_NODE;
 }
 

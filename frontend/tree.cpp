@@ -22,6 +22,8 @@ FATAL_SITE(STACK_PRINT, "kestrin", "kestrin_print", 132)
 
 namespace {
 
+constexpr SLO ELSEWHERE = INT64_MIN / 2; // the place of a part that is not of the file
+
 // For each opening parenthesis outside quotes its closing one. One that never closes reaches the
 // end, and so does one in quotes, which a walk may come upon that began inside them.
 class brackets {
@@ -307,7 +309,7 @@ node_index tree::add_source(std::string source, SLO place, bool *sound)
         text = std::move(source);
     else
         text.append(source);
-    parts_.push_back({base, place, true});
+    parts_.push_back({base, place});
     parser pass(this, SOURCE, base);
     ULO end = 0;
     const node_index n = pass.form(0, size, &end);
@@ -319,7 +321,7 @@ node_index tree::add_checked(std::string_view forms)
 {
     const ULO base = text.size(), known = nodes.size();
     text.append(forms);
-    parts_.push_back({base, 0, false});
+    parts_.push_back({base, ELSEWHERE});
     parser pass(this, CHECKED, base);
     ULO end = 0;
     const node_index n = pass.form(0, forms.size(), &end);
@@ -351,13 +353,9 @@ node_index tree::opened(node_index atom, reading how)
 
 void tree::make_string(node_index atom, std::string_view bytes)
 {
-    node &n = nodes[atom];
-    n.text = static_cast<std::uint32_t>(text.size());
-    n.size = static_cast<std::uint32_t>(bytes.size());
-    n.letter = 'S';
-    n.is_raw = true;
-    parts_.push_back({text.size(), 0, false});
-    text.append(bytes);
+    replace_text(&nodes[atom], bytes);
+    nodes[atom].letter = 'S';
+    nodes[atom].is_raw = true;
 }
 
 void tree::keep_as_it_stands(node_index form)
@@ -367,34 +365,35 @@ void tree::keep_as_it_stands(node_index form)
     nodes[form].name = NO_NAME;
 }
 
-std::string_view tree::token_of(const node &n) const
+// A token, or the first word of a form, as it is written.
+inline std::string_view tree::spelling(const node &n) const
 {
-    if (!settled) return text_of(n);
     if (n.name != NO_NAME) return names().text(n.name);
+    if (n.letter == 'U') return {};
     return n.letter == 'Z' ? "NIL" : text_of(n);
 }
 
-const tree::part *tree::part_of(ULO byte) const
+std::string_view tree::token_of(const node &n) const { return settled ? spelling(n) : text_of(n); }
+
+SLO tree::joined_place(ULO byte) const
 {
     const auto behind = std::upper_bound(parts_.begin(), parts_.end(), byte,
                                          [](ULO at, const part &p) { return at < p.from; });
-    return behind == parts_.begin() || !behind[-1].is_of_file ? nullptr : &behind[-1];
+    if (behind == parts_.begin()) return ELSEWHERE;
+    return behind[-1].place + static_cast<SLO>(byte - behind[-1].from);
 }
 
 file_place tree::place_of(const node &n) const
 {
-    const part *found = n.size == 0 ? nullptr : part_of(n.text);
-    const SLO place = found == nullptr ? -1 : found->place + static_cast<SLO>(n.text - found->from);
+    const SLO place = n.size == 0 ? ELSEWHERE : joined_place(n.text);
     return place < 0 ? file_place{0, 0} : file.find(static_cast<ULO>(place));
 }
 
-void tree::append_text(std::string_view own, ULO from)
+void tree::replace_text(node *atom, std::string_view own)
 {
-    const part *found = part_of(from);
-    const part same = found == nullptr
-                          ? part{text.size(), 0, false}
-                          : part{text.size(), found->place + SLO(from - found->from), true};
-    parts_.push_back(same);
+    parts_.push_back({text.size(), joined_place(atom->text)});
+    atom->text = static_cast<std::uint32_t>(text.size());
+    atom->size = static_cast<std::uint32_t>(own.size());
     text.append(own);
 }
 
@@ -405,14 +404,10 @@ void tree::write(node_index index, std::string *out) const
     check_stack(site::STACK_PRINT);
     const node &n = nodes[index];
     if (n.letter == 'U') out->push_back('(');
-    if (n.name != NO_NAME)
-        out->append(names().text(n.name));
-    else if (n.letter == 'Z')
-        out->append("NIL");
-    else if (n.is_raw)
+    if (n.is_raw)
         append_string(text_of(n), out);
-    else if (n.letter != 'U')
-        out->append(text_of(n));
+    else
+        out->append(spelling(n));
     if (n.suffix != 0) {
         out->push_back('@');
         out->push_back(n.suffix);

@@ -83,8 +83,8 @@ public:
     std::string_view token_of(const node &n) const;
     // Where a node came from in its file; line 0 if it came from elsewhere.
     file_place place_of(const node &n) const;
-    // Appends a text of the tree's own that stands for what stands at byte `from`.
-    void append_text(std::string_view own, ULO from);
+    // Gives an atom another text, which is the tree's own, in the place of that it has.
+    void replace_text(node *atom, std::string_view own);
     // The n of a formal argument $n, as far as its token says one.
     SLO argument_number(const node &n) const;
     // Appends the node as text, one blank between tokens.
@@ -98,9 +98,9 @@ private:
     // Where a part of the text, up to the next part, stands in the joined text of the file.
     struct part {
         ULO from;
-        SLO place; // of its first byte
-        bool is_of_file;
+        SLO place; // of its first byte; far below 0 if it is not of the file
     };
-    const part *part_of(ULO byte) const;
+    SLO joined_place(ULO byte) const;
+    std::string_view spelling(const node &n) const;
     std::vector<part> parts_;
 };
