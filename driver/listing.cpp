@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <string>
 
+#include "frontend/forms.h"
 #include "frontend/tree.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
@@ -47,7 +48,7 @@ class layout {
 public:
     layout(std::string_view text, const listing_style &style) : width_(style.width)
     {
-        tree_.read(text, TOKENS);
+        tree_.read(wrapped(std::string(text)), OUTLINE);
     }
     void run()
     {

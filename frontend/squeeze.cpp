@@ -128,8 +128,7 @@ ULO progn_squeeze(CHR **text)
 {
     tree t;
     t.read(view(*text), OUTLINE);
-    const ULO count = squeezer(&t).run();
-    t.settle(OUTLINE);
+    const ULO count = progn_squeeze(&t);
     assign(text, t.written());
     return count;
 }

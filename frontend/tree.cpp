@@ -65,7 +65,6 @@ public:
     }
     node_index form(ULO open, ULO to, ULO *end);
     node_index inside(ULO from, ULO to);
-    node_index tokens();
     node_index atom(ULO from, ULO to, ULO *end);
 
     bool is_balanced() const { return is_balanced_; }
@@ -230,13 +229,6 @@ node_index parser::inside(ULO from, ULO to)
     return n;
 }
 
-node_index parser::tokens()
-{
-    const node_index n = add(0, 'U');
-    take_arguments(n, 0, text_.size());
-    return n;
-}
-
 node_index parser::atom(ULO from, ULO to, ULO *end)
 {
     const node_index n = add(from, 0);
@@ -282,12 +274,10 @@ void tree::read(std::string_view whole, reading how)
 {
     clear();
     text = whole;
-    if (text.empty() && how != TOKENS) return;
+    if (text.empty()) return;
     parser pass(this, how, 0);
     ULO end = 0;
-    if (how == TOKENS)
-        root = pass.tokens();
-    else if (text.front() == '(')
+    if (text.front() == '(')
         root = pass.form(0, text.size(), &end);
     else {
         root = pass.atom(0, text.size(), &end);
@@ -299,7 +289,7 @@ void tree::read(std::string_view whole, reading how)
     const brackets table(text);
     nodes.clear();
     pass.go_by(&table);
-    root = how == TOKENS ? pass.tokens() : pass.inside(0, text.size());
+    root = pass.inside(0, text.size());
 }
 
 node_index tree::add_source(std::string source, SLO place, bool *sound)

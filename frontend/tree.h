@@ -43,8 +43,7 @@ enum reading : UCH {
     SOURCE,  // to be checked: first words are folded, comments left out, tokens not classed
     CHECKED, // the checker's, or what stands behind it unchecked
     TYPED,   // the type pass's: suffixes go into their nodes
-    OUTLINE, // the checker's, to be squeezed only: tokens are not classed
-    TOKENS   // to be listed: any tokens, the arguments of a root without a word
+    OUTLINE  // to be squeezed or listed only: tokens are not classed
 };
 
 class tree {

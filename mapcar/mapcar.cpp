@@ -176,10 +176,7 @@ void decompile(evaluation *e, code_origin origin)
     const passing_names own;
     scratch messages;
     if (kestrin_decompile(view(e->compiled.s), ENTIRE, origin, &e->decompiled.s, &messages.s)) {
-        tree &t = own_tree();
-        t.read(view(e->decompiled.s), OUTLINE);
-        progn_squeeze(&t);
-        assign(&e->decompiled.s, t.written());
+        progn_squeeze(&e->decompiled.s);
         return;
     }
     assign(&e->decompiled.s, std::string("(")
@@ -238,10 +235,6 @@ kestrin_data *make_answer(kestrin_data *ret_dat, const fatal_site &site)
     return members;
 }
 
-void set_number(kestrin_data *member, SLO value) { answer<SLO>(member, value); }
-
-void set_seconds(kestrin_data *member, DFL value) { answer<DFL>(member, value); }
-
 void move_text(kestrin_data *member, scratch *text)
 {
     member->type = 'S';
@@ -267,11 +260,11 @@ void answer_all(kestrin_data *ret_dat, evaluation *e, DFL seconds)
     members[MAPCAR_VALUE] = std::exchange(e->value, owning_slot);
     members[MAPCAR_VALUE].disable_ptr = 0;
     settle_error();
-    set_number(&members[MAPCAR_SYNTAX_CODE], rt->rt_run_flag);
+    answer<SLO>(&members[MAPCAR_SYNTAX_CODE], rt->rt_run_flag);
     set_text(&members[MAPCAR_SYNTAX_TEXT], view(rt->rt_run_text));
-    set_number(&members[MAPCAR_ERROR_CODE], rt->rt_error_code);
+    answer<SLO>(&members[MAPCAR_ERROR_CODE], rt->rt_error_code);
     set_text(&members[MAPCAR_ERROR_TEXT], view(rt->rt_error_text));
-    set_seconds(&members[MAPCAR_SECONDS], seconds);
+    answer<DFL>(&members[MAPCAR_SECONDS], seconds);
     if (e->shows == VALUES) return;
     move_text(&members[MAPCAR_COMPILED], &e->compiled);
     move_text(&members[MAPCAR_LINKED], &e->linked);
@@ -290,12 +283,12 @@ void answer_pending_error(kestrin_data *ret_dat)
     set_text(ret_dat, {});
     copy_kst_data(&members[MAPCAR_VALUE], &held, 0);
     free_kst_data(&held);
-    set_number(&members[MAPCAR_SYNTAX_CODE], 1);
+    answer<SLO>(&members[MAPCAR_SYNTAX_CODE], 1);
     set_text(&members[MAPCAR_SYNTAX_TEXT], "Code was not compiled.");
-    set_number(&members[MAPCAR_ERROR_CODE], 1);
+    answer<SLO>(&members[MAPCAR_ERROR_CODE], 1);
     set_text(&members[MAPCAR_ERROR_TEXT], "Code was not executed.");
     for (ULO i = MAPCAR_PROCESSED; i <= MAPCAR_DECOMPILED; i++) set_text(&members[i], {});
-    set_seconds(&members[MAPCAR_SECONDS], 0.0);
+    answer<DFL>(&members[MAPCAR_SECONDS], 0.0);
 }
 
 void run_mapcar(const ULO *dat_ptr, kestrin_data *ret_dat, shown shows)
