@@ -49,9 +49,9 @@ void enter_words(name_table *known)
         instruction_words.reserve(isa_count + isaext_count);
     }
     for (ULO i = 0; i < isa_count; i++)
-        add_word(known, view(*isa_table[i].mnemonic), {'T', i, isa_table[i].operands, 0});
+        add_word(known, view(*isa_table[i].mnemonic), {i, 0, isa_table[i].operands, 'T'});
     for (ULO i = 0; i < isaext_count; i++)
-        add_word(known, isaext_table[i].fnc_name, {'t', i, isaext_table[i].operands, 0});
+        add_word(known, isaext_table[i].fnc_name, {i, 0, isaext_table[i].operands, 't'});
     for (unsigned g = 0; is_first && g < std::size(leaders); g++)
         mark_members(*known, static_cast<group>(g));
 }

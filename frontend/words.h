@@ -9,10 +9,10 @@
 #include "frontend/names.h"
 
 struct instruction_word {
-    CHR letter; // 'T' a row of the ISA, 't' of the ISAext
     ULO row;
-    SSH operands;
     group_set groups; // of control mnemonics
+    SSH operands;
+    CHR letter; // 'T' a row of the ISA, 't' of the ISAext
 };
 
 // The first row with this mnemonic, ISA ahead of ISAext; NULL if there is none. The words are
