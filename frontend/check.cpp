@@ -148,7 +148,6 @@ private:
     SLO check_count(const form &f);
     SLO go_on(form f, level where, bool terminators);
     SLO write_form(const form &f, level where, bool terminators);
-    bool squeezing_changes(node_index form, bool in_progn);
     SLO check_arguments(const form &f, level where, bool terminators, bool *lost_comment);
     UCH class_token(node *n);
     SLO check_token(node_index n);
@@ -374,13 +373,6 @@ SLO checker::check_variable(const form &f)
 
 // -- Forms -------------------------------------------------------------------------------------
 
-// Whether squeezing changes a form that stands in a PROGN or in another form.
-bool checker::squeezing_changes(node_index form, bool in_progn)
-{
-    if (at(form).may_be_squeezed) return true;
-    return in_progn && (groups_of(word_of(at(form).name)) & in(GROUP_PROGN));
-}
-
 SLO checker::check_arguments(const form &f, level where, bool terminators, bool *lost_comment)
 {
     int places = places_without_terminator(f.groups);
@@ -408,7 +400,9 @@ SLO checker::check_arguments(const form &f, level where, bool terminators, bool 
         }
         before = i;
         if (places > 0) places--;
-        if (is_form) is_squeezed = is_squeezed && !squeezing_changes(i, is_progn);
+        if (!is_form) continue;
+        const bool is_nested = is_progn && (groups_of(word_of(at(i).name)) & in(GROUP_PROGN));
+        if (is_nested || at(i).may_be_squeezed) is_squeezed = false;
     }
     if (is_progn) is_squeezed = is_squeezed && before != at(f.index).first;
     at(f.index).may_be_squeezed = !is_squeezed;
