@@ -46,35 +46,19 @@ struct counted_form {
     ULO path; // where the form stands
 };
 
-// The formal arguments seen in one function: those from $1 on without a gap are but counted.
-class formal_arguments {
-public:
-    void add(ULO number)
-    {
-        if (number == row_ + 1)
-            row_++;
-        else if (number > row_)
-            others_.insert(number);
-    }
-    // Their number; 0 with the first one that is missed in `*gap`.
-    ULO count(ULO *gap);
-
-private:
-    ULO row_ = 0;
-    std::set<ULO> others_;
-};
-
-ULO formal_arguments::count(ULO *gap)
+// The first formal argument that is missed among those seen; 0 if none is.
+ULO gap_in(const std::set<ULO> &arguments)
 {
-    for (const ULO number : others_) add(number);
-    *gap = others_.empty() || *others_.rbegin() <= row_ ? 0 : row_ + 1;
-    return *gap == 0 ? row_ : 0;
+    ULO wanted = 1;
+    for (const ULO number : arguments)
+        if (number != wanted++) return wanted - 1;
+    return 0;
 }
 
 // The main text or a UDF on the way down.
 struct function_scope {
     ULO path;
-    formal_arguments arguments;
+    std::set<ULO> arguments; // formal ones
     std::vector<counted_form> second_looks;
 };
 
@@ -318,9 +302,8 @@ SLO checker::check_count(const form &f)
 
 SLO checker::count_formal_arguments(node_index form)
 {
-    ULO gap = 0;
-    const ULO count = here_->arguments.count(&gap);
-    if (gap == 0) return static_cast<SLO>(count);
+    const ULO gap = gap_in(here_->arguments);
+    if (gap == 0) return static_cast<SLO>(here_->arguments.size());
     return refuse<syntax::ARGUMENT_GAP>(form, path(), std::to_string(gap));
 }
 
@@ -346,7 +329,7 @@ SLO checker::check_token(node_index index)
         return refuse<syntax::TOKEN_REFUSED>(index, path(), message);
     }
     if (letter == 'F') tree_.text.replace(n->text, n->size, folded_);
-    if (letter == 'P') here_->arguments.add(static_cast<ULO>(tree_.argument_number(*n)));
+    if (letter == 'P') here_->arguments.insert(static_cast<ULO>(tree_.argument_number(*n)));
     const auto is_raw = [](CHR c) { return static_cast<UCH>(c) < 32; };
     const std::string_view token = tree_.text_of(*n);
     if (letter == 'S' && std::any_of(token.begin() + 1, token.end(), is_raw)) {
@@ -476,8 +459,9 @@ SLO checker::define_body(node_index definition, name_id name)
     here_ = outer;
     functions_.undo(mark);
     if (operands == FAILED || settle(&scope, operands) == FAILED) {
-        ULO gap = 0; // calls of a refused function are no faults of theirs
-        if (notes_all()) functions_.set(name, {SLO(scope.arguments.count(&gap)), nullptr});
+        // Calls of a refused function are no faults of theirs.
+        const ULO known = gap_in(scope.arguments) == 0 ? scope.arguments.size() : 0;
+        if (notes_all()) functions_.set(name, {SLO(known), nullptr});
         return FAILED;
     }
     at(definition).may_be_squeezed =
