@@ -33,13 +33,6 @@ namespace {
 #define SLOTS_GJ(f) func__##f, func__##f##_j
 #define SLOTS_GJFSZ(f) func__##f, func__##f##_i, func__##f##_f, func__##f##_s, func__##f##_z
 
-isa_row built_in_rows[] = {
-#define ROW(id, mnemonic, n, res, letters, slots, f)                                               \
-    {&isa_mnemonics[ISA_##id], n, res, letters_##id.text, {SLOTS_##slots(f)}},
-#include "frontend/isa.def"
-#undef ROW
-};
-
 constexpr bool row_is_sound(int n, char res, std::string_view letters)
 {
     const std::size_t count = static_cast<std::size_t>(n < 0 ? -n : n);
@@ -54,35 +47,25 @@ constexpr bool row_is_sound(int n, char res, std::string_view letters)
 
 } // namespace
 
+isa_row built_in_isa[ISA_ROWS] = {
+#define ROW(id, mnemonic, n, res, letters, slots, f)                                               \
+    {&isa_mnemonics[ISA_##id], n, res, letters_##id.text, {SLOTS_##slots(f)}},
+#include "frontend/isa.def"
+#undef ROW
+};
+
 CHR *isa_mnemonics[ISA_ROWS] = {
 #define ROW(id, ...) mnemonic_##id.text,
 #include "frontend/isa.def"
 #undef ROW
 };
 
-isa_row *isa_table = built_in_rows;
+isa_row *isa_table = built_in_isa;
 ULO isa_count = ISA_ROWS;
 const INSTRUCTION_STRU *isaext_table = nullptr;
 ULO isaext_count = 0;
 UCH names_are_utf8 = 0;
 UCH engine_open = 1;
-
-bool isa_is_built_in() { return isa_table == built_in_rows; }
-
-void restore_built_in_isa()
-{
-    isa_table = built_in_rows;
-    isa_count = ISA_ROWS;
-}
-
-bool is_built_in_mnemonic(const CHR *cell)
-{
-#define ROW(id, ...)                                                                               \
-    if (cell == mnemonic_##id.text) return true;
-#include "frontend/isa.def"
-#undef ROW
-    return false;
-}
 
 std::string_view mnemonic(isa_id id) { return view(isa_mnemonics[id]); }
 

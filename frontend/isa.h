@@ -30,9 +30,10 @@ extern ULO isa_count;
 extern const INSTRUCTION_STRU *isaext_table; // NULL until bound
 extern ULO isaext_count;
 
-// Whether the ISA is the built-in table; the cells of its mnemonics.
-bool isa_is_built_in();
+// The built-in table, and the cells of its mnemonics.
+extern isa_row built_in_isa[ISA_ROWS];
 extern CHR *isa_mnemonics[ISA_ROWS];
+inline bool isa_is_built_in() { return isa_table == built_in_isa; }
 
 // The current spelling of a built-in row's mnemonic.
 std::string_view mnemonic(isa_id id);

@@ -5,11 +5,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <span>
 #include <string>
+#include <utility>
 
 #include "frontend/groups.h"
 #include "frontend/isa.h"
-#include "frontend/isa_store.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
 #include "strings/fatal.h"
@@ -30,6 +31,8 @@ FATAL_SITE(ISAEXT_SET_ROWS, "kestrin", "_internal_ISAext_COPs_set", 38)
 namespace {
 
 std::mutex tables;
+
+bool is_renamed[ISA_ROWS]; // a mnemonic's string lies on the heap, no longer in the program's data
 
 const CHR changed_isa[] =
     "() call is not allowed after _internal_ISA_COPs_set() has already changed ISA COPs (note that "
@@ -66,13 +69,6 @@ std::string_view take_token(std::string_view *rest)
 // The number at the beginning of the next token.
 SLO take_number(std::string_view *rest) { return atol(std::string(take_token(rest)).c_str()); }
 
-ULO count_lists(std::string_view table)
-{
-    ULO count = 0;
-    while (is_list(take_token(&table))) count++;
-    return count;
-}
-
 // What stands in front of the handlers in a row of either table.
 struct row_text {
     std::string_view name, letters;
@@ -99,13 +95,6 @@ row_text take_signature(std::string_view *row)
 
 fcall take_handler(std::string_view *row) { return reinterpret_cast<fcall>(take_number(row)); }
 
-// The next row of a table text, its parentheses gone.
-std::string_view take_row(std::string_view *rest)
-{
-    const std::string_view token = take_token(rest);
-    return trimmed(token.substr(1, token.size() - 2));
-}
-
 CHR *new_string(std::string_view text)
 {
     CHR *string = nullptr;
@@ -119,6 +108,18 @@ template <class T> T *allocate(ULO count, const fatal_site &site)
     return static_cast<T *>(block);
 }
 
+// The rows of a table text up to what is none.
+template <class Row>
+std::span<Row> read_rows(std::string_view table, const fatal_site &site,
+                         void (*read_row)(Row *, std::string_view))
+{
+    ULO count = 0;
+    for (std::string_view rest = table; is_list(take_token(&rest));) count++;
+    const std::span<Row> rows(count == 0 ? nullptr : allocate<Row>(count, site), count);
+    for (Row &row : rows) read_row(&row, trimmed(inside(take_token(&table))));
+    return rows;
+}
+
 void free_isa()
 {
     if (isa_is_built_in()) return;
@@ -129,7 +130,8 @@ void free_isa()
         free_string(&letters);
     }
     free(isa_table);
-    restore_built_in_isa();
+    isa_table = built_in_isa;
+    isa_count = ISA_ROWS;
 }
 
 void read_isa_row(isa_row *row, std::string_view text)
@@ -190,12 +192,13 @@ void _internal_ISA_COP_mnemonics_set(const CHR *list)
     require(isa_is_built_in(), site::MNEMONICS_SET_FOREIGN, name, changed_isa);
     const std::lock_guard lock(tables);
     std::string_view rest = view(list);
-    for (CHR *&cell : isa_mnemonics) {
+    for (ULO i = 0; i < ISA_ROWS; i++) {
+        CHR **cell = &isa_mnemonics[i];
         const std::string_view word = take_token(&rest);
         if (word.empty()) break;
-        if (word == view(cell)) continue;
-        if (is_built_in_mnemonic(cell)) cell = nullptr;
-        assign(&cell, word);
+        if (word == view(*cell)) continue;
+        if (!std::exchange(is_renamed[i], true)) *cell = nullptr;
+        assign(cell, word);
     }
     forget_words();
 }
@@ -247,13 +250,10 @@ void _internal_ISA_COPs_set(const CHR *table)
     const std::lock_guard lock(tables);
     free_isa();
     forget_words();
-    std::string_view rest = view(table);
-    const ULO count = count_lists(rest);
-    if (count == 0) return;
-    auto *rows = allocate<isa_row>(count, site::ISA_SET_ROWS);
-    for (ULO i = 0; i < count; i++) read_isa_row(&rows[i], take_row(&rest));
-    isa_table = rows;
-    isa_count = count;
+    const auto rows = read_rows(view(table), site::ISA_SET_ROWS, read_isa_row);
+    if (rows.empty()) return;
+    isa_table = rows.data();
+    isa_count = rows.size();
 }
 
 void _internal_ISAext_COPs_set(const CHR *table)
@@ -263,12 +263,9 @@ void _internal_ISAext_COPs_set(const CHR *table)
     const std::lock_guard lock(tables);
     free_isaext();
     forget_words();
-    std::string_view rest = view(table);
-    const ULO count = count_lists(rest);
-    if (count == 0) return;
-    auto *rows = allocate<INSTRUCTION_STRU>(count, site::ISAEXT_SET_ROWS);
-    for (ULO i = 0; i < count; i++) read_isaext_row(&rows[i], take_row(&rest));
-    isaext_table = rows;
-    isaext_count = count;
+    const auto rows = read_rows(view(table), site::ISAEXT_SET_ROWS, read_isaext_row);
+    if (rows.empty()) return;
+    isaext_table = rows.data();
+    isaext_count = rows.size();
     isaext_is_made = true;
 }
