@@ -125,7 +125,6 @@ private:
     bool is_row_of_strings(node_index first);
     SLO find_word(form *f);
     void join_strings(node *form);
-    function look_up(name_id name) const;
     function find(name_id name);
     counted_form count(const form &f);
     SLO refuse_count(const counted_form &counted, std::string_view text);
@@ -225,7 +224,8 @@ void checker::join_strings(node *form)
     first.next = NO_NODE;
 }
 
-function checker::look_up(name_id name) const
+// What a name calls, looked up once.
+function checker::find(name_id name)
 {
     function known = functions_.get(name);
     if (known.operands != NOT_LOOKED_UP) return known;
@@ -233,14 +233,7 @@ function checker::look_up(name_id name) const
     scratch key;
     assign(&key.s, names().text(name));
     if (*table_ != nullptr) lut_get(*table_, key.s, &known.operands);
-    return known;
-}
-
-// The same, to be looked up once.
-function checker::find(name_id name)
-{
-    const function known = look_up(name);
-    if (functions_.get(name).operands == NOT_LOOKED_UP) functions_.set(name, known);
+    functions_.set(name, known);
     return known;
 }
 
@@ -433,7 +426,7 @@ SLO checker::define(const form &f, level where)
     if (kestrin_type(std::string("U").append(text(name)), &folded_) != 'V')
         return refuse<syntax::UDF_NAME>(f.index, path(), text(f.index));
     const name_id udf = names().enter(std::string_view(folded_).substr(1));
-    if (word_of(udf) != nullptr || look_up(udf).is_known())
+    if (word_of(udf) != nullptr || find(udf).is_known())
         return refuse<syntax::UDF_KNOWN>(f.index, path(), text(f.index));
     at(f.index).name = names().enter(mnemonic(ISA_DEFUN));
     at(name).name = udf;
