@@ -47,21 +47,14 @@ private:
 
 class parser {
 public:
-    // Parses what stands in the tree's text from `base` on.
-    parser(tree *t, reading how, ULO base)
+    // Parses what stands in the tree's text from `base` on, by a table if there is one.
+    parser(tree *t, reading how, ULO base, const brackets *table = nullptr)
         : nodes_(t->nodes), names_(names()), text_(std::string_view(t->text).substr(base)),
-          how_(how), base_(base)
+          table_(table), how_(how), base_(base)
     {
         if (t->text.size() >= UINT32_MAX) fatal(site::MEMORY_NEW);
         nodes_.reserve(nodes_.size() + text_.size() / 3 + 8);
         use_large_pages(nodes_.data(), nodes_.capacity() * sizeof(node));
-    }
-    // By this table instead of by descent.
-    void go_by(const brackets *table)
-    {
-        table_ = table;
-        is_balanced_ = true;
-        is_plain_ = false;
     }
     node_index form(ULO open, ULO to, ULO *end);
     node_index inside(ULO from, ULO to);
@@ -79,13 +72,12 @@ private:
     void enter_word(node *form, std::string_view word);
     ULO take_arguments(node_index form, ULO i, ULO to);
     void class_atom(node *n, std::string_view token);
-    bool is_comment_word(std::string_view word);
     bool is_comment_form(ULO open);
 
     std::vector<node> &nodes_;
     name_table &names_;
     std::string_view text_;
-    const brackets *table_ = nullptr;
+    const brackets *table_;
     reading how_;
     ULO base_;
     bool is_balanced_ = true, is_plain_ = true;
@@ -128,20 +120,14 @@ ULO parser::skip_gap(ULO from, ULO to, ULO wanted)
     return i;
 }
 
-bool parser::is_comment_word(std::string_view word)
-{
-    folded_.clear();
-    append_folded(&folded_, word);
-    return (word_groups(folded_) & in(GROUP_COMMENTS)) != 0;
-}
-
 // Whether the first word of the form at `open` makes it a comment.
 bool parser::is_comment_form(ULO open)
 {
-    ULO i = open + 1;
-    while (i < text_.size() && is_blank(text_[i])) i++;
-    if (i == text_.size() || text_[i] == '(' || text_[i] == '"' || text_[i] == ')') return false;
-    return is_comment_word(text_.substr(i, end_of_token(text_, i).position - i));
+    const std::string_view rest = left_trimmed(text_.substr(open + 1));
+    if (rest.starts_with('(')) return false;
+    folded_.clear();
+    append_folded(&folded_, first_token(rest));
+    return (word_groups(folded_) & in(GROUP_COMMENTS)) != 0;
 }
 
 void parser::enter_word(node *form, std::string_view word)
@@ -170,9 +156,8 @@ bool parser::take_word(node_index form, ULO *i, ULO to)
         *i = skip_gap(end_of(*i, to), to, 0);
         is_first = false;
     }
-    const bool is_wordless = *i >= to || text_[*i] == ')';
-    if (how_ == SOURCE && (is_wordless || text_[*i] == '"')) return true;
-    const ULO end = is_wordless ? *i : end_of(*i, to);
+    if (how_ == SOURCE && (*i >= to || text_[*i] == ')' || text_[*i] == '"')) return true;
+    const ULO end = end_of(*i, to);
     enter_word(&nodes_[form], text_.substr(*i, end - *i));
     *i = end;
     if (how_ != SOURCE || !(groups_of(word_of(nodes_[form].name)) & in(GROUP_COMMENTS)))
@@ -199,25 +184,25 @@ ULO parser::take_arguments(node_index form, ULO i, ULO to)
 node_index parser::form(ULO open, ULO to, ULO *end)
 {
     check_stack(site::STACK_CHECK);
-    const ULO last = table_ == nullptr ? to : std::min(table_->close_of(open) + 1, to) - 1;
+    if (table_ != nullptr) {
+        *end = std::min(table_->close_of(open) + 1, to);
+        return inside(open, *end);
+    }
     const node_index n = add(open, 'U');
     ULO i = open + 1;
-    if (!take_word(n, &i, last)) {
+    if (!take_word(n, &i, to)) {
         nodes_.resize(n);
         *end = end_of(open, to);
         return NO_NODE;
     }
-    i = take_arguments(n, i, last);
-    if (table_ != nullptr)
-        i = last;
-    else if (i >= to)
-        is_balanced_ = false;
+    i = take_arguments(n, i, to);
+    if (i >= to) is_balanced_ = false;
     *end = std::min(i + 1, to);
     nodes_[n].size = static_cast<std::uint32_t>(*end - open);
     return n;
 }
 
-// What stands in text[from, to) as a form: its first and last byte are not looked at.
+// What stands in text[from, to) as a form, by the table: its first and last byte are not looked at.
 node_index parser::inside(ULO from, ULO to)
 {
     const node_index n = add(from, 'U');
@@ -288,8 +273,7 @@ void tree::read(std::string_view whole, reading how)
     if (pass.is_balanced() || nodes[root].letter != 'U') return;
     const brackets table(text);
     nodes.clear();
-    pass.go_by(&table);
-    root = pass.inside(0, text.size());
+    root = parser(this, how, 0, &table).inside(0, text.size());
 }
 
 node_index tree::add_source(std::string source, SLO place, bool *sound)
@@ -335,10 +319,8 @@ node_index tree::opened(node_index atom, reading how)
 {
     settled = false;
     const brackets table(text);
-    parser pass(this, how, 0);
-    pass.go_by(&table);
-    const node empty, &opened = atom == NO_NODE ? empty : nodes[atom];
-    return pass.inside(opened.text, opened.text + opened.size);
+    const node opened = atom == NO_NODE ? node() : nodes[atom];
+    return parser(this, how, 0, &table).inside(opened.text, opened.text + opened.size);
 }
 
 void tree::make_string(node_index atom, std::string_view bytes)
