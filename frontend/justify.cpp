@@ -51,8 +51,8 @@ struct walked_function {
 
 class type_pass {
 public:
-    explicit type_pass(tree *t) : tree_(*t), nodes_(t->nodes) {}
-    UCH run(std::span<const udf_letter> context, std::vector<udf_letter> *made);
+    type_pass(tree *t, std::vector<udf_letter> *made) : tree_(*t), nodes_(t->nodes), made_(made) {}
+    UCH run(std::span<const udf_letter> context);
 
 private:
     UCH type_of(node_index n);
@@ -83,8 +83,8 @@ private:
 
     const tree &tree_;
     std::vector<node> &nodes_;
+    std::vector<udf_letter> *made_; // by the whole text, in order; NULL: nobody asks
     scoped<known_udf> udfs_;
-    std::vector<udf_type> defined_; // by the whole text, in order
     walked_function main_, *here_ = &main_;
     scoped<UCH> types_;                                // of variables; 'U' stays 'U'
     scoped<bool> arrays_;                              // targets of ARSETQ
@@ -340,8 +340,9 @@ UCH type_pass::type_defun(const node &n)
     const name_id udf = name_of(&nodes_[name]);
     if (here_->outer == nullptr) { // of the whole text, which is walked once
         std::vector<udf_type> outer;
-        defined_.push_back({udf, walk_definition(udf, body, &outer)});
-        define(udf, defined_.back().letter);
+        const UCH letter = walk_definition(udf, body, &outer);
+        if (made_ != nullptr) made_->push_back({std::string(names().text(udf)), letter});
+        define(udf, letter);
         return 'S';
     }
     finding *found = &findings_[name];
@@ -378,13 +379,11 @@ void type_pass::sweep(node_index index)
 
 // -- The whole text ----------------------------------------------------------------------------
 
-UCH type_pass::run(std::span<const udf_letter> context, std::vector<udf_letter> *made)
+UCH type_pass::run(std::span<const udf_letter> context)
 {
     for (const udf_letter &udf : context) define(names().enter(udf.name), udf.letter);
     const UCH letter = type_of(tree_.root);
     sweep(tree_.root);
-    for (ULO i = 0; made != nullptr && i < defined_.size(); i++)
-        made->push_back({std::string(names().text(defined_[i].name)), defined_[i].letter});
     return letter;
 }
 
@@ -392,7 +391,7 @@ UCH type_pass::run(std::span<const udf_letter> context, std::vector<udf_letter> 
 
 UCH kestrin_justify(tree *t, std::span<const udf_letter> context, std::vector<udf_letter> *made)
 {
-    const UCH letter = type_pass(t).run(context, made);
+    const UCH letter = type_pass(t, made).run(context);
     t->settle(TYPED);
     return letter;
 }
