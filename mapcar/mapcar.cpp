@@ -206,15 +206,14 @@ void evaluate(const CHR *operand, evaluation *e)
 {
     lut *&functions = known_functions();
     if (functions == nullptr) functions = lut_make_view(the_engine.func_lut);
-    const ULO known = functions == nullptr ? 0 : functions->lut_count;
-    if (functions != nullptr) functions->lut_scope++;
+    const ULO known = functions->lut_count;
+    functions->lut_scope++;
     const bool is_code = is_bytecode(operand);
     const bool ready = is_code ? take_bytecode(operand, e) : compile_source(operand, e);
     if (ready)
         link_and_run(e, is_code ? code_origin::VERIFIED : code_origin::OWN);
     else
         set_empty(&e->value);
-    if (functions == nullptr) return;
     functions->lut_scope--;
     if (functions->lut_count != known) lut_prune(functions);
 }
