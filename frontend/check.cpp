@@ -486,10 +486,7 @@ SLO kestrin_check(tree *t, node_index *root, std::string source, SLO place, std:
 {
     if (*table == nullptr && check_instruction_tables(table) == FAILED) return FAILED;
     checker pass(t, name, table, faults);
-    const ULO blanks = source.size() - left_trimmed(source).size();
-    source.resize(right_trimmed(source).size());
-    source.erase(0, std::min(blanks, source.size()));
-    const SLO result = pass.run(std::move(source), place + static_cast<SLO>(blanks), root);
+    const SLO result = pass.run(std::move(source), place, root);
     if (result != FAILED) pass.publish();
     return result;
 }

@@ -43,7 +43,7 @@ TEST_F(Checker, WholeTexts)
         const char *result; // the checked text or the message
     } cases[] = {
         {"Main", "(rem anything \"at all\" (balanced))", 0, ""},
-        {"Main", "  ((rem a) Comment b)\t", 0, ""},
+        {"Main", "((rem a) Comment b)", 0, ""},
         {"Main", "(\"a\" \"b\")", 0, "(PROGN \"ab\")"},
         {"Main", "(outf \"%d\" $1)", 1, "(OUTF \"%d\" $1)"},
         {"Main", "(&&  $2 (And 1e5 $1))", 2, "(&& $2 (AND 1E5 $1))"},
