@@ -116,7 +116,6 @@ bool prepare_source(const CHR *source, tree *t)
                                         &known_functions());
     if (arguments > 0) refuse("Argument references are not allowed here.");
     if (arguments != 0) return false;
-    if (!is_one_form(*t)) wrap(t);
     progn_squeeze(t);
     if (!is_executable_form(*t)) wrap(t);
     return true;
