@@ -50,8 +50,10 @@ struct counted_form {
 ULO gap_in(const std::set<ULO> &arguments)
 {
     ULO wanted = 1;
-    for (const ULO number : arguments)
-        if (number != wanted++) return wanted - 1;
+    for (const ULO number : arguments) {
+        if (number != wanted) return wanted;
+        wanted++;
+    }
     return 0;
 }
 

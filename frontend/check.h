@@ -18,9 +18,8 @@ struct syntax_fault {
     node_index node;
 };
 
-// Proves that `source`, without blanks around it, is a well-formed program and adds its tree to
-// `*t`;
-// `*root` is NO_NODE for a comment form. `place` is where `source` stands in the joined text of its
+// Proves that `source` is a well-formed program and adds its tree to `*t`; `*root` is NO_NODE for a
+// comment form. `source` has no blanks around it and stands at `place` in the joined text of its
 // file. `name` begins the function path of messages: "Main", "UDFs_CFG", "Main_Modified" (where
 // formal arguments may be assigned) or "Main_Mapcar". `*table` is the table of known functions;
 // NULL has it created and the instruction tables tested. UDFs at the top of the text are entered in
