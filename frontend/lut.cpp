@@ -151,6 +151,7 @@ void lut_prune(lut *table)
 
 lut *lut_make_view(const lut *table)
 {
+    if (table == nullptr) return nullptr;
     lut *made =
         new_table(table->lut_capacity, table->lut_scope, site::MAPCAR_TABLE, site::MAPCAR_ROWS);
     for (ULO i = 0; i < table->lut_count; i++)

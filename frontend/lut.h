@@ -40,7 +40,7 @@ UCH lut_get(const lut *table, const CHR *key, SLO *value);
 // Drops the entries whose scope is above the current one.
 void lut_prune(lut *table);
 
-// A table of its own with the entries of scope 0 of another, which they stay with.
+// A table of its own with the entries of scope 0 of another, which they stay with. NULL for NULL.
 lut *lut_make_view(const lut *table);
 // Frees a table that shares its entries of scope 0 with another one: those stay.
 void lut_free_view(lut **table);
