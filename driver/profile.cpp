@@ -1,5 +1,6 @@
 // The profile stage. The set is built as one PROGN with two values behind the definitions, so that
-// squeezing and the type pass treat it like a program, and is then stripped to its definitions.
+// squeezing and the type pass treat it like a program. They change what is in a definition, but
+// none takes another's place.
 
 #include "driver/profile.h"
 
@@ -42,12 +43,11 @@ bool is_definition(std::string_view form)
 {
     std::string_view rest = inside(form);
     if (groups_of_first_word(rest) & (in(GROUP_DEFUN) | in(GROUP_COMMENTS))) return true;
-    for (auto token = first_token(rest); !token.empty(); token = first_token(rest)) {
-        if (!is_list(token)) return (groups_of_first_word(rest) & in(GROUP_DEFUN)) != 0;
+    for (auto token = first_token(rest); is_list(token); token = first_token(rest)) {
         if (!(groups_of_first_word(inside(token)) & in(GROUP_COMMENTS))) return false;
         rest = behind_first_token(rest);
     }
-    return false;
+    return (groups_of_first_word(rest) & in(GROUP_DEFUN)) != 0;
 }
 
 // One form of the profile, which stands at `place` in its text. False if the loop is to end: with a
@@ -97,16 +97,6 @@ void make_set(tree *set, const std::vector<node_index> &definitions, std::string
         next = definitions[i - 1];
     }
     set->nodes[set->root].first = next;
-}
-
-// Takes the PROGN and the two values off again.
-std::vector<node_index> strip_wrapper(tree *set)
-{
-    std::vector<node_index> definitions;
-    for (node_index i = set->nodes[set->root].first; i != NO_NODE; i = set->nodes[i].next)
-        definitions.push_back(i);
-    definitions.resize(definitions.size() - 2);
-    return definitions;
 }
 
 void squeeze_set(session *s)
@@ -160,5 +150,4 @@ void make_global(session *s, std::vector<node_index> definitions)
     types->clear();
     kestrin_justify(&s->set, {}, types);
     the_engine.global_udf_types = *types;
-    s->definitions = strip_wrapper(&s->set);
 }
