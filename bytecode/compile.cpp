@@ -35,8 +35,6 @@ FATAL_SITE(STACK_COMPILE, "kestrin", "kestrin_compile", 126)
 
 namespace {
 
-using unit_index = std::uint32_t;
-
 // Words that grow by reallocation, which moves a large block without touching it.
 class words {
 public:
@@ -46,7 +44,7 @@ public:
     words &operator=(const words &) = delete;
     ULO size() const { return size_; }
     void clear() { size_ = 0; }
-    ULO *data() { return reinterpret_cast<ULO *>(block_); }
+    ULO *data() const { return reinterpret_cast<ULO *>(block_); }
     ULO &operator[](ULO i) { return data()[i]; }
     void push_back(ULO word)
     {
@@ -79,28 +77,20 @@ private:
     ULO size_ = 0, capacity_ = 0;
 };
 
-// A compiled function.
+// A function.
 struct unit {
+    unit *parent = nullptr; // the function that it is defined in
     ULO slots = 0, arguments = 0;
     words *code = nullptr;                    // of its depth
     ULO main_node = 0, main_words = 0;        // in them
     std::uint32_t debug = 0, debug_words = 0; // in the words of all debug texts
     std::uint32_t udfs = 0;
-    ULO udf_words = 0;     // of their images
-    unit_index parent = 0; // the function that it is defined in
-    ULO number = 0;        // among its UDFs
-    ULO start = 0;         // of its image: among those of UDFs around it, then in the whole
+    ULO udf_words = 0; // of their images
+    ULO number = 0;    // among its parent's UDFs
+    ULO start = 0;     // of its image: among those of its parent's UDFs, then in the whole
     ULO udf_start() const { return start + image::UDF_TABLE + udfs + debug_words; }
     ULO image_node() const { return udf_start() + udf_words; }
     ULO end() const { return image_node() + main_words; }
-};
-
-// The function that is being compiled.
-struct context {
-    unit_index made;
-    ULO arguments;
-    words *out; // for its main node
-    bool is_root() const { return made == 0; }
 };
 
 // An instruction or a call, before its operands are known.
@@ -124,40 +114,38 @@ public:
 private:
     void begin();
     const node &at(node_index n) const { return tree_->nodes[n]; }
-    unit_index compile_function(node_index form);
-    void define(node_index definition, const context &function);
+    unit &compile_function(node_index form, unit *parent);
+    void define(node_index definition, unit *function);
     bool is_definition(const node &n) const;
     call_node find_call(const node &form);
     void find_udf(name_id name, call_node *node);
     ULO find_global(name_id name);
     ULO count_operands(node_index first, const call_node &call) const;
-    bool slot_of(const node &n, const context &function, ULO *slot) const;
-    void emit_form(const node &form, const context &function);
-    void emit_operands(node_index first, const call_node &call, const context &function);
-    void emit_operand(const node &n, const call_node &call, const context &function);
+    bool slot_of(const node &n, const unit &function, ULO *slot) const;
+    void emit_form(const node &form, unit *function);
+    void emit_operands(node_index first, const call_node &call, unit *function);
+    void emit_operand(const node &n, const call_node &call, unit *function);
     void note_use(name_id name);
     void append_used(CHR letter, std::string *text);
     std::string debug_text() const;
     void add_debug_text(unit *function, std::string_view text);
-    void note_place(const node &n, const context &function);
+    void note_place(const node &n, const unit *function);
     void settle_places();
-    void lay_out(unit *function);
+    void lay_out(unit *function, ULO *image) const;
 
     tree *tree_ = nullptr;
     UCH debug_level_ = 0;
     std::vector<code_place> *places_ = nullptr; // NULL: nobody asks
-    std::vector<unit_index> place_units_;       // of each; its word counts as in the unit's words
+    std::vector<const unit *> place_units_;     // of each; its word counts as in the unit's words
     std::string path_;                          // scoped name of the function
     varlist variables_;
-    std::vector<unit> units_;
+    std::deque<unit> units_;                        // as they were met, the root first
     std::deque<words> code_ = std::deque<words>(1); // main nodes by depth
     ULO depth_ = 0;
     words debug_;
     scoped<ULO> local_udfs_, global_udfs_; // numbers from 1
     std::vector<name_id> local_names_;     // of those in scope, by number
-    bool has_global_udfs_ = false;
-    std::vector<name_id> used_;
-    std::vector<bool> is_used_; // by name
+    scoped<bool> used_;
     std::string used_text_;
 };
 
@@ -198,7 +186,7 @@ CHR read_letter(CHR suffix)
     return slot_of_suffix(suffix) == 0 ? 'V' : static_cast<CHR>(suffix + 32);
 }
 
-bool compiler::slot_of(const node &n, const context &function, ULO *slot) const
+bool compiler::slot_of(const node &n, const unit &function, ULO *slot) const
 {
     if (n.letter == 'P') {
         const SLO number = tree_->argument_number(n);
@@ -213,11 +201,11 @@ bool compiler::slot_of(const node &n, const context &function, ULO *slot) const
 // -- Places ------------------------------------------------------------------------------------
 
 // The next node to be emitted is that of `n`.
-void compiler::note_place(const node &n, const context &function)
+void compiler::note_place(const node &n, const unit *function)
 {
     if (places_ == nullptr) return;
-    places_->push_back({function.out->size(), static_cast<node_index>(&n - tree_->nodes.data())});
-    place_units_.push_back(function.made);
+    places_->push_back({function->code->size(), static_cast<node_index>(&n - tree_->nodes.data())});
+    place_units_.push_back(function);
 }
 
 // Turns words of the units into words of the image.
@@ -225,8 +213,8 @@ void compiler::settle_places()
 {
     if (places_ == nullptr) return;
     for (ULO i = 0; i < places_->size(); i++) {
-        const unit &made = units_[place_units_[i]];
-        (*places_)[i].word += made.image_node() - made.main_node;
+        const unit *made = place_units_[i];
+        (*places_)[i].word += made->image_node() - made->main_node;
     }
     std::sort(places_->begin(), places_->end(),
               [](const code_place &a, const code_place &b) { return a.word < b.word; });
@@ -237,8 +225,7 @@ void compiler::settle_places()
 // The number of a global function, from 1; 0 if there is none.
 ULO compiler::find_global(name_id name)
 {
-    if (!has_global_udfs_) {
-        has_global_udfs_ = true;
+    if (global_udfs_.mark() == 0) {
         ULO number = 0;
         for (const udf_letter &global : the_engine.global_udf_types)
             global_udfs_.set(names().enter(global.name), ++number);
@@ -300,9 +287,9 @@ ULO compiler::count_operands(node_index first, const call_node &call) const
     return declared > SLO(count) ? ULO(declared) : count;
 }
 
-void compiler::emit_operand(const node &n, const call_node &call, const context &function)
+void compiler::emit_operand(const node &n, const call_node &call, unit *function)
 {
-    words *out = function.out;
+    words *out = function->code;
     const auto text = [&] { return tree_->text_of(n); };
     switch (n.letter) {
     case 'U': return emit_form(n, function);
@@ -314,13 +301,13 @@ void compiler::emit_operand(const node &n, const call_node &call, const context 
     }
     ULO slot = 0;
     note_place(n, function);
-    if (!slot_of(n, function, &slot)) return emit_nil(out);
+    if (!slot_of(n, *function, &slot)) return emit_nil(out);
     emit_value(call.is_udf() ? 'P' : read_letter(n.suffix), slot, out);
 }
 
-void compiler::emit_operands(node_index first, const call_node &call, const context &function)
+void compiler::emit_operands(node_index first, const call_node &call, unit *function)
 {
-    words &out = *function.out;
+    words &out = *function->code;
     const ULO count = count_operands(first, call), table = out.size();
     if (call.counted()) out[table - 1] = count;
     out.resize(table + count);
@@ -340,18 +327,18 @@ void compiler::emit_operands(node_index first, const call_node &call, const cont
     }
 }
 
-void compiler::emit_form(const node &form, const context &function)
+void compiler::emit_form(const node &form, unit *function)
 {
     check_stack(site::STACK_COMPILE);
-    words *out = function.out;
+    words *out = function->code;
     const call_node call = find_call(form);
     note_place(form, function);
     node_index first = form.first;
     ULO slot = 0;
     if (call.groups & (SETS_VARIABLE | READS_ARRAY)) {
-        if (first == NO_NODE || !slot_of(at(first), function, &slot)) return emit_nil(out);
+        if (first == NO_NODE || !slot_of(at(first), *function, &slot)) return emit_nil(out);
         // A UDF's argument may be lent by its caller: no checked text assigns one.
-        if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && !function.is_root())
+        if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && function->parent != nullptr)
             return emit_nil(out);
         if (call.variable_first()) first = at(first).next;
     }
@@ -366,7 +353,7 @@ void compiler::emit_form(const node &form, const context &function)
 // -- Functions ---------------------------------------------------------------------------------
 
 // A definition: it goes to the UDFs of the function that it stands in.
-void compiler::define(node_index definition, const context &function)
+void compiler::define(node_index definition, unit *function)
 {
     const node_index name = at(definition).first;
     const node_index body = name == NO_NODE ? NO_NODE : at(name).next;
@@ -376,29 +363,25 @@ void compiler::define(node_index definition, const context &function)
     local_names_.push_back(udf);
     const ULO scope = local_names_.size();
     if (local_udfs_.get(udf) == 0) local_udfs_.set(udf, scope);
-    unit &own = units_[compile_function(body)];
+    unit &own = compile_function(body, function);
     for (; local_names_.size() > scope; local_names_.pop_back())
         local_udfs_.set(local_names_.back(), 0);
     path_.resize(path_size);
-    unit &parent = units_[function.made];
-    own.parent = function.made;
-    own.number = parent.udfs++;
-    own.start = std::exchange(parent.udf_words, parent.udf_words + own.end());
+    own.number = function->udfs++;
+    own.start = std::exchange(function->udf_words, function->udf_words + own.end());
 }
 
 void compiler::note_use(name_id name)
 {
-    if (debug_level_ == 0) return;
-    if (name >= is_used_.size()) is_used_.resize(name + 64);
-    if (!is_used_[name]) used_.push_back(name);
-    is_used_[name] = true;
+    if (debug_level_ != 0 && !used_.get(name)) used_.set(name, true);
 }
 
 // The list of all global functions (G), ISA (T) or ISAext (t) instructions in use.
 void compiler::append_used(CHR letter, std::string *text)
 {
     begin_used_names(text);
-    for (const name_id name : used_) {
+    for (ULO i = 0, count = used_.mark(); i < count; i++) {
+        const auto name = static_cast<name_id>(used_.changed(i));
         const instruction_word *word = word_of(name);
         if (letter != (word == nullptr ? 'G' : word->letter)) continue;
         if (word == nullptr)
@@ -424,41 +407,38 @@ void compiler::add_debug_text(unit *function, std::string_view text)
     function->debug_words = static_cast<std::uint32_t>(debug_.size()) - function->debug;
 }
 
-unit_index compiler::compile_function(node_index form)
+unit &compiler::compile_function(node_index form, unit *parent)
 {
     check_stack(site::STACK_COMPILE);
     if (form == NO_NODE || at(form).letter != 'U') form = tree_->opened(form, TYPED);
     if (depth_ == code_.size()) code_.emplace_back();
     words *code = &code_[depth_];
-    const auto made = static_cast<unit_index>(units_.size());
-    units_.push_back({.slots = variables_.build_varlist(*tree_, form),
-                      .arguments = variables_.arguments(),
-                      .code = code,
-                      .main_node = code->size()});
+    unit &made = units_.emplace_back();
+    made.parent = parent;
+    made.slots = variables_.build_varlist(*tree_, form);
+    made.arguments = variables_.arguments();
+    made.code = code;
+    made.main_node = code->size();
     const std::string own_text = debug_level_ == 0 ? std::string() : debug_text();
-    const context function = {made, variables_.arguments(), code};
     depth_++;
-    emit_form(at(form), function);
+    emit_form(at(form), &made);
     depth_--;
     variables_.leave();
-    unit &done = units_[made];
-    done.main_words = code->size() - done.main_node;
+    made.main_words = code->size() - made.main_node;
     used_text_.clear();
-    if (function.is_root() && debug_level_ != 0)
+    if (parent == nullptr && debug_level_ != 0)
         for (const CHR letter : {'G', 'T', 't'}) append_used(letter, &used_text_);
-    add_debug_text(&done, used_text_.append(own_text));
+    add_debug_text(&made, used_text_.append(own_text));
     return made;
 }
 
 // Writes a function to its place in the image, behind the one that it is defined in. The root's
 // main node goes to the end of the words that it stands in.
-void compiler::lay_out(unit *function)
+void compiler::lay_out(unit *function, ULO *image) const
 {
-    ULO *image = code_[0].data();
-    if (function != &units_[0]) {
-        const unit &parent = units_[function->parent];
-        const ULO entry = parent.start + image::UDF_TABLE + function->number;
-        function->start += parent.udf_start();
+    if (const unit *parent = function->parent) {
+        const ULO entry = parent->start + image::UDF_TABLE + function->number;
+        function->start += parent->udf_start();
         image[entry] = function->start - entry;
     }
     const ULO *main_node = function->code->data() + function->main_node;
@@ -482,8 +462,6 @@ void compiler::begin()
     local_udfs_.clear();
     global_udfs_.clear();
     local_names_.clear();
-    has_global_udfs_ = false;
-    for (const name_id name : used_) is_used_[name] = false;
     used_.clear();
 }
 
@@ -495,12 +473,13 @@ void compiler::run(tree *program, UCH debug_level, std::string_view name, CHR **
     debug_level_ = debug_level;
     places_ = places;
     path_ = name;
-    code_[0].reserve(3 * tree_->nodes.size() + 16); // what most programs take
+    words &image = code_[0];
+    image.reserve(3 * tree_->nodes.size() + 16); // what most programs take
     if (places_ != nullptr) places_->clear();
-    code_[0].resize(units_[compile_function(tree_->root)].end());
-    for (unit &function : units_) lay_out(&function);
+    image.resize(compile_function(tree_->root, nullptr).end());
+    for (unit &function : units_) lay_out(&function, image.data());
     settle_places();
-    code_[0].move_to(code);
+    image.move_to(code);
 }
 
 } // namespace
