@@ -48,9 +48,8 @@ struct visible_udf {
 // The function that is being written.
 struct scope {
     image_layout image;
-    std::string_view variables; // names, of slots behind the formal arguments
-    std::string prefix;         // of made-up names of its UDFs
-    ULO depth;
+    std::string prefix; // of made-up names of its UDFs
+    ULO depth;          // 0: it is the root
 };
 
 // What is known of the instruction of a node.
@@ -89,8 +88,6 @@ public:
 private:
     void write_function(const scope &function, std::string_view name);
     void write_main_node(const scope &function);
-    void write_udf(const scope &parent, ULO number, const image_layout &image,
-                   std::string_view name);
     image_layout claim_image(ULO entry, ULO depth);
     std::vector<image_layout> enter_udfs(const scope &function);
     void write_node(ULO p);
@@ -385,23 +382,15 @@ void decompiler::write_main_node(const scope &function)
 {
     function_ = &function;
     variables_.clear();
-    std::string_view names = function.variables;
+    std::string_view names = debug_text(code_, function.image);
+    if (function.depth == 0) names_ = take_used_names(&names);
+    take_word(&names); // its own
     for (auto name = take_word(&names); !name.empty(); name = take_word(&names))
         variables_.push_back(name);
     if (claims_.is_free(function.image.main_node))
         write_node(function.image.main_node);
     else
         write_unknown_code(function.image.main_node);
-}
-
-// UDF `number` of the parent, counted from 1.
-void decompiler::write_udf(const scope &parent, ULO number, const image_layout &image,
-                           std::string_view name)
-{
-    std::string_view variables = debug_text(code_, image);
-    take_word(&variables);
-    std::string prefix = parent.prefix + padded(number, parent.image.udfs) + "_";
-    write_function({image, variables, std::move(prefix), parent.depth + 1}, name);
 }
 
 // The main node comes first and the last UDF next: the calls in a UDF that is kept mark those
@@ -421,7 +410,9 @@ void decompiler::write_function(const scope &function, std::string_view name)
         visible_.resize(known + i);
         const visible_udf udf = visible_.back();
         if (mode_ == ENTIRE || udf.is_called) {
-            write_udf(function, i, images[i - 1], udf.name);
+            write_function({images[i - 1], function.prefix + padded(i, images.size()) + "_",
+                            function.depth + 1},
+                           udf.name);
             continue;
         }
         std::string line = "UDF `" + udf.name + UNUSED_UDF;
@@ -437,12 +428,9 @@ void decompiler::write_function(const scope &function, std::string_view name)
 
 bool decompiler::run()
 {
-    scope root = {{}, {}, std::string(UDF_PREFIX), 0};
+    scope root = {{}, std::string(UDF_PREFIX), 0};
     if (!read_layout(code_, 0, code_.size(), &root.image)) root.image = {};
     claims_.take(0, std::max(root.image.debug_end, ULO(1))); // word 0 is no node
-    root.variables = debug_text(code_, root.image);
-    names_ = take_used_names(&root.variables);
-    take_word(&root.variables);
     write_function(root, "");
     return is_good_;
 }
