@@ -7,14 +7,9 @@
 
 #include "vm/machine.h"
 
-namespace {
-
-enum flush_mode { NO_FLUSH, FLUSH };
-
-} // namespace
-
 void print_message(message which, ...)
 {
+    enum { NO_FLUSH, FLUSH };
     va_list arguments;
     va_start(arguments, which);
     switch (which) {
