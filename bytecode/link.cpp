@@ -257,7 +257,6 @@ linked_node linker::link_node(ULO *p, node_place place)
     const variant *form =
         is_instruction ? choose_handler(p, p + words.operands, place, operands) : nullptr;
     if (the_engine.watcher != nullptr) watch(p);
-    if (!is_instruction) return {operands.assigned};
     return {operands.assigned | set_by(p, groups, words), form};
 }
 
