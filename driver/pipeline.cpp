@@ -53,11 +53,11 @@ void prepare_precompiled(session *s, std::string_view contents)
 void prepare_source(session *s, raw_file *file)
 {
     list_global_functions(s);
-    read_source(s, file);
+    std::string source = read_source(s, file);
     reset_time(s, site::USAGE_SOURCE);
     tell_wrapping(s);
     remember_functions();
-    const ULO arguments = check_source(s);
+    const ULO arguments = check_source(s, std::move(source));
     bind_surroundings(s, arguments);
     squeeze_program(s);
     check_integrity(s);

@@ -48,7 +48,6 @@ struct session {
     bool is_packed;      // the program is part of argv[0], and its words arrive as they are
     UCH switches[SWITCHES];
     CHR *cfg_profile_path;
-    std::string source; // of the program, its lines joined
     tree program;
     tree set;                            // of the global functions
     std::vector<node_index> definitions; // in it

@@ -33,20 +33,21 @@ void list_global_functions(const session *s)
             message::SET_PRINT_DISABLED, [s] { kestrin_print(set_text(s), style_of(*s)); });
 }
 
-void read_source(session *s, raw_file *file)
+std::string read_source(session *s, raw_file *file)
 {
     tell(s, message::READING_SOURCE, s->file());
-    s->source = read_from_raw(s->file(), *file, &s->program.file);
+    std::string source = read_from_raw(s->file(), *file, &s->program.file);
     file->contents = std::string();
-    if (left_trimmed(s->source).empty()) die(message::NO_CODE);
+    if (left_trimmed(source).empty()) die(message::NO_CODE);
+    return source;
 }
 
-ULO check_source(session *s)
+ULO check_source(session *s, std::string source)
 {
     tell(s, message::CHECKING_SOURCE);
     tree *t = &s->program;
     const SLO wrapper = -static_cast<SLO>(mnemonic(ISA_PROGN).size() + 2);
-    const SLO wanted = kestrin_check(t, &t->root, wrapped(std::move(s->source)), wrapper, "Main",
+    const SLO wanted = kestrin_check(t, &t->root, wrapped(std::move(source)), wrapper, "Main",
                                      &the_engine.func_lut);
     if (wanted < 0) die_of_syntax_error();
     const ULO given = s->words_behind_file();

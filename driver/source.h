@@ -9,10 +9,10 @@ struct raw_file;
 // Lists the functions of the profile.
 void list_global_functions(const session *s);
 // Joins the lines of the file, whose bytes go with that.
-void read_source(session *s, raw_file *file);
-// Checks the program and returns the number of formal arguments that it needs, which is how many
-// words there are on the command line.
-ULO check_source(session *s);
+std::string read_source(session *s, raw_file *file);
+// Checks the program, whose lines are joined, and returns the number of formal arguments that it
+// needs, which is how many words there are on the command line.
+ULO check_source(session *s, std::string source);
 // Weaves in the values of the terminal and the words of the command line.
 void bind_surroundings(session *s, ULO arguments);
 void squeeze_program(session *s);
