@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <vector>
 
 #include "strings/block.h"
@@ -52,24 +53,15 @@ struct digit_pair {
 
 // The code of two hexadecimal digits and the forms in which they are written; neither form if they
 // are no digits or of mixed case.
-digit_pair read_digits(const CHR *digits)
+digit_pair read_digits(std::string_view digits)
 {
-    digit_pair pair{0, true, true};
-    for (int i = 0; i < 2; i++) {
-        const CHR c = digits[i];
-        if (c >= '0' && c <= '9') {
-            pair.code = pair.code * 16 + (c - '0');
-        } else if (c >= 'A' && c <= 'F') {
-            pair.code = pair.code * 16 + (c - 'A' + 10);
-            pair.lower = false;
-        } else if (c >= 'a' && c <= 'f') {
-            pair.code = pair.code * 16 + (c - 'a' + 10);
-            pair.upper = false;
-        } else {
-            return {0, false, false};
-        }
-    }
-    return pair;
+    unsigned code = 0;
+    const CHR *const end = digits.data() + digits.size();
+    if (std::from_chars(digits.data(), end, code, 16).ptr != end) return {0, false, false};
+    const auto has_none_of = [&](const CHR *letters) {
+        return digits.find_first_of(letters) == digits.npos;
+    };
+    return {static_cast<int>(code), has_none_of("abcdef"), has_none_of("ABCDEF")};
 }
 
 // The first turn of the code after `made`, FROM_START if there is none.
@@ -157,7 +149,7 @@ private:
         if (escape[0] != '\\' || escape[1] != '0' || escape[2] != 'x') return false;
 
         const ULO position = static_cast<ULO>(escape - start);
-        const digit_pair pair = read_digits(escape + 3);
+        const digit_pair pair = read_digits({escape + 3, 2});
         const int turn = turn_after(pair, latest_turn(position));
         if (turn == FROM_START) return false;
         while (!made.empty() && made.back().position >= position) made.pop_back();
