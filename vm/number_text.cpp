@@ -56,15 +56,10 @@ bool read_format(std::string_view text, plain_format *f)
 CHR *print_integer(CHR *to, const plain_format &f, SLO value)
 {
     if (f.precision >= 0) return nullptr;
-    int base = 10;
-    switch (f.letter) {
-    case 'd':
-    case 'i': return std::to_chars(to, to + LONGEST, f.is_long ? value : int32_t(value)).ptr;
-    case 'u': break;
-    case 'o': base = 8; break;
-    case 'x': base = 16; break;
-    default: return nullptr;
-    }
+    if (f.letter == 'd' || f.letter == 'i')
+        return std::to_chars(to, to + LONGEST, f.is_long ? value : int32_t(value)).ptr;
+    const int base = f.letter == 'u' ? 10 : f.letter == 'o' ? 8 : f.letter == 'x' ? 16 : 0;
+    if (base == 0) return nullptr;
     return std::to_chars(to, to + LONGEST, f.is_long ? ULO(value) : uint32_t(value), base).ptr;
 }
 
