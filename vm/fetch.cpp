@@ -21,19 +21,9 @@ SLO truncated(DFL value)
 template <class T> void ret_number(const ULO *dat_ptr, T *targ)
 {
     if (!rt_ctrl->rt_noterror) return;
-    const ULO *node = node_at(dat_ptr);
-    if (is_node(node, in_record<T>::constant)) {
-        *targ = constant_of<T>(node);
-        return;
-    }
     kestrin_data slot = borrowing_slot;
-    call(node, &slot);
-    if (rt_ctrl->rt_noterror) {
-        if (slot.type == 0)
-            raise_error(in_record<T>::undefined, dat_ptr);
-        else
-            *targ = in_record<T>::from(&slot);
-    }
+    const T value = fetch<T>(dat_ptr, &slot);
+    if (rt_ctrl->rt_noterror) *targ = value;
     if (slot.disable_ptr) release(&slot);
 }
 
