@@ -4,7 +4,6 @@
 #include "terminal/capability.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 
 namespace {
@@ -111,9 +110,8 @@ void parse_entry(const CHR *entry, term_texts *list, term_texts *names)
 
 void set_number(term_texts *list, std::string_view label, unsigned number)
 {
-    CHR digits[10];
     term_text text(label);
-    text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+    text.append(std::to_string(number));
     const auto place = find_prefix(list, label);
     if (place == list->end())
         list->push_back(text);

@@ -4,6 +4,7 @@
 #include "terminal/cursor.h"
 
 #include <cstring>
+#include <utility>
 
 const CHR *UP = nullptr;
 const CHR *BC = nullptr;
@@ -96,9 +97,7 @@ void expansion::add_if_greater()
 
 void expansion::swap()
 {
-    std::int32_t first = arg[0];
-    arg[0] = arg[1];
-    arg[1] = first;
+    std::swap(arg[0], arg[1]);
     row = 1;
 }
 
