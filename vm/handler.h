@@ -317,7 +317,8 @@ template <class R, class... A, R (*op)(A...), auto fault> struct numeric<op, fau
     }
 
     static constexpr CHR letters[] = {in_record<A>::letter..., 0};
-    static constexpr variant_table variants = make_variants<numeric>();
+    static constexpr variant_table variants =
+        make_variants<numeric>(std::make_index_sequence<OPERAND_KINDS * OPERAND_KINDS>());
     static numeric_row row(fcall handler, fcall proved, const variant_table *variants_of_it)
     {
         return {handler,

@@ -67,8 +67,8 @@ const variant *specialise(ULO *node, const ULO *words)
     const auto found = rows().find(reinterpret_cast<fcall>(node[0]));
     if (found == rows().end()) return nullptr;
     const numeric_row &row = *found->second;
-    const variant &chosen =
-        (*row.variants)[kind_of(words, row.letters[0])][kind_of(words + 1, row.letters[1])];
+    const variant &chosen = (*row.variants)[kind_of(words, row.letters[0]) * OPERAND_KINDS +
+                                            kind_of(words + 1, row.letters[1])];
     put(node, chosen.record);
     return &chosen;
 }
@@ -81,11 +81,10 @@ handlers_by_form list_forms()
 {
     handlers_by_form generic;
     for (const auto &[handler, row] : rows())
-        for (const auto &by_second : *row->variants)
-            for (const variant &made : by_second) {
-                generic.emplace(made.record, row->handler);
-                generic.emplace(made.assigning, func__setq);
-            }
+        for (const variant &made : *row->variants) {
+            generic.emplace(made.record, row->handler);
+            generic.emplace(made.assigning, func__setq);
+        }
     for (const auto &moving : {appending_forms(), setq_forms(), array_forms(), watched_forms()})
         for (const auto &[form, handler] : moving) generic.emplace(form, handler);
     generic.emplace(func__mapcar_without_texts, func__mapcar);

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <utility>
 
 #include "kestrin/value.h"
 
@@ -20,20 +21,14 @@ struct variant {
     fcall record;    // leaves the result in the record, as the generic handler does
     fcall assigning; // stands in the node of a SETQ whose value the operation is
 };
-// [kind of the first][kind of the second]
-using variant_table = std::array<std::array<variant, OPERAND_KINDS>, OPERAND_KINDS>;
+// By the kind of the first and then of the second.
+using variant_table = std::array<variant, OPERAND_KINDS * OPERAND_KINDS>;
 
-template <class operation, operand_kind first>
-constexpr std::array<variant, OPERAND_KINDS> variants_behind()
+template <class operation, std::size_t... i>
+constexpr variant_table make_variants(std::index_sequence<i...>)
 {
-    return {operation::template of_kinds<first, VARIABLE>(),
-            operation::template of_kinds<first, CONSTANT>(),
-            operation::template of_kinds<first, EXPRESSION>()};
-}
-template <class operation> constexpr variant_table make_variants()
-{
-    return {variants_behind<operation, VARIABLE>(), variants_behind<operation, CONSTANT>(),
-            variants_behind<operation, EXPRESSION>()};
+    return {operation::template of_kinds<operand_kind(i / OPERAND_KINDS),
+                                         operand_kind(i % OPERAND_KINDS)>()...};
 }
 
 // An operation on numbers.
