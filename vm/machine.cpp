@@ -27,7 +27,6 @@ namespace {
 // The chunks of a thread's stack of frames are a list: `next` stands at the end of each, where
 // frame_end points. They double in size up to a bound.
 struct chunk_end {
-    void *block;
     kestrin_data *next;
     ULO records; // of the next chunk
 };
@@ -42,7 +41,7 @@ struct thread_blocks {
     rt_control control;
     hot_counters counters = fresh_counters();
     strings_state strings;
-    chunk_end root = {nullptr, nullptr, FIRST_CHUNK}; // where the list of chunks begins
+    chunk_end root = {nullptr, FIRST_CHUNK}; // where the list of chunks begins
     interrupt_handler former_interrupt;
     void (*ends[MOST_ENDS])();
     ULO ends_count;
@@ -59,26 +58,21 @@ kestrin_data *make_chunk(chunk_end *before, ULO slots, ULO records, const fatal_
 {
     while (records < slots && records < MOST_RECORDS) records *= 2;
     if (records >= MOST_RECORDS) fatal(site);
-    const ULO bytes = records * sizeof(kestrin_data);
-    void *block = malloc(bytes + sizeof(chunk_end));
+    void *block = malloc(records * sizeof(kestrin_data) + sizeof(chunk_end));
     if (block == nullptr) fatal(site);
-    before->next = static_cast<kestrin_data *>(block);
-    before->records = records;
-    const ULO following = records < LARGEST_CHUNK ? records * 2 : records;
-    *end_of(before->next + records) = {block, nullptr, following};
+    *before = {static_cast<kestrin_data *>(block), records};
+    *end_of(before->next + records) = {nullptr, records < LARGEST_CHUNK ? records * 2 : records};
     return before->next;
 }
 
 void free_chunks(chunk_end *end)
 {
-    for (kestrin_data *next = end->next; next != nullptr;) {
-        const chunk_end *last = end_of(next + end->records);
-        chunk_end copy = *last;
-        free(next);
-        next = copy.next;
-        *end = copy;
+    while (end->next != nullptr) {
+        const chunk_end last = *end_of(end->next + end->records);
+        free(end->next);
+        *end = last;
     }
-    *end = {nullptr, nullptr, FIRST_CHUNK};
+    end->records = FIRST_CHUNK;
 }
 
 void clear_errors(rt_control *rt)
