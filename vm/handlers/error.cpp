@@ -27,24 +27,18 @@ constexpr info_form rise_info_dbg = {"Rise_Error_Info_Dbg", true, true};
 template <const info_form &form> struct info {
     static void run(const ULO *dat_ptr, kestrin_data *ret_dat)
     {
-        ret_dat->disable_ptr = 1;
-        const held_operands<SLO, const CHR *> held(dat_ptr, dat_ptr + 2, ret_dat, true);
-        if (!rt_ctrl->rt_noterror) return;
-        held.pass([](SLO code, const CHR *text) { assign(code, text); }, ret_dat);
-        if (form.with_place) add_error_place(dat_ptr);
-        if (!form.raises) {
-            answer_text(ret_dat);
-            get_error_text(&ret_dat->svalue);
-            return;
-        }
-        rt_ctrl->rt_noterror = 0;
-        note_error(rt_ctrl, dat_ptr);
-    }
-
-    static void assign(SLO code, const CHR *text)
-    {
-        scratch shown;
-        set_error_state(code, show_nuls(&shown.s, text), form.caller);
+        with_operands<SLO, const CHR *>(dat_ptr, ret_dat, [=](SLO code, const CHR *text) {
+            scratch shown;
+            set_error_state(code, show_nuls(&shown.s, text), form.caller);
+            if (form.with_place) add_error_place(dat_ptr);
+            if (!form.raises) {
+                answer_text(ret_dat);
+                get_error_text(&ret_dat->svalue);
+                return;
+            }
+            rt_ctrl->rt_noterror = 0;
+            note_error(rt_ctrl, dat_ptr);
+        });
     }
 };
 
