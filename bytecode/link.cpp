@@ -222,7 +222,7 @@ linked_node linker::link_operands(ULO *p, const image::node_words &words, node_p
 fcall moving_form(const ULO *p, node_place place, assigned_set by_operands)
 {
     if (place.use == value_use::ARGUMENT) {
-        const fcall lending = lending_form(reinterpret_cast<fcall>(*p));
+        const fcall lending = lending_form(p);
         return lending != nullptr && !(place.later & bit_of(p[1])) ? lending : nullptr;
     }
     if (place.use != value_use::UNUSED) return nullptr;

@@ -31,9 +31,10 @@ inline const ULO *node_at(const ULO *operand_word)
 {
     return reinterpret_cast<const ULO *>(*operand_word);
 }
-inline bool is_node(const ULO *node, fcall handler)
+// Whether it has one of these handlers.
+template <class... fcalls> bool is_node(const ULO *node, fcalls... handlers)
 {
-    return node[0] == reinterpret_cast<ULO>(handler);
+    return ((node[0] == reinterpret_cast<ULO>(handlers)) || ...);
 }
 inline const ULO *image_main_node(const ULO *image) { return node_at(image); }
 inline ULO image_slots(const ULO *image) { return image[image::SLOTS]; }

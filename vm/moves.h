@@ -40,8 +40,8 @@ fcall appending_form(const ULO *node);
 fcall taking_setq(const ULO *node);
 fcall taking_arsetq(const ULO *node);
 
-// The form of an INDEX that lends its member to a function; NULL for other handlers.
-fcall lending_form(fcall handler);
+// The form of an INDEX that lends its member to a function; NULL for other nodes.
+fcall lending_form(const ULO *node);
 
 // The forms of a MAPCAR of whose answer nobody reads the texts that show the code, or neither these
 // nor the code itself: they make none.
@@ -56,7 +56,4 @@ std::span<const handler_form> appending_forms(), setq_forms(), array_forms();
 
 // True for a node that lends what it passes to a function: the frame must not free it.
 void func__index_lent(const ULO *dat_ptr, kestrin_data *ret_dat);
-inline bool is_lent(const ULO *node)
-{
-    return is_node(node, func__getval_ptr) || is_node(node, func__index_lent);
-}
+inline bool is_lent(const ULO *node) { return is_node(node, func__getval_ptr, func__index_lent); }

@@ -12,17 +12,15 @@
 // A constant or a plain variable of a number.
 inline bool is_number_leaf(const ULO *node)
 {
-    return is_node(node, func__getval) || is_node(node, func__dummy_i) ||
-           is_node(node, func__getval_i) || is_node(node, func__dummy_f) ||
-           is_node(node, func__getval_f);
+    return is_node(node, func__getval, func__dummy_i, func__getval_i, func__dummy_f,
+                   func__getval_f);
 }
 
 // A plain variable of whatever type.
 inline bool is_variable_read(const ULO *node)
 {
-    return is_node(node, func__getval) || is_node(node, func__getval_i) ||
-           is_node(node, func__getval_f) || is_node(node, func__getval_s) ||
-           is_node(node, func__getval_z);
+    return is_node(node, func__getval, func__getval_i, func__getval_f, func__getval_s,
+                   func__getval_z);
 }
 
 // An INDEX of an array of texts, or of any values, whose index is a leaf. Words: variable, index.
@@ -30,14 +28,13 @@ void func__index(const ULO *dat_ptr, kestrin_data *ret_dat);
 void func__index_s(const ULO *dat_ptr, kestrin_data *ret_dat);
 inline bool is_plain_member(const ULO *node)
 {
-    return (is_node(node, func__index) || is_node(node, func__index_s)) &&
-           is_number_leaf(node_at(node + 2));
+    return is_node(node, func__index, func__index_s) && is_number_leaf(node_at(node + 2));
 }
 
 // Its evaluation changes no variable.
 inline bool has_no_effect(const ULO *node)
 {
-    return is_number_leaf(node) || is_node(node, func__dummy_s) || is_node(node, func__getval_s) ||
+    return is_number_leaf(node) || is_node(node, func__dummy_s, func__getval_s) ||
            is_plain_member(node);
 }
 inline bool none_has_effect(const ULO *from, const ULO *to)
@@ -94,7 +91,7 @@ const CHR *type_in_place(const ULO *node);
 inline const CHR *text_in_place(const ULO *node)
 {
     if (is_node(node, func__dummy_s)) return reinterpret_cast<const CHR *>(node + 2);
-    if (is_node(node, func__getval) || is_node(node, func__getval_s)) {
+    if (is_node(node, func__getval, func__getval_s)) {
         const kestrin_data *v = variable(node[1]);
         return v->type == 'S' ? v->svalue : nullptr;
     }
@@ -106,8 +103,7 @@ inline const CHR *text_in_place(const ULO *node)
 // A number that can be fetched without touching the text in the result record.
 template <class T> bool is_in_place(const ULO *node)
 {
-    return is_node(node, in_record<T>::constant) || is_node(node, in_record<T>::typed_read) ||
-           is_node(node, func__getval);
+    return is_node(node, in_record<T>::constant, in_record<T>::typed_read, func__getval);
 }
 
 // One operand of an operation, held for as long as the operation runs. `last` is behind the last

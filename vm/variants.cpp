@@ -35,7 +35,7 @@ const rows_by_handler &rows()
 template <class T> operand_kind kind_of(const ULO *node)
 {
     if (is_node(node, in_record<T>::constant)) return CONSTANT;
-    if (is_node(node, func__getval) || is_node(node, in_record<T>::typed_read)) return VARIABLE;
+    if (is_node(node, func__getval, in_record<T>::typed_read)) return VARIABLE;
     return EXPRESSION;
 }
 
@@ -44,20 +44,13 @@ operand_kind kind_of(const ULO *word, CHR letter)
     return letter == 'I' ? kind_of<SLO>(node_at(word)) : kind_of<DFL>(node_at(word));
 }
 
-bool assigns_number(const ULO *node)
-{
-    for (const fcall setq : {func__setq_i, func__setq_f, func__alsetq_i, func__alsetq_f})
-        if (is_node(node, setq)) return true;
-    return false;
-}
-
 void put(ULO *node, fcall handler) { node[0] = reinterpret_cast<ULO>(handler); }
 
 } // namespace
 
 bool assign_at_once(ULO *node, const variant *value)
 {
-    if (!assigns_number(node)) return false;
+    if (!is_node(node, func__setq_i, func__setq_f, func__alsetq_i, func__alsetq_f)) return false;
     put(node, value->assigning);
     return true;
 }

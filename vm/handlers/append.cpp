@@ -58,15 +58,13 @@ template <fcall generic> void append_to_member(const ULO *dat_ptr, kestrin_data 
     append(find, words, ret_dat);
 }
 
-bool is_cat(const ULO *node) { return is_node(node, func__cat) || is_node(node, func__cat_j); }
-
 bool is_same_leaf(const ULO *a, const ULO *b) { return a[0] == b[0] && a[1] == b[1]; }
 
 // `node` is a SETQ of the variable in its word 1.
 bool appends_to_variable(const ULO *node)
 {
     const ULO *value = node_at(node + 2);
-    if (!is_cat(value)) return false;
+    if (!is_node(value, func__cat, func__cat_j)) return false;
     const ULO *first = node_at(value + 1);
     return is_variable_read(first) && first[1] == node[1];
 }
@@ -75,7 +73,7 @@ bool appends_to_variable(const ULO *node)
 bool appends_to_member(const ULO *node)
 {
     const ULO *index = node_at(node + 2), *value = node_at(node + 3);
-    if (!is_cat(value)) return false;
+    if (!is_node(value, func__cat, func__cat_j)) return false;
     const ULO *first = node_at(value + 1);
     return is_plain_member(first) && first[1] == node[1] && is_same_leaf(index, node_at(first + 2));
 }
@@ -84,8 +82,8 @@ bool appends_to_member(const ULO *node)
 
 fcall appending_form(const ULO *node)
 {
-    for (const fcall setq : {func__setq, func__setq_s, func__alsetq, func__alsetq_s})
-        if (is_node(node, setq)) return appends_to_variable(node) ? append_to_variable : nullptr;
+    if (is_node(node, func__setq, func__setq_s, func__alsetq, func__alsetq_s))
+        return appends_to_variable(node) ? append_to_variable : nullptr;
     for (const auto &[form, arsetq] : appending_forms().subspan(1))
         if (is_node(node, arsetq)) return appends_to_member(node) ? form : nullptr;
     return nullptr;

@@ -330,12 +330,11 @@ HANDLER(index_lent)
     }
 }
 
-fcall lending_form(fcall handler)
+fcall lending_form(const ULO *node)
 {
-    for (const fcall index :
-         {func__index, func__index_i, func__index_f, func__index_s, func__index_z})
-        if (handler == index) return func__index_lent;
-    return nullptr;
+    const bool is_index =
+        is_node(node, func__index, func__index_i, func__index_f, func__index_s, func__index_z);
+    return is_index ? func__index_lent : nullptr;
 }
 
 HANDLER(alindex)

@@ -40,15 +40,12 @@ TYPED_HANDLERS(alsetq, assign_value<true>)
 
 fcall taking_setq(const ULO *node)
 {
-    for (const fcall setq :
-         {func__setq, func__setq_i, func__setq_f, func__setq_s, func__setq_z, func__alsetq,
-          func__alsetq_i, func__alsetq_f, func__alsetq_s, func__alsetq_z}) {
-        if (!is_node(node, setq)) continue;
-        const ULO *value = node_at(node + 2);
-        if (is_variable_read(value)) return assign_in_place<false>;
-        return is_plain_member(value) ? assign_in_place<true> : assign_value<false>;
-    }
-    return nullptr;
+    if (!is_node(node, func__setq, func__setq_i, func__setq_f, func__setq_s, func__setq_z,
+                 func__alsetq, func__alsetq_i, func__alsetq_f, func__alsetq_s, func__alsetq_z))
+        return nullptr;
+    const ULO *value = node_at(node + 2);
+    if (is_variable_read(value)) return assign_in_place<false>;
+    return is_plain_member(value) ? assign_in_place<true> : assign_value<false>;
 }
 
 std::span<const handler_form> setq_forms()
