@@ -18,7 +18,6 @@ namespace {
 
 constexpr const CHR *DATABASE = "/etc/termcap";
 constexpr int LINE_ROOM = 256;
-constexpr std::size_t ENTRY_ROOM = 4096;
 constexpr std::size_t ENTRY_MOST = 4093; // bytes of an entry that are kept
 
 term_text entry;
@@ -45,8 +44,7 @@ bool names_include(const CHR *line, std::string_view name)
 
 // The pieces of an entry joined to one text.
 struct entry_text {
-    CHR bytes[ENTRY_ROOM];
-    std::size_t used = 0;
+    term_text bytes;
     std::size_t line = 0; // where the current line of the file starts in it
 
     // Adds a line, or the piece of it that was read. True if the entry goes on behind it.
@@ -54,12 +52,13 @@ struct entry_text {
     {
         piece += strspn(piece, " \t");
         for (; *piece && *piece != '\n'; piece++) {
-            bytes[used++] = *piece;
-            if (used == ENTRY_MOST) return false;
+            bytes.push_back(*piece);
+            if (bytes.size() == ENTRY_MOST) return false;
         }
         if (*piece == '\0') return true;
-        if (used == line || bytes[used - 1] != '\\') return false;
-        line = --used;
+        if (bytes.size() == line || bytes.back() != '\\') return false;
+        bytes.pop_back();
+        line = bytes.size();
         return true;
     }
 };
@@ -179,9 +178,8 @@ CHR *get_one_entry(FILE *stream, const CHR *name)
         if (begun) more = text.add(line);
     }
     if (!begun) return nullptr;
-    CHR *copy = static_cast<CHR *>(term_reallocate(nullptr, text.used + 1));
-    copy[std::string_view(text.bytes, text.used).copy(copy, text.used)] = '\0';
-    return copy;
+    const std::size_t size = text.bytes.size() + 1;
+    return static_cast<CHR *>(memcpy(term_reallocate(nullptr, size), text.bytes.c_str(), size));
 }
 
 int tgetent(CHR *, const CHR *name)
