@@ -287,9 +287,7 @@ UCH type_pass::type_form(node *n)
     const group_set groups = word->groups;
     if (groups == 0 || n->first == NO_NODE) return type_instruction(n, *word);
     if (groups & in(GROUP_PROGN)) return type_progn(*n);
-    if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ))) {
-        return assign_by(n, type_all(next(n->first)));
-    }
+    if (groups & (in(GROUP_SETQ) | in(GROUP_ALSETQ))) return assign_by(n, type_all(next(n->first)));
     if (groups & in(GROUP_ARSETQ)) return type_arsetq(n);
     if (groups & in(GROUP_INDEX)) return type_index(n);
     if (groups & in(GROUP_ALINDEX)) return type_alindex(n);

@@ -40,7 +40,6 @@ private:
     void read_rest(node_index first);
     void read_variable(node_index n);
     void read_form(const node &form);
-    void read_assignment(node_index target);
     void read_if(node_index condition);
     void read_for(node_index target);
     void read_definition(node_index name);
@@ -81,12 +80,6 @@ void analysis::learn(node_index variable)
     if (variable == NO_NODE || tree_.nodes[variable].letter != 'V') return;
     const name_id name = tree_.nodes[variable].name;
     if (!known_.get(name)) known_.set(name, true);
-}
-
-void analysis::read_assignment(node_index target)
-{
-    read_rest(next(target));
-    learn(target);
 }
 
 // Known afterwards is what both branches assign.
@@ -138,7 +131,10 @@ void analysis::read_form(const node &form)
 {
     check_stack(site::STACK_UNINIT);
     const group_set groups = groups_of(word_of(form.name));
-    if (groups & ASSIGNS) return read_assignment(form.first);
+    if (groups & ASSIGNS) {
+        read_rest(next(form.first));
+        return learn(form.first);
+    }
     if (groups & in(GROUP_IF)) return read_if(form.first);
     if (groups & in(GROUP_FOR)) return read_for(form.first);
     if (groups & in(GROUP_DEFUN)) return read_definition(form.first);
