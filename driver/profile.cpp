@@ -16,9 +16,9 @@
 #include "frontend/squeeze.h"
 #include "frontend/token.h"
 #include "frontend/uninit.h"
-#include "frontend/walk.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
+#include "strings/tokens.h"
 #include "vm/engine.h"
 #include "vm/machine.h"
 
@@ -74,7 +74,7 @@ std::vector<node_index> take_forms(session *s, std::string_view text)
     std::string_view rest = trimmed(text), form;
     while (!rest.empty() && kestrin_head(&form, rest) && !form.empty()) {
         if (!take_form(s, form, form.data() - text.data(), &definitions)) break;
-        if (!kestrin_tail(&rest, rest)) break;
+        rest = behind_first_token(rest);
     }
     if (rt_ctrl->rt_run_flag != 0) die_of_syntax_error();
     return definitions;

@@ -20,10 +20,10 @@
 #include "frontend/self_check.h"
 #include "frontend/syntax.h"
 #include "frontend/token.h"
-#include "frontend/walk.h"
 #include "frontend/words.h"
 #include "kestrin/strings.h"
 #include "strings/scratch.h"
+#include "strings/tokens.h"
 #include "vm/machine.h"
 #include "vm/stack.h"
 
@@ -171,8 +171,10 @@ SLO checker::refuse_unbalanced(std::string_view body)
     if (!kestrin_head(&token, rest)) return FAILED;
     append_folded(&folded_, token);
     if (word_groups(folded_) & in(GROUP_COMMENTS)) return 0;
-    while (!token.empty())
-        if (!kestrin_tail(&rest, rest) || !kestrin_head(&token, rest)) return FAILED;
+    while (!token.empty()) {
+        rest = behind_first_token(rest);
+        if (!kestrin_head(&token, rest)) return FAILED;
+    }
     return 0;
 }
 

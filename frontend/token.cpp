@@ -142,6 +142,18 @@ bool is_plain_integer(std::string_view token)
 
 } // namespace
 
+bool kestrin_head(std::string_view *token, std::string_view text)
+{
+    const std::string_view rest = left_trimmed(text);
+    const token_end end = end_of_token(rest, 0);
+    if (!end.sound) {
+        syntax_error<syntax::UNBALANCED>(text);
+        return false;
+    }
+    *token = rest.substr(0, end.position);
+    return true;
+}
+
 UCH kestrin_type(std::string_view token, std::string *out)
 {
     if (token.empty()) return integer_token(token, std::string(), out);

@@ -6,6 +6,10 @@
 
 #include "kestrin/types.h"
 
+// The first token of a text that has not been proved sound. False, with a syntax error left, if the
+// text is out of balance.
+bool kestrin_head(std::string_view *token, std::string_view text);
+
 // The strict classifier. Returns 'S', 'P', 'Z', 'V', 'I' or 'F' and appends the token, folded where
 // its class folds, to `*out`. Returns 0 for a refused token, with a syntax error of code 2 left and
 // `*out` as it was.
