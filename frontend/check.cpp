@@ -33,9 +33,9 @@ namespace {
 enum level { WHOLE_TEXT, UDF_BODY, STATEMENT, NESTED };
 
 // Operand counts below 0.
-constexpr SLO ONE_OR_MORE = -1, STILL_OPEN = -2;
+constexpr SLO ONE_OR_MORE = -1, STILL_OPEN = -2, ANY_NUMBER = -3;
 // Of a name that is no function, or may be one.
-constexpr SLO MISSING = -3, NOT_LOOKED_UP = -4;
+constexpr SLO MISSING = -4, NOT_LOOKED_UP = -5;
 
 // A form with its number of arguments. `operands` is STILL_OPEN for a call of a function that is
 // being defined.
@@ -457,8 +457,9 @@ SLO checker::define_body(node_index definition, name_id name)
     functions_.undo(mark);
     if (operands == FAILED || settle(&scope, operands) == FAILED) {
         // Calls of a refused function are no faults of theirs.
-        const ULO known = gap_in(scope.arguments) == 0 ? scope.arguments.size() : 0;
-        if (notes_all()) functions_.set(name, {SLO(known), nullptr});
+        const bool is_counted = gap_in(scope.arguments) == 0;
+        const SLO known = is_counted ? SLO(scope.arguments.size()) : ANY_NUMBER;
+        if (notes_all()) functions_.set(name, {known, nullptr});
         return FAILED;
     }
     at(definition).may_be_squeezed =

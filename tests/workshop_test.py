@@ -203,6 +203,8 @@ CHECKED = [
       "5:9: invalid numeric constant: 12x"]),
     ("(progn\n  (defun f (iadd $1 (nosuch)))\n  (f 1)\n  (f))",
      ["2:21: undefined function name `NOSUCH'", "4:3: 1 argument is required instead of 0"]),
+    ("(progn\n  (defun f (iadd $1 $3))\n  (f 1 2)\n  (f 1 2 3))",
+     ["2:12: $2 is missed in the enumerated argument sequence."]),
     ("(progn\n  (outf \"%s\" \"a)\n  (outf \"b\" \"c)\n  1)",
      ["2:14: `\"' opens a string that its line does not close",
       "3:13: `\"' opens a string that its line does not close"]),
