@@ -32,10 +32,10 @@ namespace {
 // How a form stands to its function. Only the first three may hold a definition.
 enum level { WHOLE_TEXT, UDF_BODY, STATEMENT, NESTED };
 
-// Operand counts below 0.
-constexpr SLO ONE_OR_MORE = -1, STILL_OPEN = -2, ANY_NUMBER = -3;
+// Operand counts below 0; a unit's row may have any down to INT16_MIN.
+constexpr SLO ONE_OR_MORE = -1, STILL_OPEN = INT16_MIN - 1, ANY_NUMBER = INT16_MIN - 2;
 // Of a name that is no function, or may be one.
-constexpr SLO MISSING = -4, NOT_LOOKED_UP = -5;
+constexpr SLO MISSING = INT16_MIN - 3, NOT_LOOKED_UP = INT16_MIN - 4;
 
 // A form with its number of arguments. `operands` is STILL_OPEN for a call of a function that is
 // being defined.

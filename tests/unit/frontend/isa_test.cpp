@@ -49,6 +49,12 @@ TEST_F(Isa, TableAsText)
               row_of(told(_internal_ISA_COPs_get), "IADD"));
 }
 
+TEST_F(Isa, ARowOfFewerOperandsThanMinusOneTakesAnyNumber)
+{
+    give(_internal_ISA_COPs_set, told(_internal_ISA_COPs_get) + "(FOO -2 I \"II\" 0 0 0 0 0)");
+    EXPECT_EQ("(FOO 1 2 3)", kit::checked("(foo 1 2 3)"));
+}
+
 TEST_F(Isa, TableRoundTripAndReset)
 {
     const std::string built_in = told(_internal_ISA_COPs_get);
