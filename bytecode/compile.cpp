@@ -121,7 +121,7 @@ private:
     void find_udf(name_id name, call_node *node);
     ULO find_global(name_id name);
     ULO count_operands(node_index first, const call_node &call) const;
-    bool slot_of(const node &n, const unit &function, ULO *slot) const;
+    bool slot_of(const node &n, const unit *function, ULO *slot) const;
     void emit_form(const node &form, unit *function);
     void emit_operands(node_index first, const call_node &call, unit *function);
     void emit_operand(const node &n, const call_node &call, unit *function);
@@ -145,7 +145,7 @@ private:
     words debug_;
     scoped<ULO> local_udfs_, global_udfs_; // numbers from 1
     std::vector<name_id> local_names_;     // of those in scope, by number
-    scoped<bool> used_;
+    scoped<bool> used_;                    // names of the lists of used ones, as first met
     std::string used_text_;
 };
 
@@ -186,15 +186,15 @@ CHR read_letter(CHR suffix)
     return slot_of_suffix(suffix) == 0 ? 'V' : static_cast<CHR>(suffix + 32);
 }
 
-bool compiler::slot_of(const node &n, const unit &function, ULO *slot) const
+bool compiler::slot_of(const node &n, const unit *function, ULO *slot) const
 {
     if (n.letter == 'P') {
         const SLO number = tree_->argument_number(n);
         *slot = static_cast<ULO>(number - 1);
-        return number > 0 && ULO(number) <= function.arguments;
+        return number > 0 && ULO(number) <= function->arguments;
     }
     if (!variables_.find(n, slot)) return false;
-    *slot += function.arguments;
+    *slot += function->arguments;
     return true;
 }
 
@@ -301,7 +301,7 @@ void compiler::emit_operand(const node &n, const call_node &call, unit *function
     }
     ULO slot = 0;
     note_place(n, function);
-    if (!slot_of(n, *function, &slot)) return emit_nil(out);
+    if (!slot_of(n, function, &slot)) return emit_nil(out);
     emit_value(call.is_udf() ? 'P' : read_letter(n.suffix), slot, out);
 }
 
@@ -336,7 +336,7 @@ void compiler::emit_form(const node &form, unit *function)
     node_index first = form.first;
     ULO slot = 0;
     if (call.groups & (SETS_VARIABLE | READS_ARRAY)) {
-        if (first == NO_NODE || !slot_of(at(first), *function, &slot)) return emit_nil(out);
+        if (first == NO_NODE || !slot_of(at(first), function, &slot)) return emit_nil(out);
         // A UDF's argument may be lent by its caller: no checked text assigns one.
         if ((call.groups & SETS_VARIABLE) && at(first).letter == 'P' && function->parent != nullptr)
             return emit_nil(out);
