@@ -68,6 +68,15 @@ class Limits(Folder):
                     self.assertGreaterEqual(time.monotonic() - begin, 0.3)
         self.assertTrue(os.path.exists(self.path("known")))
 
+    def test_what_stood_in_a_file_is_not_counted(self):
+        self.write("log", 2000 * "x")
+        for text, told in (("hello", ""), (2000 * "y", "more than 1K bytes to a file")):
+            with open(self.path("log"), "ab") as log:
+                done = subprocess.run([OPTIONS.kst, "run", "--limit", "output=1K", "-e", '(outf "%s" $1)', text],
+                                      stdout=log, stderr=subprocess.PIPE, text=True, check=False, timeout=50)
+            self.assertEqual((done.returncode, told in done.stderr), (1 if told else 0, True), done.stderr)
+        self.assertEqual(os.path.getsize(self.path("log")), 2000 + len("hellohello\n") + 1024)
+
     def test_a_terminal_is_refused_or_given_back(self):
         for words, told in ((["--no-files", "-e", "(scan_console 1000)"], "was refused: the keys of a terminal"),
                             (["--limit", "time=0.3", "-e", "(scan_console 1)"], "took more than 0.3 s")):

@@ -12,6 +12,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -250,6 +251,18 @@ void begin_limits(const limits &wanted)
     set_timer(held.time.number);
 }
 
+// What stands in the files of the standard output and error already is not the program's.
+ULO bytes_written_before()
+{
+    ULO most = 0;
+    for (const int file : {STDOUT_FILENO, STDERR_FILENO}) {
+        struct stat about;
+        const bool is_file = fstat(file, &about) == 0 && S_ISREG(about.st_mode);
+        if (is_file) most = std::max(most, static_cast<ULO>(about.st_size));
+    }
+    return most;
+}
+
 bool close_limits(std::string *why)
 {
     if (!held.any()) return true;
@@ -261,8 +274,8 @@ bool close_limits(std::string *why)
     if (!set_limit(RLIMIT_CORE, 0) || !set_limit(RLIMIT_NPROC, 0)) return false;
     if (has(held.time) && !set_limit(RLIMIT_CPU, static_cast<ULO>(held.time.number) + 2))
         return false;
-    if (has(held.output) && !set_limit(RLIMIT_FSIZE, static_cast<ULO>(held.output.number)))
-        return false;
+    const ULO most_output = static_cast<ULO>(held.output.number) + bytes_written_before();
+    if (has(held.output) && !set_limit(RLIMIT_FSIZE, most_output)) return false;
     if (has(held.memory) && !bound_memory(static_cast<ULO>(held.memory.number))) return false;
     return !held.no_files || install_call_filter(why);
 }
