@@ -78,9 +78,8 @@ void start_engine(session *s)
     read_environment(s);
     the_engine.mapcar_with_decompiler = s->switches[SWITCH_DECOMPILER];
     the_engine.compile_with_debuginfo = s->switches[SWITCH_DEBUGINFO];
-    // Instructions of an extension unit may walk all places of an array.
     the_engine.moves = getenv("KESTRIN_DEBUG_NO_MOVES") == nullptr;
-    the_engine.small_arrays = the_engine.moves && isaext_count == 0;
+    the_engine.small_arrays = the_engine.moves && !has_foreign_instructions();
     the_engine.reserves = the_engine.small_arrays && !is_memory_limited();
     the_engine.native = choose_native_maker();
     *rt_ctrl->counters = fresh_counters();

@@ -34,6 +34,8 @@ extern ULO isaext_count;
 extern isa_row built_in_isa[ISA_ROWS];
 extern CHR *isa_mnemonics[ISA_ROWS];
 inline bool isa_is_built_in() { return isa_table == built_in_isa; }
+// Whether a unit brings instructions of its own, which may walk all places of an array.
+inline bool has_foreign_instructions() { return !isa_is_built_in() || isaext_count != 0; }
 
 // The current spelling of a built-in row's mnemonic.
 std::string_view mnemonic(isa_id id);
