@@ -212,6 +212,7 @@ CHECKED = [
      ["2:20: `)' is missing: `(notempty' of 2:7 is not closed"]),
     ("(progn\n  (while 0\n    1\n  (outf \"a\" 1)\n)",
      ["3:6: `)' is missing: `(while' of 2:3 is not closed"]),
+    ("(+ 1", ["1:5: `)' is missing: `(+' of 1:1 is not closed"]),
     ("(progn\n  (setq a) 1)\n  a)", ["2:10: this `)' is one too many"]),
     ("(progn\n  setq a 1)\n  (setq b a)\n  b)", ["2:3: `(' is missing in front of this"]),
     ("(progn\n  (setq w 1)\n  (if len w) (outf \"%s\" cat w w) \"\")\n  1)",

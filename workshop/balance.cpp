@@ -195,7 +195,7 @@ public:
     // How many parentheses are alone.
     ULO unmatched() const { return plain_.result().unmatched; }
     change find();
-    fault tell(const change &made, const mended_text &file) const;
+    fault tell(const change &made, mended_text *file) const;
     std::string text_with(const change &made) const;
     // Where a parenthesis is put behind a token, or any token's change is made.
     file_place place_of(const change &made) const;
@@ -358,15 +358,16 @@ file_place search::place_of(const change &made) const
     return {t.at.line, t.at.column + (made.kind == CLOSE_BEHIND ? t.to - t.from : 0)};
 }
 
-fault search::tell(const change &made, const mended_text &file) const
+fault search::tell(const change &made, mended_text *file) const
 {
-    const file_place at = file.in_file(place_of(made));
+    const file_place at = file->in_file(place_of(made));
     if (made.kind == OPEN_BEFORE) return {at, "`(' is missing in front of this"};
     if (made.kind == LEAVE_OUT)
         return {at, tokens_[made.token].kind == ')' ? "this `)' is one too many"
                                                     : "this `(' is never closed"};
     const ULO open = open_form_at(made.token);
-    const file_place of = file.in_file(tokens_[open].at);
+    const file_place of = file->in_file(tokens_[open].at);
+    file->closed.push_back(of);
     const std::string where = std::to_string(of.line) + ":" + std::to_string(of.column);
     return {at, "`)' is missing: `(" + std::string(word_behind(open)) + "' of " + where +
                     " is not closed"};
@@ -388,7 +389,7 @@ bool mend_balance(mended_text *file, std::vector<fault> *faults,
         search here(file->text, count_faults);
         if (here.unmatched() == 0) return true;
         const change made = here.find();
-        const fault found = here.tell(made, *file);
+        const fault found = here.tell(made, file);
         const auto stands_there = [&](const fault &f) { return f.at.line == found.at.line; };
         if (std::none_of(faults->begin(), faults->end(), stands_there)) faults->push_back(found);
         if (here.unmatched() > MOST_CHANGES) return false;

@@ -12,6 +12,7 @@
 struct mended_text {
     std::string text;
     std::vector<file_place> put_in; // each in the text as it was then
+    std::vector<file_place> closed; // forms of the file that end where they were made to
 
     // Where the file has what now stands at this place.
     file_place in_file(file_place at) const;

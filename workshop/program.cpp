@@ -137,11 +137,17 @@ ULO count_faults(const std::string &text)
 void check_in_balance(const source &from, program *into, lut **table)
 {
     std::vector<fault> faults;
-    mended_text mended = {from.text, {}};
+    mended_text mended = {from.text, {}, {}};
     if (mend_balance(&mended, &faults, count_faults)) {
         check_text(mended.text, into, table);
         sort_by_place(&into->faults);
         for (fault &found : into->faults) found.at = mended.in_file(found.at);
+        // How many arguments such a form has nobody knows.
+        std::erase_if(into->faults, [&](const fault &found) {
+            return std::any_of(mended.closed.begin(), mended.closed.end(), [&](file_place at) {
+                return at.line == found.at.line && at.column == found.at.column;
+            });
+        });
     }
     into->faults.insert(into->faults.begin(), faults.begin(), faults.end());
 }
@@ -194,7 +200,7 @@ std::vector<fault> faults_of_balance(const source &from)
     std::vector<fault> faults = faults_of_kind(from.text);
     if (!faults.empty()) return faults;
     faults = find_open_strings(from);
-    mended_text mended = {from.text, {}};
+    mended_text mended = {from.text, {}, {}};
     if (faults.empty()) mend_balance(&mended, &faults, count_faults);
     settle_kind(from, &faults);
     return faults;
