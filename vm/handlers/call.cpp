@@ -76,7 +76,18 @@ void answer_break(rt_control *rt, kestrin_data *ret_dat)
     rt->rt_error_code = 0;
 }
 
-// `given` is NULL where the operands are all to be evaluated.
+// The first places of a frame from operands. `given` is NULL where all are to be evaluated.
+[[gnu::always_inline]] inline void fill_arguments(kestrin_data *frame, const ULO *words, ULO count,
+                                                  const given_number *given)
+{
+    for (ULO i = 0; i < count; i++) {
+        if (given == nullptr || given[i].type == 0)
+            evaluate_argument(words + i, &frame[i]);
+        else
+            set_argument(given[i], &frame[i]);
+    }
+}
+
 template <bool is_watched>
 [[gnu::always_inline]] inline void call_function(const ULO *dat_ptr, kestrin_data *ret_dat,
                                                  const given_number *given)
@@ -93,12 +104,7 @@ template <bool is_watched>
 
     kestrin_data *saved_top = rt->frame_top, *saved_end = rt->frame_end;
     kestrin_data *frame = take_frame(rt, slots, site::DEFUN_FRAME);
-    for (ULO i = 0; i < arguments; i++) {
-        if (given == nullptr || given[i].type == 0)
-            evaluate_argument(words + i, &frame[i]);
-        else
-            set_argument(given[i], &frame[i]);
-    }
+    fill_arguments(frame, words, arguments, given);
     for (ULO i = arguments; i < passed; i++) evaluate_and_drop(words + i);
     for (ULO i = arguments; i < slots; i++) frame[i] = fresh_variable;
 
